@@ -1,0 +1,82 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXSize.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Codec numbers of a `KXMDCodecInfo`.
+enum KXMDCodec : std::int32_t {
+    KXMDCodecNone = 0,
+    KXMDCodecMP3 = 1,
+    KXMDCodecAMR = 2,
+    KXMDCodecAMRWB = 3,
+    KXMDCodecALAC = 4,
+    KXMDCodecAAC = 5,
+    KXMDCodecMP4Visual = 6, ///< ISO/IEC 14496-2.
+    KXMDCodecAVC = 7, ///< ISO/IEC 14496-10, also known as H.264.
+    KXMDCodecH263 = 8,
+};
+
+/// The profile of a record whose profile was never set.
+constexpr std::int32_t KXMDProfileUnknown = 65535;
+
+/// Describes one audio or video stream of a file. A plain value: each copy has one user at a time.
+class KX_EXPORT KXMDCodecInfo {
+public:
+    using List = std::vector<KXMDCodecInfo>;
+
+    /// `codec` A number of `KXMDCodec`; others are unknown codecs.
+    [[nodiscard]] std::int32_t codec() const { return _codec; }
+    /// `setCodec:` Sets the codec number.
+    void setCodec(std::int32_t codec) { _codec = codec; }
+
+    /// `profile` The codec's own profile number: the audio object type of ISO/IEC 14496-3, the high
+    /// half of the profile and level indication of ISO/IEC 14496-2, profile_idc of ISO/IEC 14496-10 or
+    /// the profile of H.263.
+    [[nodiscard]] std::int32_t profile() const { return _profile; }
+    /// `setProfile:` Sets the profile number.
+    void setProfile(std::int32_t profile) { _profile = profile; }
+
+    /// `profileLevel` The codec's own level number; 30 is level 3.0 of AVC.
+    [[nodiscard]] std::int32_t profileLevel() const { return _profileLevel; }
+    /// `setProfileLevel:` Sets the level number.
+    void setProfileLevel(std::int32_t profileLevel) { _profileLevel = profileLevel; }
+
+    /// `bitRate` The highest bit rate that the stream declares, in bits per second; 0 when it does not.
+    [[nodiscard]] double bitRate() const { return _bitRate; }
+    /// `setBitRate:` Sets the highest bit rate, in bits per second.
+    void setBitRate(double bitRate) { _bitRate = bitRate; }
+
+    /// `videoSize` The picture size in pixels; 0 by 0 for audio.
+    [[nodiscard]] KXSize videoSize() const { return _videoSize; }
+    /// `setVideoSize:` Sets the picture size in pixels.
+    void setVideoSize(KXSize videoSize) { _videoSize = videoSize; }
+
+    /// `videoFrameRate` Frames per second. The library never sets it.
+    [[nodiscard]] double videoFrameRate() const { return _videoFrameRate; }
+    /// `setVideoFrameRate:` Sets the frames per second.
+    void setVideoFrameRate(double videoFrameRate) { _videoFrameRate = videoFrameRate; }
+
+    /// `audioChannels` The channel count; 0 for video.
+    [[nodiscard]] std::int32_t audioChannels() const { return _audioChannels; }
+    /// `setAudioChannels:` Sets the channel count.
+    void setAudioChannels(std::int32_t audioChannels) { _audioChannels = audioChannels; }
+
+    /// `description` The codec's name, its profile's name and the level in one line of text.
+    [[nodiscard]] std::string description() const;
+
+    /// `nameOfProfile:ofCodec:` A profile's name; "None" for codecs without profiles.
+    [[nodiscard]] static std::string nameOfProfileOfCodec(std::int32_t profile, std::int32_t codec);
+
+private:
+    std::int32_t _codec { KXMDCodecNone };
+    std::int32_t _profile { KXMDProfileUnknown };
+    std::int32_t _profileLevel { 0 };
+    double _bitRate { 0 };
+    KXSize _videoSize;
+    double _videoFrameRate { 0 };
+    std::int32_t _audioChannels { 0 };
+};

@@ -1,0 +1,143 @@
+#pragma once
+
+#include "kxmd/core/KXMDCodecInfo.h"
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXByteLock.h"
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXGuarded.h"
+#include "kxmd/host/KXObject.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+class KXImage;
+class KXMP4Atom;
+
+/// What kind of media a file is.
+enum KXMDMetaType : std::int32_t {
+    KXMDMetaTypeUnknown = 0,
+    KXMDMetaTypeMP3 = 1, ///< Begins with an ID3v2 tag.
+    KXMDMetaTypeMP4 = 2, ///< MP4 or QuickTime: ISO/IEC 14496-12.
+    KXMDMetaTypeJPEG = 3,
+};
+
+/// Keys of the descriptive tags.
+inline constexpr std::string_view KXMDMetadataKeyName = "Name"; ///< Title of the track or video.
+inline constexpr std::string_view KXMDMetadataKeyArtist = "Artist";
+inline constexpr std::string_view KXMDMetadataKeyAlbum = "Album";
+inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
+
+/// What is known of a media file: its kind, its descriptive tags, its codecs and its album cover.
+///
+/// Made by `fileMetaWithSourcePath:` or `fileMetaWithAbstractData:`, which choose the class by the
+/// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read from
+/// any thread.
+class KX_EXPORT KXMDFileMeta : public KXObject {
+public:
+    using Ref = std::shared_ptr<KXMDFileMeta>;
+    using ImageRef = std::shared_ptr<KXImage const>;
+
+    /// `fileMetaWithSourcePath:` The metadata of the file at `path`; never null.
+    ///
+    /// A file that cannot be opened gives an empty object of size 0, one that cannot be parsed an
+    /// empty object that knows the size.
+    [[nodiscard]] static Ref fileMetaWithSourcePath(std::string const& path);
+
+    /// `fileMetaWithAbstractData:` The metadata of what `data` reads; null when it cannot be parsed.
+    [[nodiscard]] static Ref fileMetaWithAbstractData(KXAbstractData& data);
+
+    /// `metaTypeForData:` The kind of media that `data` begins with. Leaves the reader at position 0.
+    [[nodiscard]] static KXMDMetaType metaTypeForData(KXAbstractData& data);
+
+    ~KXMDFileMeta() override;
+
+    /// `parseAbstractData:` Reads the file anew. False when it is not what the class reads.
+    virtual bool parseAbstractData(KXAbstractData& data);
+
+    /// `clearMetadata` Forgets every tag.
+    void clearMetadata();
+
+    /// `setMetadata:forKey:` Keeps `value` under `key`; does nothing without a value or with an empty key.
+    void setMetadataForKey(std::optional<std::string> value, std::string_view key);
+
+    /// `metadataForKey:` The tag under `key`, or absent.
+    [[nodiscard]] std::optional<std::string> metadataForKey(std::string_view key) const;
+
+    /// `metaType` The kind of media that this object stands for.
+    [[nodiscard]] std::int32_t metaType() const { return _metaType; }
+    /// `setMetaType:` Sets the kind of media.
+    void setMetaType(std::int32_t metaType) { _metaType = metaType; }
+
+    /// `filesize` The file's size in bytes when it was last parsed.
+    [[nodiscard]] std::uint64_t filesize() const { return _filesize; }
+
+    /// `mp4Atom` The root of an MP4 file's atoms; null for other files.
+    [[nodiscard]] std::shared_ptr<KXMP4Atom> mp4Atom() const { return _mp4Atom.load(); }
+    /// `setMp4Atom:` Replaces the root of the atoms.
+    void setMp4Atom(std::shared_ptr<KXMP4Atom> atom) { _mp4Atom.store(std::move(atom)); }
+
+    /// `containsVideo` Whether the file has a video track.
+    [[nodiscard]] virtual bool containsVideo() const;
+
+    /// `videoCodecsInfo` One record for each sample description of each video track, in file order.
+    [[nodiscard]] virtual KXMDCodecInfo::List videoCodecsInfo() const;
+
+    /// `audioCodecsInfo` One record for each sample description of each audio track, in file order.
+    [[nodiscard]] virtual KXMDCodecInfo::List audioCodecsInfo() const;
+
+    /// `hasValidAlbumCover` Whether the embedded covers are at least 200 by 200; true for files that
+    /// cannot have one.
+    [[nodiscard]] virtual bool hasValidAlbumCover() const;
+
+    /// `canInsertAlbumCover` Whether the file has a place for a cover.
+    [[nodiscard]] virtual bool canInsertAlbumCover() const;
+
+    /// `filesizeWithValidAlbumCover:` The file's size in bytes once `image` is its cover, unless it has
+    /// a valid one already. The first answer is kept for the object's life, whatever `image` is later.
+    [[nodiscard]] std::uint64_t filesizeWithValidAlbumCover(ImageRef const& image);
+
+    /// `albumCoverFromData:` The embedded cover of the file that `data` reads, or null.
+    [[nodiscard]] virtual ImageRef albumCoverFromData(KXAbstractData& data) const;
+
+    /// `removeAlbumCoverFromData:` Removes every cover from the whole file in `data`.
+    ///
+    /// False when that cannot be done; `data` may then have lost some covers already.
+    virtual bool removeAlbumCoverFromData(KXMutableData::Ref const& data);
+
+    /// `addAlbumCover:toData:` Makes `image` the only cover of the whole file in `data`.
+    ///
+    /// False when that cannot be done; `data` may then have lost its old covers already.
+    virtual bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data);
+
+    /// `albumCoverSizeForImage:` The bytes that `image` takes in the file as a cover.
+    [[nodiscard]] virtual std::uint64_t albumCoverSizeForImage(ImageRef const& image) const;
+
+    /// `albumCoverSizeForEmbeddedTags` The bytes that the embedded covers take, headers included.
+    [[nodiscard]] virtual std::uint64_t albumCoverSizeForEmbeddedTags() const;
+
+protected:
+    KXMDFileMeta() = default;
+
+    /// Keeps the size in bytes of the file that was parsed.
+    void setFilesize(std::uint64_t filesize) { _filesize = filesize; }
+
+private:
+    using Dictionary = std::vector<std::pair<std::string, std::string>>; // A handful of entries.
+
+    KXGuarded<Dictionary> _metadata;
+    std::int32_t _metaType { KXMDMetaTypeUnknown };
+    KXGuarded<std::shared_ptr<KXMP4Atom>, KXByteLock> _mp4Atom;
+    std::uint64_t _filesize { 0 };
+    std::uint64_t _filesizeWithAlbumCover { 0 }; // 0 until asked for.
+};
+
+/// The metadata of a file that is neither MP3 nor MP4, or that could not be read: its size alone.
+class KX_EXPORT KXMDFileMetaEmpty final : public KXMDFileMeta {
+public:
+    KXMDFileMetaEmpty() = default;
+};

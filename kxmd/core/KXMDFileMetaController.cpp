@@ -1,0 +1,46 @@
+#include "kxmd/core/KXMDFileMetaController.h"
+
+#include <utility>
+
+KXMDFileMetaController::KXMDFileMetaController()
+    : _fileMetaQueue("org.kxmd.filemetacontroller")
+{
+}
+
+KXMDFileMetaController::Ref KXMDFileMetaController::create()
+{
+    return Ref(new KXMDFileMetaController());
+}
+
+KXMDFileMetaController::Ref const& KXMDFileMetaController::sharedController()
+{
+    // Never destroyed: its queue may still work while the process exits.
+    static auto const& controller = *new Ref(create());
+    return controller;
+}
+
+KXMDFileMeta::Ref KXMDFileMetaController::fileMetaForFile(KXDCFile const& file) const
+{
+    return KXMDFileMeta::fileMetaWithSourcePath(file.sourcePath());
+}
+
+void KXMDFileMetaController::fileMetaForFile(KXDCFile::Ref file, Handler handler)
+{
+    _fileMetaQueue.async(
+        [self = shared_from_this(), file = std::move(file), handler = std::move(handler)] {
+            auto meta = self->fileMetaForFile(*file);
+            if (handler)
+                handler(std::move(meta));
+        });
+}
+
+void KXMDFileMetaController::mergeFileMetaIntoFile(KXMDFileMeta const& meta, KXDCFile& file) const
+{
+    for (std::string_view const key : { KXMDMetadataKeyAlbum, KXMDMetadataKeyAlbumArtist,
+             KXMDMetadataKeyArtist, KXMDMetadataKeyName }) {
+        if (auto value = meta.metadataForKey(key))
+            file.setMetadataForKey(std::move(*value), key);
+    }
+    if (auto name = meta.metadataForKey(KXMDMetadataKeyName))
+        file.setName(std::move(*name));
+}

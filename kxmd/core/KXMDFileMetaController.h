@@ -1,0 +1,44 @@
+#pragma once
+
+#include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/host/KXDCFile.h"
+#include "kxmd/host/KXExport.h"
+#include "kxmd/platform/KXSerialQueue.h"
+
+#include <functional>
+#include <memory>
+
+/// Where an application asks for the metadata of its files. Safe to use from several threads.
+class KX_EXPORT KXMDFileMetaController : public std::enable_shared_from_this<KXMDFileMetaController> {
+public:
+    using Ref = std::shared_ptr<KXMDFileMetaController>;
+
+    /// Receives an answer, never null, on the controller's own queue.
+    using Handler = std::function<void(KXMDFileMeta::Ref meta)>;
+
+    /// `sharedController` The controller of the process, made on first use and never destroyed.
+    [[nodiscard]] static Ref const& sharedController();
+
+    /// `init` A controller with a serial queue of its own.
+    [[nodiscard]] static Ref create();
+
+    /// `fileMetaForFile:` The metadata of the file at `file`'s source path, read on the calling
+    /// thread; never null.
+    [[nodiscard]] KXMDFileMeta::Ref fileMetaForFile(KXDCFile const& file) const;
+
+    /// `fileMetaForFile:handler:` Reads the metadata on the controller's queue and hands it to
+    /// `handler` there, exactly once; a handler that touches a user interface goes to its thread itself.
+    ///
+    /// Requests are answered in order, also after the caller has let go of the controller. `file` is
+    /// kept until then.
+    void fileMetaForFile(KXDCFile::Ref file, Handler handler);
+
+    /// `mergeFileMeta:intoFile:` Stores the tags that `meta` has on `file` and names the file after its
+    /// title. Other entries of the file stay as they are.
+    void mergeFileMetaIntoFile(KXMDFileMeta const& meta, KXDCFile& file) const;
+
+private:
+    KXMDFileMetaController();
+
+    KXSerialQueue _fileMetaQueue;
+};

@@ -1,0 +1,42 @@
+// The one place where the base class of file metadata meets the classes derived from it.
+
+#include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/mp3/KXMDFileMetaMP3.h"
+#include "kxmd/mp4/KXMDFileMetaMP4.h"
+
+namespace {
+
+KXMDFileMeta::Ref emptyMetaOfType(KXMDMetaType type)
+{
+    switch (type) {
+    case KXMDMetaTypeMP4:
+        return std::make_shared<KXMDFileMetaMP4>();
+    case KXMDMetaTypeMP3:
+        return std::make_shared<KXMDFileMetaMP3>();
+    case KXMDMetaTypeJPEG:
+    case KXMDMetaTypeUnknown:
+        break;
+    }
+    return std::make_shared<KXMDFileMetaEmpty>();
+}
+
+}
+
+KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAbstractData(KXAbstractData& data)
+{
+    Ref const meta = emptyMetaOfType(metaTypeForData(data));
+    return meta->parseAbstractData(data) ? meta : nullptr;
+}
+
+KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithSourcePath(std::string const& path)
+{
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    if (data) {
+        if (Ref const meta = fileMetaWithAbstractData(*data))
+            return meta;
+    }
+    auto const meta = std::make_shared<KXMDFileMetaEmpty>();
+    if (data)
+        meta->parseAbstractData(*data);
+    return meta;
+}

@@ -1,0 +1,199 @@
+#include "kxmd/host/KXAbstractData.h"
+
+#include "kxmd/host/KXFileDataPrivate.h"
+#include "kxmd/host/KXLog.h"
+
+#include <algorithm>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace {
+
+/// A reader over bytes that never change: all of them are its window.
+class BufferData final : public KXAbstractData {
+public:
+    explicit BufferData(KXData data)
+        : _data(std::move(data))
+    {
+        setWindow({ _data.bytes().data(), 0, _data.length() });
+    }
+
+    std::uint64_t length() const override { return _data.length(); }
+
+private:
+    std::uint8_t const* bytesAt(std::uint64_t position, std::size_t) override
+    {
+        return _data.bytes().data() + position;
+    }
+
+    std::uint64_t copyBytesAt(
+        std::uint64_t position, std::uint8_t* target, std::uint64_t count) override
+    {
+        std::copy_n(_data.bytes().data() + position, count, target);
+        return count;
+    }
+
+    KXData _data;
+};
+
+/// The position of the first whole zero unit in `bytes`, which begin on a unit; their size if none.
+std::size_t positionOfTerminator(std::span<std::uint8_t const> bytes, std::size_t unitSize)
+{
+    if (unitSize == 1)
+        return static_cast<std::size_t>(
+            std::find(bytes.begin(), bytes.end(), 0) - bytes.begin());
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        if (!bytes[i] && !bytes[i + 1])
+            return i;
+    }
+    return bytes.size();
+}
+
+}
+
+bool KXParseBudget::refuseNode(char const* message)
+{
+    if (!_isReported)
+        KXLog("Metadata", "%s", message);
+    _isReported = true;
+    return false;
+}
+
+KXAbstractData::Ref KXAbstractData::abstractDataWithPath(std::string const& path)
+{
+    return KXFileData::createWithPath(path);
+}
+
+KXAbstractData::Ref KXAbstractData::createWithPath(std::string const& path)
+{
+    return abstractDataWithPath(path);
+}
+
+KXAbstractData::Ref KXAbstractData::abstractDataWithData(KXData data)
+{
+    return std::make_shared<BufferData>(std::move(data));
+}
+
+KXAbstractData::~KXAbstractData() = default;
+
+bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
+{
+    if (length > remainingLength() || copyBytesAt(_offset, bytes, length) != length)
+        return false;
+    _offset += length;
+    return true;
+}
+
+std::uint64_t KXAbstractData::readBytesToMaxLength(std::uint8_t* bytes, std::uint64_t maxLength)
+{
+    std::uint64_t const count
+        = copyBytesAt(_offset, bytes, std::min(maxLength, remainingLength()));
+    _offset += count;
+    return count;
+}
+
+std::optional<std::string> KXAbstractData::textOfNextBytes(
+    std::uint64_t length, KXStringEncoding encoding)
+{
+    if (!length)
+        return textFromBytes({}, encoding);
+    if (length <= longestContiguousRead) {
+        std::uint8_t const* const bytes = contiguousBytes(static_cast<std::size_t>(length));
+        if (!bytes)
+            return std::nullopt;
+        return textFromBytes({ bytes, static_cast<std::size_t>(length) }, encoding);
+    }
+    if (length > remainingLength())
+        return std::nullopt;
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
+    if (copyBytesAt(_offset, bytes.data(), length) != length)
+        return std::nullopt;
+    return textFromBytes(bytes, encoding);
+}
+
+bool KXAbstractData::readStringTo(
+    std::optional<std::string>& text, std::uint64_t length, KXStringEncoding encoding)
+{
+    text = textOfNextBytes(length, encoding);
+    if (!text)
+        return false;
+    _offset += length;
+    return true;
+}
+
+std::optional<std::uint64_t> KXAbstractData::lengthBeforeTerminator(
+    std::uint64_t maxLength, KXStringEncoding encoding)
+{
+    std::size_t const unitSize = terminatorSizeForEncoding(encoding);
+    std::uint64_t const start = _offset;
+    std::uint64_t const limit = std::min(maxLength, remainingLength());
+    std::optional<std::uint64_t> found;
+    for (std::uint64_t searched = 0; searched < limit && !found;) {
+        // An even step, so that every piece begins on a unit.
+        auto const count = static_cast<std::size_t>(
+            std::min<std::uint64_t>(limit - searched, longestContiguousRead));
+        _offset = start + searched;
+        std::uint8_t const* const bytes = contiguousBytes(count);
+        if (!bytes)
+            break;
+        std::size_t const position = positionOfTerminator({ bytes, count }, unitSize);
+        if (position < count)
+            found = searched + position;
+        searched += count;
+    }
+    _offset = start;
+    return found;
+}
+
+bool KXAbstractData::readStringToZeroTerminationInto(
+    std::optional<std::string>& text, std::uint64_t maxLength, KXStringEncoding encoding)
+{
+    text = std::nullopt;
+    auto const length = lengthBeforeTerminator(maxLength, encoding);
+    if (!length || !readStringTo(text, *length, encoding))
+        return false;
+    _offset += terminatorSizeForEncoding(encoding);
+    return true;
+}
+
+bool KXAbstractData::readStringWithZeroTerminationTo(
+    std::optional<std::string>& text, std::uint64_t length, KXStringEncoding encoding)
+{
+    text = std::nullopt;
+    if (length > remainingLength())
+        return false;
+    auto const end = lengthBeforeTerminator(length, encoding);
+    text = textOfNextBytes(end.value_or(length), encoding);
+    if (!text)
+        return false;
+    _offset += length;
+    return true;
+}
+
+KXMutableAbstractData::KXMutableAbstractData(KXMutableData::Ref data)
+    : _data(std::move(data))
+{
+}
+
+KXMutableAbstractData::Ref KXMutableAbstractData::abstractDataWithData(KXMutableData::Ref data)
+{
+    return Ref(new KXMutableAbstractData(std::move(data)));
+}
+
+std::uint64_t KXMutableAbstractData::length() const
+{
+    return _data->length();
+}
+
+std::uint8_t const* KXMutableAbstractData::bytesAt(std::uint64_t position, std::size_t)
+{
+    return _data->bytes().data() + position;
+}
+
+std::uint64_t KXMutableAbstractData::copyBytesAt(
+    std::uint64_t position, std::uint8_t* target, std::uint64_t count)
+{
+    std::copy_n(_data->bytes().data() + position, count, target);
+    return count;
+}

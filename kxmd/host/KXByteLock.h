@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+/// A mutual exclusion lock of one byte, for small objects that exist by the million.
+///
+/// Meets the standard's Lockable requirements. Not recursive: what it guards is read or replaced
+/// and nothing is called meanwhile.
+class KXByteLock {
+public:
+    void lock()
+    {
+        std::uint8_t expected = free;
+        if (!_state.compare_exchange_strong(expected, held, std::memory_order_acquire))
+            lockContended();
+    }
+
+    bool try_lock()
+    {
+        std::uint8_t expected = free;
+        return _state.compare_exchange_strong(expected, held, std::memory_order_acquire);
+    }
+
+    void unlock()
+    {
+        if (_state.exchange(free, std::memory_order_release) == heldWithWaiters)
+            _state.notify_one();
+    }
+
+private:
+    static constexpr std::uint8_t free = 0;
+    static constexpr std::uint8_t held = 1;
+    static constexpr std::uint8_t heldWithWaiters = 2;
+
+    void lockContended()
+    {
+        while (_state.exchange(heldWithWaiters, std::memory_order_acquire) != free)
+            _state.wait(heldWithWaiters, std::memory_order_relaxed);
+    }
+
+    std::atomic<std::uint8_t> _state { free };
+};

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+/// A set of character codes, written as one comma-separated text.
+///
+/// Membership is a substring search in that text, so a code that straddles a comma belongs as well:
+/// "264," to "h264,H264". Wanted so; what other programs write has been judged by it for years.
+class KXCodeList {
+public:
+    consteval explicit KXCodeList(std::string_view codes)
+        : _codes(codes)
+    {
+        for (std::size_t i = 0; i + windowLength <= codes.size(); ++i)
+            markWindow(hashOfWindow(codes.substr(i)));
+    }
+
+    /// `contains:` Whether `code`, zero bytes included, stands anywhere in the text.
+    constexpr bool contains(std::string_view code) const
+    {
+        // Nearly every code of a file is in no list: one look at the marks answers for those.
+        if (code.size() >= windowLength && !isMarked(hashOfWindow(code)))
+            return false;
+        return _codes.find(code) != std::string_view::npos;
+    }
+
+private:
+    static constexpr std::size_t windowLength = 4;
+    static constexpr std::size_t bitsPerWord = 64;
+    static constexpr std::size_t markBits = 512;
+
+    static constexpr std::size_t hashOfWindow(std::string_view text)
+    {
+        std::uint32_t window = 0;
+        for (std::size_t i = 0; i < windowLength; ++i)
+            window = window << 8 | static_cast<std::uint8_t>(text[i]);
+        return (window * 2654435761u) >> 23; // Fibonacci hashing; nine bits for 512 marks.
+    }
+
+    consteval void markWindow(std::size_t hash)
+    {
+        _marks[hash / bitsPerWord] |= std::uint64_t { 1 } << hash % bitsPerWord;
+    }
+
+    constexpr bool isMarked(std::size_t hash) const
+    {
+        return _marks[hash / bitsPerWord] >> hash % bitsPerWord & 1;
+    }
+
+    std::string_view _codes;
+    std::array<std::uint64_t, markBits / bitsPerWord> _marks {};
+};

@@ -1,0 +1,3 @@
+#include "kxmd/host/KXDCFileProcessor.h"
+
+KXDCFileProcessor::~KXDCFileProcessor() = default;

@@ -1,0 +1,3 @@
+#include "kxmd/host/KXObject.h"
+
+KXObject::~KXObject() = default;

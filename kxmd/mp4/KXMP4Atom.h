@@ -1,0 +1,158 @@
+#pragma once
+
+#include "kxmd/core/KXMDCodecInfo.h"
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXByteLock.h"
+#include "kxmd/host/KXExport.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What a track holds, by the type of its media handler (ISO/IEC 14496-12, 8.4.3).
+enum KXMP4TrackType : std::int32_t {
+    KXMP4TrackTypeNone = 0,
+    KXMP4TrackTypeVideo = 1, ///< "vide".
+    KXMP4TrackTypeSound = 2, ///< "soun".
+};
+
+/// One node of the atom tree of an MP4 or QuickTime file (a box in ISO/IEC 14496-12), or the root
+/// above its top-level atoms, tagged "ROOT".
+///
+/// Only 32-bit sizes are understood: a size of 0 ends the list of atoms that it stands in, and one of 1
+/// to 7 is taken as it is. A tree is built and edited by one thread at a time; a finished one may be
+/// read by several. A parent owns its children; the link back is not owned.
+class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
+public:
+    using Ref = std::shared_ptr<KXMP4Atom>;
+    using List = std::vector<Ref>;
+
+    /// `atomWithAbstractData:` The root of the tree of all atoms that `data` reads; never null.
+    [[nodiscard]] static Ref atomWithAbstractData(KXAbstractData& data);
+
+    /// `atomForParent:abstractData:` Reads the atom at the read position, with its children.
+    ///
+    /// Null when its size is 0 or cannot be read, or when the reader's budget of atoms is spent.
+    /// `parent`, which may be null, is not changed and must live as long as the atom asks it.
+    [[nodiscard]] static Ref atomForParent(KXMP4Atom* parent, KXAbstractData& data);
+
+    /// `init` An atom without type, size and place.
+    KXMP4Atom();
+    virtual ~KXMP4Atom();
+    KXMP4Atom(KXMP4Atom const&) = delete;
+    KXMP4Atom& operator=(KXMP4Atom const&) = delete;
+
+    /// `offset` Position in the file, in bytes, of the atom's first byte (its size field).
+    [[nodiscard]] std::uint64_t offset() const { return _offset; }
+    /// `setOffset:` Sets the position.
+    void setOffset(std::uint64_t offset) { _offset = offset; }
+
+    /// `size` The atom's size field: bytes from `offset`, header included; of the root the file's length.
+    [[nodiscard]] std::uint64_t size() const { return _size; }
+    /// `setSize:` Sets the size.
+    void setSize(std::uint64_t size) { _size = size; }
+
+    /// `tag` The atom's type: four Latin-1 characters in UTF-8, "NULL" when the first is 0.
+    [[nodiscard]] std::string tag() const;
+    /// `setTag:` Replaces the type.
+    void setTag(std::string tag);
+
+    /// `content` The text of a tag atom; absent for every other atom.
+    [[nodiscard]] std::optional<std::string> content() const;
+    /// `setContent:` Replaces the text.
+    void setContent(std::optional<std::string> content);
+
+    /// `parent` The enclosing atom; null for the root.
+    [[nodiscard]] KXMP4Atom* parent() const { return _parent; }
+    /// `setParent:` Sets the link to the enclosing atom, which stays unowned.
+    void setParent(KXMP4Atom* parent) { _parent = parent; }
+
+    /// `children` The child atoms in file order, as they are now.
+    [[nodiscard]] List children() const;
+    /// `addChild:` Appends `child`; its parent link is left as it is.
+    void addChild(Ref child);
+    /// `removeChild:` Removes `child` wherever it stands among the children.
+    void removeChild(KXMP4Atom const& child);
+    /// `removeAllChildren` Removes every child.
+    void removeAllChildren();
+
+    /// `rootIsParsed` Whether the first pass over the file is over, by the word of the root.
+    [[nodiscard]] bool rootIsParsed() const;
+    /// `rootAtom` The atom at the top of the parent links; this one when it has no parent.
+    [[nodiscard]] KXMP4Atom* rootAtom();
+    /// `trackAtom` The nearest atom tagged "trak" from this one upwards, or null.
+    [[nodiscard]] KXMP4Atom* trackAtom();
+    /// `trackType` What the track around this atom holds.
+    [[nodiscard]] KXMP4TrackType trackType();
+    /// `isContainerAtom` Whether the atom's payload is read as atoms.
+    [[nodiscard]] bool isContainerAtom();
+
+    /// `allAtomsWithPath:` Every atom at `path`, in file order.
+    ///
+    /// The path's tags are joined by "/". Asked of the root it begins with a top-level atom's tag
+    /// ("moov/trak"), asked of another atom with that atom's own ("trak/mdia").
+    [[nodiscard]] List allAtomsWithPath(std::string_view path);
+
+    /// `fullPath` The tags from the root down to this atom, joined by ".".
+    [[nodiscard]] std::string fullPath() const;
+    /// `fullPathWithSize` The full path and the size.
+    [[nodiscard]] std::string fullPathWithSize() const;
+    /// `allPaths` A line with full path and size for this atom and each atom below it.
+    [[nodiscard]] std::string allPaths();
+
+    /// `description` The tag, the size and, for a tag atom, the text.
+    [[nodiscard]] virtual std::string description() const;
+    /// `recursiveDescriptionWithInset:` A line for this atom and each atom below it, indented by
+    /// `inset` tabs and one more for each level.
+    [[nodiscard]] std::string recursiveDescriptionWithInset(std::size_t inset);
+
+    /// Shown each atom of a subtree with its depth below the top; false ends the visit.
+    using Visitor = std::function<bool(KXMP4Atom& atom, std::size_t depth)>;
+    /// `visitDepthFirst:` Shows this atom and every atom below it to `visitor`, in file order.
+    ///
+    /// For trees too deep for the texts above, which grow with the square of the depth.
+    void visitDepthFirst(Visitor const& visitor);
+
+    /// `parseRootWithAbstractData:` Makes this atom the root of all atoms that `data` reads.
+    void parseRootWithAbstractData(KXAbstractData& data);
+    /// `parseWithParent:abstractData:` Reads this atom anew at the read position, with its children,
+    /// and leaves the reader at the atom's end. `parent` as in `atomForParent:abstractData:`.
+    void parseWithParent(KXMP4Atom* parent, KXAbstractData& data);
+
+    /// `parseAtomSpecificData:` Reads the fields behind the header, where the reader stands, and leaves
+    /// it where child atoms would begin. Here: the text of a tag atom.
+    virtual void parseAtomSpecificData(KXAbstractData& data);
+
+    /// `codecInfo` What a sample entry says of its stream; absent for every other atom.
+    [[nodiscard]] virtual std::optional<KXMDCodecInfo> codecInfo();
+
+protected:
+    /// Position of the first byte behind the atom.
+    [[nodiscard]] std::uint64_t end() const { return _offset + _size; }
+
+    /// The tag without a copy, for the thread that builds or edits the tree.
+    [[nodiscard]] std::string const& tagWhileParsing() const { return _tag; }
+
+    /// The last atom at the path made of this atom's own tag and `pathBelow`, or null.
+    [[nodiscard]] Ref lastAtomBelow(std::string_view pathBelow);
+
+private:
+    friend class KXMP4AtomParser;
+
+    bool hasTag(std::string_view tag) const;
+
+    std::uint64_t _offset { 0 };
+    std::uint64_t _size { 0 };
+    KXMP4Atom* _parent { nullptr }; // Not owned; the parent clears it when it lets go of us.
+    mutable KXByteLock _lock; // Guards the three below.
+    bool _rootIsParsed { false };
+    std::string _tag;
+    std::unique_ptr<std::string> _content;
+    List _children;
+};

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "kxmd/mp4/KXMP4Atom.h"
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+/// Builds atom trees from a reader. One parse, one object.
+///
+/// The ancestors of the read position are kept in a list of their own: the machine stack does not grow
+/// with the depth of the file, and nothing is asked through the chain of parents.
+class KXMP4AtomParser {
+public:
+    /// When an atom's payload is read as atoms.
+    enum class ContainerRule {
+        never,
+        always,
+        onceRootIsParsed, ///< Sample entries, in the second pass.
+        inMediaTracks, ///< Sample description tables, in the second pass over video and sound tracks.
+    };
+    static ContainerRule containerRuleOfTag(std::string_view tag);
+
+    /// Makes `root` the root of all atoms that `data` reads, with a fresh budget.
+    static void parseRoot(KXMP4Atom& root, KXAbstractData& data);
+
+    KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed);
+
+    /// The atom at the read position with its children; null at the end of the list that it stands in.
+    KXMP4Atom::Ref readAtom(KXMP4Atom* parent);
+
+    /// Reads `atom` anew at the read position, with its children.
+    void parseAtom(KXMP4Atom& atom, KXMP4Atom* parent);
+
+private:
+    struct OpenAtom {
+        KXMP4Atom* atom;
+        KXMP4Atom::Ref owner; ///< Null for the atom that the parse began with.
+    };
+
+    /// A track among the open atoms, with what its finished children say of its type so far.
+    struct OpenTrack {
+        std::size_t depth;
+        std::size_t examinedChildren { 0 };
+        KXMP4TrackType type { KXMP4TrackTypeNone };
+    };
+
+    KXMP4Atom::Ref openAtom(KXMP4Atom* parent);
+    void readHeaderAndFields(KXMP4Atom& atom, KXMP4Atom* parent);
+    void readChildren(KXMP4Atom& atom);
+    void push(OpenAtom open);
+    void closeLast();
+    bool isContainer(KXMP4Atom& atom);
+    KXMP4TrackType trackTypeAround(KXMP4Atom& atom);
+
+    KXAbstractData& _data;
+    bool const _rootIsParsed;
+    std::vector<OpenAtom> _open;
+    std::vector<OpenTrack> _openTracks;
+
+    // The last answer for atoms outside of the open tracks.
+    KXMP4Atom* _lastTop { nullptr };
+    KXMP4Atom* _lastTrack { nullptr };
+    KXMP4TrackType _lastTrackType { KXMP4TrackTypeNone };
+};

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "kxmd/mp4/KXMP4Atom.h"
+
+/// The chunk offset table: where in the file each chunk of a track's media begins, in 32 bits
+/// (ISO/IEC 14496-12, 8.7.5). The 64-bit table is an atom without fields of its own.
+class KX_EXPORT KXMP4AtomSampleTable final : public KXMP4Atom {
+public:
+    /// `noOfEntries` The count of chunks that the table claims.
+    [[nodiscard]] std::uint32_t noOfEntries() const { return _noOfEntries; }
+    /// `setNoOfEntries:` Sets the count.
+    void setNoOfEntries(std::uint32_t noOfEntries) { _noOfEntries = noOfEntries; }
+
+    void parseAtomSpecificData(KXAbstractData& data) override;
+
+private:
+    std::uint32_t _noOfEntries { 0 };
+};

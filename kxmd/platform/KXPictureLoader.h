@@ -1,0 +1,19 @@
+#pragma once
+
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXSize.h"
+
+#include <cstdint>
+#include <optional>
+
+/// What a picture library does for us. Safe to call from several threads.
+class KX_EXPORT KXPictureLoader {
+public:
+    virtual ~KXPictureLoader();
+
+    /// `sizeOfPictureInData:length:` The size in pixels of the picture in the next `length` bytes of
+    /// `data`; absent when they are no picture that the library knows. Reads no more than it needs.
+    [[nodiscard]] virtual std::optional<KXSize> sizeOfPictureInData(
+        KXAbstractData& data, std::uint64_t length) const = 0;
+};

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+#include "kxmd/platform/KXPictureLoader.h"
+#include "kxmd/platform/KXTemporaryFolders.h"
+#include "kxmd/platform/KXTextDigest.h"
+
+#include <memory>
+
+/// Everything that the logic needs from the machine. No member is null.
+struct KX_EXPORT KXPlatform {
+    using Ref = std::shared_ptr<KXPlatform const>;
+
+    std::shared_ptr<KXPictureLoader const> pictureLoader;
+    std::shared_ptr<KXTextDigest const> textDigest;
+    std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
+
+    /// `shared` The process-wide platform: the one that was set, or else this machine's own, made on
+    /// first use.
+    [[nodiscard]] static Ref shared();
+
+    /// `setShared:` Makes `platform` the process-wide one; null brings back the machine's own. Call it
+    /// before the library is used: objects keep what they got.
+    static void setShared(Ref platform);
+
+    /// `platformOfThisMachine` A new platform over this machine's services.
+    [[nodiscard]] static Ref platformOfThisMachine();
+};

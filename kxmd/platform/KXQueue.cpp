@@ -1,0 +1,3 @@
+#include "kxmd/platform/KXQueue.h"
+
+KXQueue::~KXQueue() = default;
