@@ -34,8 +34,8 @@ public:
     void setCodec(std::int32_t codec) { _codec = codec; }
 
     /// `profile` The codec's own profile number: the audio object type of ISO/IEC 14496-3, the high
-    /// half of the profile and level indication of ISO/IEC 14496-2, profile_idc of ISO/IEC 14496-10 or
-    /// the profile of H.263.
+    /// half of the profile and level indication of ISO/IEC 14496-2, profile_idc of ISO/IEC 14496-10
+    /// or the profile of H.263.
     [[nodiscard]] std::int32_t profile() const { return _profile; }
     /// `setProfile:` Sets the profile number.
     void setProfile(std::int32_t profile) { _profile = profile; }
@@ -45,7 +45,8 @@ public:
     /// `setProfileLevel:` Sets the level number.
     void setProfileLevel(std::int32_t profileLevel) { _profileLevel = profileLevel; }
 
-    /// `bitRate` The highest bit rate that the stream declares, in bits per second; 0 when it does not.
+    /// `bitRate` The highest bit rate that the stream declares, in bits per second; 0 when it does
+    /// not.
     [[nodiscard]] double bitRate() const { return _bitRate; }
     /// `setBitRate:` Sets the highest bit rate, in bits per second.
     void setBitRate(double bitRate) { _bitRate = bitRate; }

@@ -20,7 +20,7 @@ KXMDMetaType detectedType(KXAbstractData& data)
     constexpr std::uint16_t startOfImage = 0xFFD8; // ITU-T T.81, table B.1.
     data.setOffset(0);
     return data.readUInt16OrZero(KXSwap::yes) == startOfImage ? KXMDMetaTypeJPEG
-                                                               : KXMDMetaTypeUnknown;
+                                                              : KXMDMetaTypeUnknown;
 }
 
 }
@@ -40,10 +40,7 @@ bool KXMDFileMeta::parseAbstractData(KXAbstractData& data)
     return true;
 }
 
-void KXMDFileMeta::clearMetadata()
-{
-    _metadata.lock()->clear();
-}
+void KXMDFileMeta::clearMetadata() { _metadata.lock()->clear(); }
 
 void KXMDFileMeta::setMetadataForKey(std::optional<std::string> value, std::string_view key)
 {
@@ -65,30 +62,15 @@ std::optional<std::string> KXMDFileMeta::metadataForKey(std::string_view key) co
     return found == metadata->end() ? std::nullopt : std::optional(found->second);
 }
 
-bool KXMDFileMeta::containsVideo() const
-{
-    return false;
-}
+bool KXMDFileMeta::containsVideo() const { return false; }
 
-KXMDCodecInfo::List KXMDFileMeta::videoCodecsInfo() const
-{
-    return {};
-}
+KXMDCodecInfo::List KXMDFileMeta::videoCodecsInfo() const { return {}; }
 
-KXMDCodecInfo::List KXMDFileMeta::audioCodecsInfo() const
-{
-    return {};
-}
+KXMDCodecInfo::List KXMDFileMeta::audioCodecsInfo() const { return {}; }
 
-bool KXMDFileMeta::hasValidAlbumCover() const
-{
-    return true;
-}
+bool KXMDFileMeta::hasValidAlbumCover() const { return true; }
 
-bool KXMDFileMeta::canInsertAlbumCover() const
-{
-    return false;
-}
+bool KXMDFileMeta::canInsertAlbumCover() const { return false; }
 
 std::uint64_t KXMDFileMeta::filesizeWithValidAlbumCover(ImageRef const& image)
 {
@@ -101,27 +83,12 @@ std::uint64_t KXMDFileMeta::filesizeWithValidAlbumCover(ImageRef const& image)
     return _filesizeWithAlbumCover;
 }
 
-KXMDFileMeta::ImageRef KXMDFileMeta::albumCoverFromData(KXAbstractData&) const
-{
-    return nullptr;
-}
+KXMDFileMeta::ImageRef KXMDFileMeta::albumCoverFromData(KXAbstractData&) const { return nullptr; }
 
-bool KXMDFileMeta::removeAlbumCoverFromData(KXMutableData::Ref const&)
-{
-    return false;
-}
+bool KXMDFileMeta::removeAlbumCoverFromData(KXMutableData::Ref const&) { return false; }
 
-bool KXMDFileMeta::addAlbumCoverToData(ImageRef const&, KXMutableData::Ref const&)
-{
-    return false;
-}
+bool KXMDFileMeta::addAlbumCoverToData(ImageRef const&, KXMutableData::Ref const&) { return false; }
 
-std::uint64_t KXMDFileMeta::albumCoverSizeForImage(ImageRef const&) const
-{
-    return 0;
-}
+std::uint64_t KXMDFileMeta::albumCoverSizeForImage(ImageRef const&) const { return 0; }
 
-std::uint64_t KXMDFileMeta::albumCoverSizeForEmbeddedTags() const
-{
-    return 0;
-}
+std::uint64_t KXMDFileMeta::albumCoverSizeForEmbeddedTags() const { return 0; }

@@ -35,8 +35,8 @@ inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 /// What is known of a media file: its kind, its descriptive tags, its codecs and its album cover.
 ///
 /// Made by `fileMetaWithSourcePath:` or `fileMetaWithAbstractData:`, which choose the class by the
-/// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read from
-/// any thread.
+/// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read
+/// from any thread.
 class KX_EXPORT KXMDFileMeta : public KXObject {
 public:
     using Ref = std::shared_ptr<KXMDFileMeta>;
@@ -48,10 +48,12 @@ public:
     /// empty object that knows the size.
     [[nodiscard]] static Ref fileMetaWithSourcePath(std::string const& path);
 
-    /// `fileMetaWithAbstractData:` The metadata of what `data` reads; null when it cannot be parsed.
+    /// `fileMetaWithAbstractData:` The metadata of what `data` reads; null when it cannot be
+    /// parsed.
     [[nodiscard]] static Ref fileMetaWithAbstractData(KXAbstractData& data);
 
-    /// `metaTypeForData:` The kind of media that `data` begins with. Leaves the reader at position 0.
+    /// `metaTypeForData:` The kind of media that `data` begins with. Leaves the reader at position
+    /// 0.
     [[nodiscard]] static KXMDMetaType metaTypeForData(KXAbstractData& data);
 
     ~KXMDFileMeta() override;
@@ -62,7 +64,8 @@ public:
     /// `clearMetadata` Forgets every tag.
     void clearMetadata();
 
-    /// `setMetadata:forKey:` Keeps `value` under `key`; does nothing without a value or with an empty key.
+    /// `setMetadata:forKey:` Keeps `value` under `key`; does nothing without a value or with an
+    /// empty key.
     void setMetadataForKey(std::optional<std::string> value, std::string_view key);
 
     /// `metadataForKey:` The tag under `key`, or absent.
@@ -90,15 +93,16 @@ public:
     /// `audioCodecsInfo` One record for each sample description of each audio track, in file order.
     [[nodiscard]] virtual KXMDCodecInfo::List audioCodecsInfo() const;
 
-    /// `hasValidAlbumCover` Whether the embedded covers are at least 200 by 200; true for files that
-    /// cannot have one.
+    /// `hasValidAlbumCover` Whether the embedded covers are at least 200 by 200; true for files
+    /// that cannot have one.
     [[nodiscard]] virtual bool hasValidAlbumCover() const;
 
     /// `canInsertAlbumCover` Whether the file has a place for a cover.
     [[nodiscard]] virtual bool canInsertAlbumCover() const;
 
-    /// `filesizeWithValidAlbumCover:` The file's size in bytes once `image` is its cover, unless it has
-    /// a valid one already. The first answer is kept for the object's life, whatever `image` is later.
+    /// `filesizeWithValidAlbumCover:` The file's size in bytes once `image` is its cover, unless it
+    /// has a valid one already. The first answer is kept for the object's life, whatever `image` is
+    /// later.
     [[nodiscard]] std::uint64_t filesizeWithValidAlbumCover(ImageRef const& image);
 
     /// `albumCoverFromData:` The embedded cover of the file that `data` reads, or null.

@@ -9,7 +9,8 @@
 #include <memory>
 
 /// Where an application asks for the metadata of its files. Safe to use from several threads.
-class KX_EXPORT KXMDFileMetaController : public std::enable_shared_from_this<KXMDFileMetaController> {
+class KX_EXPORT KXMDFileMetaController
+    : public std::enable_shared_from_this<KXMDFileMetaController> {
 public:
     using Ref = std::shared_ptr<KXMDFileMetaController>;
 
@@ -27,14 +28,15 @@ public:
     [[nodiscard]] KXMDFileMeta::Ref fileMetaForFile(KXDCFile const& file) const;
 
     /// `fileMetaForFile:handler:` Reads the metadata on the controller's queue and hands it to
-    /// `handler` there, exactly once; a handler that touches a user interface goes to its thread itself.
+    /// `handler` there, exactly once; a handler that touches a user interface goes to its thread
+    /// itself.
     ///
-    /// Requests are answered in order, also after the caller has let go of the controller. `file` is
-    /// kept until then.
+    /// Requests are answered in order, also after the caller has let go of the controller. `file`
+    /// is kept until then.
     void fileMetaForFile(KXDCFile::Ref file, Handler handler);
 
-    /// `mergeFileMeta:intoFile:` Stores the tags that `meta` has on `file` and names the file after its
-    /// title. Other entries of the file stay as they are.
+    /// `mergeFileMeta:intoFile:` Stores the tags that `meta` has on `file` and names the file after
+    /// its title. Other entries of the file stay as they are.
     void mergeFileMetaIntoFile(KXMDFileMeta const& meta, KXDCFile& file) const;
 
 private:

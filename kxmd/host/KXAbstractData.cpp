@@ -41,8 +41,7 @@ private:
 std::size_t positionOfTerminator(std::span<std::uint8_t const> bytes, std::size_t unitSize)
 {
     if (unitSize == 1)
-        return static_cast<std::size_t>(
-            std::find(bytes.begin(), bytes.end(), 0) - bytes.begin());
+        return static_cast<std::size_t>(std::find(bytes.begin(), bytes.end(), 0) - bytes.begin());
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
         if (!bytes[i] && !bytes[i + 1])
             return i;
@@ -87,8 +86,7 @@ bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
 
 std::uint64_t KXAbstractData::readBytesToMaxLength(std::uint8_t* bytes, std::uint64_t maxLength)
 {
-    std::uint64_t const count
-        = copyBytesAt(_offset, bytes, std::min(maxLength, remainingLength()));
+    std::uint64_t const count = copyBytesAt(_offset, bytes, std::min(maxLength, remainingLength()));
     _offset += count;
     return count;
 }
@@ -181,10 +179,7 @@ KXMutableAbstractData::Ref KXMutableAbstractData::abstractDataWithData(KXMutable
     return Ref(new KXMutableAbstractData(std::move(data)));
 }
 
-std::uint64_t KXMutableAbstractData::length() const
-{
-    return _data->length();
-}
+std::uint64_t KXMutableAbstractData::length() const { return _data->length(); }
 
 std::uint8_t const* KXMutableAbstractData::bytesAt(std::uint64_t position, std::size_t)
 {

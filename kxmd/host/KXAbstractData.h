@@ -23,7 +23,8 @@ enum class KXSwap : bool {
 
 /// What one parse may spend, since files can claim far more than they hold.
 ///
-/// The parsers draw from it; a reader begins with a full one, and so does each parse of a whole file.
+/// The parsers draw from it; a reader begins with a full one, and so does each parse of a whole
+/// file.
 struct KX_EXPORT KXParseBudget {
     /// Takes one of the nodes. False when none is left, the first time with `message` logged.
     [[nodiscard]] bool takeNode(char const* message)
@@ -35,7 +36,8 @@ struct KX_EXPORT KXParseBudget {
     }
 
     std::uint32_t nodes { 1u << 20 }; ///< Atoms or frames that may still be kept.
-    std::uint32_t pictureSegments { 1u << 20 }; ///< Segments of picture headers that may still be passed.
+    std::uint32_t pictureSegments { 1u
+        << 20 }; ///< Segments of picture headers that may still be passed.
     std::uint32_t pictureLoads { 64 }; ///< Pictures that may still be given to a picture library.
 
 private:
@@ -46,10 +48,10 @@ private:
 
 /// A random-access reader over a file or a byte buffer, with one read position.
 ///
-/// A read starts at `offset` and moves it past what was read. A read that fails (not enough bytes, or
-/// bytes that the encoding cannot decode) returns false, leaves `offset` where it was and stores 0 or
-/// null into its target; several walks end on that zero. Nothing is allocated before the bytes are
-/// known to be there. One thread at a time; no lock.
+/// A read starts at `offset` and moves it past what was read. A read that fails (not enough bytes,
+/// or bytes that the encoding cannot decode) returns false, leaves `offset` where it was and stores
+/// 0 or null into its target; several walks end on that zero. Nothing is allocated before the bytes
+/// are known to be there. One thread at a time; no lock.
 class KX_EXPORT KXAbstractData {
 public:
     using Ref = std::shared_ptr<KXAbstractData>;
@@ -108,14 +110,16 @@ public:
     /// `readUInt8To:` Reads one byte.
     [[nodiscard]] bool readUInt8To(std::uint8_t& value) { return readIntegerTo(value); }
 
-    /// `readUInt32OrZero:` The next four bytes as a number; 0, without moving, when they are not there.
+    /// `readUInt32OrZero:` The next four bytes as a number; 0, without moving, when they are not
+    /// there.
     std::uint32_t readUInt32OrZero(KXSwap swap)
     {
         std::uint32_t value;
         return readUInt32To(value, swap) ? value : 0;
     }
 
-    /// `readUInt16OrZero:` The next two bytes as a number; 0, without moving, when they are not there.
+    /// `readUInt16OrZero:` The next two bytes as a number; 0, without moving, when they are not
+    /// there.
     std::uint16_t readUInt16OrZero(KXSwap swap)
     {
         std::uint16_t value;
@@ -135,7 +139,8 @@ public:
     /// `readBytesTo:length:` Copies exactly `length` bytes to `bytes`, or none.
     [[nodiscard]] bool readBytesTo(std::uint8_t* bytes, std::uint64_t length);
 
-    /// `readBytesTo:maxLength:` Copies up to `maxLength` bytes to `bytes`; returns how many, 0 at the end.
+    /// `readBytesTo:maxLength:` Copies up to `maxLength` bytes to `bytes`; returns how many, 0 at
+    /// the end.
     [[nodiscard]] std::uint64_t readBytesToMaxLength(std::uint8_t* bytes, std::uint64_t maxLength);
 
     /// `readStringTo:length:encoding:` Decodes exactly `length` bytes; zeros among them are kept.
@@ -174,8 +179,8 @@ protected:
     void setWindow(Window window) { _window = window; }
 
 private:
-    /// The `count` bytes at `position`, which the source holds, in one piece; null when they cannot be
-    /// read. `count` is at most `longestContiguousRead`. Valid until the next call.
+    /// The `count` bytes at `position`, which the source holds, in one piece; null when they cannot
+    /// be read. `count` is at most `longestContiguousRead`. Valid until the next call.
     virtual std::uint8_t const* bytesAt(std::uint64_t position, std::size_t count) = 0;
 
     /// Copies the bytes at `position`, which the source holds; returns how many could be read.
@@ -191,8 +196,7 @@ private:
         return count <= remainingLength() ? bytesAt(_offset, count) : nullptr;
     }
 
-    template <class Integer>
-    bool readIntegerTo(Integer& value)
+    template <class Integer> bool readIntegerTo(Integer& value)
     {
         std::uint8_t const* const bytes = contiguousBytes(sizeof value);
         if (!bytes) {
@@ -213,8 +217,8 @@ private:
     KXParseBudget _budget;
 };
 
-/// A reader over a mutable byte buffer. After an edit of the buffer a fresh reader is made over it; an
-/// old one stays safe and reads the edited bytes.
+/// A reader over a mutable byte buffer. After an edit of the buffer a fresh reader is made over it;
+/// an old one stays safe and reads the edited bytes.
 class KX_EXPORT KXMutableAbstractData final : public KXAbstractData {
 public:
     using Ref = std::shared_ptr<KXMutableAbstractData>;

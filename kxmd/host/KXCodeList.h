@@ -27,6 +27,9 @@ public:
         return _codes.find(code) != std::string_view::npos;
     }
 
+    /// `codes` The text that the set was written as.
+    constexpr std::string_view codes() const { return _codes; }
+
 private:
     static constexpr std::size_t windowLength = 4;
     static constexpr std::size_t bitsPerWord = 64;

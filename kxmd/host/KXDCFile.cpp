@@ -37,10 +37,7 @@ void KXDCSimpleFile::setName(std::string name)
     _name = std::move(name);
 }
 
-std::string KXDCSimpleFile::filename() const
-{
-    return std::string(lastPathComponent(_sourcePath));
-}
+std::string KXDCSimpleFile::filename() const { return std::string(lastPathComponent(_sourcePath)); }
 
 std::string KXDCSimpleFile::name() const
 {

@@ -19,9 +19,9 @@ KX_EXPORT std::string_view textOfValue(KXDCValue const& value);
 /// The `fileKind` of a playlist.
 constexpr int KXDCFileKindPlaylist = 64;
 
-/// The host's description of one file on the computer. A host implements it over its own objects, or
-/// uses `KXDCSimpleFile`. The library calls it on the thread that it was itself called on, and on the
-/// queue of a controller that was given the file for later.
+/// The host's description of one file on the computer. A host implements it over its own objects,
+/// or uses `KXDCSimpleFile`. The library calls it on the thread that it was itself called on, and
+/// on the queue of a controller that was given the file for later.
 class KX_EXPORT KXDCFile {
 public:
     using Ref = std::shared_ptr<KXDCFile>;

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-/// Prepares a file on its way to a phone. Stateless: the host calls the two operations independently
-/// of each other, for different files on several threads at once.
+/// Prepares a file on its way to a phone. Stateless: the host calls the two operations
+/// independently of each other, for different files on several threads at once.
 class KX_EXPORT KXDCFileProcessor {
 public:
     virtual ~KXDCFileProcessor();
@@ -19,8 +19,8 @@ public:
     [[nodiscard]] virtual KXAbstractData::Ref processedFileDataForFileProxy(
         KXDCFileProxy const& fileProxy, KXAbstractData::Ref fileData) const = 0;
 
-    /// `processedFilesizeForFileProxy:filesize:` The size in bytes that the processed file will have,
-    /// told from its present `filesize` without producing it.
+    /// `processedFilesizeForFileProxy:filesize:` The size in bytes that the processed file will
+    /// have, told from its present `filesize` without producing it.
     [[nodiscard]] virtual std::uint64_t processedFilesizeForFileProxy(
         KXDCFileProxy const& fileProxy, std::uint64_t filesize) const = 0;
 };

@@ -29,8 +29,8 @@ bool KXMutableData::insertBytesAt(std::span<std::uint8_t const> bytes, std::uint
 {
     if (!contains(position, 0))
         return false;
-    _bytes.insert(
-        std::next(_bytes.begin(), static_cast<std::ptrdiff_t>(position)), bytes.begin(), bytes.end());
+    _bytes.insert(std::next(_bytes.begin(), static_cast<std::ptrdiff_t>(position)), bytes.begin(),
+        bytes.end());
     return true;
 }
 

@@ -47,12 +47,13 @@ public:
     /// `bytes` must not lie in this buffer. False when the position is past the end.
     [[nodiscard]] bool insertBytesAt(std::span<std::uint8_t const> bytes, std::uint64_t position);
 
-    /// `removeBytesAt:length:` Removes `length` bytes from `position` on. False when they are not all there.
+    /// `removeBytesAt:length:` Removes `length` bytes from `position` on. False when they are not
+    /// all there.
     [[nodiscard]] bool removeBytesAt(std::uint64_t position, std::uint64_t length);
 
-    /// `replaceBytesAt:bytes:` Overwrites as many bytes as `bytes` has. False when they are not all there.
-    [[nodiscard]] bool replaceBytesAt(
-        std::uint64_t position, std::span<std::uint8_t const> bytes);
+    /// `replaceBytesAt:bytes:` Overwrites as many bytes as `bytes` has. False when they are not all
+    /// there.
+    [[nodiscard]] bool replaceBytesAt(std::uint64_t position, std::span<std::uint8_t const> bytes);
 
 private:
     bool contains(std::uint64_t position, std::uint64_t length) const;

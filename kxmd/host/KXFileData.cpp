@@ -8,9 +8,9 @@
 
 namespace {
 
-// Sizes of the windows, in bytes. The head of a file usually holds all of its tags. Behind a jump lie
-// a few atoms or frames before the next jump, so little is read there; a parse that goes straight on
-// gets longer windows, one twice the other.
+// Sizes of the windows, in bytes. The head of a file usually holds all of its tags. Behind a jump
+// lie a few atoms or frames before the next jump, so little is read there; a parse that goes
+// straight on gets longer windows, one twice the other.
 constexpr std::size_t headWindowLength = 8 * 1024;
 constexpr std::size_t jumpWindowLength = 2 * 1024;
 constexpr std::size_t longestWindowLength = 64 * 1024;
@@ -37,18 +37,15 @@ KXFileData::KXFileData(int descriptor, std::uint64_t length)
 {
 }
 
-KXFileData::~KXFileData()
-{
-    ::close(_descriptor);
-}
+KXFileData::~KXFileData() { ::close(_descriptor); }
 
 std::uint64_t KXFileData::readFile(
     std::uint64_t position, std::uint8_t* target, std::uint64_t count)
 {
     std::uint64_t done = 0;
     while (done < count) {
-        ssize_t const got = ::pread(_descriptor, target + done, static_cast<std::size_t>(count - done),
-            static_cast<off_t>(position + done));
+        ssize_t const got = ::pread(_descriptor, target + done,
+            static_cast<std::size_t>(count - done), static_cast<off_t>(position + done));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0) // Cut off under us, or unreadable.
@@ -98,8 +95,8 @@ std::uint8_t const* KXFileData::bytesAt(std::uint64_t position, std::size_t coun
         slot.capacity = wanted;
     }
     slot.start = position;
-    slot.length = readFile(position, slot.bytes.get(),
-        std::min<std::uint64_t>(wanted, _length - position));
+    slot.length
+        = readFile(position, slot.bytes.get(), std::min<std::uint64_t>(wanted, _length - position));
     setWindow({ slot.bytes.get(), slot.start, slot.length });
     return count <= slot.length ? slot.bytes.get() : nullptr;
 }

@@ -4,12 +4,10 @@
 #include <utility>
 
 /// A value together with the lock that guards it: without the lock it cannot be reached.
-template <class Value, class Mutex = std::mutex>
-class KXGuarded {
+template <class Value, class Mutex = std::mutex> class KXGuarded {
 public:
     /// Access to the value for as long as this object lives.
-    template <class Accessed>
-    class Access {
+    template <class Accessed> class Access {
     public:
         Access(Accessed& value, Mutex& mutex)
             : _lock(mutex)

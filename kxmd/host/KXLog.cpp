@@ -15,7 +15,8 @@ void writeLineToStandardError(std::string_view category, std::string_view text)
 {
     std::string line;
     line.append("[").append(category).append("] ").append(text).append("\n");
-    // One write keeps lines of several threads and processes whole. Nobody can be told of a failure.
+    // One write keeps lines of several threads and processes whole. Nobody can be told of a
+    // failure.
     [[maybe_unused]] auto const written = ::write(STDERR_FILENO, line.data(), line.size());
 }
 

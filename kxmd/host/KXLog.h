@@ -17,6 +17,6 @@ KX_EXPORT void KXLog(char const* category, char const* format, ...)
 
 /// `setLogSink:` Sends log lines to `sink` from now on; an empty function turns logging off.
 ///
-/// Until the first call lines go to standard error as "[Metadata] text". Safe on any thread, but not
-/// from within a sink.
+/// Until the first call lines go to standard error as "[Metadata] text". Safe on any thread, but
+/// not from within a sink.
 KX_EXPORT void setLogSink(KXLogSink sink);

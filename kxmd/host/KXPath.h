@@ -12,12 +12,14 @@ KX_EXPORT std::vector<std::string_view> pathComponents(std::string_view path);
 /// `lastPathComponent:` The name behind the last slash, trailing slashes aside; empty for "/".
 KX_EXPORT std::string_view lastPathComponent(std::string_view path);
 
-/// `pathByDeletingLastPathComponent:` The path in front of the last component: "/" for a path at the
-/// root, empty for a bare name.
+/// `pathByDeletingLastPathComponent:` The path in front of the last component: "/" for a path at
+/// the root, empty for a bare name.
 KX_EXPORT std::string_view pathByDeletingLastPathComponent(std::string_view path);
 
-/// `relativePath:forRootFolder:` The part of `path` below `rootFolder`, its components joined by "/".
+/// `relativePath:forRootFolder:` The part of `path` below `rootFolder`, its components joined by
+/// "/".
 ///
 /// Empty when `path` is the folder itself or lies outside of it. Whole components are compared, so
-/// "/Music2/a" lies outside "/Music"; ".." is resolved in the text alone, and the disk is not asked.
+/// "/Music2/a" lies outside "/Music"; ".." is resolved in the text alone, and the disk is not
+/// asked.
 KX_EXPORT std::string relativePathForRootFolder(std::string_view path, std::string_view rootFolder);

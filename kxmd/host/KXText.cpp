@@ -12,10 +12,7 @@ bool isASCII(Bytes bytes)
     return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte < 0x80; });
 }
 
-std::string textOfBytes(Bytes bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
+std::string textOfBytes(Bytes bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 void appendCodePoint(std::string& text, char32_t codePoint)
 {
@@ -88,8 +85,8 @@ std::optional<std::string> textFromUTF16(Bytes bytes)
     bool const littleEndian = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
     bool const marked = littleEndian || (bytes.size() >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF);
     auto const unitAt = [&](std::size_t i) {
-        return static_cast<char32_t>(littleEndian ? bytes[i] | (bytes[i + 1] << 8)
-                                                  : (bytes[i] << 8) | bytes[i + 1]);
+        return static_cast<char32_t>(
+            littleEndian ? bytes[i] | (bytes[i + 1] << 8) : (bytes[i] << 8) | bytes[i + 1]);
     };
     std::string text;
     text.reserve(bytes.size());

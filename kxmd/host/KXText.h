@@ -18,8 +18,8 @@ enum KXStringEncoding : std::uint32_t {
 
 /// `textFromBytes:encoding:` Decodes all of `bytes`, embedded zeros included, to UTF-8.
 ///
-/// Absent when the bytes are not valid in the encoding (for UTF-16 also when their count is odd or a
-/// surrogate stands alone) or when the encoding is unknown. A UTF-16 byte-order mark is dropped.
+/// Absent when the bytes are not valid in the encoding (for UTF-16 also when their count is odd or
+/// a surrogate stands alone) or when the encoding is unknown. A UTF-16 byte-order mark is dropped.
 KX_EXPORT std::optional<std::string> textFromBytes(
     std::span<std::uint8_t const> bytes, KXStringEncoding encoding);
 

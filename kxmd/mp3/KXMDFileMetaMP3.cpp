@@ -19,9 +19,8 @@ struct FrameIdentifiers {
 };
 
 constexpr FrameIdentifiers identifiersOfVersion2 { "TT2", "TP1", "", "TAL", "PIC", "JPG" };
-constexpr FrameIdentifiers identifiersOfVersions3And4 {
-    "TIT2", "TPE1", "TPE2", "TALB", "APIC", "image/jpeg"
-};
+constexpr FrameIdentifiers identifiersOfVersions3And4 { "TIT2", "TPE1", "TPE2", "TALB", "APIC",
+    "image/jpeg" };
 
 constexpr FrameIdentifiers identifiersOfVersion(std::uint16_t majorVersion)
 {
@@ -118,8 +117,8 @@ bool KXMDFileMetaMP3::readHeader(KXAbstractData& data)
     std::uint32_t extendedHeaderSize = 0;
     if (major == KXID3Version4 && flags & extendedHeaderFlag) {
         KXLog("Metadata", "Contains extended header v2.4");
-        // Counts its own four bytes, which are skipped once more all the same; hosts expect the frames
-        // that are then found.
+        // Counts its own four bytes, which are skipped once more all the same; hosts expect the
+        // frames that are then found.
         extendedHeaderSize
             = KXMDFileMetaMP3Frame::syncSafeSizeToSize(data.readUInt32OrZero(KXSwap::no));
     } else if (major == KXID3Version3 && flags & extendedHeaderFlag) {
@@ -133,11 +132,12 @@ bool KXMDFileMetaMP3::readHeader(KXAbstractData& data)
 void KXMDFileMetaMP3::readFrames(KXAbstractData& data)
 {
     KXMDFileMetaMP3Frame::List frames;
-    // The size does not count the header's ten bytes, yet positions in the file are held against it:
-    // frames that begin in the tag's last ten bytes are left out, on purpose.
+    // The size does not count the header's ten bytes, yet positions in the file are held against
+    // it: frames that begin in the tag's last ten bytes are left out, on purpose.
     while (data.offset() < _headerSize) {
         auto frame = KXMDFileMetaMP3Frame::frameWithData(data, _id3Version);
-        if (!frame || !data.budget().takeNode("KXMDFileMetaMP3->too many frames, the rest is left out"))
+        if (!frame
+            || !data.budget().takeNode("KXMDFileMetaMP3->too many frames, the rest is left out"))
             break;
         bool const advances = frame->size() != 0; // Sizes wrap in 32 bits.
         frames.push_back(std::move(frame));
@@ -196,10 +196,7 @@ bool KXMDFileMetaMP3::hasValidAlbumCover() const
     return rule.isMet();
 }
 
-bool KXMDFileMetaMP3::canInsertAlbumCover() const
-{
-    return !frames()->empty();
-}
+bool KXMDFileMetaMP3::canInsertAlbumCover() const { return !frames()->empty(); }
 
 std::uint64_t KXMDFileMetaMP3::albumCoverSizeForEmbeddedTags() const
 {

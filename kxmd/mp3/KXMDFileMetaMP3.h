@@ -17,8 +17,8 @@ public:
     /// `init` An object without frames and tags, until it parses a file.
     KXMDFileMetaMP3();
 
-    /// `parseAbstractData:` Reads the tag at the start of the file. False, with the object as it was,
-    /// when there is none, or one that is unsynchronised, compressed or of another version.
+    /// `parseAbstractData:` Reads the tag at the start of the file. False, with the object as it
+    /// was, when there is none, or one that is unsynchronised, compressed or of another version.
     bool parseAbstractData(KXAbstractData& data) override;
 
     /// `id3Version` The tag's version: major version in the high byte, revision in the low one.
@@ -33,7 +33,8 @@ public:
     /// `frames` The frames in file order, as they are now; never null.
     [[nodiscard]] FrameList frames() const { return _id3Frames.load(); }
 
-    /// `allFramesWithTag:` The frames with exactly this identifier, in file order; absent for an empty one.
+    /// `allFramesWithTag:` The frames with exactly this identifier, in file order; absent for an
+    /// empty one.
     [[nodiscard]] std::optional<KXMDFileMetaMP3Frame::List> allFramesWithTag(
         std::string_view tag) const;
 

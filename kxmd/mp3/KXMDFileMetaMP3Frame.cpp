@@ -34,8 +34,8 @@ std::uint32_t KXMDFileMetaMP3Frame::syncSafeSizeToSize(std::uint32_t syncSafeSiz
 
 std::uint32_t KXMDFileMetaMP3Frame::sizeToSyncSafeSize(std::uint32_t size)
 {
-    return __builtin_bswap32((size & 0x7F) | (size << 1 & 0x7F00) | (size << 2 & 0x7F0000)
-        | (size << 3 & 0x7F000000));
+    return __builtin_bswap32(
+        (size & 0x7F) | (size << 1 & 0x7F00) | (size << 2 & 0x7F0000) | (size << 3 & 0x7F000000));
 }
 
 std::uint32_t KXMDFileMetaMP3Frame::headerSize() const
@@ -108,8 +108,8 @@ void KXMDFileMetaMP3Frame::readPicture(KXAbstractData& data)
         : data.readStringToZeroTerminationInto(text, longestPictureText, KXStringEncodingLatin1);
     if (!hasFormat || !data.readUInt8To(kind))
         return;
-    // By the picture type, not by the text encoding; it has been so for as long as covers of type 0 are
-    // written, and hosts rely on what is then found.
+    // By the picture type, not by the text encoding; it has been so for as long as covers of type 0
+    // are written, and hosts rely on what is then found.
     KXStringEncoding const encoding = kind ? KXStringEncodingUnicode : KXStringEncodingLatin1;
     if (!data.readStringToZeroTerminationInto(text, longestPictureText, encoding))
         return;
@@ -128,8 +128,8 @@ void KXMDFileMetaMP3Frame::readText(KXAbstractData& data)
     std::uint8_t encodingByte;
     if (!data.readUInt8To(encodingByte))
         return;
-    // All other encodings, UTF-16 without byte-order mark and UTF-8 of ID3v2.4 included, are read as
-    // Latin-1; hosts expect it.
+    // All other encodings, UTF-16 without byte-order mark and UTF-8 of ID3v2.4 included, are read
+    // as Latin-1; hosts expect it.
     KXStringEncoding const encoding
         = encodingByte == utf16 ? KXStringEncodingUnicode : KXStringEncodingLatin1;
     // In 32 bits: an empty frame wraps to a length that no reader grants.

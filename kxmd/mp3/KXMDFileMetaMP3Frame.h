@@ -31,13 +31,15 @@ public:
     /// version is unknown or the identifier cannot be read.
     [[nodiscard]] static Ref frameWithData(KXAbstractData& data, std::uint16_t version);
 
-    /// `syncSafeSizeToSize:` Decodes a sync-safe integer (ID3v2.4.0 structure, 6.2: seven bits a byte).
+    /// `syncSafeSizeToSize:` Decodes a sync-safe integer (ID3v2.4.0 structure, 6.2: seven bits a
+    /// byte).
     ///
-    /// Takes its four bytes as they lie in the file, loaded without a swap. The top bits are ignored.
+    /// Takes its four bytes as they lie in the file, loaded without a swap. The top bits are
+    /// ignored.
     [[nodiscard]] static std::uint32_t syncSafeSizeToSize(std::uint32_t syncSafeSize);
 
-    /// `sizeToSyncSafeSize:` The sync-safe integer of `size`, ready to be stored without a swap. Bits
-    /// above the lowest 28 are cut off.
+    /// `sizeToSyncSafeSize:` The sync-safe integer of `size`, ready to be stored without a swap.
+    /// Bits above the lowest 28 are cut off.
     [[nodiscard]] static std::uint32_t sizeToSyncSafeSize(std::uint32_t size);
 
     /// `headerSize` Bytes of the frame's header: 6 or 10 by `id3Version`, 0 without one.
@@ -63,8 +65,8 @@ public:
     /// `setTag:` Replaces the identifier.
     void setTag(std::string tag) { _tag = std::move(tag); }
 
-    /// `content` The text of a title, artist, album or album artist frame; absent for other frames and
-    /// when it could not be decoded.
+    /// `content` The text of a title, artist, album or album artist frame; absent for other frames
+    /// and when it could not be decoded.
     [[nodiscard]] std::optional<std::string> const& content() const { return _content; }
     /// `setContent:` Replaces the text.
     void setContent(std::optional<std::string> content) { _content = std::move(content); }
@@ -79,8 +81,8 @@ public:
     /// `setId3Version:` Sets the version word.
     void setId3Version(std::uint32_t id3Version) { _id3Version = id3Version; }
 
-    /// `albumCoverSize` Size in pixels of a picture frame's picture; 0 by 0 for other frames and when it
-    /// cannot be decoded.
+    /// `albumCoverSize` Size in pixels of a picture frame's picture; 0 by 0 for other frames and
+    /// when it cannot be decoded.
     [[nodiscard]] KXSize albumCoverSize() const { return _albumCoverSize; }
     /// `setAlbumCoverSize:` Sets the size of the picture.
     void setAlbumCoverSize(KXSize size) { _albumCoverSize = size; }

@@ -29,10 +29,7 @@ constexpr TagKey tagKeys[] {
 
 }
 
-KXMDFileMetaMP4::KXMDFileMetaMP4()
-{
-    setMetaType(KXMDMetaTypeMP4);
-}
+KXMDFileMetaMP4::KXMDFileMetaMP4() { setMetaType(KXMDMetaTypeMP4); }
 
 bool KXMDFileMetaMP4::parseAbstractData(KXAbstractData& data)
 {

@@ -20,8 +20,8 @@ public:
     /// highest at least 200 high; the two may be different covers.
     [[nodiscard]] bool hasValidAlbumCover() const override;
 
-    /// `canInsertAlbumCover` Whether the file has a tag list and a 32-bit chunk offset table. Neither is
-    /// ever created.
+    /// `canInsertAlbumCover` Whether the file has a tag list and a 32-bit chunk offset table.
+    /// Neither is ever created.
     [[nodiscard]] bool canInsertAlbumCover() const override;
 
     [[nodiscard]] std::uint64_t albumCoverSizeForEmbeddedTags() const override;

@@ -43,12 +43,6 @@ void KXMP4Atom::setTag(std::string tag)
     _tag.swap(tag);
 }
 
-bool KXMP4Atom::hasTag(std::string_view tag) const
-{
-    std::scoped_lock const lock(_lock);
-    return _tag == tag;
-}
-
 std::optional<std::string> KXMP4Atom::content() const
 {
     std::scoped_lock const lock(_lock);
@@ -118,7 +112,7 @@ KXMP4Atom* KXMP4Atom::rootAtom()
 KXMP4Atom* KXMP4Atom::trackAtom()
 {
     KXMP4Atom* atom = this;
-    while (atom && !atom->hasTag("trak"))
+    while (atom && atom->_tag != "trak")
         atom = atom->_parent;
     return atom;
 }
@@ -135,14 +129,14 @@ KXMP4TrackType KXMP4Atom::trackType()
 
 bool KXMP4Atom::isContainerAtom()
 {
-    switch (KXMP4AtomParser::containerRuleOfTag(tag())) {
-    case KXMP4AtomParser::ContainerRule::always:
+    switch (containerRuleOfTag(tag())) {
+    case KXMP4ContainerRule::always:
         return true;
-    case KXMP4AtomParser::ContainerRule::onceRootIsParsed:
+    case KXMP4ContainerRule::onceRootIsParsed:
         return rootIsParsed();
-    case KXMP4AtomParser::ContainerRule::inMediaTracks:
+    case KXMP4ContainerRule::inMediaTracks:
         return rootIsParsed() && trackType() != KXMP4TrackTypeNone;
-    case KXMP4AtomParser::ContainerRule::never:
+    case KXMP4ContainerRule::never:
         break;
     }
     return false;
@@ -150,33 +144,35 @@ bool KXMP4Atom::isContainerAtom()
 
 KXMP4Atom::List KXMP4Atom::allAtomsWithPath(std::string_view path)
 {
-    // One list of atoms a step, so that the depth of the path costs no stack.
+    std::size_t const slash = path.find('/');
+    std::string_view step = path.substr(0, slash);
     List matched;
-    bool isFirstStep = true;
-    for (bool isLastStep = false; !isLastStep;) {
-        std::size_t const slash = path.find('/');
-        std::string_view const step = path.substr(0, slash);
-        isLastStep = slash == std::string_view::npos;
-        path.remove_prefix(isLastStep ? path.size() : slash + 1);
+    if (!_parent)
+        appendChildrenWithTag(step, matched);
+    else if (_tag == step)
+        matched.push_back(shared_from_this());
 
-        List next;
-        auto const keepMatchingChildren = [&next, step](KXMP4Atom const& atom) {
-            std::scoped_lock const lock(atom._lock);
-            std::copy_if(atom._children.begin(), atom._children.end(), std::back_inserter(next),
-                [step](Ref const& child) { return child->hasTag(step); });
-        };
-        if (!isFirstStep) {
-            for (auto const& atom : matched)
-                keepMatchingChildren(*atom);
-        } else if (!_parent) {
-            keepMatchingChildren(*this);
-        } else if (hasTag(step)) {
-            next.push_back(shared_from_this());
-        }
-        matched = std::move(next);
-        isFirstStep = false;
+    // One list of atoms a step, so that the length of the path costs no stack.
+    List next;
+    for (std::size_t end = slash; end != std::string_view::npos && !matched.empty();) {
+        path.remove_prefix(end + 1);
+        end = path.find('/');
+        step = path.substr(0, end);
+        next.clear();
+        for (auto const& atom : matched)
+            atom->appendChildrenWithTag(step, next);
+        matched.swap(next);
     }
     return matched;
+}
+
+void KXMP4Atom::appendChildrenWithTag(std::string_view tag, List& atoms) const
+{
+    std::scoped_lock const lock(_lock);
+    for (auto const& child : _children) {
+        if (child->_tag == tag)
+            atoms.push_back(child);
+    }
 }
 
 KXMP4Atom::Ref KXMP4Atom::lastAtomBelow(std::string_view pathBelow)
@@ -303,7 +299,4 @@ void KXMP4Atom::parseAtomSpecificData(KXAbstractData& data)
         setContent(std::move(text));
 }
 
-std::optional<KXMDCodecInfo> KXMP4Atom::codecInfo()
-{
-    return std::nullopt;
-}
+std::optional<KXMDCodecInfo> KXMP4Atom::codecInfo() { return std::nullopt; }

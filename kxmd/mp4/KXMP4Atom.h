@@ -25,9 +25,9 @@ enum KXMP4TrackType : std::int32_t {
 /// One node of the atom tree of an MP4 or QuickTime file (a box in ISO/IEC 14496-12), or the root
 /// above its top-level atoms, tagged "ROOT".
 ///
-/// Only 32-bit sizes are understood: a size of 0 ends the list of atoms that it stands in, and one of 1
-/// to 7 is taken as it is. A tree is built and edited by one thread at a time; a finished one may be
-/// read by several. A parent owns its children; the link back is not owned.
+/// Only 32-bit sizes are understood: a size of 0 ends the list of atoms that it stands in, and one
+/// of 1 to 7 is taken as it is. A tree is built and edited by one thread at a time; a finished one
+/// may be read by several. A parent owns its children; the link back is not owned.
 class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
 public:
     using Ref = std::shared_ptr<KXMP4Atom>;
@@ -53,7 +53,8 @@ public:
     /// `setOffset:` Sets the position.
     void setOffset(std::uint64_t offset) { _offset = offset; }
 
-    /// `size` The atom's size field: bytes from `offset`, header included; of the root the file's length.
+    /// `size` The atom's size field: bytes from `offset`, header included; of the root the file's
+    /// length.
     [[nodiscard]] std::uint64_t size() const { return _size; }
     /// `setSize:` Sets the size.
     void setSize(std::uint64_t size) { _size = size; }
@@ -121,12 +122,13 @@ public:
 
     /// `parseRootWithAbstractData:` Makes this atom the root of all atoms that `data` reads.
     void parseRootWithAbstractData(KXAbstractData& data);
-    /// `parseWithParent:abstractData:` Reads this atom anew at the read position, with its children,
-    /// and leaves the reader at the atom's end. `parent` as in `atomForParent:abstractData:`.
+    /// `parseWithParent:abstractData:` Reads this atom anew at the read position, with its
+    /// children, and leaves the reader at the atom's end. `parent` as in
+    /// `atomForParent:abstractData:`.
     void parseWithParent(KXMP4Atom* parent, KXAbstractData& data);
 
-    /// `parseAtomSpecificData:` Reads the fields behind the header, where the reader stands, and leaves
-    /// it where child atoms would begin. Here: the text of a tag atom.
+    /// `parseAtomSpecificData:` Reads the fields behind the header, where the reader stands, and
+    /// leaves it where child atoms would begin. Here: the text of a tag atom.
     virtual void parseAtomSpecificData(KXAbstractData& data);
 
     /// `codecInfo` What a sample entry says of its stream; absent for every other atom.
@@ -145,7 +147,7 @@ protected:
 private:
     friend class KXMP4AtomParser;
 
-    bool hasTag(std::string_view tag) const;
+    void appendChildrenWithTag(std::string_view tag, List& atoms) const;
 
     std::uint64_t _offset { 0 };
     std::uint64_t _size { 0 };

@@ -9,80 +9,56 @@
 #include "kxmd/mp4/KXMP4AtomSampleTable.h"
 #include "kxmd/mp4/KXMP4AtomSoundSD.h"
 #include "kxmd/mp4/KXMP4AtomStsd.h"
-#include "kxmd/mp4/KXMP4AtomTypesPrivate.h"
 #include "kxmd/mp4/KXMP4AtomVideoSD.h"
 
+#include <array>
+#include <cstring>
 #include <utility>
 
 namespace {
 
-template <class Atom>
-KXMP4Atom::Ref makeAtom()
+KXMP4Atom::Ref atomOfClass(KXMP4AtomClass atomClass)
 {
-    return std::make_shared<Atom>();
-}
-
-using AtomMaker = KXMP4Atom::Ref (*)();
-
-struct TypeClass {
-    std::string_view type;
-    AtomMaker make;
-};
-
-constexpr TypeClass typeClasses[] {
-    { "hdlr", makeAtom<KXMP4AtomHdlr> },
-    { "stco", makeAtom<KXMP4AtomSampleTable> },
-    { "meta", makeAtom<KXMP4AtomMeta> },
-    { "covr", makeAtom<KXMP4AtomCovr> },
-    { "stsd", makeAtom<KXMP4AtomStsd> },
-    { "esds", makeAtom<KXMP4AtomSDExtEsds> },
-    { "avcC", makeAtom<KXMP4AtomSDExtAvcc> },
-    { "d263", makeAtom<KXMP4AtomSDExtD263> },
-};
-
-struct TypeListClass {
-    KXCodeList const& types;
-    AtomMaker make;
-};
-
-constexpr TypeListClass typeListClasses[] {
-    { soundTypesAAC, makeAtom<KXMP4AtomSoundSD> },
-    { soundTypesALAC, makeAtom<KXMP4AtomSoundSD> },
-    { soundTypesAMR, makeAtom<KXMP4AtomSoundSD> },
-    { soundTypesAMRWB, makeAtom<KXMP4AtomSoundSD> },
-    { videoTypesMP4Visual, makeAtom<KXMP4AtomVideoSD> },
-    { videoTypesAVC, makeAtom<KXMP4AtomVideoSD> },
-    { videoTypesH263, makeAtom<KXMP4AtomVideoSD> },
-};
-
-KXMP4Atom::Ref atomOfType(std::string_view type)
-{
-    for (auto const& typeClass : typeClasses) {
-        if (type == typeClass.type)
-            return typeClass.make();
+    switch (atomClass) {
+    case KXMP4AtomClass::plain:
+        break;
+    case KXMP4AtomClass::hdlr:
+        return std::make_shared<KXMP4AtomHdlr>();
+    case KXMP4AtomClass::sampleTable:
+        return std::make_shared<KXMP4AtomSampleTable>();
+    case KXMP4AtomClass::meta:
+        return std::make_shared<KXMP4AtomMeta>();
+    case KXMP4AtomClass::covr:
+        return std::make_shared<KXMP4AtomCovr>();
+    case KXMP4AtomClass::stsd:
+        return std::make_shared<KXMP4AtomStsd>();
+    case KXMP4AtomClass::esds:
+        return std::make_shared<KXMP4AtomSDExtEsds>();
+    case KXMP4AtomClass::avcC:
+        return std::make_shared<KXMP4AtomSDExtAvcc>();
+    case KXMP4AtomClass::d263:
+        return std::make_shared<KXMP4AtomSDExtD263>();
+    case KXMP4AtomClass::soundSD:
+        return std::make_shared<KXMP4AtomSoundSD>();
+    case KXMP4AtomClass::videoSD:
+        return std::make_shared<KXMP4AtomVideoSD>();
     }
-    for (auto const& typeListClass : typeListClasses) {
-        if (typeListClass.types.contains(type))
-            return typeListClass.make();
-    }
-    return makeAtom<KXMP4Atom>();
+    return std::make_shared<KXMP4Atom>();
 }
 
-}
-
-KXMP4AtomParser::ContainerRule KXMP4AtomParser::containerRuleOfTag(std::string_view tag)
+/// The type's four Latin-1 characters in UTF-8; "NULL" for one that begins with a zero byte.
+std::string tagOfType(std::uint32_t type)
 {
-    if (tag.empty())
-        return ContainerRule::never;
-    if (containerTypes.contains(tag))
-        return ContainerRule::always;
-    if (sampleDescriptionTableTypes.contains(tag))
-        return ContainerRule::inMediaTracks;
-    // Of the sound entries only this one: those of the other codecs keep no children, on purpose.
-    if (videoTypesMP4Visual.contains(tag) || videoTypesAVC.contains(tag)
-        || videoTypesH263.contains(tag) || soundTypesAAC.contains(tag))
-        return ContainerRule::onceRootIsParsed;
-    return ContainerRule::never;
+    if (!(type & 0xFF))
+        return "NULL";
+    std::array<std::uint8_t, sizeof type> bytes;
+    std::memcpy(bytes.data(), &type, sizeof type);
+    constexpr std::uint32_t highBits = 0x80808080;
+    if (!(type & highBits)) // ASCII, as nearly all types are.
+        return std::string(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    return *textFromBytes(bytes, KXStringEncodingLatin1);
+}
+
 }
 
 KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
@@ -110,8 +86,8 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
     }
     root._rootIsParsed = true;
 
-    // What a sample description table holds depends on its track's handler, which may stand behind it:
-    // the tables are read again once all handlers are known.
+    // What a sample description table holds depends on its track's handler, which may stand behind
+    // it: the tables are read again once all handlers are known.
     KXMP4AtomParser secondPass(data, true);
     for (auto const& table : root.allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd")) {
         data.setOffset(table->_offset);
@@ -121,55 +97,67 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
 
 KXMP4Atom::Ref KXMP4AtomParser::readAtom(KXMP4Atom* parent)
 {
-    auto atom = openAtom(parent);
+    KXMP4ContainerRule rule {};
+    auto atom = openAtom(parent, rule);
     if (atom)
-        readChildren(*atom);
+        readChildren(*atom, rule);
     return atom;
 }
 
 void KXMP4AtomParser::parseAtom(KXMP4Atom& atom, KXMP4Atom* parent)
 {
-    readHeaderAndFields(atom, parent);
-    readChildren(atom);
+    atom.removeAllChildren();
+    Header const header = readHeader();
+    readFields(atom, parent, header);
+    readChildren(atom, traitsOfType(header.type).containerRule);
 }
 
-KXMP4Atom::Ref KXMP4AtomParser::openAtom(KXMP4Atom* parent)
+KXMP4AtomParser::Header KXMP4AtomParser::readHeader()
 {
-    std::uint64_t const offset = _data.offset();
-    std::uint32_t const size = _data.readUInt32OrZero(KXSwap::yes);
-    std::optional<std::string> type;
-    bool const isWhole = size && _data.readStringTo(type, 4, KXStringEncodingLatin1);
-    _data.setOffset(offset);
-    if (!isWhole || !_data.budget().takeNode("KXMP4Atom->too many atoms, the rest is left out"))
+    Header header;
+    header.offset = _data.offset();
+    header.size = _data.readUInt32OrZero(KXSwap::yes);
+    header.isTyped = _data.readUInt32To(header.type, KXSwap::no);
+    return header;
+}
+
+/// The atom at the read position with its fields, and when its payload is read as atoms.
+KXMP4Atom::Ref KXMP4AtomParser::openAtom(KXMP4Atom* parent, KXMP4ContainerRule& rule)
+{
+    Header const header = readHeader();
+    if (!header.size || !header.isTyped
+        || !_data.budget().takeNode("KXMP4Atom->too many atoms, the rest is left out")) {
+        _data.setOffset(header.offset);
         return nullptr;
-    auto atom = atomOfType(*type);
-    readHeaderAndFields(*atom, parent);
+    }
+    auto const traits = traitsOfType(header.type);
+    rule = traits.containerRule;
+    auto atom = atomOfClass(traits.atomClass);
+    readFields(*atom, parent, header);
     return atom;
 }
 
-void KXMP4AtomParser::readHeaderAndFields(KXMP4Atom& atom, KXMP4Atom* parent)
+/// Fills `atom`, whose header was just read, up to where its children would begin.
+void KXMP4AtomParser::readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header)
 {
-    atom.removeAllChildren();
     atom._parent = parent;
-    atom._offset = _data.offset();
-    atom._size = _data.readUInt32OrZero(KXSwap::yes);
-    std::optional<std::string> type;
-    bool const isTyped = _data.readStringTo(type, 4, KXStringEncodingLatin1);
-    atom.setTag(!isTyped ? std::string() : type->front() == '\0' ? "NULL" : std::move(*type));
+    atom._offset = header.offset;
+    atom._size = header.size;
+    atom._tag = header.isTyped ? tagOfType(header.type) : std::string();
     if (atom._size)
         atom.parseAtomSpecificData(_data);
 }
 
-bool KXMP4AtomParser::isContainer(KXMP4Atom& atom)
+bool KXMP4AtomParser::isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule)
 {
-    switch (containerRuleOfTag(atom._tag)) {
-    case ContainerRule::always:
+    switch (rule) {
+    case KXMP4ContainerRule::always:
         return true;
-    case ContainerRule::onceRootIsParsed:
+    case KXMP4ContainerRule::onceRootIsParsed:
         return _rootIsParsed;
-    case ContainerRule::inMediaTracks:
+    case KXMP4ContainerRule::inMediaTracks:
         return _rootIsParsed && trackTypeAround(atom) != KXMP4TrackTypeNone;
-    case ContainerRule::never:
+    case KXMP4ContainerRule::never:
         break;
     }
     return false;
@@ -210,25 +198,36 @@ void KXMP4AtomParser::push(OpenAtom open)
     _open.push_back(std::move(open));
 }
 
-void KXMP4AtomParser::readChildren(KXMP4Atom& atom)
+/// Without the lock: nobody else knows the tree yet.
+void KXMP4AtomParser::appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child)
 {
-    if (!atom._size || !isContainer(atom)) {
+    constexpr std::size_t usualChildren = 8;
+    if (parent._children.empty())
+        parent._children.reserve(usualChildren);
+    parent._children.push_back(std::move(child));
+}
+
+void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
+{
+    if (!atom._size || !isContainer(atom, rule)) {
         _data.setOffset(atom.end());
         return;
     }
     push({ &atom, nullptr });
     while (!_open.empty()) {
         KXMP4Atom& parent = *_open.back().atom;
+        KXMP4ContainerRule childRule {};
         KXMP4Atom::Ref child;
         if (_data.offset() < parent.end())
-            child = openAtom(&parent);
+            child = openAtom(&parent, childRule);
         if (!child) {
             closeLast();
-        } else if (isContainer(*child)) {
-            push({ child.get(), child });
+        } else if (isContainer(*child, childRule)) {
+            KXMP4Atom* const opened = child.get();
+            push({ opened, std::move(child) });
         } else {
             _data.setOffset(child->end());
-            parent.addChild(std::move(child));
+            appendChild(parent, std::move(child));
         }
     }
 }
@@ -236,13 +235,13 @@ void KXMP4AtomParser::readChildren(KXMP4Atom& atom)
 /// Ends the list of the innermost open atom, which joins its parent only now that it is finished.
 void KXMP4AtomParser::closeLast()
 {
-    OpenAtom const closed = std::move(_open.back());
+    OpenAtom closed = std::move(_open.back());
     _open.pop_back();
     if (!_openTracks.empty() && _openTracks.back().depth == _open.size())
         _openTracks.pop_back();
-    // Also back, when the last child ran past the end of its parent: those bytes are then walked again
-    // as what follows the parent. Wanted so; the budget of atoms bounds it.
+    // Also back, when the last child ran past the end of its parent: those bytes are then walked
+    // again as what follows the parent. Wanted so; the budget of atoms bounds it.
     _data.setOffset(closed.atom->end());
     if (closed.owner)
-        _open.back().atom->addChild(closed.owner);
+        appendChild(*_open.back().atom, std::move(closed.owner));
 }

@@ -1,38 +1,39 @@
 #pragma once
 
 #include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/KXMP4AtomTypesPrivate.h"
 
 #include <cstddef>
-#include <string_view>
+#include <cstdint>
 #include <vector>
 
 /// Builds atom trees from a reader. One parse, one object.
 ///
-/// The ancestors of the read position are kept in a list of their own: the machine stack does not grow
-/// with the depth of the file, and nothing is asked through the chain of parents.
+/// The ancestors of the read position are kept in a list of their own: the machine stack does not
+/// grow with the depth of the file, and nothing is asked through the chain of parents.
 class KXMP4AtomParser {
 public:
-    /// When an atom's payload is read as atoms.
-    enum class ContainerRule {
-        never,
-        always,
-        onceRootIsParsed, ///< Sample entries, in the second pass.
-        inMediaTracks, ///< Sample description tables, in the second pass over video and sound tracks.
-    };
-    static ContainerRule containerRuleOfTag(std::string_view tag);
-
     /// Makes `root` the root of all atoms that `data` reads, with a fresh budget.
     static void parseRoot(KXMP4Atom& root, KXAbstractData& data);
 
     KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed);
 
-    /// The atom at the read position with its children; null at the end of the list that it stands in.
+    /// The atom at the read position with its children; null at the end of the list that it stands
+    /// in.
     KXMP4Atom::Ref readAtom(KXMP4Atom* parent);
 
     /// Reads `atom` anew at the read position, with its children.
     void parseAtom(KXMP4Atom& atom, KXMP4Atom* parent);
 
 private:
+    /// The first eight bytes of an atom.
+    struct Header {
+        std::uint64_t offset { 0 };
+        std::uint32_t size { 0 };
+        std::uint32_t type { 0 }; ///< Its first byte in the lowest bits.
+        bool isTyped { false };
+    };
+
     struct OpenAtom {
         KXMP4Atom* atom;
         KXMP4Atom::Ref owner; ///< Null for the atom that the parse began with.
@@ -45,12 +46,14 @@ private:
         KXMP4TrackType type { KXMP4TrackTypeNone };
     };
 
-    KXMP4Atom::Ref openAtom(KXMP4Atom* parent);
-    void readHeaderAndFields(KXMP4Atom& atom, KXMP4Atom* parent);
-    void readChildren(KXMP4Atom& atom);
+    Header readHeader();
+    KXMP4Atom::Ref openAtom(KXMP4Atom* parent, KXMP4ContainerRule& rule);
+    void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
+    void readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule);
+    static void appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child);
     void push(OpenAtom open);
     void closeLast();
-    bool isContainer(KXMP4Atom& atom);
+    bool isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule);
     KXMP4TrackType trackTypeAround(KXMP4Atom& atom);
 
     KXAbstractData& _data;

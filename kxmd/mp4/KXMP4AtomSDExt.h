@@ -25,8 +25,8 @@ public:
     /// `setAvgBitrate:` Sets the average bit rate.
     void setAvgBitrate(std::int32_t avgBitrate) { _avgBitrate = avgBitrate; }
 
-    /// `audioChannels` Of audio: the low four bits of the audio object type. The channel count is the
-    /// sample entry's.
+    /// `audioChannels` Of audio: the low four bits of the audio object type. The channel count is
+    /// the sample entry's.
     [[nodiscard]] std::int32_t audioChannels() const { return _audioChannels; }
     /// `setAudioChannels:` Sets the channel figure.
     void setAudioChannels(std::int32_t audioChannels) { _audioChannels = audioChannels; }

@@ -2,7 +2,8 @@
 
 #include "kxmd/mp4/KXMP4AtomSDExt.h"
 
-/// The elementary stream descriptor (ISO/IEC 14496-14, 5.6; its descriptors: ISO/IEC 14496-1, 7.2.6).
+/// The elementary stream descriptor (ISO/IEC 14496-14, 5.6; its descriptors: ISO/IEC
+/// 14496-1, 7.2.6).
 class KX_EXPORT KXMP4AtomSDExtEsds final : public KXMP4AtomSDExt {
 public:
     /// `objectTypeIndication` The codec: 0x20 MPEG-4 Visual, 0x40 MPEG-4 Audio; 0 until read.
@@ -15,8 +16,9 @@ public:
     /// `setObjFlags:` Sets that byte.
     void setObjFlags(std::uint8_t objFlags) { _objFlags = objFlags; }
 
-    /// `skipFillersAndReadByte:` Reads a descriptor's length: the first byte that is not 0x80, 0x81 or
-    /// 0xFE, with which writers pad it. 0 at the end of the data. Lengths above 127 are not understood.
+    /// `skipFillersAndReadByte:` Reads a descriptor's length: the first byte that is not 0x80, 0x81
+    /// or 0xFE, with which writers pad it. 0 at the end of the data. Lengths above 127 are not
+    /// understood.
     [[nodiscard]] static std::uint8_t skipFillersAndReadByte(KXAbstractData& data);
 
     [[nodiscard]] std::string description() const override;

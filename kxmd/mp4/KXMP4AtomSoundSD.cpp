@@ -5,8 +5,8 @@
 
 std::string KXMP4AtomSoundSD::description() const
 {
-    return KXMP4Atom::description() + " : Sound SD, channels:"
-        + std::to_string(static_cast<std::int32_t>(_audioChannels));
+    return KXMP4Atom::description()
+        + " : Sound SD, channels:" + std::to_string(static_cast<std::int32_t>(_audioChannels));
 }
 
 void KXMP4AtomSoundSD::parseAtomSpecificData(KXAbstractData& data)

@@ -2,6 +2,9 @@
 
 #include "kxmd/host/KXCodeList.h"
 
+#include <cstdint>
+#include <string_view>
+
 // The atom types that the library knows by more than their size. Text in UTF-8, so that the byte A9
 // in front of QuickTime's user data types is the sign ©.
 
@@ -16,8 +19,42 @@ inline constexpr KXCodeList soundTypesAAC { "mp4a" };
 inline constexpr KXCodeList soundTypesALAC { "alac" };
 inline constexpr KXCodeList soundTypesAMR { "samr" };
 inline constexpr KXCodeList soundTypesAMRWB { "sawb" };
-inline constexpr KXCodeList videoTypesMP4Visual {
-    "DIVX,Xvid,mp4s,m4s2,xvid,mp4v,fmp4,3iv2,smp4"
-};
+inline constexpr KXCodeList videoTypesMP4Visual { "DIVX,Xvid,mp4s,m4s2,xvid,mp4v,fmp4,3iv2,smp4" };
 inline constexpr KXCodeList videoTypesAVC { "h264,H264,s264,AVC1,avc1,DAVC,davc,X264,VSSH" };
 inline constexpr KXCodeList videoTypesH263 { "h263,s263" };
+
+/// When an atom's payload is read as atoms.
+enum class KXMP4ContainerRule : std::uint8_t {
+    never,
+    always,
+    onceRootIsParsed, ///< Sample entries, in the second pass.
+    inMediaTracks, ///< Sample description tables, in the second pass over video and sound tracks.
+};
+
+/// The classes that atoms are made of.
+enum class KXMP4AtomClass : std::uint8_t {
+    plain,
+    hdlr,
+    sampleTable,
+    meta,
+    covr,
+    stsd,
+    esds,
+    avcC,
+    d263,
+    soundSD,
+    videoSD,
+};
+
+/// How an atom of a type is treated.
+struct KXMP4TypeTraits {
+    KXMP4AtomClass atomClass { KXMP4AtomClass::plain };
+    KXMP4ContainerRule containerRule { KXMP4ContainerRule::never };
+};
+
+/// By the tag of an atom.
+KXMP4ContainerRule containerRuleOfTag(std::string_view tag);
+
+/// By the four bytes of a type, the first in the lowest bits: one look at a table instead of a
+/// search through every list.
+KXMP4TypeTraits traitsOfType(std::uint32_t type);

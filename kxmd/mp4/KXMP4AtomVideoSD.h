@@ -15,8 +15,8 @@ public:
     /// `setHeight:` Sets the height.
     void setHeight(double height) { _height = height; }
 
-    /// `codecName` All 32 characters of the compressor name: its length, the name, zeros; absent when
-    /// they could not be read.
+    /// `codecName` All 32 characters of the compressor name: its length, the name, zeros; absent
+    /// when they could not be read.
     [[nodiscard]] std::optional<std::string> const& codecName() const { return _codecName; }
     /// `setCodecName:` Replaces the compressor name.
     void setCodecName(std::optional<std::string> codecName) { _codecName = std::move(codecName); }

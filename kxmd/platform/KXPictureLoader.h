@@ -12,8 +12,9 @@ class KX_EXPORT KXPictureLoader {
 public:
     virtual ~KXPictureLoader();
 
-    /// `sizeOfPictureInData:length:` The size in pixels of the picture in the next `length` bytes of
-    /// `data`; absent when they are no picture that the library knows. Reads no more than it needs.
+    /// `sizeOfPictureInData:length:` The size in pixels of the picture in the next `length` bytes
+    /// of `data`; absent when they are no picture that the library knows. Reads no more than it
+    /// needs.
     [[nodiscard]] virtual std::optional<KXSize> sizeOfPictureInData(
         KXAbstractData& data, std::uint64_t length) const = 0;
 };

@@ -15,7 +15,8 @@ constexpr std::uint8_t endOfImage = 0xD9;
 
 constexpr bool isStartOfFrame(std::uint8_t marker)
 {
-    constexpr std::uint8_t defineHuffmanTables = 0xC4, extension = 0xC8, arithmeticConditioning = 0xCC;
+    constexpr std::uint8_t defineHuffmanTables = 0xC4, extension = 0xC8,
+                           arithmeticConditioning = 0xCC;
     return marker >= 0xC0 && marker <= 0xCF && marker != defineHuffmanTables && marker != extension
         && marker != arithmeticConditioning;
 }
@@ -51,7 +52,8 @@ std::optional<KXSize> sizeOfJPEG(KXAbstractData& data, std::uint64_t end)
         if (standsAlone(marker))
             continue;
         std::uint64_t const segment = data.offset();
-        std::uint16_t const length = data.readUInt16OrZero(KXSwap::yes); // Counts its own two bytes.
+        std::uint16_t const length
+            = data.readUInt16OrZero(KXSwap::yes); // Counts its own two bytes.
         if (length < 2 || length > end - segment)
             return std::nullopt;
         if (isStartOfFrame(marker)) {
@@ -92,7 +94,8 @@ std::uint32_t numberAt(std::uint8_t const* bytes)
         | std::uint32_t { bytes[2] } << 8 | bytes[3];
 }
 
-constexpr std::array<std::uint8_t, 8> signatureOfPNG { 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n' };
+constexpr std::array<std::uint8_t, 8> signatureOfPNG { 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A,
+    '\n' };
 
 /// The size in the header chunk, if that is whole; `data` stands at the signature.
 std::optional<KXSize> sizeOfPNG(KXAbstractData& data)
@@ -125,7 +128,8 @@ std::optional<KXSize> sizeOfEncodedPictureInData(KXAbstractData& data, std::uint
     if (length > data.remainingLength())
         return std::nullopt;
     std::uint64_t const start = data.offset();
-    std::uint16_t const first = length >= 2 ? data.readUInt16OrZero(KXSwap::yes) : std::uint16_t { 0 };
+    std::uint16_t const first
+        = length >= 2 ? data.readUInt16OrZero(KXSwap::yes) : std::uint16_t { 0 };
     if (first == startOfImage)
         return sizeOfJPEG(data, start + length);
     data.setOffset(start);

@@ -7,7 +7,8 @@
 #include <cstdint>
 #include <optional>
 
-/// `sizeOfEncodedPictureInData:length:` The size in pixels of the picture in the next `length` bytes.
+/// `sizeOfEncodedPictureInData:length:` The size in pixels of the picture in the next `length`
+/// bytes.
 ///
 /// JPEG and PNG are measured by a walk over their headers, everything else by the process-wide
 /// platform's picture library; only as much is read as that takes. Absent when fewer than `length`

@@ -27,7 +27,4 @@ KXPlatform::Ref KXPlatform::shared()
     return *platform;
 }
 
-void KXPlatform::setShared(Ref platform)
-{
-    sharedPlatform().store(std::move(platform));
-}
+void KXPlatform::setShared(Ref platform) { sharedPlatform().store(std::move(platform)); }

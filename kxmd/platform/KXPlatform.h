@@ -15,12 +15,12 @@ struct KX_EXPORT KXPlatform {
     std::shared_ptr<KXTextDigest const> textDigest;
     std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
 
-    /// `shared` The process-wide platform: the one that was set, or else this machine's own, made on
-    /// first use.
+    /// `shared` The process-wide platform: the one that was set, or else this machine's own, made
+    /// on first use.
     [[nodiscard]] static Ref shared();
 
-    /// `setShared:` Makes `platform` the process-wide one; null brings back the machine's own. Call it
-    /// before the library is used: objects keep what they got.
+    /// `setShared:` Makes `platform` the process-wide one; null brings back the machine's own. Call
+    /// it before the library is used: objects keep what they got.
     static void setShared(Ref platform);
 
     /// `platformOfThisMachine` A new platform over this machine's services.

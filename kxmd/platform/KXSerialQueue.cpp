@@ -59,7 +59,8 @@ void KXSerialQueue::async(Work work)
     std::scoped_lock const lock(_state->mutex);
     _state->works.push_back(std::move(work));
     if (!_state->threadStarted) {
-        // Detached, since the queue may be released on this very thread and could not join it there.
+        // Detached, since the queue may be released on this very thread and could not join it
+        // there.
         std::thread thread([state = _state] { state->runWorks(); });
         ::pthread_setname_np(thread.native_handle(), threadNameOfLabel(_label).c_str());
         thread.detach();

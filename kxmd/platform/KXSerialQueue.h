@@ -7,8 +7,8 @@
 
 /// A queue with one thread of its own, which starts with the first work.
 ///
-/// Letting go of the queue does not wait: works already submitted still run, then the thread ends. The
-/// last owner may therefore be a work of the queue itself.
+/// Letting go of the queue does not wait: works already submitted still run, then the thread ends.
+/// The last owner may therefore be a work of the queue itself.
 class KX_EXPORT KXSerialQueue final : public KXQueue {
 public:
     /// `initWithLabel:` A queue named by a reverse-DNS label; its thread bears the last component.

@@ -10,11 +10,12 @@ class KX_EXPORT KXTemporaryFolders {
 public:
     virtual ~KXTemporaryFolders();
 
-    /// `applicationTempFolder` The path of the application's temporary folder, which may not exist yet.
+    /// `applicationTempFolder` The path of the application's temporary folder, which may not exist
+    /// yet.
     [[nodiscard]] virtual std::string applicationTempFolder() const = 0;
 
-    /// `applicationUniqueTempFolderWithPrefix:` The path of a new folder in the application's temporary
-    /// folder, its name unique and beginning with `prefix`; empty when it cannot be made.
+    /// `applicationUniqueTempFolderWithPrefix:` The path of a new folder in the application's
+    /// temporary folder, its name unique and beginning with `prefix`; empty when it cannot be made.
     [[nodiscard]] virtual std::string applicationUniqueTempFolderWithPrefix(
         std::string_view prefix) const = 0;
 };

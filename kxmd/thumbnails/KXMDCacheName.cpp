@@ -14,8 +14,8 @@ std::string wholePoints(double points)
     using Limits = std::numeric_limits<std::int32_t>;
     if (std::isnan(points))
         points = 0;
-    return std::to_string(static_cast<std::int32_t>(
-        std::clamp<double>(points, Limits::min(), Limits::max())));
+    return std::to_string(
+        static_cast<std::int32_t>(std::clamp<double>(points, Limits::min(), Limits::max())));
 }
 
 }

@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// `cacheNameForPath:size:` Names the picture of a path, or of another key text, at a size in points.
+/// `cacheNameForPath:size:` Names the picture of a path, or of another key text, at a size in
+/// points.
 ///
 /// The SHA-1 of key and size, the size cut to whole points, as 40 hexadecimal digits. Any key has a
 /// name, an empty one as well. Uses the process-wide platform's digest.

@@ -34,8 +34,8 @@ std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
     std::array<std::uint8_t, 4096> piece;
     bool accepted = true;
     while (accepted && size == KXSize() && length) {
-        std::uint64_t const count
-            = data.readBytesToMaxLength(piece.data(), std::min<std::uint64_t>(piece.size(), length));
+        std::uint64_t const count = data.readBytesToMaxLength(
+            piece.data(), std::min<std::uint64_t>(piece.size(), length));
         if (!count)
             break;
         length -= count;

@@ -1,0 +1,194 @@
+// Files made to exhaust a parser: by depth, by number, by walking the same bytes again.
+
+#include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/mp4/KXMP4Atom.h"
+#include "support/AtomTrees.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+#include <random>
+
+using namespace build;
+
+namespace {
+
+constexpr std::size_t mostAtoms = 1u << 20;
+
+std::size_t atomCount(KXMP4Atom& root)
+{
+    std::size_t count = 0;
+    root.visitDepthFirst([&count](KXMP4Atom&, std::size_t) { return ++count; });
+    return count - 1; // Without the root.
+}
+
+/// `levels` atoms, each the only child of the one before, all ending at the end.
+Bytes nestedAtoms(std::size_t levels, std::string_view type)
+{
+    Bytes bytes;
+    bytes.reserve(levels * 8);
+    for (std::size_t level = 0; level < levels; ++level) {
+        auto const size = static_cast<std::uint32_t>((levels - level) * 8);
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<std::uint8_t>(size >> shift));
+        bytes.insert(bytes.end(), type.begin(), type.end());
+    }
+    return bytes;
+}
+
+/// Runs `work` on a thread with half a megabyte of stack.
+void runOnSmallStack(std::function<void()> work)
+{
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 * 1024), 0);
+    pthread_t thread;
+    auto const run = [](void* function) -> void* {
+        (*static_cast<std::function<void()>*>(function))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+}
+
+TEST(KXMP4AtomHostile, MillionNestedAtomsNeedNoStack)
+{
+    runOnSmallStack([] {
+        constexpr std::size_t levels = 1'000'000;
+        auto root = treeOf(nestedAtoms(levels, "moov"));
+        std::size_t deepest = 0;
+        KXMP4Atom::Ref last;
+        root->visitDepthFirst([&](KXMP4Atom& atom, std::size_t depth) {
+            deepest = std::max(deepest, depth);
+            last = atom.shared_from_this();
+            return true;
+        });
+        EXPECT_EQ(deepest, levels);
+        EXPECT_EQ(last->rootAtom(), root.get());
+        EXPECT_EQ(last->trackType(), KXMP4TrackTypeNone);
+        EXPECT_EQ(last->fullPath().size(), 4 + levels * 5);
+        EXPECT_EQ(root->allAtomsWithPath("moov/moov/moov").size(), 1u);
+        root.reset(); // Destroyed without recursion too.
+        EXPECT_EQ(last->parent(), nullptr);
+    });
+}
+
+TEST(KXMP4AtomHostile, NestedTracksAndSampleEntriesNeedNoStackAndNoSquareOfTime)
+{
+    runOnSmallStack([] {
+        for (char const* const type : { "trak", "stsd", "mp4a", "avc1", "wave", "mdia" }) {
+            auto const root = treeOf(atom("moov",
+                atom("trak",
+                    atom("mdia", hdlr("soun"),
+                        atom("minf", atom("stbl", stsd(nestedAtoms(100'000, type))))))));
+            EXPECT_GT(atomCount(*root), 6u) << type;
+        }
+    });
+}
+
+TEST(KXMP4AtomHostile, TooManyAtomsEndEveryListWithOneLogLine)
+{
+    LogCapture const log;
+    constexpr std::size_t count = 8 * 1024 * 1024; // 64 MB.
+    Bytes file;
+    file.reserve(count * 8);
+    Bytes const one = atom("free");
+    for (std::size_t i = 0; i < count; ++i)
+        file.insert(file.end(), one.begin(), one.end());
+    auto const root = treeOf(std::move(file));
+    EXPECT_EQ(root->children().size(), mostAtoms);
+    EXPECT_THAT(log.lines(),
+        testing::ElementsAre("Metadata: KXMP4Atom->too many atoms, the rest is left out"));
+}
+
+TEST(KXMP4AtomHostile, AsManyAtomsAsTheBudgetAllowsAreNoReasonForALogLine)
+{
+    LogCapture const log;
+    Bytes file;
+    file.reserve(mostAtoms * 8);
+    Bytes const one = atom("free");
+    for (std::size_t i = 0; i < mostAtoms; ++i)
+        file.insert(file.end(), one.begin(), one.end());
+    EXPECT_EQ(treeOf(std::move(file))->children().size(), mostAtoms);
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
+
+TEST(KXMP4AtomHostile, BytesThatAreWalkedAgainAndAgainEndWithTheBudget)
+{
+    LogCapture const log;
+    // Each container of 8 bytes is followed by one that claims to lie in it; every level is walked
+    // twice, so the atoms double with each.
+    Bytes file;
+    for (int level = 0; level < 47; ++level)
+        file = join(std::move(file), atomClaiming(12, "moov"), zeros(0));
+    for (int level = 0; level < 47; ++level)
+        file = join(std::move(file), atomClaiming(9, "udta"));
+    auto const root = treeOf(file);
+    EXPECT_LE(atomCount(*root), mostAtoms);
+}
+
+TEST(KXMP4AtomHostile, TracksWithManyTablesAndManyHandlersCostNoSquareOfTime)
+{
+    constexpr int count = 20'000;
+    std::vector<Bytes> media;
+    for (int i = 0; i < count; ++i)
+        media.push_back(atom("mdia", hdlr("soun"), atom("minf", atom("stbl", stsd({})))));
+    auto const root = treeOf(atom("moov", atom("trak", concatenated(media))));
+    EXPECT_EQ(
+        root->allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd").size(), std::size_t { count });
+}
+
+TEST(KXMP4AtomHostile, CoversThatOverlapAreMeasuredWithinTheBudget)
+{
+    // A picture of endless segments, in covers that all claim the same bytes.
+    std::vector<Bytes> segments { bytes({ 0xFF, 0xD8 }) };
+    for (int i = 0; i < 100'000; ++i)
+        segments.push_back(bytes({ 0xFF, 0xE0, 0, 2 }));
+    Bytes const picture = concatenated(segments);
+    std::vector<Bytes> covers;
+    auto const claimed = static_cast<std::uint32_t>(picture.size() + 16);
+    for (int i = 0; i < 1000; ++i)
+        covers.push_back(atom("udta",
+            atomClaiming(claimed + 8, "covr", u32(claimed), text("data"), u32(13), u32(0))));
+    auto const root = treeOf(join(concatenated(covers), picture));
+    EXPECT_GE(root->children().size(), 1000u);
+}
+
+TEST(KXMP4AtomHostile, EveryTruncationOfASmallFileParses)
+{
+    Bytes const file = join(ftyp(),
+        atom("moov",
+            track("soun", stsd(soundEntry("mp4a", esds(0x40, 1, 2, bytes({ 0x12, 0x10 }))))),
+            track("vide", stsd(videoEntry("avc1", 64, 48, avcC(77, 30)))),
+            userDataWithTags(join(tagAtom("\xA9nam", "Blue"), covr(13, jpeg(300, 300, 400))))),
+        atom("mdat", zeros(16)));
+    for (std::size_t length = 0; length <= file.size(); ++length) {
+        Bytes const truncated(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length));
+        auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*reader(truncated));
+        ASSERT_TRUE(meta);
+        EXPECT_EQ(meta->filesize(), length);
+        (void)meta->videoCodecsInfo();
+        (void)meta->audioCodecsInfo();
+    }
+}
+
+TEST(KXMP4AtomHostile, RandomBytesInPlaceOfEachByteParse)
+{
+    Bytes const file = join(ftyp(),
+        atom("moov",
+            track("soun", stsd(soundEntry("mp4a", esds(0x40, 1, 2, bytes({ 0x12, 0x10 }))))),
+            userDataWithTags(join(tagAtom("\xA9nam", "Blue"), covr(13, jpeg(300, 300))))));
+    std::mt19937 random(1);
+    for (std::size_t position = 0; position < file.size(); ++position) {
+        Bytes changed = file;
+        changed[position] = static_cast<std::uint8_t>(random());
+        auto const root = treeOf(changed);
+        EXPECT_FALSE(root->recursiveDescriptionWithInset(0).empty());
+    }
+}
