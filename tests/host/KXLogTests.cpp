@@ -1,0 +1,86 @@
+#include "kxmd/host/KXLog.h"
+
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using testing::ElementsAre;
+
+TEST(KXLog, FillsTheFormatAndNamesTheCategory)
+{
+    LogCapture const log;
+    KXLog("Metadata", "%s has %i atoms, 100%%", "file", -3);
+    KXLog("Other", "plain");
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: file has -3 atoms, 100%", "Other: plain"));
+}
+
+TEST(KXLog, WritesLongLinesWhole)
+{
+    std::string const longText(100'000, 'x');
+    LogCapture const log;
+    KXLog("Metadata", "%s.", longText.c_str());
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_TRUE(log.lines()[0] == "Metadata: " + longText + ".");
+}
+
+TEST(KXLog, IsSilentWithoutASink)
+{
+    LogCapture const log; // Puts a sink back at the end.
+    setLogSink({});
+    KXLog("Metadata", "unheard");
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
+
+TEST(KXLog, CallsTheSinkOnTheThreadThatLogs)
+{
+    LogCapture const restoresTheSink;
+    std::thread::id heardOn;
+    setLogSink([&](auto, auto) { heardOn = std::this_thread::get_id(); });
+    std::thread::id loggedOn;
+    std::thread([&] {
+        loggedOn = std::this_thread::get_id();
+        KXLog("Metadata", "line");
+    }).join();
+    EXPECT_EQ(heardOn, loggedOn);
+}
+
+TEST(KXLog, CallsTheSinkOnceAtATime)
+{
+    LogCapture const restoresTheSink;
+    std::atomic<int> inside { 0 };
+    std::atomic<bool> overlapped { false };
+    int count = 0; // Not atomic: the log is what guards it.
+    setLogSink([&](auto, auto) {
+        overlapped = overlapped || ++inside > 1;
+        ++count;
+        --inside;
+    });
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([] {
+                for (int line = 0; line < 1000; ++line)
+                    KXLog("Metadata", "line");
+            });
+        }
+    }
+    EXPECT_FALSE(overlapped);
+    EXPECT_EQ(count, 4000);
+}
+
+TEST(KXLogDeathTest, WritesToStandardErrorUntilASinkIsSet)
+{
+    // In a process of its own, in which no other test has set a sink.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            KXLog("Metadata", "Line %i", 1);
+            ::_exit(0);
+        },
+        testing::ExitedWithCode(0), "^\\[Metadata\\] Line 1\n$");
+}
