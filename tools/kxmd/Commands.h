@@ -1,0 +1,13 @@
+#pragma once
+
+#include <CLI/App.hpp>
+
+class Session;
+
+// Each adds one subcommand to `app`; `session` must live until the command line is parsed, since a
+// subcommand runs as soon as it is.
+
+void addInfoCommand(CLI::App& app, Session& session);
+void addAtomsCommand(CLI::App& app, Session& session);
+void addFramesCommand(CLI::App& app, Session& session);
+void addCacheNameCommand(CLI::App& app, Session& session);

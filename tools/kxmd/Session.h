@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// How the command ends.
+enum class ExitStatus : int {
+    good = 0,
+    someFileFailed = 1,
+    wrongUsage = 2,
+};
+
+/// One run of the command: where its results and errors go, and how it will end.
+class Session {
+public:
+    /// Writes a piece of the result to standard output. False once nobody takes it any more.
+    bool write(std::string_view text);
+
+    /// Says on standard error, in one line, what went wrong with the file at `path`.
+    void reportError(std::string_view path, std::string_view problem);
+
+    /// Says that the file at `path` cannot be read, and why.
+    void reportUnreadable(std::string const& path);
+
+    /// Hands out what is still buffered; the last thing to do.
+    void finish();
+
+    ExitStatus exitStatus() const { return _exitStatus; }
+
+private:
+    void reportWriteError();
+
+    ExitStatus _exitStatus { ExitStatus::good };
+    bool _outputIsGone { false };
+};
+
+/// `text` with each control character replaced by "?": a name in a file can neither break the line
+/// that it stands in nor steer the terminal.
+std::string withoutControlCharacters(std::string_view text);

@@ -1,0 +1,94 @@
+#include "Usage.h"
+
+#include "Session.h"
+#include "SizeArgument.h"
+
+#include <kxmd/host/KXLog.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr char literalMark = '\x01';
+
+}
+
+std::vector<std::string> literalArguments(int count, char** arguments)
+{
+    std::vector<std::string> literal(arguments + std::min(count, 1), arguments + count);
+    for (auto& argument : literal) {
+        if (argument.starts_with('[') || argument.starts_with(literalMark))
+            argument.insert(argument.begin(), literalMark);
+    }
+    return literal;
+}
+
+std::string withoutLiteralMark(std::string text)
+{
+    if (text.starts_with(literalMark))
+        text.erase(0, 1);
+    return text;
+}
+
+std::string messageOfError(CLI::ParseError const& error)
+{
+    std::string message = error.what();
+    std::erase(message, literalMark); // In front of the arguments that it names.
+    return withoutControlCharacters(message);
+}
+
+CLI::App* addSubcommand(CLI::App& app, std::string name, std::string description)
+{
+    CLI::App* const command = app.add_subcommand(std::move(name), std::move(description));
+    addQuietFlag(*command);
+    return command;
+}
+
+void addQuietFlag(CLI::App& app)
+{
+    app.add_flag_callback(
+        "-q,--quiet", [] { setLogSink({}); }, "Hide the library's log lines");
+}
+
+void addText(
+    CLI::App& command, std::string const& name, std::string& text, std::string const& description)
+{
+    auto const take = [&text](std::string const& typed) { text = withoutLiteralMark(typed); };
+    command.add_option_function<std::string>(name, take, description)->required();
+}
+
+void addFile(CLI::App& command, std::string& path, std::string const& description)
+{
+    addText(command, "FILE", path, description);
+}
+
+CLI::Option* addFiles(CLI::App& command, std::string const& description)
+{
+    return command.add_option("FILE", description)
+        ->expected(-1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->required();
+}
+
+std::vector<std::string> pathsOf(CLI::Option const& files)
+{
+    // The texts as they were typed: a conversion would drop "{}".
+    std::vector<std::string> paths = files.results();
+    std::ranges::transform(paths, paths.begin(), withoutLiteralMark);
+    return paths;
+}
+
+void addSize(CLI::App& command, KXSize& size)
+{
+    auto const take = [&size](std::string const& text) {
+        auto const parsed = sizeFromArgument(text);
+        if (!parsed)
+            throw CLI::ValidationError("-s", "\"" + text + "\" is no size such as 256x256");
+        size = *parsed;
+    };
+    command
+        .add_option_function<std::string>("-s,--size", take, "Size in points, such as 100.7x96.2")
+        ->type_name("WxH")
+        ->required();
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <kxmd/host/KXSize.h>
+
+#include <CLI/App.hpp>
+
+#include <string>
+#include <vector>
+
+/// What is wrong with the command line, in one line.
+std::string messageOfError(CLI::ParseError const& error);
+
+/// A subcommand with the options that each of them has.
+CLI::App* addSubcommand(CLI::App& app, std::string name, std::string description);
+
+/// The flag that hides the library's log lines.
+void addQuietFlag(CLI::App& app);
+
+/// The arguments of the command line, first to last, such that the parser takes each as one text.
+/// It would read "[Live]" as a list of one element, and a folder of music may well be named so.
+std::vector<std::string> literalArguments(int count, char** arguments);
+
+/// `text` without the mark that `literalArguments` may have put in front.
+std::string withoutLiteralMark(std::string text);
+
+/// The arguments of the command line, first to last, such that the parser takes each as one text.
+/// It would read "[Live]" as a list of one element, and a folder of music may well be named so.
+std::vector<std::string> literalArguments(int count, char** arguments);
+
+/// `text` without the mark that `literalArguments` may have put in front.
+std::string withoutLiteralMark(std::string text);
+
+/// A text that a subcommand asks for, taken as it was typed.
+void addText(
+    CLI::App& command, std::string const& name, std::string& text, std::string const& description);
+
+/// The one path that a subcommand asks for.
+void addFile(CLI::App& command, std::string& path, std::string const& description);
+
+/// One path or more; `pathsOf` tells them once the command line is parsed.
+CLI::Option* addFiles(CLI::App& command, std::string const& description);
+std::vector<std::string> pathsOf(CLI::Option const& files);
+
+/// The size in points that a subcommand asks for.
+void addSize(CLI::App& command, KXSize& size);

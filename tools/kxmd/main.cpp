@@ -1,0 +1,68 @@
+// The kxmd command: looks into media files by means of the kxmd library.
+
+#include "Commands.h"
+#include "Session.h"
+#include "Usage.h"
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <sstream>
+#include <utility>
+
+namespace {
+
+void addCommands(CLI::App& app, Session& session)
+{
+    app.set_version_flag("--version", "kxmd " KXMD_VERSION);
+    addQuietFlag(app);
+    app.require_subcommand(0, 1); // None is refused later, behind arguments that nobody expects.
+    addInfoCommand(app, session);
+    addAtomsCommand(app, session);
+    addFramesCommand(app, session);
+    addCacheNameCommand(app, session);
+}
+
+void parse(CLI::App& app, std::vector<std::string> arguments)
+{
+    std::ranges::reverse(arguments); // As the parser wants them.
+    app.parse(std::move(arguments));
+    if (app.get_subcommands().empty())
+        throw CLI::RequiredError("A subcommand");
+}
+
+/// Help and version are results; everything else that ends the parsing is wrong usage.
+ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& session)
+{
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        std::ostringstream text;
+        app.exit(error, text, text);
+        session.write(text.str());
+        session.finish();
+        return session.exitStatus();
+    }
+    std::string const message
+        = "kxmd: " + messageOfError(error) + "\nTry \"kxmd --help\" for more.\n";
+    std::fwrite(message.data(), 1, message.size(), stderr);
+    return ExitStatus::wrongUsage;
+}
+
+}
+
+int main(int argumentCount, char** arguments)
+{
+    std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us.
+    Session session;
+    CLI::App app("Look into media files: their tags, codecs, covers and structure.", "kxmd");
+    addCommands(app, session);
+    try {
+        parse(app, literalArguments(argumentCount, arguments));
+    } catch (CLI::ParseError const& error) {
+        return static_cast<int>(answer(app, error, session));
+    }
+    session.finish();
+    return static_cast<int>(session.exitStatus());
+}
