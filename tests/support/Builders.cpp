@@ -6,48 +6,42 @@ namespace build {
 
 namespace {
 
-Bytes bigEndian(std::uint64_t value, int count)
-{
-    Bytes result;
-    for (int shift = (count - 1) * 8; shift >= 0; shift -= 8)
-        result.push_back(static_cast<std::uint8_t>(value >> shift));
-    return result;
-}
-
-std::uint32_t sizeOf(Bytes const& bytes)
-{
-    return static_cast<std::uint32_t>(bytes.size());
-}
-
-Bytes descriptor(std::uint32_t tag, Bytes const& content)
-{
-    return join(u8(tag), u8(sizeOf(content)), content);
-}
-
-/// ISO/IEC 15948, annex D, bit by bit.
-std::uint32_t crc32(Bytes const& bytes)
-{
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (std::uint8_t const byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc & 1 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
+    Bytes bigEndian(std::uint64_t value, int count)
+    {
+        Bytes result;
+        for (int shift = (count - 1) * 8; shift >= 0; shift -= 8)
+            result.push_back(static_cast<std::uint8_t>(value >> shift));
+        return result;
     }
-    return ~crc;
+
+    std::uint32_t sizeOf(Bytes const& bytes) { return static_cast<std::uint32_t>(bytes.size()); }
+
+    Bytes descriptor(std::uint32_t tag, Bytes const& content)
+    {
+        return join(u8(tag), u8(sizeOf(content)), content);
+    }
+
+    /// ISO/IEC 15948, annex D, bit by bit.
+    std::uint32_t crc32(Bytes const& bytes)
+    {
+        std::uint32_t crc = 0xFFFFFFFF;
+        for (std::uint8_t const byte : bytes) {
+            crc ^= byte;
+            for (int bit = 0; bit < 8; ++bit)
+                crc = crc & 1 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
+        }
+        return ~crc;
+    }
+
+    Bytes pngChunk(std::string_view type, Bytes const& content)
+    {
+        Bytes const checked = join(text(type), content);
+        return join(u32(sizeOf(content)), checked, u32(crc32(checked)));
+    }
+
 }
 
-Bytes pngChunk(std::string_view type, Bytes const& content)
-{
-    Bytes const checked = join(text(type), content);
-    return join(u32(sizeOf(content)), checked, u32(crc32(checked)));
-}
-
-}
-
-Bytes text(std::string_view text)
-{
-    return Bytes(text.begin(), text.end());
-}
+Bytes text(std::string_view text) { return Bytes(text.begin(), text.end()); }
 
 Bytes bytes(std::initializer_list<int> values)
 {
@@ -67,7 +61,8 @@ Bytes filled(std::size_t count, std::uint8_t value) { return Bytes(count, value)
 
 Bytes syncSafe(std::uint32_t value)
 {
-    return join(u8(value >> 21 & 0x7F), u8(value >> 14 & 0x7F), u8(value >> 7 & 0x7F), u8(value & 0x7F));
+    return join(
+        u8(value >> 21 & 0x7F), u8(value >> 14 & 0x7F), u8(value >> 7 & 0x7F), u8(value & 0x7F));
 }
 
 Bytes utf16(std::u16string_view text)
@@ -94,10 +89,7 @@ Bytes concatenated(std::vector<Bytes> const& pieces)
     return result;
 }
 
-Bytes ftyp()
-{
-    return atom("ftyp", text("M4A "), u32(0), text("isom"));
-}
+Bytes ftyp() { return atom("ftyp", text("M4A "), u32(0), text("isom")); }
 
 Bytes hdlr(std::string_view handlerType)
 {
@@ -150,10 +142,7 @@ Bytes videoEntry(std::string_view type, std::uint32_t width, std::uint32_t heigh
         u8(5), text("coder"), zeros(26), u16(24), u16(0xFFFF), children);
 }
 
-Bytes stsd(Bytes const& entries)
-{
-    return atom("stsd", u32(0), u32(1), entries);
-}
+Bytes stsd(Bytes const& entries) { return atom("stsd", u32(0), u32(1), entries); }
 
 Bytes track(std::string_view handlerType, Bytes const& sampleDescriptionTable,
     std::vector<std::uint32_t> const& chunkOffsets)
@@ -245,9 +234,8 @@ Bytes png(std::uint32_t width, std::uint32_t height)
 
 Bytes gif(std::uint32_t width, std::uint32_t height)
 {
-    auto const littleEndian = [](std::uint32_t value) {
-        return join(u8(value & 0xFF), u8(value >> 8 & 0xFF));
-    };
+    auto const littleEndian
+        = [](std::uint32_t value) { return join(u8(value & 0xFF), u8(value >> 8 & 0xFF)); };
     return join(text("GIF89a"), littleEndian(width), littleEndian(height), bytes({ 0x80, 0, 0 }),
         bytes({ 0, 0, 0, 255, 255, 255 }), // Two colours.
         bytes({ 0x2C, 0, 0, 0, 0 }), littleEndian(width), littleEndian(height), u8(0),

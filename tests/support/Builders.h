@@ -1,7 +1,7 @@
 #pragma once
 
-// Builds the bytes of media files piece by piece, so that a test shows what its bytes mean. Never calls
-// the library's own writers.
+// Builds the bytes of media files piece by piece, so that a test shows what its bytes mean. Never
+// calls the library's own writers.
 
 #include "kxmd/host/KXAbstractData.h"
 
@@ -32,8 +32,7 @@ Bytes utf16BigEndian(std::u16string_view text); ///< Without a byte-order mark.
 
 inline Bytes join() { return {}; }
 
-template <class... Pieces>
-Bytes join(Bytes first, Pieces const&... others)
+template <class... Pieces> Bytes join(Bytes first, Pieces const&... others)
 {
     (first.insert(first.end(), others.begin(), others.end()), ...);
     return first;
@@ -44,8 +43,7 @@ Bytes concatenated(std::vector<Bytes> const& pieces);
 // MP4 (ISO/IEC 14496-12).
 
 /// An atom around its payload; `type` is four Latin-1 bytes ("\xA9nam").
-template <class... Pieces>
-Bytes atom(std::string_view type, Pieces const&... payload)
+template <class... Pieces> Bytes atom(std::string_view type, Pieces const&... payload)
 {
     Bytes const content = join(Bytes(), payload...);
     return join(u32(static_cast<std::uint32_t>(content.size() + 8)), text(type), content);
@@ -76,7 +74,8 @@ Bytes videoEntry(std::string_view type, std::uint32_t width, std::uint32_t heigh
     Bytes const& children = {}, std::uint32_t version = 0);
 /// A sample description table of version 0 that claims one entry.
 Bytes stsd(Bytes const& entries);
-/// A track with handler, media header ("vmhd" or "smhd"), sample description and chunk offset table.
+/// A track with handler, media header ("vmhd" or "smhd"), sample description and chunk offset
+/// table.
 Bytes track(std::string_view handlerType, Bytes const& sampleDescriptionTable,
     std::vector<std::uint32_t> const& chunkOffsets = { 0 });
 
@@ -107,7 +106,8 @@ Bytes tagClaiming(
 
 // Pictures: headers only, no pixels; enough to be measured.
 
-Bytes jpeg(std::uint32_t width, std::uint32_t height, std::size_t length = 0); ///< Filled up to `length`.
+Bytes jpeg(
+    std::uint32_t width, std::uint32_t height, std::size_t length = 0); ///< Filled up to `length`.
 Bytes png(std::uint32_t width, std::uint32_t height);
 Bytes gif(std::uint32_t width, std::uint32_t height); ///< A whole GIF of one colour.
 

@@ -26,7 +26,8 @@ std::string TemporaryFolder::write(std::string const& name, build::Bytes const& 
 {
     files::path const path = _path / name;
     std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    file.write(
+        reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file)
         throw std::runtime_error("cannot write " + path.string());

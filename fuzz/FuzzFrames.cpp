@@ -1,0 +1,36 @@
+// The ID3v2 tag of any bytes. The first byte chooses a well-formed header, so that most inputs get
+// past it.
+
+#include "FuzzTarget.h"
+
+#include "kxmd/mp3/KXMDFileMetaMP3.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
+{
+    silenceLog();
+    if (!length)
+        return 0;
+    std::vector<std::uint8_t> file { 'I', 'D', '3', static_cast<std::uint8_t>(2 + bytes[0] % 3), 0,
+        static_cast<std::uint8_t>(bytes[0] & 0x40), 0, 0x7F, 0x7F, 0x7F };
+    file.insert(file.end(), bytes + 1, bytes + length);
+
+    KXMDFileMetaMP3 meta;
+    bool const accepted = meta.parseAbstractData(*immutableReader(file.data(), file.size()));
+    KXMDFileMetaMP3 again;
+    KXMD_REQUIRE(again.parseAbstractData(*mutableReader(file.data(), file.size())) == accepted);
+    if (!accepted)
+        return 0;
+
+    auto const frames = meta.frames();
+    KXMD_REQUIRE(frames->size() == again.frames()->size());
+    std::uint64_t last = 0;
+    for (auto const& frame : *frames) {
+        KXMD_REQUIRE(frame->offset() > last);
+        last = frame->offset();
+        KXMD_REQUIRE(frame->offset() + 4 <= file.size());
+        KXMD_REQUIRE(frame->tag().size() >= 3);
+        KXMD_REQUIRE(!frame->content() || frame->content()->size() <= 2 * frame->dataSize());
+        KXMD_REQUIRE(meta.allFramesWithTag(frame->tag())->size() >= 1);
+    }
+    return 0;
+}

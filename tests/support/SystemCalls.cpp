@@ -1,0 +1,59 @@
+#include "support/SystemCalls.h"
+
+#include <cstdarg>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+thread_local SystemCalls counted;
+
+/// The function of the C library (or of a sanitizer) that ours stands in front of.
+template <class Function> Function* next(char const* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}
+
+SystemCalls SystemCalls::soFar() { return counted; }
+
+extern "C" {
+
+int open(char const* path, int flags, ...)
+{
+    static auto* const original = next<int(char const*, int, ...)>("open");
+    std::va_list arguments;
+    va_start(arguments, flags);
+    mode_t const mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    ++counted.calls;
+    return original(path, flags, mode);
+}
+
+int fstat(int descriptor, struct stat* status) noexcept
+{
+    static auto* const original = next<int(int, struct stat*)>("fstat");
+    ++counted.calls;
+    return original(descriptor, status);
+}
+
+ssize_t pread(int descriptor, void* target, size_t count, off_t position)
+{
+    static auto* const original = next<ssize_t(int, void*, size_t, off_t)>("pread");
+    ssize_t const got = original(descriptor, target, count, position);
+    ++counted.calls;
+    if (got > 0)
+        counted.bytesRead += static_cast<std::uint64_t>(got);
+    return got;
+}
+
+int close(int descriptor)
+{
+    static auto* const original = next<int(int)>("close");
+    ++counted.calls;
+    return original(descriptor);
+}
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+/// What this process asked the kernel for on behalf of files, counted by functions that stand in
+/// front of the C library's own. Linking SystemCalls.cpp into a program is enough.
+struct SystemCalls {
+    std::uint64_t calls { 0 }; ///< open, fstat, pread and close.
+    std::uint64_t bytesRead { 0 };
+
+    /// The counts of the calling thread since it began.
+    static SystemCalls soFar();
+
+    SystemCalls operator-(SystemCalls const& earlier) const
+    {
+        return { calls - earlier.calls, bytesRead - earlier.bytesRead };
+    }
+};
