@@ -1,0 +1,180 @@
+import os
+import struct
+
+from support import (CommandTestCase, atom, frame, id3v23, mp4, nested, png, run, sound_entry,
+                     tag_atom, text_frame, track, user_data, video_entry)
+
+EMPTY = {
+    "size": 0, "detectedType": 0, "metaType": 0, "tags": {}, "containsVideo": False,
+    "video": [], "audio": [], "cover": {"valid": True, "insertable": False, "embeddedBytes": 0},
+}
+
+
+def song_with_cover(width, height):
+    cover = atom(b"covr", atom(b"data", struct.pack(">II", 14, 0), png(width, height)))
+    return mp4(track(b"soun", sound_entry(2)),
+               user_data(tag_atom(b"\xa9nam", "Blue"), tag_atom(b"\xa9ART", "Ann"),
+                         tag_atom(b"\xa9alb", "Sky"), tag_atom(b"aART", "Bob"), cover))
+
+
+class InfoTests(CommandTestCase):
+    def info(self, path, *flags):
+        result = run("info", "--json", *flags, path)
+        self.assertEqual(result.status, 0, result.errors)
+        [told] = result.objects()
+        return told
+
+    def test_json_of_a_song(self):
+        content = song_with_cover(320, 200)
+        path = self.write("a.m4a", content)
+        told = self.info(path)
+        self.assertEqual(list(told), ["path", "size", "detectedType", "metaType", "tags",
+                                      "containsVideo", "video", "audio", "cover"])
+        self.assertEqual(told["path"], path)
+        self.assertEqual(told["size"], len(content))
+        self.assertEqual((told["detectedType"], told["metaType"]), (2, 2))
+        self.assertEqual(list(told["tags"].items()), [
+            ("Name", "Blue"), ("Artist", "Ann"), ("Album", "Sky"), ("Album Artist", "Bob")])
+        self.assertIs(told["containsVideo"], False)
+        self.assertEqual(told["video"], [])
+        self.assertEqual(list(told["cover"]), ["valid", "insertable", "embeddedBytes"])
+        self.assertIs(told["cover"]["valid"], True)
+        self.assertIs(told["cover"]["insertable"], True)
+        self.assertEqual(told["cover"]["embeddedBytes"], 8 + 16 + len(png(320, 200)))
+
+    def test_json_of_codecs(self):
+        path = self.write("a.mp4", mp4(track(b"vide", video_entry(320, 240, 77, 30)),
+                                       track(b"soun", sound_entry(1))))
+        told = self.info(path)
+        self.assertIs(told["containsVideo"], True)
+        [video] = told["video"]
+        self.assertEqual(list(video), ["codec", "profile", "profileLevel", "bitRate", "width",
+                                       "height", "audioChannels", "description"])
+        self.assertEqual((video["codec"], video["profile"], video["profileLevel"]), (7, 77, 30))
+        self.assertEqual((video["width"], video["height"]), (320, 240))
+        self.assertTrue(video["description"].startswith("Codec: "), video)
+        [audio] = told["audio"]
+        self.assertEqual((audio["codec"], audio["audioChannels"], audio["width"]), (5, 1, 0))
+
+    def test_whole_numbers_have_no_fraction(self):
+        path = self.write("a.mp4", mp4(track(b"vide", video_entry(320, 240, 77, 30))))
+        line = run("info", "--json", path).out
+        self.assertIn(b'"bitRate":0,"width":320,"height":240,', line)
+
+    def test_small_cover_is_not_valid(self):
+        told = self.info(self.write("a.m4a", song_with_cover(199, 400)))
+        self.assertIs(told["cover"]["valid"], False)
+
+    def test_json_of_an_mp3(self):
+        told = self.info(self.write("a.mp3", id3v23(text_frame(b"TIT2", "Caf\xe9"))))
+        self.assertEqual((told["detectedType"], told["metaType"]), (1, 1))
+        self.assertEqual(told["tags"], {"Name": "Café"})
+
+    def test_detected_type_differs_from_meta_type(self):
+        # An unsynchronised tag is refused; the file is still told to be MP3 by its first bytes.
+        content = id3v23(text_frame(b"TIT2", "Blue"), flags=0x80)
+        told = self.info(self.write("a.mp3", content), "-q")
+        self.assertEqual((told["detectedType"], told["metaType"]), (1, 0))
+        self.assertEqual(told["size"], len(content))
+
+    def test_jpeg_is_detected(self):
+        told = self.info(self.write("a.jpg", b"\xff\xd8\xff\xe1" + bytes(64)))
+        self.assertEqual((told["detectedType"], told["metaType"], told["size"]), (3, 0, 68))
+
+    def test_unknown_and_empty_files_are_good(self):
+        self.assertEqual(self.info(self.write("a.txt", b"words"))["size"], 5)
+        self.assertEqual(self.info(self.write("empty", b""))["size"], 0)
+
+    def test_missing_file_prints_an_object(self):
+        path = self.path("none.m4a")
+        result = run("info", "--json", path)
+        self.assert_failure(result, path, "No such file or directory")
+        self.assertEqual(result.objects(), [{"path": path, **EMPTY}])
+
+    def test_failed_file_does_not_stop_the_others(self):
+        first, missing = self.write("a.txt", b"a"), self.path("none")
+        last = self.write("b.mp3", id3v23(text_frame(b"TPE1", "Ann")))
+        result = run("info", "--json", first, missing, last)
+        self.assert_failure(result, missing)
+        self.assertEqual([told["path"] for told in result.objects()], [first, missing, last])
+        self.assertEqual(result.objects()[2]["tags"], {"Artist": "Ann"})
+
+    def test_fifo_does_not_hang(self):
+        path = self.path("fifo")
+        os.mkfifo(path)
+        result = run("info", "--json", path)
+        self.assert_failure(result, path, "is not a regular file")
+        self.assertEqual(result.objects(), [{"path": path, **EMPTY}])
+
+    def test_folder_is_refused(self):
+        self.assert_failure(run("info", "--json", self.folder), self.folder, "is a folder")
+
+    def test_path_that_is_not_utf8(self):
+        path = os.fsencode(self.folder) + b"/caf\xe9.txt"
+        with open(path, "wb") as file:
+            file.write(b"words")
+        result = run("info", "--json", path)
+        self.assertEqual(result.status, 0, result.errors)
+        [told] = result.objects()
+        self.assertEqual(told["path"], self.folder + "/caf\ufffd.txt")
+        self.assertEqual(told["size"], 5)
+
+    def test_missing_path_that_is_not_utf8(self):
+        path = os.fsencode(self.folder) + b"/\xff"
+        result = run("info", "--json", path)
+        self.assert_failure(result, os.fsdecode(path))
+
+    def test_path_with_a_line_end_gives_one_error_line(self):
+        self.assert_failure(run("info", self.path("a\nb")), self.path("a?b"))
+
+    def test_path_in_brackets(self):
+        self.write("[Live]", b"abc")
+        self.write("{}", b"abcd")
+        result = run("info", "--json", "[Live]", "{}", "[a,b]", cwd=self.folder)
+        self.assertEqual([(told["path"], told["size"]) for told in result.objects()],
+                         [("[Live]", 3), ("{}", 4), ("[a,b]", 0)])
+
+    def test_path_behind_a_double_dash(self):
+        self.write("--json", b"abc")
+        result = run("info", "--json", "--", "--json", cwd=self.folder)
+        self.assertEqual(result.objects()[0]["size"], 3)
+
+    def test_path_named_like_a_subcommand(self):
+        self.write("atoms", b"abc")
+        self.write("info", b"abcd")
+        result = run("info", "--json", "info", "atoms", cwd=self.folder)
+        self.assertEqual([told["size"] for told in result.objects()], [4, 3])
+
+    def test_report_for_people(self):
+        path = self.write("a.m4a", song_with_cover(320, 200))
+        result = run("info", path)
+        self.assertEqual(result.status, 0)
+        lines = result.out.decode().splitlines()
+        self.assertEqual(lines[0], path)
+        self.assertIn("  Name          Blue", lines)
+        self.assertIn("  Album Artist  Bob", lines)
+        self.assertEqual(lines[-1], "")
+        values = {line[16] for line in lines[1:-1]}
+        self.assertNotIn(" ", values)  # Each value begins in the same column.
+
+    def test_report_does_not_steer_the_terminal(self):
+        path = self.write("a.mp3", id3v23(text_frame(b"TIT2", "a\x1b[2Jb\x9bc\nd")))
+        lines = run("info", path).out.decode().splitlines()
+        self.assertIn("  Name          a?[2Jb?c?d", lines)
+
+    def test_report_of_a_missing_file_is_the_error_alone(self):
+        path = self.path("none")
+        result = run("info", path)
+        self.assert_failure(result, path)
+        self.assertEqual(result.out, b"")
+
+    def test_deep_tree_needs_no_stack(self):
+        result = run("info", "--json", self.write("deep.mp4", nested(1000000)), stack=512)
+        self.assertEqual(result.status, 0, result.errors)
+        self.assertEqual(result.objects()[0]["metaType"], 2)
+
+    def test_pictures_of_an_mp3(self):
+        picture = frame(b"APIC", b"\x00image/png\x00\x00\x00" + png(256, 256))
+        told = self.info(self.write("a.mp3", id3v23(text_frame(b"TIT2", "Blue"), picture)))
+        self.assertEqual(told["cover"],
+                         {"valid": True, "insertable": True, "embeddedBytes": len(picture)})

@@ -1,0 +1,66 @@
+import os
+import re
+import subprocess
+
+from support import COMMAND, CommandTestCase, run
+
+SUBCOMMANDS = ("info", "atoms", "frames", "cache-name")
+
+
+class UsageTests(CommandTestCase):
+    def test_help(self):
+        for flag in ("-h", "--help"):
+            result = run(flag)
+            self.assertEqual((result.status, result.errors), (0, []))
+            for subcommand in SUBCOMMANDS:
+                self.assertIn(subcommand, result.out.decode())
+
+    def test_help_of_each_subcommand(self):
+        for subcommand in SUBCOMMANDS:
+            for flag in ("-h", "--help"):
+                result = run(subcommand, flag)
+                self.assertEqual((result.status, result.errors), (0, []))
+                self.assertIn(f"kxmd {subcommand}", result.out.decode())
+
+    def test_version(self):
+        result = run("--version")
+        self.assertEqual((result.status, result.errors), (0, []))
+        self.assertRegex(result.out.decode(), r"^kxmd \d+\.\d+\.\d+\n$")
+
+    def test_wrong_usage(self):
+        for arguments in ((), ("-q",), ("frobnicate",), ("--frobnicate",), ("info",), ("atoms",),
+                          ("frames",), ("info", "--frobnicate", "a"), ("atoms", "a", "b"),
+                          ("frames", "a", "b"), ("atoms", "--json", "--paths", "a"),
+                          ("info", "-s", "1x1", "a")):
+            with self.subTest(arguments=arguments):
+                self.assert_usage_error(run(*arguments))
+
+    def test_unknown_subcommand_is_named(self):
+        self.assertIn("frobnicate", run("frobnicate").errors[0])
+
+    def test_closed_standard_output(self):
+        for arguments in (("--help",), ("--version",), ("cache-name", "key", "-s", "1x1")):
+            with open("/dev/full", "wb") as out:
+                self.assertEqual(run(*arguments, stdout=out).status, 1)
+            process = subprocess.run([COMMAND, *arguments], stderr=subprocess.PIPE,
+                                     preexec_fn=lambda: os.close(1))
+            self.assertEqual(process.returncode, 1)
+
+    def test_completion_knows_the_subcommands(self):
+        source = os.path.join(os.path.dirname(__file__), "../../tools/kxmd/kxmd.bash-completion")
+        stub = "_get_comp_words_by_ref() { words=(kxmd ''); cword=1; current=''; previous=kxmd; }\n"
+        script = f"{stub} source '{source}'; _kxmd; echo \"${{COMPREPLY[@]}}\""
+        offered = subprocess.run(["bash", "-c", script], stdout=subprocess.PIPE, check=True).stdout
+        self.assertEqual(sorted(offered.decode().split()), sorted(self.subcommands_of_help()))
+
+    def test_manual_knows_the_subcommands(self):
+        with open(os.path.join(os.path.dirname(__file__), "../../docs/kxmd.1")) as page:
+            manual = page.read().replace("\\-", "-")
+        for subcommand in self.subcommands_of_help():
+            self.assertIn(f".B kxmd {subcommand}\n", manual)
+
+    def subcommands_of_help(self):
+        text = run("--help").out.decode()
+        found = re.findall(r"^  ([a-z-]+) ", text[text.index("Subcommands:"):], re.MULTILINE)
+        self.assertGreaterEqual(set(found), set(SUBCOMMANDS))
+        return found
