@@ -78,7 +78,10 @@ KXAbstractData::~KXAbstractData() = default;
 
 bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
 {
-    if (length > remainingLength() || copyBytesAt(_offset, bytes, length) != length)
+    if (length > remainingLength())
+        return false;
+    // The position may lie anywhere when nothing is asked for; the source is not bothered with it.
+    if (length && copyBytesAt(_offset, bytes, length) != length)
         return false;
     _offset += length;
     return true;
@@ -86,7 +89,8 @@ bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
 
 std::uint64_t KXAbstractData::readBytesToMaxLength(std::uint8_t* bytes, std::uint64_t maxLength)
 {
-    std::uint64_t const count = copyBytesAt(_offset, bytes, std::min(maxLength, remainingLength()));
+    std::uint64_t const wanted = std::min(maxLength, remainingLength());
+    std::uint64_t const count = wanted ? copyBytesAt(_offset, bytes, wanted) : 0;
     _offset += count;
     return count;
 }

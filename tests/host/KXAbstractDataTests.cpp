@@ -45,6 +45,7 @@ void expectEveryReadFails(KXAbstractData& reader, std::uint64_t offset)
     auto bytes = untouched;
     EXPECT_FALSE(reader.readBytesTo(bytes.data(), bytes.size()));
     EXPECT_EQ(reader.readBytesToMaxLength(bytes.data(), bytes.size()), 0u);
+    EXPECT_TRUE(reader.readBytesTo(bytes.data(), 0)); // Nothing is there everywhere.
     EXPECT_EQ(bytes, untouched);
 
     for (auto const encoding : { KXStringEncodingASCII, KXStringEncodingUTF8,
