@@ -52,6 +52,9 @@ void KXMDFileMeta::setMetadataForKey(std::optional<std::string> value, std::stri
         found->second = std::move(*value);
         return;
     }
+    constexpr std::size_t usualEntries = 4;
+    if (metadata->empty())
+        metadata->reserve(usualEntries);
     metadata->emplace_back(key, std::move(*value));
 }
 

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -65,6 +66,9 @@ KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
     : _data(data)
     , _rootIsParsed(rootIsParsed)
 {
+    constexpr std::size_t usualDepth = 12, usualOpenChildren = 24;
+    _open.reserve(usualDepth);
+    _finished.reserve(usualOpenChildren);
 }
 
 void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
@@ -168,9 +172,10 @@ KXMP4TrackType KXMP4AtomParser::trackTypeAround(KXMP4Atom& atom)
 {
     if (!_openTracks.empty()) {
         OpenTrack& track = _openTracks.back();
-        auto const& children = _open[track.depth].atom->_children;
-        for (; track.examinedChildren < children.size(); ++track.examinedChildren) {
-            KXMP4Atom const& child = *children[track.examinedChildren];
+        bool const isInnermost = track.depth + 1 == _open.size();
+        std::size_t const end = isInnermost ? _finished.size() : _open[track.depth + 1].firstChild;
+        for (; track.nextChild < end; ++track.nextChild) {
+            KXMP4Atom const& child = *_finished[track.nextChild];
             if (child._tag != "mdia")
                 continue;
             for (auto const& grandchild : child._children) {
@@ -191,29 +196,13 @@ KXMP4TrackType KXMP4AtomParser::trackTypeAround(KXMP4Atom& atom)
     return _lastTrackType;
 }
 
-void KXMP4AtomParser::push(OpenAtom open)
-{
-    if (open.atom->_tag == "trak")
-        _openTracks.push_back({ .depth = _open.size() });
-    _open.push_back(std::move(open));
-}
-
-/// Without the lock: nobody else knows the tree yet.
-void KXMP4AtomParser::appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child)
-{
-    constexpr std::size_t usualChildren = 8;
-    if (parent._children.empty())
-        parent._children.reserve(usualChildren);
-    parent._children.push_back(std::move(child));
-}
-
 void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
 {
     if (!atom._size || !isContainer(atom, rule)) {
         _data.setOffset(atom.end());
         return;
     }
-    push({ &atom, nullptr });
+    open(atom, nullptr);
     while (!_open.empty()) {
         KXMP4Atom& parent = *_open.back().atom;
         KXMP4ContainerRule childRule {};
@@ -223,13 +212,20 @@ void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
         if (!child) {
             closeLast();
         } else if (isContainer(*child, childRule)) {
-            KXMP4Atom* const opened = child.get();
-            push({ opened, std::move(child) });
+            KXMP4Atom& opened = *child;
+            open(opened, std::move(child));
         } else {
             _data.setOffset(child->end());
-            appendChild(parent, std::move(child));
+            _finished.push_back(std::move(child));
         }
     }
+}
+
+void KXMP4AtomParser::open(KXMP4Atom& atom, KXMP4Atom::Ref owner)
+{
+    if (atom._tag == "trak")
+        _openTracks.push_back({ .depth = _open.size(), .nextChild = _finished.size() });
+    _open.push_back({ &atom, std::move(owner), _finished.size() });
 }
 
 /// Ends the list of the innermost open atom, which joins its parent only now that it is finished.
@@ -242,6 +238,11 @@ void KXMP4AtomParser::closeLast()
     // Also back, when the last child ran past the end of its parent: those bytes are then walked
     // again as what follows the parent. Wanted so; the budget of atoms bounds it.
     _data.setOffset(closed.atom->end());
+    // Without the lock: nobody else knows the tree yet.
+    auto const first = std::next(_finished.begin(), static_cast<std::ptrdiff_t>(closed.firstChild));
+    closed.atom->_children.assign(
+        std::make_move_iterator(first), std::make_move_iterator(_finished.end()));
+    _finished.resize(closed.firstChild);
     if (closed.owner)
-        appendChild(*_open.back().atom, std::move(closed.owner));
+        _finished.push_back(std::move(closed.owner));
 }

@@ -37,12 +37,13 @@ private:
     struct OpenAtom {
         KXMP4Atom* atom;
         KXMP4Atom::Ref owner; ///< Null for the atom that the parse began with.
+        std::size_t firstChild { 0 }; ///< Where its finished children begin among all of them.
     };
 
     /// A track among the open atoms, with what its finished children say of its type so far.
     struct OpenTrack {
-        std::size_t depth;
-        std::size_t examinedChildren { 0 };
+        std::size_t depth; ///< Its place among the open atoms.
+        std::size_t nextChild; ///< The first of its finished children that was not looked at yet.
         KXMP4TrackType type { KXMP4TrackTypeNone };
     };
 
@@ -50,8 +51,7 @@ private:
     KXMP4Atom::Ref openAtom(KXMP4Atom* parent, KXMP4ContainerRule& rule);
     void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
     void readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule);
-    static void appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child);
-    void push(OpenAtom open);
+    void open(KXMP4Atom& atom, KXMP4Atom::Ref owner);
     void closeLast();
     bool isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule);
     KXMP4TrackType trackTypeAround(KXMP4Atom& atom);
@@ -59,6 +59,7 @@ private:
     KXAbstractData& _data;
     bool const _rootIsParsed;
     std::vector<OpenAtom> _open;
+    KXMP4Atom::List _finished; // Children of the open atoms, outermost first, until those close.
     std::vector<OpenTrack> _openTracks;
 
     // The last answer for atoms outside of the open tracks.
