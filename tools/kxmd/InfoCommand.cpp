@@ -75,10 +75,18 @@ std::string nameOfType(Subject const& subject)
     return "unknown";
 }
 
+/// The record's own description, without the label in front: the report's line has one already.
+std::string describeCodec(KXMDCodecInfo const& info)
+{
+    constexpr std::string_view label = "Codec: ";
+    std::string const text = info.description();
+    return text.starts_with(label) ? text.substr(label.size()) : text;
+}
+
 void addCodecs(TextReport& report, std::string_view name, KXMDCodecInfo::List const& codecs)
 {
     for (auto const& info : codecs) {
-        std::string text = info.description();
+        std::string text = describeCodec(info);
         KXSize const size = info.videoSize();
         if (size != KXSize())
             text += ", " + jsonNumber(size.width).dump() + " x " + jsonNumber(size.height).dump();

@@ -1,0 +1,61 @@
+import os
+import subprocess
+import sys
+
+from support import CommandTestCase
+
+SCRIPT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts/check-includes")
+
+
+class CheckIncludesTests(CommandTestCase):
+    def check(self, name, line):
+        """The complaints about one file of a checkout."""
+        os.makedirs(os.path.dirname(self.path(name)))
+        self.write(name, f"#pragma once\n{line}\n#include <vector>\n".encode())
+        result = subprocess.run([sys.executable, "-B", SCRIPT, self.folder], stderr=subprocess.PIPE)
+        complaints = result.stderr.decode().splitlines()
+        self.assertEqual(result.returncode, 1 if complaints else 0)
+        os.remove(self.path(name))
+        os.removedirs(os.path.dirname(self.path(name)))
+        os.makedirs(self.folder, exist_ok=True)
+        return complaints
+
+    def test_headers_of_other_libraries(self):
+        for header in ("glib.h", "gio/gio.h", "gdk-pixbuf/gdk-pixbuf.h", "nlohmann/json.hpp",
+                       "CLI/App.hpp", "gtest/gtest.h", "libavformat/avformat.h"):
+            line = f"#include <{header}>"
+            for name in ("kxmd/host/KXLog.cpp", "kxmd/platform/KXPlatform.h", "examples/a.cpp"):
+                with self.subTest(header=header, name=name):
+                    self.assertEqual(len(self.check(name, line)), 1)
+            for name in ("kxmd/platform/linux/KXFoo.cpp", "tools/kxmd/main.cpp", "tests/host/a.cpp"):
+                with self.subTest(header=header, name=name):
+                    self.assertEqual(self.check(name, line), [])
+
+    def test_headers_of_the_language_and_system(self):
+        for header in ("memory", "cstdint", "string_view", "unistd.h", "sys/stat.h", "fcntl.h"):
+            self.assertEqual(self.check("kxmd/host/KXLog.cpp", f"#include <{header}>"), [])
+
+    def test_direction(self):
+        for source, target in (("host", "core"), ("host", "platform"), ("platform", "core"),
+                               ("core", "mp4"), ("mp3", "mp4"), ("mp4", "mp3"), ("mp4", "thumbnails"),
+                               ("thumbnails", "processors"), ("core", "platform/linux"),
+                               ("platform", "platform/linux")):
+            with self.subTest(source=source, target=target):
+                against = f'#include "kxmd/{target}/KXThat.h"'
+                self.assertEqual(len(self.check(f"kxmd/{source}/KXThis.cpp", against)), 1)
+
+    def test_direction_that_is_right(self):
+        for source, target in (("core", "host"), ("core", "platform"), ("mp4", "core"),
+                               ("processors", "mp4"), ("thumbnails", "platform"), ("mp4", "mp4"),
+                               ("platform/linux", "platform")):
+            with self.subTest(source=source, target=target):
+                along = f'#include "kxmd/{target}/KXThat.h"'
+                self.assertEqual(self.check(f"kxmd/{source}/KXThis.cpp", along), [])
+
+    def test_factory_is_the_exception(self):
+        line = '#include "kxmd/mp4/KXMDFileMetaMP4.h"'
+        self.assertEqual(self.check("kxmd/core/KXMDFileMetaFactory.cpp", line), [])
+        self.assertEqual(len(self.check("kxmd/core/KXMDFileMeta.cpp", line)), 1)
+
+    def test_paths_from_the_root(self):
+        self.assertEqual(len(self.check("kxmd/host/KXLog.cpp", '#include "KXLog.h"')), 1)
