@@ -55,7 +55,7 @@ void addText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description)
 {
     auto const take = [&text](std::string const& typed) { text = withoutLiteralMark(typed); };
-    command.add_option_function<std::string>(name, take, description)->required();
+    command.add_option_function<std::string>(name, take, description)->type_name("")->required();
 }
 
 void addFile(CLI::App& command, std::string& path, std::string const& description)
@@ -66,7 +66,9 @@ void addFile(CLI::App& command, std::string& path, std::string const& descriptio
 CLI::Option* addFiles(CLI::App& command, std::string const& description)
 {
     return command.add_option("FILE", description)
-        ->expected(-1)
+        ->expected(1, -1)
+        ->allow_extra_args()
+        ->type_name("")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->required();
 }
