@@ -36,7 +36,7 @@ inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 ///
 /// Made by `fileMetaWithSourcePath:` or `fileMetaWithAbstractData:`, which choose the class by the
 /// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read
-/// from any thread.
+/// from any thread, but for `filesizeWithValidAlbumCover:`, which keeps its answer.
 class KX_EXPORT KXMDFileMeta : public KXObject {
 public:
     using Ref = std::shared_ptr<KXMDFileMeta>;

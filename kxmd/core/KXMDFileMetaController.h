@@ -32,7 +32,7 @@ public:
     /// itself.
     ///
     /// Requests are answered in order, also after the caller has let go of the controller. `file`
-    /// is kept until then.
+    /// is kept until then; it is never null.
     void fileMetaForFile(KXDCFile::Ref file, Handler handler);
 
     /// `mergeFileMeta:intoFile:` Stores the tags that `meta` has on `file` and names the file after

@@ -1,7 +1,6 @@
 #include "kxmd/host/KXAbstractData.h"
 
 #include "kxmd/host/KXFileDataPrivate.h"
-#include "kxmd/host/KXLog.h"
 
 #include <algorithm>
 #include <span>
@@ -51,14 +50,6 @@ std::size_t positionOfTerminator(std::span<std::uint8_t const> bytes, std::size_
 
 }
 
-bool KXParseBudget::refuseNode(char const* message)
-{
-    if (!_isReported)
-        KXLog("Metadata", "%s", message);
-    _isReported = true;
-    return false;
-}
-
 KXAbstractData::Ref KXAbstractData::abstractDataWithPath(std::string const& path)
 {
     return KXFileData::createWithPath(path);
@@ -81,8 +72,11 @@ bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
     if (length > remainingLength())
         return false;
     // The position may lie anywhere when nothing is asked for; the source is not bothered with it.
-    if (length && copyBytesAt(_offset, bytes, length) != length)
+    if (length && copyBytesAt(_offset, bytes, length) != length) {
+        std::fill_n(
+            bytes, length, std::uint8_t { 0 }); // Cut off meanwhile: no part of it is shown.
         return false;
+    }
     _offset += length;
     return true;
 }

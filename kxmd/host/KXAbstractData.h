@@ -2,6 +2,7 @@
 
 #include "kxmd/host/KXData.h"
 #include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXParseBudget.h"
 #include "kxmd/host/KXText.h"
 
 #include <bit>
@@ -19,31 +20,6 @@ static_assert(std::endian::native == std::endian::little,
 enum class KXSwap : bool {
     no, ///< Least significant byte first: taken as it lies in memory.
     yes, ///< Most significant byte first (big-endian).
-};
-
-/// What one parse may spend, since files can claim far more than they hold.
-///
-/// The parsers draw from it; a reader begins with a full one, and so does each parse of a whole
-/// file.
-struct KX_EXPORT KXParseBudget {
-    /// Takes one of the nodes. False when none is left, the first time with `message` logged.
-    [[nodiscard]] bool takeNode(char const* message)
-    {
-        if (!nodes) [[unlikely]]
-            return refuseNode(message);
-        --nodes;
-        return true;
-    }
-
-    std::uint32_t nodes { 1u << 20 }; ///< Atoms or frames that may still be kept.
-    std::uint32_t pictureSegments { 1u
-        << 20 }; ///< Segments of picture headers that may still be passed.
-    std::uint32_t pictureLoads { 64 }; ///< Pictures that may still be given to a picture library.
-
-private:
-    bool refuseNode(char const* message);
-
-    bool _isReported { false };
 };
 
 /// A random-access reader over a file or a byte buffer, with one read position.
@@ -112,7 +88,7 @@ public:
 
     /// `readUInt32OrZero:` The next four bytes as a number; 0, without moving, when they are not
     /// there.
-    std::uint32_t readUInt32OrZero(KXSwap swap)
+    [[nodiscard]] std::uint32_t readUInt32OrZero(KXSwap swap)
     {
         std::uint32_t value;
         return readUInt32To(value, swap) ? value : 0;
@@ -120,14 +96,14 @@ public:
 
     /// `readUInt16OrZero:` The next two bytes as a number; 0, without moving, when they are not
     /// there.
-    std::uint16_t readUInt16OrZero(KXSwap swap)
+    [[nodiscard]] std::uint16_t readUInt16OrZero(KXSwap swap)
     {
         std::uint16_t value;
         return readUInt16To(value, swap) ? value : std::uint16_t { 0 };
     }
 
     /// `readUInt8OrZero` The next byte; 0, without moving, when there is none.
-    std::uint8_t readUInt8OrZero()
+    [[nodiscard]] std::uint8_t readUInt8OrZero()
     {
         std::uint8_t value;
         return readUInt8To(value) ? value : std::uint8_t { 0 };
@@ -136,7 +112,8 @@ public:
     /// `skipBytes:` Moves the read position `count` bytes on, past the end as well.
     void skipBytes(std::uint64_t count) { _offset += count; }
 
-    /// `readBytesTo:length:` Copies exactly `length` bytes to `bytes`, or none.
+    /// `readBytesTo:length:` Copies exactly `length` bytes to `bytes`, or none: when fewer can be
+    /// read, `bytes` holds nothing of the file.
     [[nodiscard]] bool readBytesTo(std::uint8_t* bytes, std::uint64_t length);
 
     /// `readBytesTo:maxLength:` Copies up to `maxLength` bytes to `bytes`; returns how many, 0 at

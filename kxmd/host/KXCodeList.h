@@ -18,13 +18,14 @@ public:
             markWindow(hashOfWindow(codes.substr(i)));
     }
 
-    /// `contains:` Whether `code`, zero bytes included, stands anywhere in the text.
+    /// `contains:` Whether `code`, zero bytes included, stands anywhere in the text. An empty one
+    /// does not.
     constexpr bool contains(std::string_view code) const
     {
         // Nearly every code of a file is in no list: one look at the marks answers for those.
         if (code.size() >= windowLength && !isMarked(hashOfWindow(code)))
             return false;
-        return _codes.find(code) != std::string_view::npos;
+        return !code.empty() && _codes.find(code) != std::string_view::npos;
     }
 
     /// `codes` The text that the set was written as.

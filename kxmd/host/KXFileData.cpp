@@ -19,15 +19,15 @@ constexpr std::size_t longestWindowLength = 64 * 1024;
 
 KXAbstractData::Ref KXFileData::createWithPath(std::string const& path)
 {
-    // Without O_NONBLOCK the open of a FIFO would wait for a writer.
+    // Asked of the path and not of the open file: to open a FIFO wakes its writer, and a device may
+    // move. If another file takes the path's place just now, its reads succeed up to this length.
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return nullptr;
+    // Without O_NONBLOCK the open of a FIFO, if that is what has taken its place, would wait.
     int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0)
         return nullptr;
-    struct stat status;
-    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        ::close(descriptor);
-        return nullptr;
-    }
     return std::make_shared<KXFileData>(descriptor, static_cast<std::uint64_t>(status.st_size));
 }
 
@@ -108,7 +108,7 @@ std::uint64_t KXFileData::copyBytesAt(
         return readFile(position, target, count);
     std::uint8_t const* const bytes = bytesAt(position, static_cast<std::size_t>(count));
     if (!bytes)
-        return readFile(position, target, count);
+        return 0;
     std::copy_n(bytes, count, target);
     return count;
 }

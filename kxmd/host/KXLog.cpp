@@ -6,8 +6,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -22,10 +24,14 @@ void writeLineToStandardError(std::string_view category, std::string_view text)
 
 std::atomic<bool> enabled { true };
 
-KXGuarded<KXLogSink>& sharedSink()
+using SinkRef = std::shared_ptr<KXLogSink const>;
+
+/// Null while logging is off.
+KXGuarded<SinkRef>& sharedSink()
 {
     // Never destroyed: threads may log while the process exits.
-    static auto& sink = *new KXGuarded<KXLogSink>(writeLineToStandardError);
+    static auto& sink
+        = *new KXGuarded<SinkRef>(std::make_shared<KXLogSink const>(writeLineToStandardError));
     return sink;
 }
 
@@ -53,13 +59,14 @@ void KXLog(char const* category, char const* format, ...)
     std::string const text = formattedText(format, arguments);
     va_end(arguments);
 
-    auto const sink = sharedSink().lock();
-    if (*sink)
+    if (SinkRef const sink = sharedSink().load())
         (*sink)(category, text);
 }
 
 void setLogSink(KXLogSink sink)
 {
-    enabled.store(sink != nullptr, std::memory_order_relaxed);
-    sharedSink().store(std::move(sink));
+    auto shared = sink ? std::make_shared<KXLogSink const>(std::move(sink)) : nullptr;
+    auto access = sharedSink().lock();
+    enabled.store(shared != nullptr, std::memory_order_relaxed);
+    access->swap(shared); // The old sink is destroyed after the lock is left.
 }

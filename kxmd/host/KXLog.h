@@ -6,7 +6,8 @@
 #include <string_view>
 
 /// Receives each log line: its category (here always "Metadata") and its text, without a line end.
-/// Called on the thread that logs, one call at a time.
+/// Called on the thread that logs, so perhaps on several at once; under no lock, so it may log
+/// itself.
 using KXLogSink = std::function<void(std::string_view category, std::string_view text)>;
 
 /// `KXLog` Writes one log line, `format` filled as by printf. Logging never changes control flow.

@@ -16,7 +16,7 @@ KX_EXPORT std::string_view lastPathComponent(std::string_view path);
 /// the root, empty for a bare name.
 KX_EXPORT std::string_view pathByDeletingLastPathComponent(std::string_view path);
 
-/// `relativePath:forRootFolder:` The part of `path` below `rootFolder`, its components joined by
+/// `relativePathForRootFolder:` The part of `path` below `rootFolder`, its components joined by
 /// "/".
 ///
 /// Empty when `path` is the folder itself or lies outside of it. Whole components are compared, so

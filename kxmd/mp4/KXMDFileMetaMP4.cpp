@@ -5,6 +5,7 @@
 #include "kxmd/mp4/KXMP4AtomStsd.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace {
@@ -38,12 +39,12 @@ bool KXMDFileMetaMP4::parseAbstractData(KXAbstractData& data)
     setMp4Atom(root);
 
     // One walk over the tag lists finds the last atom of every tag.
-    KXMP4Atom::Ref lastAtoms[std::size(tagKeys)];
+    std::array<KXMP4Atom::Ref, std::size(tagKeys)> lastAtoms; // One for each of the tags.
     for (auto const& tagList : root->allAtomsWithPath(tagListPath)) {
         for (auto& atom : tagList->children()) {
             auto const found = std::ranges::find(tagKeys, atom->tag(), &TagKey::tag);
             if (found != std::end(tagKeys))
-                lastAtoms[found - std::begin(tagKeys)] = atom;
+                lastAtoms.at(static_cast<std::size_t>(found - std::begin(tagKeys))) = atom;
         }
     }
     for (std::size_t i = 0; i < std::size(tagKeys); ++i) {

@@ -149,8 +149,8 @@ KXMP4Atom::List KXMP4Atom::allAtomsWithPath(std::string_view path)
     List matched;
     if (!_parent)
         appendChildrenWithTag(step, matched);
-    else if (_tag == step)
-        matched.push_back(shared_from_this());
+    else if (Ref self = weak_from_this().lock(); self && _tag == step)
+        matched.push_back(std::move(self));
 
     // One list of atoms a step, so that the length of the path costs no stack.
     List next;
@@ -289,13 +289,11 @@ void KXMP4Atom::parseAtomSpecificData(KXAbstractData& data)
     std::optional<std::string> dataType;
     if (!data.readUInt32To(dataSize, KXSwap::yes)
         || !data.readStringTo(dataType, 4, KXStringEncodingLatin1) || *dataType != "data"
-        || dataSize > longestData)
+        || dataSize < headerSize || dataSize > longestData)
         return;
     data.skipBytes(8); // Type indicator and locale, whatever they hold.
     std::optional<std::string> text;
-    // In 32 bits: a size below 16 wraps to a length that no reader grants.
-    std::uint32_t const textLength = dataSize - headerSize;
-    if (data.readStringTo(text, textLength, KXStringEncodingUTF8) && !text->empty())
+    if (data.readStringTo(text, dataSize - headerSize, KXStringEncodingUTF8) && !text->empty())
         setContent(std::move(text));
 }
 

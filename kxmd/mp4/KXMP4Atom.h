@@ -26,8 +26,9 @@ enum KXMP4TrackType : std::int32_t {
 /// above its top-level atoms, tagged "ROOT".
 ///
 /// Only 32-bit sizes are understood: a size of 0 ends the list of atoms that it stands in, and one
-/// of 1 to 7 is taken as it is. A tree is built and edited by one thread at a time; a finished one
-/// may be read by several. A parent owns its children; the link back is not owned.
+/// of 1 to 7 is taken as it is. A tree is built and edited, setters included, by one thread at a
+/// time; a finished one may be read by several. A parent owns its children; the link back is not
+/// owned.
 class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
 public:
     using Ref = std::shared_ptr<KXMP4Atom>;
@@ -138,9 +139,6 @@ protected:
     /// Position of the first byte behind the atom.
     [[nodiscard]] std::uint64_t end() const { return _offset + _size; }
 
-    /// The tag without a copy, for the thread that builds or edits the tree.
-    [[nodiscard]] std::string const& tagWhileParsing() const { return _tag; }
-
     /// The last atom at the path made of this atom's own tag and `pathBelow`, or null.
     [[nodiscard]] Ref lastAtomBelow(std::string_view pathBelow);
 
@@ -152,8 +150,8 @@ private:
     std::uint64_t _offset { 0 };
     std::uint64_t _size { 0 };
     KXMP4Atom* _parent { nullptr }; // Not owned; the parent clears it when it lets go of us.
-    mutable KXByteLock _lock; // Guards the three below.
     bool _rootIsParsed { false };
+    mutable KXByteLock _lock; // Guards the three below.
     std::string _tag;
     std::unique_ptr<std::string> _content;
     List _children;

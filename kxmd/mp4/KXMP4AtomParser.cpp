@@ -66,15 +66,14 @@ KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
     : _data(data)
     , _rootIsParsed(rootIsParsed)
 {
-    constexpr std::size_t usualDepth = 12, usualOpenChildren = 24;
+    constexpr std::size_t usualDepth = 12;
     _open.reserve(usualDepth);
-    _finished.reserve(usualOpenChildren);
 }
 
 void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
 {
     data.budget() = KXParseBudget();
-    root.removeAllChildren();
+    root.removeAllChildren(); // Those of an earlier parse.
     root._parent = nullptr;
     root._offset = 0;
     root._size = data.length();
@@ -101,11 +100,10 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
 
 KXMP4Atom::Ref KXMP4AtomParser::readAtom(KXMP4Atom* parent)
 {
-    KXMP4ContainerRule rule {};
-    auto atom = openAtom(parent, rule);
-    if (atom)
-        readChildren(*atom, rule);
-    return atom;
+    Fresh const fresh = readFreshAtom(parent);
+    if (fresh.atom)
+        readChildren(*fresh.atom, fresh.rule);
+    return fresh.atom;
 }
 
 void KXMP4AtomParser::parseAtom(KXMP4Atom& atom, KXMP4Atom* parent)
@@ -118,30 +116,28 @@ void KXMP4AtomParser::parseAtom(KXMP4Atom& atom, KXMP4Atom* parent)
 
 KXMP4AtomParser::Header KXMP4AtomParser::readHeader()
 {
-    Header header;
-    header.offset = _data.offset();
+    Header header { .offset = _data.offset() };
     header.size = _data.readUInt32OrZero(KXSwap::yes);
     header.isTyped = _data.readUInt32To(header.type, KXSwap::no);
     return header;
 }
 
-/// The atom at the read position with its fields, and when its payload is read as atoms.
-KXMP4Atom::Ref KXMP4AtomParser::openAtom(KXMP4Atom* parent, KXMP4ContainerRule& rule)
+/// The atom at the read position up to where its children would begin; null at the end of a list.
+KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
 {
     Header const header = readHeader();
     if (!header.size || !header.isTyped
         || !_data.budget().takeNode("KXMP4Atom->too many atoms, the rest is left out")) {
         _data.setOffset(header.offset);
-        return nullptr;
+        return {};
     }
     auto const traits = traitsOfType(header.type);
-    rule = traits.containerRule;
-    auto atom = atomOfClass(traits.atomClass);
-    readFields(*atom, parent, header);
-    return atom;
+    Fresh fresh { atomOfClass(traits.atomClass), traits.containerRule };
+    readFields(*fresh.atom, parent, header);
+    return fresh;
 }
 
-/// Fills `atom`, whose header was just read, up to where its children would begin.
+/// Fills `atom`, whose header was just read.
 void KXMP4AtomParser::readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header)
 {
     atom._parent = parent;
@@ -150,6 +146,49 @@ void KXMP4AtomParser::readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header cons
     atom._tag = header.isTyped ? tagOfType(header.type) : std::string();
     if (atom._size)
         atom.parseAtomSpecificData(_data);
+}
+
+void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
+{
+    if (!atom._size || !isContainer(atom, rule)) {
+        _data.setOffset(atom.end());
+        return;
+    }
+    open(atom, nullptr);
+    while (!_open.empty()) {
+        KXMP4Atom& parent = *_open.back().atom;
+        auto [child, childRule] = _data.offset() < parent.end() ? readFreshAtom(&parent) : Fresh();
+        if (!child) {
+            closeLast();
+        } else if (isContainer(*child, childRule)) {
+            KXMP4Atom& opened = *child;
+            open(opened, std::move(child));
+        } else {
+            _data.setOffset(child->end());
+            parent._children.push_back(std::move(child));
+        }
+    }
+}
+
+void KXMP4AtomParser::open(KXMP4Atom& atom, KXMP4Atom::Ref owner)
+{
+    if (atom._tag == "trak")
+        _openTracks.push_back({ .depth = _open.size() });
+    _open.push_back({ &atom, std::move(owner) });
+}
+
+/// Ends the list of the innermost open atom, which joins its parent only now that it is finished.
+void KXMP4AtomParser::closeLast()
+{
+    OpenAtom closed = std::move(_open.back());
+    _open.pop_back();
+    if (!_openTracks.empty() && _openTracks.back().depth == _open.size())
+        _openTracks.pop_back();
+    // Also back, when the last child ran past the end of its parent: those bytes are then walked
+    // again as what follows the parent. Wanted so; the budget of atoms bounds it.
+    _data.setOffset(closed.atom->end());
+    if (closed.owner)
+        _open.back().atom->_children.push_back(std::move(closed.owner));
 }
 
 bool KXMP4AtomParser::isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule)
@@ -167,82 +206,37 @@ bool KXMP4AtomParser::isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule)
     return false;
 }
 
-/// What `KXMP4Atom::trackType` would answer, without going over the same atoms for every table.
 KXMP4TrackType KXMP4AtomParser::trackTypeAround(KXMP4Atom& atom)
 {
-    if (!_openTracks.empty()) {
-        OpenTrack& track = _openTracks.back();
-        bool const isInnermost = track.depth + 1 == _open.size();
-        std::size_t const end = isInnermost ? _finished.size() : _open[track.depth + 1].firstChild;
-        for (; track.nextChild < end; ++track.nextChild) {
-            KXMP4Atom const& child = *_finished[track.nextChild];
-            if (child._tag != "mdia")
-                continue;
-            for (auto const& grandchild : child._children) {
-                if (auto const* const handler = dynamic_cast<KXMP4AtomHdlr*>(grandchild.get()))
-                    track.type = handler->trackTypeOfHandler();
-            }
+    if (!_openTracks.empty())
+        return typeOfInnermostOpenTrack();
+    return typeOfTrackAbove(_open.empty() ? atom : *_open.front().atom);
+}
+
+KXMP4TrackType KXMP4AtomParser::typeOfInnermostOpenTrack()
+{
+    OpenTrack& track = _openTracks.back();
+    auto const& children = _open[track.depth].atom->_children;
+    for (; track.examinedChildren < children.size(); ++track.examinedChildren) {
+        KXMP4Atom const& child = *children[track.examinedChildren];
+        if (child._tag != "mdia")
+            continue;
+        for (auto const& grandchild : child._children) {
+            if (auto const* const handler = dynamic_cast<KXMP4AtomHdlr*>(grandchild.get()))
+                track.type = handler->trackTypeOfHandler();
         }
-        return track.type;
     }
-    KXMP4Atom& top = _open.empty() ? atom : *_open.front().atom;
-    if (_lastTop != &top) {
-        _lastTop = &top;
-        KXMP4Atom* const track = top.trackAtom();
-        if (track != _lastTrack)
-            _lastTrackType = track ? track->trackType() : KXMP4TrackTypeNone;
-        _lastTrack = track;
-    }
+    return track.type;
+}
+
+/// `top` is the outermost open atom, or the one that is about to be opened as such.
+KXMP4TrackType KXMP4AtomParser::typeOfTrackAbove(KXMP4Atom& top)
+{
+    KXMP4Atom* const track = top.trackAtom();
+    // A media atom that is read anew may only just have got its handler.
+    bool const mayChange = top._tag == "mdia";
+    if (track != _lastTrack || mayChange)
+        _lastTrackType = track ? track->trackType() : KXMP4TrackTypeNone;
+    _lastTrack = track;
     return _lastTrackType;
-}
-
-void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
-{
-    if (!atom._size || !isContainer(atom, rule)) {
-        _data.setOffset(atom.end());
-        return;
-    }
-    open(atom, nullptr);
-    while (!_open.empty()) {
-        KXMP4Atom& parent = *_open.back().atom;
-        KXMP4ContainerRule childRule {};
-        KXMP4Atom::Ref child;
-        if (_data.offset() < parent.end())
-            child = openAtom(&parent, childRule);
-        if (!child) {
-            closeLast();
-        } else if (isContainer(*child, childRule)) {
-            KXMP4Atom& opened = *child;
-            open(opened, std::move(child));
-        } else {
-            _data.setOffset(child->end());
-            _finished.push_back(std::move(child));
-        }
-    }
-}
-
-void KXMP4AtomParser::open(KXMP4Atom& atom, KXMP4Atom::Ref owner)
-{
-    if (atom._tag == "trak")
-        _openTracks.push_back({ .depth = _open.size(), .nextChild = _finished.size() });
-    _open.push_back({ &atom, std::move(owner), _finished.size() });
-}
-
-/// Ends the list of the innermost open atom, which joins its parent only now that it is finished.
-void KXMP4AtomParser::closeLast()
-{
-    OpenAtom closed = std::move(_open.back());
-    _open.pop_back();
-    if (!_openTracks.empty() && _openTracks.back().depth == _open.size())
-        _openTracks.pop_back();
-    // Also back, when the last child ran past the end of its parent: those bytes are then walked
-    // again as what follows the parent. Wanted so; the budget of atoms bounds it.
-    _data.setOffset(closed.atom->end());
-    // Without the lock: nobody else knows the tree yet.
-    auto const first = std::next(_finished.begin(), static_cast<std::ptrdiff_t>(closed.firstChild));
-    closed.atom->_children.assign(
-        std::make_move_iterator(first), std::make_move_iterator(_finished.end()));
-    _finished.resize(closed.firstChild);
-    if (closed.owner)
-        _finished.push_back(std::move(closed.owner));
 }

@@ -34,36 +34,43 @@ private:
         bool isTyped { false };
     };
 
+    /// An atom whose children are next, if it is a container.
+    struct Fresh {
+        KXMP4Atom::Ref atom;
+        KXMP4ContainerRule rule { KXMP4ContainerRule::never };
+    };
+
     struct OpenAtom {
         KXMP4Atom* atom;
         KXMP4Atom::Ref owner; ///< Null for the atom that the parse began with.
-        std::size_t firstChild { 0 }; ///< Where its finished children begin among all of them.
     };
 
     /// A track among the open atoms, with what its finished children say of its type so far.
     struct OpenTrack {
         std::size_t depth; ///< Its place among the open atoms.
-        std::size_t nextChild; ///< The first of its finished children that was not looked at yet.
+        std::size_t examinedChildren { 0 };
         KXMP4TrackType type { KXMP4TrackTypeNone };
     };
 
     Header readHeader();
-    KXMP4Atom::Ref openAtom(KXMP4Atom* parent, KXMP4ContainerRule& rule);
+    Fresh readFreshAtom(KXMP4Atom* parent);
     void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
     void readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule);
     void open(KXMP4Atom& atom, KXMP4Atom::Ref owner);
     void closeLast();
     bool isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule);
+
+    // What `KXMP4Atom::trackType` would answer, without going over the same atoms for every table.
     KXMP4TrackType trackTypeAround(KXMP4Atom& atom);
+    KXMP4TrackType typeOfInnermostOpenTrack();
+    KXMP4TrackType typeOfTrackAbove(KXMP4Atom& top);
 
     KXAbstractData& _data;
     bool const _rootIsParsed;
     std::vector<OpenAtom> _open;
-    KXMP4Atom::List _finished; // Children of the open atoms, outermost first, until those close.
     std::vector<OpenTrack> _openTracks;
 
-    // The last answer for atoms outside of the open tracks.
-    KXMP4Atom* _lastTop { nullptr };
+    // The last track above the open atoms, and its type. The tables of one track follow each other.
     KXMP4Atom* _lastTrack { nullptr };
     KXMP4TrackType _lastTrackType { KXMP4TrackTypeNone };
 };

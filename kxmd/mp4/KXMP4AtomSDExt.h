@@ -28,7 +28,7 @@ public:
     /// `audioChannels` Of audio: the low four bits of the audio object type. The channel count is
     /// the sample entry's.
     [[nodiscard]] std::int32_t audioChannels() const { return _audioChannels; }
-    /// `setAudioChannels:` Sets the channel figure.
+    /// `setAudioChannels:` Sets that number.
     void setAudioChannels(std::int32_t audioChannels) { _audioChannels = audioChannels; }
 
 protected:

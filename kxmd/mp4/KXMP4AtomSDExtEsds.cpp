@@ -2,6 +2,8 @@
 
 #include "kxmd/host/KXLog.h"
 
+#include <tuple>
+
 namespace {
 
 // Class tags of descriptors, ISO/IEC 14496-1, table 1.
@@ -37,7 +39,7 @@ std::uint8_t KXMP4AtomSDExtEsds::skipFillersAndReadByte(KXAbstractData& data)
 {
     std::uint8_t byte;
     do {
-        if (!data.readUInt8To(byte))
+        if (!data.budget().takeHeaderByte() || !data.readUInt8To(byte))
             return 0;
     } while (byte == 0x80 || byte == 0x81 || byte == 0xFE);
     return byte;
@@ -58,7 +60,7 @@ std::string KXMP4AtomSDExtEsds::description() const
 
 void KXMP4AtomSDExtEsds::parseAtomSpecificData(KXAbstractData& data)
 {
-    data.skipBytes(4); // Version and flags.
+    std::ignore = data.readUInt32OrZero(KXSwap::yes); // Version and flags.
     // Each descriptor stands in the one before it, but a stream may begin with an inner one.
     std::uint8_t tag = data.readUInt8OrZero();
     if (tag == streamDescriptorTag) {

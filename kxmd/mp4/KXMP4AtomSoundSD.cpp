@@ -3,6 +3,8 @@
 #include "kxmd/mp4/KXMP4AtomSDExt.h"
 #include "kxmd/mp4/KXMP4AtomTypesPrivate.h"
 
+#include <tuple>
+
 std::string KXMP4AtomSoundSD::description() const
 {
     return KXMP4Atom::description()
@@ -22,7 +24,9 @@ void KXMP4AtomSoundSD::parseAtomSpecificData(KXAbstractData& data)
         data.setOffset(end());
         return;
     }
-    data.skipBytes(6); // Revision level, vendor.
+    // Read and not skipped: at the end of the data the fields behind then move up.
+    std::ignore = data.readUInt16OrZero(KXSwap::yes); // Revision level.
+    std::ignore = data.readUInt32OrZero(KXSwap::yes); // Vendor.
     if (version == 2) {
         // Fixed fields, size of the structure, sample rate as a 64-bit float.
         data.skipBytes(24);

@@ -23,8 +23,8 @@ constexpr VideoCodec videoCodecs[] {
 
 std::string KXMP4AtomVideoSD::description() const
 {
-    return KXMP4Atom::description() + " : Video SD: " + std::to_string(static_cast<int>(_width))
-        + " x " + std::to_string(static_cast<int>(_height));
+    return KXMP4Atom::description() + " : Video SD: " + std::to_string(wholePart(_width)) + " x "
+        + std::to_string(wholePart(_height));
 }
 
 void KXMP4AtomVideoSD::parseAtomSpecificData(KXAbstractData& data)

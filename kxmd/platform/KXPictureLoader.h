@@ -13,8 +13,9 @@ public:
     virtual ~KXPictureLoader();
 
     /// `sizeOfPictureInData:length:` The size in pixels of the picture in the next `length` bytes
-    /// of `data`; absent when they are no picture that the library knows. Reads no more than it
-    /// needs.
+    /// of `data`; absent when they are no picture that the library knows, or one that tells its
+    /// size only behind more bytes than these. Reads no more than it needs, and leaves the read
+    /// position anywhere.
     [[nodiscard]] virtual std::optional<KXSize> sizeOfPictureInData(
         KXAbstractData& data, std::uint64_t length) const = 0;
 };

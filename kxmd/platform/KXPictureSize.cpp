@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 namespace {
 
@@ -26,17 +27,21 @@ constexpr bool standsAlone(std::uint8_t marker)
     return marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8); // TEM, RST0 to RST7, SOI.
 }
 
+/// Reads the next marker's code. Any number of fill bytes may stand in front of it (B.1.1.2); other
+/// stray bytes, which some cameras leave between segments, are passed over as decoders do.
 bool readMarkerTo(std::uint8_t& marker, KXAbstractData& data)
 {
-    if (!data.readUInt8To(marker) || marker != 0xFF)
-        return false;
-    // Any number of fill bytes may stand in front of the code (B.1.1.2).
-    while (marker == 0xFF) {
-        if (!data.budget().pictureSegments || !data.readUInt8To(marker))
+    bool isBehindFF = false;
+    for (;;) {
+        std::uint8_t byte;
+        if (!data.budget().takeHeaderByte() || !data.readUInt8To(byte))
             return false;
-        --data.budget().pictureSegments;
+        if (isBehindFF && byte != 0xFF && byte != 0) {
+            marker = byte;
+            return true;
+        }
+        isBehindFF = byte == 0xFF;
     }
-    return true;
 }
 
 /// The frame header's size, if a scan follows it; `data` stands behind the start-of-image marker.
@@ -57,6 +62,9 @@ std::optional<KXSize> sizeOfJPEG(KXAbstractData& data, std::uint64_t end)
         if (length < 2 || length > end - segment)
             return std::nullopt;
         if (isStartOfFrame(marker)) {
+            constexpr std::uint16_t shortestFrameHeader = 8;
+            if (length < shortestFrameHeader)
+                return std::nullopt;
             data.skipBytes(1); // Sample precision in bits.
             std::uint16_t const height = data.readUInt16OrZero(KXSwap::yes);
             std::uint16_t const width = data.readUInt16OrZero(KXSwap::yes);
@@ -94,9 +102,6 @@ std::uint32_t numberAt(std::uint8_t const* bytes)
         | std::uint32_t { bytes[2] } << 8 | bytes[3];
 }
 
-constexpr std::array<std::uint8_t, 8> signatureOfPNG { 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A,
-    '\n' };
-
 /// The size in the header chunk, if that is whole; `data` stands at the signature.
 std::optional<KXSize> sizeOfPNG(KXAbstractData& data)
 {
@@ -106,8 +111,7 @@ std::optional<KXSize> sizeOfPNG(KXAbstractData& data)
     std::array<std::uint8_t, 33> bytes;
     if (!data.readBytesTo(bytes.data(), bytes.size()))
         return std::nullopt;
-    bool const whole = std::equal(signatureOfPNG.begin(), signatureOfPNG.end(), bytes.begin())
-        && std::equal(lengthAndType.begin(), lengthAndType.end(), bytes.begin() + 8)
+    bool const whole = std::equal(lengthAndType.begin(), lengthAndType.end(), bytes.begin() + 8)
         && crcOf(std::span(bytes).subspan(type, code - type)) == numberAt(&bytes[code]);
     std::uint32_t const pixelsWide = numberAt(&bytes[width]);
     std::uint32_t const pixelsHigh = numberAt(&bytes[height]);
@@ -117,26 +121,64 @@ std::optional<KXSize> sizeOfPNG(KXAbstractData& data)
     return KXSize { static_cast<double>(pixelsWide), static_cast<double>(pixelsHigh) };
 }
 
+struct Signature {
+    std::size_t position;
+    std::string_view bytes;
+};
+
+// The other formats that covers come in. Nothing else is given to the picture library: some of its
+// loaders, those of text formats above all, take long to refuse what they do not know.
+constexpr Signature signaturesOfOtherFormats[] {
+    { 0, "GIF8" }, { 0, "BM" }, { 0, std::string_view("II*\0", 4) }, // TIFF, little-endian.
+    { 0, std::string_view("MM\0*", 4) }, // TIFF, big-endian.
+    { 8, "WEBP" }, { 4, "ftypavi" }, // AVIF.
+    { 4, "ftyphei" }, // HEIF of HEVC.
+    { 4, "ftypmif1" }, // HEIF.
+};
+
+bool isOfOtherFormat(std::string_view head)
+{
+    return std::ranges::any_of(signaturesOfOtherFormats, [head](Signature const& signature) {
+        return head.size() > signature.position
+            && head.substr(signature.position).starts_with(signature.bytes);
+    });
+}
+
+std::optional<KXSize> sizeByPictureLibrary(KXAbstractData& data, std::uint64_t length)
+{
+    constexpr std::uint64_t costOfALoader = 128 * 1024; // Also for a picture of a few bytes.
+    KXParseBudget& budget = data.budget();
+    if (!budget.pictureBytes())
+        return std::nullopt;
+    std::uint64_t const start = data.offset();
+    auto const size = KXPlatform::shared()->pictureLoader->sizeOfPictureInData(
+        data, std::min(length, budget.pictureBytes()));
+    budget.takePictureBytes(std::max(data.offset() - start, costOfALoader));
+    return size;
+}
+
 }
 
 std::optional<KXSize> sizeOfEncodedPictureInData(KXAbstractData& data, std::uint64_t length)
 {
-    constexpr std::uint16_t startOfImage = 0xFFD8;
-    constexpr std::uint16_t firstOfPNG = 0x8950;
+    constexpr std::string_view startOfImage = "\xFF\xD8";
+    constexpr std::string_view signatureOfPNG = "\x89PNG\r\n\x1A\n";
     constexpr std::uint64_t lengthOfPNGHeader = 33;
 
     if (length > data.remainingLength())
         return std::nullopt;
     std::uint64_t const start = data.offset();
-    std::uint16_t const first
-        = length >= 2 ? data.readUInt16OrZero(KXSwap::yes) : std::uint16_t { 0 };
-    if (first == startOfImage)
+    std::array<char, 12> bytes;
+    std::uint64_t const count
+        = data.readBytesToMaxLength(reinterpret_cast<std::uint8_t*>(bytes.data()),
+            std::min<std::uint64_t>(length, bytes.size()));
+    std::string_view const head(bytes.data(), static_cast<std::size_t>(count));
+    if (head.starts_with(startOfImage)) {
+        data.setOffset(start + startOfImage.size());
         return sizeOfJPEG(data, start + length);
+    }
     data.setOffset(start);
-    if (first == firstOfPNG)
+    if (head.starts_with(signatureOfPNG))
         return length >= lengthOfPNGHeader ? sizeOfPNG(data) : std::nullopt;
-    if (!data.budget().pictureLoads)
-        return std::nullopt;
-    --data.budget().pictureLoads;
-    return KXPlatform::shared()->pictureLoader->sizeOfPictureInData(data, length);
+    return isOfOtherFormat(head) ? sizeByPictureLibrary(data, length) : std::nullopt;
 }

@@ -1,9 +1,12 @@
 #include "kxmd/platform/KXSerialQueue.h"
 
+#include "kxmd/host/KXLog.h"
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <pthread.h>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -58,13 +61,20 @@ void KXSerialQueue::async(Work work)
 {
     std::scoped_lock const lock(_state->mutex);
     _state->works.push_back(std::move(work));
-    if (!_state->threadStarted) {
-        // Detached, since the queue may be released on this very thread and could not join it
-        // there.
+    if (!_state->threadStarted)
+        startThread();
+    _state->changed.notify_one();
+}
+
+void KXSerialQueue::startThread()
+{
+    try {
+        // Detached: the queue may be released on this very thread, which could not join itself.
         std::thread thread([state = _state] { state->runWorks(); });
         ::pthread_setname_np(thread.native_handle(), threadNameOfLabel(_label).c_str());
         thread.detach();
         _state->threadStarted = true;
+    } catch (std::system_error const&) {
+        KXLog("Metadata", "KXSerialQueue->no thread to be had, the next work tries again");
     }
-    _state->changed.notify_one();
 }

@@ -5,7 +5,8 @@
 #include <memory>
 #include <string>
 
-/// A queue with one thread of its own, which starts with the first work.
+/// A queue with one thread of its own, which starts with the first work; when the system has no
+/// thread to give, the work waits for the next one.
 ///
 /// Letting go of the queue does not wait: works already submitted still run, then the thread ends.
 /// The last owner may therefore be a work of the queue itself.
@@ -22,6 +23,8 @@ public:
 
 private:
     struct State;
+
+    void startThread();
 
     std::string const _label;
     std::shared_ptr<State> const _state; // Shared with the thread, which may outlive the queue.

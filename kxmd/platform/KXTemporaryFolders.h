@@ -15,7 +15,8 @@ public:
     [[nodiscard]] virtual std::string applicationTempFolder() const = 0;
 
     /// `applicationUniqueTempFolderWithPrefix:` The path of a new folder in the application's
-    /// temporary folder, its name unique and beginning with `prefix`; empty when it cannot be made.
+    /// temporary folder, its name unique and beginning with `prefix`, a name without slashes; empty
+    /// when it cannot be made.
     [[nodiscard]] virtual std::string applicationUniqueTempFolderWithPrefix(
         std::string_view prefix) const = 0;
 };

@@ -258,22 +258,3 @@ TEST(KXMutableAbstractData, ReadsTheEditedBytes)
     reader->setOffset(100001);
     EXPECT_EQ(reader->readUInt8OrZero(), 'd');
 }
-
-TEST(KXParseBudget, LogsTheFirstRefusalOnly)
-{
-    LogCapture const log;
-    KXParseBudget budget;
-    budget.nodes = 2;
-    EXPECT_TRUE(budget.takeNode("no more"));
-    EXPECT_TRUE(budget.takeNode("no more"));
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
-    EXPECT_FALSE(budget.takeNode("no more"));
-    EXPECT_FALSE(budget.takeNode("no more"));
-    EXPECT_THAT(log.lines(), ElementsAre("Metadata: no more"));
-}
-
-TEST(KXParseBudget, BeginsWithAMillionNodes)
-{
-    EXPECT_EQ(reader({})->budget().nodes, 1048576u);
-    EXPECT_EQ(reader({})->budget().pictureLoads, 64u);
-}

@@ -46,6 +46,18 @@ TEST(KXFileData, OpensNothingButRegularFiles)
     }
 }
 
+TEST(KXFileData, ReadOfBytesThatAreCutOffMeanwhileShowsNoneOfThem)
+{
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", filled(100'000, 'x'));
+    auto const reader = KXAbstractData::createWithPath(path);
+    std::filesystem::resize_file(path, 50'000);
+    Bytes target(80'000, 'y');
+    EXPECT_FALSE(reader->readBytesTo(target.data(), target.size()));
+    EXPECT_EQ(target, zeros(target.size()));
+    EXPECT_EQ(reader->offset(), 0u);
+}
+
 TEST(KXFileData, OpensAnEmptyFile)
 {
     TemporaryFolder const folder;

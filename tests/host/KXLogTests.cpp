@@ -84,3 +84,16 @@ TEST(KXLogDeathTest, WritesToStandardErrorUntilASinkIsSet)
         },
         testing::ExitedWithCode(0), "^\\[Metadata\\] Line 1\n$");
 }
+
+TEST(KXLog, SinkMayLogItself)
+{
+    LogCapture const restored; // Puts the usual sink back at the end.
+    std::vector<std::string> lines;
+    setLogSink([&lines](std::string_view, std::string_view text) {
+        lines.emplace_back(text);
+        if (text == "outer")
+            KXLog("Metadata", "inner");
+    });
+    KXLog("Metadata", "outer");
+    EXPECT_THAT(lines, testing::ElementsAre("outer", "inner"));
+}

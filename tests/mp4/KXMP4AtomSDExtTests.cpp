@@ -108,11 +108,24 @@ TEST(KXMP4AtomSDExtEsds, SearchReadsAWordBeyondADescriptorOfTwoBytes)
 
 TEST(KXMP4AtomSDExtEsds, SearchOfA255ByteDescriptorEnds)
 {
-    Bytes const file = join(esds(visual, 0, 0, zeros(100)), filled(100'000, 7));
-    Bytes changed = file;
-    changed[file.size() - 100'000 - 101] = 255; // The length of the innermost descriptor,
-    changed[2] = 0x7F; // and an atom that is large enough for it.
-    EXPECT_EQ(esdsOf(changed)->profile(), 0);
+    // The first word, and then one for each step of an eight-bit counter through the even numbers.
+    constexpr std::size_t wordsSearched = 1 + 128;
+    Bytes const head
+        = join(u32(0), u8(4), u8(200), u8(visual), u8(0), u24(0), u32(0), u32(0), u8(5), u8(255));
+    for (bool const isLastWord : { true, false }) {
+        std::size_t const wordsInFront = isLastWord ? wordsSearched - 1 : wordsSearched;
+        auto const found = esdsOf(
+            atom("esds", head, filled(wordsInFront * 2, 7), bytes({ 1, 0xB0, 0x45 }), zeros(10)));
+        EXPECT_EQ(found->profile(), isLastWord ? 4 : 0);
+    }
+}
+
+TEST(KXMP4AtomSDExtEsds, VersionThatIsCutOffIsNotSkipped)
+{
+    // At the end of the data its failed read stays, and the bytes that are there are taken for
+    // tags.
+    auto const found = esdsOf(atomClaiming(100, "esds", u8(4), u8(5), u8(audio)));
+    EXPECT_EQ(found->objectTypeIndication(), 0x40);
 }
 
 TEST(KXMP4AtomSDExtEsds, OtherObjectTypesAreLoggedAndKeepTheirBitRates)

@@ -175,6 +175,16 @@ TEST(KXMP4AtomSoundSD, Size27HasNeitherChannelsNorChildrenAndSize28IsRead)
     EXPECT_EQ(enough->audioChannels(), 2u);
 }
 
+TEST(KXMP4AtomSoundSD, VendorThatIsCutOffIsNotSkipped)
+{
+    // At the end of the data its failed read stays, and the bytes that are there are the channels.
+    auto const data
+        = reader(atomClaiming(36, "samr", zeros(6), u16(1), u16(0), u16(0), text("ap")));
+    KXMP4AtomSoundSD entry;
+    entry.parseWithParent(nullptr, *data);
+    EXPECT_EQ(entry.audioChannels(), 0x6170u);
+}
+
 TEST(KXMP4AtomSoundSD, EntriesOfOtherCodecsKeepNoChildren)
 {
     for (char const* const type : { "alac", "samr", "sawb" }) {

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace build;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -312,6 +314,75 @@ TEST(KXMP4Atom, SecondParseOfASampleDescriptionReplacesItsChildren)
     table->parseWithParent(table->parent(), *data);
     EXPECT_THAT(tagsOf(table->children()), ElementsAre("mp4a"));
     EXPECT_EQ(data->offset(), table->offset() + table->size());
+}
+
+TEST(KXMP4Atom, MediaAtomThatIsReadAnewFindsItsSampleEntriesAgain)
+{
+    auto const data = reader(atom("moov", track("soun", stsd(soundEntry("mp4a")))));
+    auto const root = KXMP4Atom::atomWithAbstractData(*data);
+    for (char const* const path :
+        { "moov/trak/mdia", "moov/trak/mdia/minf" }) {
+        auto const atom = root->allAtomsWithPath(path).front();
+        data->setOffset(atom->offset());
+        atom->parseWithParent(atom->parent(), *data);
+        EXPECT_EQ(root->allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd/mp4a").size(), 1u) << path;
+    }
+}
+
+TEST(KXMP4Atom, SecondParseOfARootReplacesItsAtoms)
+{
+    auto const root = treeOf(join(atom("moov"), atom("mdat")));
+    root->parseRootWithAbstractData(*reader(atom("free")));
+    EXPECT_THAT(tagsOf(root->children()), ElementsAre("free"));
+    EXPECT_EQ(root->size(), 8u);
+}
+
+TEST(KXMP4Atom, AtomThatNobodySharesFindsNothingAndThrowsNothing)
+{
+    KXMP4Atom parent, atom;
+    atom.setParent(&parent);
+    atom.setTag("trak");
+    EXPECT_THAT(atom.allAtomsWithPath("trak"), IsEmpty());
+    EXPECT_EQ(atom.trackType(), KXMP4TrackTypeNone);
+}
+
+TEST(KXMP4Atom, AtomWithoutATypeHasNoContent)
+{
+    auto const data = reader(join(u32(100), dataAtom(1, text("text"))));
+    data->setOffset(4);
+    KXMP4Atom atom;
+    atom.parseAtomSpecificData(*data);
+    EXPECT_EQ(atom.content(), std::nullopt);
+    EXPECT_FALSE(atom.isContainerAtom());
+}
+
+TEST(KXMP4Atom, ContainerRuleGoesByTheTagOfTheMoment)
+{
+    KXMP4Atom atom;
+    atom.setTag("moov");
+    EXPECT_TRUE(atom.isContainerAtom());
+    atom.setTag("oo"); // Inside of "moov".
+    EXPECT_TRUE(atom.isContainerAtom());
+    atom.setTag("mdat");
+    EXPECT_FALSE(atom.isContainerAtom());
+}
+
+TEST(KXMP4Atom, FinishedTreeIsReadByManyThreads)
+{
+    auto const root = treeOf(atom("moov", track("soun", stsd(soundEntry("mp4a"))),
+        userDataWithTags(tagAtom("\xA9nam", "Blue"))));
+    std::string const expected = root->recursiveDescriptionWithInset(0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&root, &expected] {
+            for (int round = 0; round < 200; ++round) {
+                EXPECT_EQ(root->recursiveDescriptionWithInset(0), expected);
+                EXPECT_EQ(root->allAtomsWithPath("moov/udta/meta/ilst/©nam").size(), 1u);
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
 }
 
 TEST(KXMP4Atom, AtomForParentReadsOneAtomAndMovesToItsEnd)

@@ -30,7 +30,15 @@ int open(char const* path, int flags, ...)
     mode_t const mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     ++counted.calls;
+    ++counted.opened;
     return original(path, flags, mode);
+}
+
+int stat(char const* path, struct stat* status) noexcept
+{
+    static auto* const original = next<int(char const*, struct stat*)>("stat");
+    ++counted.calls;
+    return original(path, status);
 }
 
 int fstat(int descriptor, struct stat* status) noexcept
@@ -44,6 +52,16 @@ ssize_t pread(int descriptor, void* target, size_t count, off_t position)
 {
     static auto* const original = next<ssize_t(int, void*, size_t, off_t)>("pread");
     ssize_t const got = original(descriptor, target, count, position);
+    ++counted.calls;
+    if (got > 0)
+        counted.bytesRead += static_cast<std::uint64_t>(got);
+    return got;
+}
+
+ssize_t read(int descriptor, void* target, size_t count)
+{
+    static auto* const original = next<ssize_t(int, void*, size_t)>("read");
+    ssize_t const got = original(descriptor, target, count);
     ++counted.calls;
     if (got > 0)
         counted.bytesRead += static_cast<std::uint64_t>(got);

@@ -5,7 +5,8 @@
 /// What this process asked the kernel for on behalf of files, counted by functions that stand in
 /// front of the C library's own. Linking SystemCalls.cpp into a program is enough.
 struct SystemCalls {
-    std::uint64_t calls { 0 }; ///< open, fstat, pread and close.
+    std::uint64_t calls { 0 }; ///< open, stat, fstat, pread, read and close.
+    std::uint64_t opened { 0 }; ///< open alone.
     std::uint64_t bytesRead { 0 };
 
     /// The counts of the calling thread since it began.
@@ -13,6 +14,6 @@ struct SystemCalls {
 
     SystemCalls operator-(SystemCalls const& earlier) const
     {
-        return { calls - earlier.calls, bytesRead - earlier.bytesRead };
+        return { calls - earlier.calls, opened - earlier.opened, bytesRead - earlier.bytesRead };
     }
 };

@@ -7,9 +7,6 @@
 
 namespace {
 
-// Some loaders tell the size only after the whole picture; larger ones stay unmeasured.
-constexpr std::uint64_t longestPicture = 4 * 1024 * 1024;
-
 struct Unreference {
     void operator()(gpointer object) const { g_object_unref(object); }
 };
@@ -25,8 +22,6 @@ void keepSize(GdkPixbufLoader* loader, int width, int height, gpointer size)
 std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
     KXAbstractData& data, std::uint64_t length) const
 {
-    if (length > longestPicture)
-        length = longestPicture;
     std::unique_ptr<GdkPixbufLoader, Unreference> const loader(gdk_pixbuf_loader_new());
     KXSize size;
     g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(keepSize), &size);
