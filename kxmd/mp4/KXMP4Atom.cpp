@@ -129,17 +129,9 @@ KXMP4TrackType KXMP4Atom::trackType()
 
 bool KXMP4Atom::isContainerAtom()
 {
-    switch (containerRuleOfTag(tag())) {
-    case KXMP4ContainerRule::always:
-        return true;
-    case KXMP4ContainerRule::onceRootIsParsed:
-        return rootIsParsed();
-    case KXMP4ContainerRule::inMediaTracks:
-        return rootIsParsed() && trackType() != KXMP4TrackTypeNone;
-    case KXMP4ContainerRule::never:
-        break;
-    }
-    return false;
+    return isContainerUnderRule(
+        containerRuleOfTag(tag()), [this] { return rootIsParsed(); },
+        [this] { return trackType(); });
 }
 
 KXMP4Atom::List KXMP4Atom::allAtomsWithPath(std::string_view path)

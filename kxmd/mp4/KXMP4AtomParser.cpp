@@ -165,9 +165,18 @@ void KXMP4AtomParser::readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule)
             open(opened, std::move(child));
         } else {
             _data.setOffset(child->end());
-            parent._children.push_back(std::move(child));
+            appendChild(parent, std::move(child));
         }
     }
+}
+
+/// Without the lock: only the building thread touches the tree now.
+void KXMP4AtomParser::appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child)
+{
+    constexpr std::size_t fewChildren = 4;
+    if (parent._children.empty())
+        parent._children.reserve(fewChildren);
+    parent._children.push_back(std::move(child));
 }
 
 void KXMP4AtomParser::open(KXMP4Atom& atom, KXMP4Atom::Ref owner)
@@ -188,22 +197,13 @@ void KXMP4AtomParser::closeLast()
     // again as what follows the parent. Wanted so; the budget of atoms bounds it.
     _data.setOffset(closed.atom->end());
     if (closed.owner)
-        _open.back().atom->_children.push_back(std::move(closed.owner));
+        appendChild(*_open.back().atom, std::move(closed.owner));
 }
 
 bool KXMP4AtomParser::isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule)
 {
-    switch (rule) {
-    case KXMP4ContainerRule::always:
-        return true;
-    case KXMP4ContainerRule::onceRootIsParsed:
-        return _rootIsParsed;
-    case KXMP4ContainerRule::inMediaTracks:
-        return _rootIsParsed && trackTypeAround(atom) != KXMP4TrackTypeNone;
-    case KXMP4ContainerRule::never:
-        break;
-    }
-    return false;
+    return isContainerUnderRule(
+        rule, [this] { return _rootIsParsed; }, [&] { return trackTypeAround(atom); });
 }
 
 KXMP4TrackType KXMP4AtomParser::trackTypeAround(KXMP4Atom& atom)

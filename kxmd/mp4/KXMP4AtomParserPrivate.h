@@ -56,6 +56,7 @@ private:
     Fresh readFreshAtom(KXMP4Atom* parent);
     void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
     void readChildren(KXMP4Atom& atom, KXMP4ContainerRule rule);
+    static void appendChild(KXMP4Atom& parent, KXMP4Atom::Ref child);
     void open(KXMP4Atom& atom, KXMP4Atom::Ref owner);
     void closeLast();
     bool isContainer(KXMP4Atom& atom, KXMP4ContainerRule rule);

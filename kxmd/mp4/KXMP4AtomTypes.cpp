@@ -90,7 +90,7 @@ public:
 
     KXMP4TypeTraits traitsOfType(std::uint32_t type) const
     {
-        std::size_t slot = firstSlotOfType(type);
+        std::size_t slot = hashOfCode(type);
         while (_slots[slot].type != type) {
             if (!_slots[slot].type)
                 return {};
@@ -107,17 +107,12 @@ private:
 
     static constexpr std::size_t codeLength = 4;
 
-    static constexpr std::size_t firstSlotOfType(std::uint32_t type)
-    {
-        return (type * 2654435761u) >> 23; // Fibonacci hashing; nine bits for 512 slots.
-    }
-
     consteval void add(std::string_view code)
     {
         std::uint32_t type = 0;
         for (std::size_t i = 0; i < codeLength; ++i)
             type |= std::uint32_t { static_cast<std::uint8_t>(code[i]) } << 8 * i;
-        std::size_t slot = firstSlotOfType(type);
+        std::size_t slot = hashOfCode(type);
         while (_slots[slot].type && _slots[slot].type != type)
             slot = (slot + 1) % _slots.size();
         _slots[slot] = { type, { classOfType(code), ruleOfTag(code) } };
@@ -130,7 +125,7 @@ private:
             add(list.codes().substr(i, codeLength));
     }
 
-    std::array<Slot, 512> _slots {};
+    std::array<Slot, 512> _slots {}; // One for each hash, and room to move on.
 };
 
 constexpr TraitsTable traitsTable;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kxmd/host/KXCodeList.h"
+#include "kxmd/mp4/KXMP4Atom.h"
 
 #include <cstdint>
 #include <string_view>
@@ -51,6 +52,23 @@ struct KXMP4TypeTraits {
     KXMP4AtomClass atomClass { KXMP4AtomClass::plain };
     KXMP4ContainerRule containerRule { KXMP4ContainerRule::never };
 };
+
+/// Whether an atom under the rule is read as atoms, by what is asked only when it matters.
+template <class RootIsParsed, class TrackType>
+bool isContainerUnderRule(KXMP4ContainerRule rule, RootIsParsed rootIsParsed, TrackType trackType)
+{
+    switch (rule) {
+    case KXMP4ContainerRule::always:
+        return true;
+    case KXMP4ContainerRule::onceRootIsParsed:
+        return rootIsParsed();
+    case KXMP4ContainerRule::inMediaTracks:
+        return rootIsParsed() && trackType() != KXMP4TrackTypeNone;
+    case KXMP4ContainerRule::never:
+        break;
+    }
+    return false;
+}
 
 /// By the tag of an atom.
 KXMP4ContainerRule containerRuleOfTag(std::string_view tag);

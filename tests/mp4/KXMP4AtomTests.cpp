@@ -320,8 +320,7 @@ TEST(KXMP4Atom, MediaAtomThatIsReadAnewFindsItsSampleEntriesAgain)
 {
     auto const data = reader(atom("moov", track("soun", stsd(soundEntry("mp4a")))));
     auto const root = KXMP4Atom::atomWithAbstractData(*data);
-    for (char const* const path :
-        { "moov/trak/mdia", "moov/trak/mdia/minf" }) {
+    for (char const* const path : { "moov/trak/mdia", "moov/trak/mdia/minf" }) {
         auto const atom = root->allAtomsWithPath(path).front();
         data->setOffset(atom->offset());
         atom->parseWithParent(atom->parent(), *data);
