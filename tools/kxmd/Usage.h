@@ -23,13 +23,6 @@ std::vector<std::string> literalArguments(int count, char** arguments);
 /// `text` without the mark that `literalArguments` may have put in front.
 std::string withoutLiteralMark(std::string text);
 
-/// The arguments of the command line, first to last, such that the parser takes each as one text.
-/// It would read "[Live]" as a list of one element, and a folder of music may well be named so.
-std::vector<std::string> literalArguments(int count, char** arguments);
-
-/// `text` without the mark that `literalArguments` may have put in front.
-std::string withoutLiteralMark(std::string text);
-
 /// A text that a subcommand asks for, taken as it was typed.
 void addText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description);
