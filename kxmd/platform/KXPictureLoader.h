@@ -1,8 +1,10 @@
 #pragma once
 
 #include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXData.h"
 #include "kxmd/host/KXExport.h"
 #include "kxmd/host/KXSize.h"
+#include "kxmd/platform/KXImage.h"
 
 #include <cstdint>
 #include <optional>
@@ -18,4 +20,19 @@ public:
     /// position anywhere.
     [[nodiscard]] virtual std::optional<KXSize> sizeOfPictureInData(
         KXAbstractData& data, std::uint64_t length) const = 0;
+
+    /// `imageInData:length:wantedSize:` The picture in the next `length` bytes of `data`, upright.
+    ///
+    /// Null when they are no picture that the library knows, or one too large to decode. The
+    /// picture may come smaller than it is stored, but neither side smaller than that of
+    /// `wantedSize`; an empty `wantedSize` asks for all of it.
+    [[nodiscard]] virtual KXImage::Ref imageInData(
+        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const = 0;
+
+    /// `jpgRepresentation` The picture as a JPEG file, over white where it is transparent; empty
+    /// when it cannot be encoded. One fixed quality: the same picture always gives the same bytes.
+    [[nodiscard]] virtual KXData jpgRepresentation(KXImage const& image) const = 0;
+
+    /// `pngRepresentation` The picture as a PNG file; empty when it cannot be encoded.
+    [[nodiscard]] virtual KXData pngRepresentation(KXImage const& image) const = 0;
 };

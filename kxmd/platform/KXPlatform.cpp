@@ -6,6 +6,8 @@
 
 KXPictureLoader::~KXPictureLoader() = default;
 KXTextDigest::~KXTextDigest() = default;
+KXThumbnailService::~KXThumbnailService() = default;
+KXIconProvider::~KXIconProvider() = default;
 KXTemporaryFolders::~KXTemporaryFolders() = default;
 
 namespace {

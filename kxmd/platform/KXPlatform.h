@@ -1,9 +1,12 @@
 #pragma once
 
 #include "kxmd/host/KXExport.h"
+#include "kxmd/platform/KXIconProvider.h"
 #include "kxmd/platform/KXPictureLoader.h"
+#include "kxmd/platform/KXQueue.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
 #include "kxmd/platform/KXTextDigest.h"
+#include "kxmd/platform/KXThumbnailService.h"
 
 #include <memory>
 
@@ -12,6 +15,9 @@ struct KX_EXPORT KXPlatform {
     using Ref = std::shared_ptr<KXPlatform const>;
 
     std::shared_ptr<KXPictureLoader const> pictureLoader;
+    std::shared_ptr<KXThumbnailService const> thumbnailService;
+    std::shared_ptr<KXIconProvider const> iconProvider;
+    std::shared_ptr<KXQueue> mainQueue; ///< Where handlers are called that touch a user interface.
     std::shared_ptr<KXTextDigest const> textDigest;
     std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
 

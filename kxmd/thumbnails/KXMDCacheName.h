@@ -2,6 +2,7 @@
 
 #include "kxmd/host/KXExport.h"
 #include "kxmd/host/KXSize.h"
+#include "kxmd/platform/KXTextDigest.h"
 
 #include <string>
 #include <string_view>
@@ -12,3 +13,7 @@
 /// The SHA-1 of key and size, the size cut to whole points, as 40 hexadecimal digits. Any key has a
 /// name, an empty one as well. Uses the process-wide platform's digest.
 [[nodiscard]] KX_EXPORT std::string cacheNameForPath(std::string_view key, KXSize size);
+
+/// `cacheNameForPath:size:digest:` The same by a digest of the caller's.
+[[nodiscard]] KX_EXPORT std::string cacheNameForPath(
+    std::string_view key, KXSize size, KXTextDigest const& digest);

@@ -50,6 +50,13 @@ public:
         return KXSize { 1, 2 };
     }
 
+    KXImage::Ref imageInData(KXAbstractData&, std::uint64_t, KXSize) const override
+    {
+        return nullptr;
+    }
+    KXData jpgRepresentation(KXImage const&) const override { return {}; }
+    KXData pngRepresentation(KXImage const&) const override { return {}; }
+
     mutable int calls { 0 };
     mutable std::uint64_t lastOffset { 0 };
     mutable std::uint64_t lastLength { 0 };

@@ -15,6 +15,9 @@ TEST(KXPlatform, OfThisMachineIsComplete)
     auto const platform = KXPlatform::platformOfThisMachine();
     ASSERT_TRUE(platform);
     EXPECT_TRUE(platform->pictureLoader);
+    EXPECT_TRUE(platform->thumbnailService);
+    EXPECT_TRUE(platform->iconProvider);
+    EXPECT_TRUE(platform->mainQueue);
     EXPECT_TRUE(platform->textDigest);
     EXPECT_TRUE(platform->temporaryFolders);
 }

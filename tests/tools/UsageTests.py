@@ -4,7 +4,7 @@ import subprocess
 
 from support import COMMAND, CommandTestCase, run
 
-SUBCOMMANDS = ("info", "atoms", "frames", "cache-name")
+SUBCOMMANDS = ("info", "atoms", "frames", "exif", "cache-name")
 
 
 class UsageTests(CommandTestCase):

@@ -10,4 +10,5 @@ class Session;
 void addInfoCommand(CLI::App& app, Session& session);
 void addAtomsCommand(CLI::App& app, Session& session);
 void addFramesCommand(CLI::App& app, Session& session);
+void addExifCommand(CLI::App& app, Session& session);
 void addCacheNameCommand(CLI::App& app, Session& session);

@@ -94,3 +94,9 @@ void addSize(CLI::App& command, KXSize& size)
         ->type_name("WxH")
         ->required();
 }
+
+void addOutput(CLI::App& command, std::string& path, std::string const& description)
+{
+    auto const take = [&path](std::string const& typed) { path = withoutLiteralMark(typed); };
+    command.add_option_function<std::string>("-o,--output", take, description)->type_name("OUT");
+}

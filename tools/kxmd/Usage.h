@@ -34,5 +34,8 @@ void addFile(CLI::App& command, std::string& path, std::string const& descriptio
 CLI::Option* addFiles(CLI::App& command, std::string const& description);
 std::vector<std::string> pathsOf(CLI::Option const& files);
 
+/// The file that a subcommand writes its result to, if one is named.
+void addOutput(CLI::App& command, std::string& path, std::string const& description);
+
 /// The size in points that a subcommand asks for.
 void addSize(CLI::App& command, KXSize& size);

@@ -23,6 +23,7 @@ void addCommands(CLI::App& app, Session& session)
     addInfoCommand(app, session);
     addAtomsCommand(app, session);
     addFramesCommand(app, session);
+    addExifCommand(app, session);
     addCacheNameCommand(app, session);
 }
 

@@ -1,12 +1,19 @@
 #include "kxmd/platform/KXPlatform.h"
+#include "kxmd/platform/linux/KXGLibMainQueuePrivate.h"
 #include "kxmd/platform/linux/KXGLibTemporaryFoldersPrivate.h"
 #include "kxmd/platform/linux/KXGLibTextDigestPrivate.h"
+#include "kxmd/platform/linux/KXLinuxIconProviderPrivate.h"
+#include "kxmd/platform/linux/KXLinuxThumbnailServicePrivate.h"
 #include "kxmd/platform/linux/KXPixbufPictureLoaderPrivate.h"
 
 KXPlatform::Ref KXPlatform::platformOfThisMachine()
 {
+    auto const pictureLoader = std::make_shared<KXPixbufPictureLoader const>();
     return std::make_shared<KXPlatform const>(KXPlatform {
-        .pictureLoader = std::make_shared<KXPixbufPictureLoader const>(),
+        .pictureLoader = pictureLoader,
+        .thumbnailService = std::make_shared<KXLinuxThumbnailService const>(pictureLoader),
+        .iconProvider = std::make_shared<KXLinuxIconProvider const>(),
+        .mainQueue = std::make_shared<KXGLibMainQueue>(),
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
         .temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>(),
     });

@@ -7,4 +7,8 @@ class KXPixbufPictureLoader final : public KXPictureLoader {
 public:
     [[nodiscard]] std::optional<KXSize> sizeOfPictureInData(
         KXAbstractData& data, std::uint64_t length) const override;
+    [[nodiscard]] KXImage::Ref imageInData(
+        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
+    [[nodiscard]] KXData jpgRepresentation(KXImage const& image) const override;
+    [[nodiscard]] KXData pngRepresentation(KXImage const& image) const override;
 };

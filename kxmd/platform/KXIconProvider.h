@@ -1,0 +1,25 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXSize.h"
+#include "kxmd/platform/KXImage.h"
+
+#include <string>
+#include <string_view>
+
+/// Icons by type of file. Safe to call from several threads.
+class KX_EXPORT KXIconProvider {
+public:
+    virtual ~KXIconProvider();
+
+    /// `iconForFileType:size:` The icon of a type, in about `size` points.
+    ///
+    /// The type is a file name extension or `folderType` or `documentType`. Unknown types have a
+    /// generic icon. Null for a size that no picture can have.
+    [[nodiscard]] virtual KXImage::Ref iconForFileType(
+        std::string const& fileType, KXSize size) const = 0;
+
+    // Types that are no extension: the apostrophes keep them apart from any.
+    static constexpr std::string_view folderType = "'fldr'";
+    static constexpr std::string_view documentType = "'docu'"; ///< A file without extension.
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXSize.h"
+#include "kxmd/platform/KXImage.h"
+
+#include <string>
+
+/// Renders files: pictures, movies, music with a cover, documents. Whatever of an untrusted file is
+/// decoded goes through here, so that it can be moved out of the process. Safe to call from several
+/// threads.
+class KX_EXPORT KXThumbnailService {
+public:
+    virtual ~KXThumbnailService();
+
+    /// `imageForPath:maximumSize:` A picture of the file at `path`, upright, with its own
+    /// proportions.
+    ///
+    /// No larger than `maximumSize` in points and never enlarged. Null for what cannot be shown.
+    [[nodiscard]] virtual KXImage::Ref imageForPath(
+        std::string const& path, KXSize maximumSize) const = 0;
+};

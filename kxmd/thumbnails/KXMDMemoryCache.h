@@ -1,0 +1,49 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+#include "kxmd/platform/KXImage.h"
+
+#include <cstddef>
+#include <list>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+/// Pictures by name, as many as fit a budget of bytes: the least recently used ones make room.
+/// No lock of its own.
+class KX_EXPORT KXMDMemoryCache {
+public:
+    /// `initWithByteBudget:` A cache that holds up to `byteBudget` bytes of pixels.
+    explicit KXMDMemoryCache(std::size_t byteBudget);
+    KXMDMemoryCache(KXMDMemoryCache&&) = default;
+    KXMDMemoryCache(KXMDMemoryCache const&) = delete; // The index points into the entries.
+    KXMDMemoryCache& operator=(KXMDMemoryCache const&) = delete;
+
+    /// `imageForName:` The picture of that name, from now on the most recently used; null if none.
+    [[nodiscard]] KXImage::Ref imageForName(std::string const& name);
+
+    /// `setImage:forName:` Keeps `image` under `name`, in place of an earlier one, and evicts
+    /// others to make room. A picture larger than the whole budget is not kept.
+    void setImageForName(KXImage::Ref image, std::string const& name);
+
+    /// `evictToByteCount:` Lets go of pictures until at most `byteCount` bytes are held.
+    void evictToByteCount(std::size_t byteCount);
+
+    /// `byteCount` The bytes of pixels that are held.
+    [[nodiscard]] std::size_t byteCount() const { return _byteCount; }
+
+private:
+    struct Entry {
+        std::string name;
+        KXImage::Ref image;
+    };
+    using Entries = std::list<Entry>;
+
+    static std::size_t bytesOf(Entry const& entry) { return entry.image->pixels().size(); }
+    void remove(Entries::iterator entry);
+
+    std::size_t const _byteBudget;
+    std::size_t _byteCount { 0 };
+    Entries _entries; // The most recently used first.
+    std::unordered_map<std::string_view, Entries::iterator> _byName; // Names live in the entries.
+};

@@ -1,0 +1,312 @@
+#include "kxmd/thumbnails/KXMDThumbnailController.h"
+
+#include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/host/KXPath.h"
+#include "kxmd/thumbnails/KXMDCacheName.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t compositeTiles = 4;
+constexpr std::string_view thumbnailPathKey = "ThumbnailPath";
+
+std::string textForKey(KXDCFile const& file, std::string_view key)
+{
+    return std::string(textOfValue(file.metadataForKey(key)));
+}
+
+/// What the picture that stands for a file is named after: all tracks of an album by one artist
+/// after these two.
+std::string keyOfFile(KXDCFile const& file)
+{
+    if (auto path = textForKey(file, thumbnailPathKey); !path.empty())
+        return path;
+    std::string artist = textForKey(file, KXMDMetadataKeyAlbumArtist);
+    if (artist.empty())
+        artist = textForKey(file, KXMDMetadataKeyArtist);
+    std::string const album = textForKey(file, KXMDMetadataKeyAlbum);
+    return artist.empty() || album.empty() ? file.sourcePath() : artist + '_' + album;
+}
+
+/// What stands behind the last full stop of a file's name; empty without one.
+std::string_view extensionOf(std::string_view filename)
+{
+    std::string_view const name = lastPathComponent(filename);
+    std::size_t const stop = name.rfind('.');
+    return stop == std::string_view::npos ? std::string_view() : name.substr(stop + 1);
+}
+
+}
+
+KXMDThumbnailController::KXMDThumbnailController(KXPlatform::Ref platform, std::size_t byteBudget)
+    : _platform(std::move(platform))
+    , _memoryCache(KXMDMemoryCache(byteBudget))
+    , _thumbnailCacheQueue("org.kxmd.thumbnailcontroller")
+{
+}
+
+KXMDThumbnailController::Ref KXMDThumbnailController::createWithPlatform(
+    KXPlatform::Ref platform, std::size_t byteBudget)
+{
+    return Ref(new KXMDThumbnailController(std::move(platform), byteBudget));
+}
+
+KXMDThumbnailController::Ref const& KXMDThumbnailController::sharedController()
+{
+    // Never destroyed: its queue may still work while the process exits.
+    static auto const& controller = *new Ref(createWithPlatform(KXPlatform::shared()));
+    return controller;
+}
+
+// Cache names.
+
+std::string KXMDThumbnailController::cacheNameForPath(std::string_view path, KXSize size) const
+{
+    return ::cacheNameForPath(path, size, *_platform->textDigest);
+}
+
+std::string KXMDThumbnailController::cacheNameForFile(KXDCFile const& file, KXSize size) const
+{
+    std::string const key = keyOfFile(file);
+    return key.empty() ? std::string() : cacheNameForPath(key, size);
+}
+
+std::string KXMDThumbnailController::CompositeChoice::cacheName() const
+{
+    if (names.empty())
+        return {};
+    if (names.size() < compositeTiles)
+        return names.front();
+    std::string joined = names.front();
+    for (std::size_t i = 1; i < names.size(); ++i)
+        joined.append("-").append(names[i]);
+    return joined;
+}
+
+KXMDThumbnailController::CompositeChoice KXMDThumbnailController::chooseForComposite(
+    Files const& files, KXSize size) const
+{
+    CompositeChoice choice;
+    for (auto const& file : files) {
+        std::string name = cacheNameForFile(*file, size);
+        if (name.empty())
+            throw std::invalid_argument("a file of the composite has no cache name");
+        if (std::ranges::find(choice.names, name) != choice.names.end())
+            continue;
+        choice.files.push_back(file.get());
+        choice.names.push_back(std::move(name));
+        if (choice.files.size() == compositeTiles)
+            break;
+    }
+    return choice;
+}
+
+std::string KXMDThumbnailController::cacheNameForCompositeFiles(
+    Files const& files, KXSize size) const
+{
+    return chooseForComposite(files, size).cacheName();
+}
+
+std::string KXMDThumbnailController::iconTypeForFile(KXDCFile const& file) const
+{
+    if (file.isFolder())
+        return std::string(KXIconProvider::folderType);
+    if (file.fileKind() == KXDCFileKindPlaylist)
+        return "m3u";
+    std::string const filename = file.filename();
+    std::string_view const extension = extensionOf(filename);
+    return std::string(extension.empty() ? KXIconProvider::documentType : extension);
+}
+
+std::string KXMDThumbnailController::cacheNameForIcon(KXDCFile const& file, KXSize size) const
+{
+    return cacheNameForPath(iconTypeForFile(file), size);
+}
+
+// The cache.
+
+KXImage::Ref KXMDThumbnailController::imageForCacheName(std::string const& cacheName)
+{
+    return cacheName.empty() ? nullptr : _memoryCache.lock()->imageForName(cacheName);
+}
+
+void KXMDThumbnailController::setImageForCacheName(KXImage::Ref image, std::string const& cacheName)
+{
+    if (image && !cacheName.empty())
+        _memoryCache.lock()->setImageForName(std::move(image), cacheName);
+}
+
+// Producing pictures.
+
+KXImage::Ref KXMDThumbnailController::scaleImage(KXImage::Ref const& image, KXSize size) const
+{
+    if (image->size() == size)
+        return image;
+    auto const scaled = KXImage::imageWithSize(size);
+    if (!scaled)
+        return nullptr;
+    KXSize const whole = image->size();
+    double const side = std::min(whole.width, whole.height);
+    KXRect const square { (whole.width - side) * 0.5, (whole.height - side) * 0.5, { side, side } };
+    scaled->drawImageFromRectInRect(*image, square, { 0, 0, size });
+    return scaled;
+}
+
+KXImage::Ref KXMDThumbnailController::thumbnailForPath(std::string const& path, KXSize size)
+{
+    std::string const cacheName = cacheNameForPath(path, size);
+    if (auto cached = imageForCacheName(cacheName))
+        return cached;
+    auto const rendered
+        = _platform->thumbnailService->imageForPath(path, { size.width * 2, size.height * 2 });
+    if (!rendered)
+        return nullptr;
+    auto scaled = scaleImage(rendered, size);
+    setImageForCacheName(scaled, cacheName);
+    return scaled;
+}
+
+KXImage::Ref KXMDThumbnailController::imageFromThumbnailPath(
+    std::string const& path, KXSize size) const
+{
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    if (!data)
+        return nullptr;
+    auto const image = _platform->pictureLoader->imageInData(*data, data->length(), size);
+    return image ? scaleImage(image, size) : nullptr;
+}
+
+KXImage::Ref KXMDThumbnailController::thumbnailForFile(KXDCFile const& file, KXSize size)
+{
+    std::string const cacheName = cacheNameForFile(file, size);
+    if (auto cached = imageForCacheName(cacheName))
+        return cached;
+    if (auto const path = textForKey(file, thumbnailPathKey); !path.empty()) {
+        auto image = imageFromThumbnailPath(path, size);
+        setImageForCacheName(image, cacheName);
+        if (image)
+            return image;
+    }
+    // Cached under the name of the path, not of the album: each track shows its own picture until
+    // something is stored under the album's name. Wanted so.
+    std::string const path = file.sourcePath();
+    return path.empty() ? nullptr : thumbnailForPath(path, size);
+}
+
+void KXMDThumbnailController::setThumbnailForPath(
+    std::string const& path, KXImage::Ref const& image, KXSize size)
+{
+    if (!path.empty() && image && size.width != 0 && size.height != 0)
+        setImageForCacheName(scaleImage(image, size), cacheNameForPath(path, size));
+}
+
+bool KXMDThumbnailController::thumbnailExistsForPath(std::string const& path, KXSize size)
+{
+    return imageForCacheName(cacheNameForPath(path, size)) != nullptr;
+}
+
+KXImage::Ref KXMDThumbnailController::tiledImageOfFiles(
+    std::vector<KXDCFile const*> const& files, KXSize size)
+{
+    auto const composite = KXImage::imageWithSize(size);
+    if (!composite)
+        return nullptr;
+    KXSize const quarter { size.width * 0.5, size.height * 0.5 };
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        auto const tile = thumbnailForFile(*files[i], size);
+        if (!tile)
+            continue;
+        KXRect const into { i % 2 ? quarter.width : 0, i / 2 ? quarter.height : 0, quarter };
+        composite->drawImageFromRectInRect(*tile, { 0, 0, size }, into);
+    }
+    return composite;
+}
+
+KXImage::Ref KXMDThumbnailController::compositeThumbnailForFiles(Files const& files, KXSize size)
+{
+    auto const choice = chooseForComposite(files, size);
+    std::string const cacheName = choice.cacheName();
+    if (auto cached = imageForCacheName(cacheName))
+        return cached;
+    auto composite = choice.files.size() < compositeTiles
+        ? thumbnailForFile(*choice.files.at(0), size) // Throws for an empty list.
+        : tiledImageOfFiles(choice.files, size);
+    setImageForCacheName(composite, cacheName);
+    return composite;
+}
+
+KXImage::Ref KXMDThumbnailController::iconForFile(KXDCFile const& file, KXSize size)
+{
+    std::string const cacheName = cacheNameForIcon(file, size);
+    if (auto cached = imageForCacheName(cacheName))
+        return cached;
+    auto const icon = _platform->iconProvider->iconForFileType(iconTypeForFile(file), size);
+    auto const stretched = KXImage::imageWithSize(size);
+    if (!icon || !stretched)
+        return nullptr;
+    stretched->drawImageFromRectInRect(*icon, { 0, 0, icon->size() }, { 0, 0, size });
+    setImageForCacheName(stretched, cacheName);
+    return stretched;
+}
+
+// Asynchronous forms.
+
+KXImage::Ref KXMDThumbnailController::cachedImageOrProduce(
+    std::string const& cacheName, std::function<KXImage::Ref()> produce, Handler handler)
+{
+    if (cacheName.empty())
+        return nullptr;
+    if (auto cached = imageForCacheName(cacheName))
+        return cached;
+    _thumbnailCacheQueue.async([self = shared_from_this(), produce = std::move(produce),
+                                   handler = std::move(handler)]() mutable {
+        KXImage::Ref image;
+        try {
+            image = produce();
+        } catch (std::logic_error const&) {
+            // A composite's files have lost their cache names since: no picture.
+        }
+        self->_platform->mainQueue->async([handler = std::move(handler), image = std::move(image)] {
+            if (handler)
+                handler(image);
+        });
+    });
+    return nullptr;
+}
+
+KXImage::Ref KXMDThumbnailController::thumbnailForFile(
+    KXDCFile::Ref file, KXSize size, Handler handler)
+{
+    std::string const cacheName = cacheNameForFile(*file, size);
+    return cachedImageOrProduce(
+        cacheName, [this, file, size] { return thumbnailForFile(*file, size); },
+        std::move(handler));
+}
+
+KXImage::Ref KXMDThumbnailController::thumbnailForPath(
+    std::string const& path, KXSize size, Handler handler)
+{
+    return cachedImageOrProduce(
+        cacheNameForPath(path, size), [this, path, size] { return thumbnailForPath(path, size); },
+        std::move(handler));
+}
+
+KXImage::Ref KXMDThumbnailController::compositeThumbnailForFiles(
+    Files files, KXSize size, Handler handler)
+{
+    std::string const cacheName = cacheNameForCompositeFiles(files, size);
+    return cachedImageOrProduce(
+        cacheName,
+        [this, files = std::move(files), size] { return compositeThumbnailForFiles(files, size); },
+        std::move(handler));
+}
+
+KXImage::Ref KXMDThumbnailController::iconForFile(KXDCFile::Ref file, KXSize size, Handler handler)
+{
+    std::string const cacheName = cacheNameForIcon(*file, size);
+    return cachedImageOrProduce(
+        cacheName, [this, file, size] { return iconForFile(*file, size); }, std::move(handler));
+}

@@ -1,0 +1,285 @@
+#include "kxmd/platform/KXPlatform.h"
+
+#include "support/Exif.h"
+#include "support/Pictures.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+using namespace build;
+using namespace pictures;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+/// Tests of this machine's own picture loader.
+class KXPixbufPictureLoader : public testing::Test {
+protected:
+    Bytes jpg(KXImage const& image) const { return bytesOf(loader->jpgRepresentation(image)); }
+    Bytes png(KXImage const& image) const { return bytesOf(loader->pngRepresentation(image)); }
+
+    KXImage::Ref decoded(Bytes bytes, KXSize wantedSize = {}) const
+    {
+        auto const data = reader(std::move(bytes));
+        return loader->imageInData(*data, data->length(), wantedSize);
+    }
+
+    std::shared_ptr<KXPictureLoader const> const loader
+        = KXPlatform::platformOfThisMachine()->pictureLoader;
+
+private:
+    static Bytes bytesOf(KXData const& data)
+    {
+        return Bytes(data.bytes().begin(), data.bytes().end());
+    }
+};
+
+/// The JPEG file with another size in its baseline frame header (ITU-T T.81, B.2.2).
+Bytes claimingSize(Bytes jpeg, std::uint32_t width, std::uint32_t height)
+{
+    Bytes const marker = bytes({ 0xFF, 0xC0 });
+    auto const header = std::ranges::search(jpeg, marker).begin();
+    std::ranges::copy(join(u16(height), u16(width)), header + 5);
+    return jpeg;
+}
+
+Bytes cut(Bytes const& bytes, std::size_t length)
+{
+    return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
+}
+
+void expectNear(Colour actual, Colour expected, int tolerance)
+{
+    for (std::size_t channel = 0; channel < actual.size(); ++channel)
+        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << channel;
+}
+
+/// The colours in the middle of the quarters, row by row from the top.
+std::array<Colour, 4> middlesOfQuarters(KXImage const& image)
+{
+    std::size_t const x = image.pixelWidth() / 4, y = image.pixelHeight() / 4;
+    return { pixel(image, x, y), pixel(image, 3 * x, y), pixel(image, x, 3 * y),
+        pixel(image, 3 * x, 3 * y) };
+}
+
+}
+
+// Encoding.
+
+TEST_F(KXPixbufPictureLoader, PNGKeepsEveryPixel)
+{
+    for (auto const& image : { photograph(67, 45), noise(67, 45, 7), solid(1, 1, transparent) }) {
+        auto const again = decoded(png(*image));
+        ASSERT_TRUE(again);
+        EXPECT_TRUE(areEqual(*again, *image));
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, PNGKeepsEveryColourOfEveryAlpha)
+{
+    auto const image = imageOf(256, 256, [](std::size_t alpha, std::size_t colour) {
+        auto const premultiplied = static_cast<std::uint8_t>(std::min(alpha, colour));
+        return Colour { premultiplied, 0, static_cast<std::uint8_t>(alpha - premultiplied),
+            static_cast<std::uint8_t>(alpha) };
+    });
+    auto const again = decoded(png(*image));
+    ASSERT_TRUE(again);
+    EXPECT_TRUE(areEqual(*again, *image));
+}
+
+TEST_F(KXPixbufPictureLoader, JPEGIsCloseToThePicture)
+{
+    auto const image = photograph(200, 150);
+    auto const again = decoded(jpg(*image));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->size(), image->size());
+    EXPECT_GE(likeness(*again, *image), 30);
+}
+
+TEST_F(KXPixbufPictureLoader, JPEGShowsTransparentPicturesOverWhite)
+{
+    auto const colourOver = [this](Colour colour) {
+        auto const again = decoded(jpg(*solid(16, 16, colour)));
+        return again ? pixel(*again, 8, 8) : transparent;
+    };
+    expectNear(colourOver(transparent), white, 2);
+    expectNear(colourOver({ 0, 0, 0, 128 }), { 127, 127, 127, 255 }, 2);
+    expectNear(colourOver({ 128, 0, 0, 128 }), { 255, 127, 127, 255 }, 4);
+    expectNear(colourOver(blue), blue, 4);
+}
+
+TEST_F(KXPixbufPictureLoader, PartOfAPixelIsEncodedAsOne)
+{
+    auto const image = KXImage::imageWithSize({ 20.5, 10.25 });
+    auto const again = decoded(png(*image));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->size(), (KXSize { 21, 11 }));
+}
+
+TEST_F(KXPixbufPictureLoader, EncodesTheSamePictureToTheSameBytes)
+{
+    auto const first = noise(50, 40, 8), second = noise(50, 40, 8), other = noise(50, 40, 9);
+    EXPECT_THAT(jpg(*first), Not(IsEmpty()));
+    EXPECT_EQ(jpg(*first), jpg(*second));
+    EXPECT_NE(jpg(*first), jpg(*other));
+    EXPECT_THAT(png(*first), Not(IsEmpty()));
+    EXPECT_EQ(png(*first), png(*second));
+    EXPECT_NE(png(*first), png(*other));
+}
+
+TEST_F(KXPixbufPictureLoader, EncodesAsTheNamesSay)
+{
+    auto const image = photograph(20, 20);
+    EXPECT_EQ(cut(jpg(*image), 3), bytes({ 0xFF, 0xD8, 0xFF }));
+    EXPECT_EQ(cut(png(*image), 8), bytes({ 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n' }));
+}
+
+// Decoding.
+
+TEST_F(KXPixbufPictureLoader, PictureIsNeverShrunkBelowTheWantedSize)
+{
+    auto const file = jpg(*photograph(401, 299));
+    for (double const wanted : { 1.0, 37.0, 38.0, 49.5, 50.0, 74.0, 75.0, 76.0, 149.0, 150.0, 299.0,
+             300.0, 400.0, 10'000.0 }) {
+        for (KXSize const size :
+            { KXSize { wanted, wanted }, KXSize { wanted, 1 }, KXSize { 1, wanted } }) {
+            auto const image = decoded(file, size);
+            ASSERT_TRUE(image) << wanted;
+            EXPECT_GE(image->size().width, std::min(size.width, 401.0)) << wanted;
+            EXPECT_GE(image->size().height, std::min(size.height, 299.0)) << wanted;
+        }
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, LargePhotographIsShrunkWhileItIsDecoded)
+{
+    auto const photo = photograph(800, 640);
+    auto const image = decoded(jpg(*photo), { 80, 60 });
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 100, 80 }));
+    auto const expected = KXImage::imageWithSize(image->size());
+    expected->drawImageFromRectInRect(*photo, { 0, 0, photo->size() }, { 0, 0, expected->size() });
+    EXPECT_GE(likeness(*image, *expected), 30);
+}
+
+TEST_F(KXPixbufPictureLoader, EmptyWantedSizeAsksForAllOfIt)
+{
+    auto const image = photograph(401, 299);
+    for (KXSize const nothing : { KXSize {}, KXSize { -5, -5 }, KXSize { std::nan(""), 0 } }) {
+        auto const again = decoded(jpg(*image), nothing);
+        ASSERT_TRUE(again);
+        EXPECT_EQ(again->size(), image->size());
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, LooksAtTheGivenBytesOnly)
+{
+    for (Bytes const& file : { jpg(*quarters(32, 32)), png(*quarters(32, 32)), gif(32, 32) }) {
+        auto const data = reader(join(text("before"), file, text("behind")));
+        data->setOffset(6);
+        auto const image = loader->imageInData(*data, file.size(), {});
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->size(), (KXSize { 32, 32 }));
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, LengthLargerThanWhatIsLeftIsNull)
+{
+    Bytes const file = png(*quarters(32, 32));
+    auto const data = reader(file);
+    EXPECT_FALSE(loader->imageInData(*data, file.size() + 1, {}));
+    data->setOffset(0);
+    EXPECT_FALSE(loader->imageInData(*data, ~std::uint64_t { 0 }, {}));
+}
+
+TEST_F(KXPixbufPictureLoader, PicturesThatClaimBillionsOfPixelsCostNothing)
+{
+    auto const file = jpg(*quarters(32, 32));
+    auto const begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(decoded(claimingSize(file, 64250, 64250)));
+    EXPECT_FALSE(decoded(claimingSize(file, 64250, 64250), { 100, 100 }));
+    EXPECT_FALSE(decoded(claimingSize(file, 16384, 16385), { 100, 100 }));
+    EXPECT_FALSE(decoded(claimingSize(file, 12000, 11200))); // Too large when not shrunk.
+    EXPECT_FALSE(decoded(build::jpeg(64250, 64250, 1800)));
+    EXPECT_FALSE(decoded(build::png(0x7FFFFFFF, 0x7FFFFFFF)));
+    EXPECT_FALSE(decoded(gif(20'000, 20'000)));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_TRUE(decoded(claimingSize(file, 31, 31))); // The claim itself is no fault.
+}
+
+TEST_F(KXPixbufPictureLoader, WhatIsNoPictureIsNull)
+{
+    for (Bytes const& file : { Bytes(), zeros(1), zeros(100'000), filled(300, 0xFF),
+             text("This is a letter, not a picture."), bytes({ 0xFF, 0xD8, 0xFF }) }) {
+        EXPECT_FALSE(decoded(file)) << file.size();
+        EXPECT_FALSE(decoded(file, { 10, 10 })) << file.size();
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, TruncatedPictureIsNullOrOfItsSize)
+{
+    auto const image = photograph(48, 32);
+    for (Bytes const& file : { jpg(*image), png(*image), gif(48, 32) }) {
+        for (std::size_t length = 0; length < file.size(); length += length < 700 ? 1 : 97) {
+            auto const part = decoded(cut(file, length));
+            if (part) {
+                EXPECT_EQ(part->size(), image->size()) << length;
+            }
+        }
+        EXPECT_TRUE(decoded(file));
+        EXPECT_FALSE(decoded(cut(file, 20)));
+    }
+}
+
+// Orientation.
+
+TEST_F(KXPixbufPictureLoader, PhotographComesUpright)
+{
+    Bytes const file = jpg(*quarters(64, 32));
+    // Of the quarters as stored: 0 and 1 above, 2 and 3 below.
+    constexpr std::size_t expected[][4] { { 0, 1, 2, 3 }, { 1, 0, 3, 2 }, { 3, 2, 1, 0 },
+        { 2, 3, 0, 1 }, { 0, 2, 1, 3 }, { 2, 0, 3, 1 }, { 3, 1, 2, 0 }, { 1, 3, 0, 2 } };
+    auto const stored = middlesOfQuarters(*decoded(file));
+    for (std::uint32_t value = 1; value <= 8; ++value) {
+        for (TIFF const order : { TIFF::II, TIFF::MM }) {
+            SCOPED_TRACE(value);
+            Bytes const block = exif(tiff(order, directory(order, { orientation(order, value) })));
+            auto const image = decoded(withSegment(file, block));
+            ASSERT_TRUE(image);
+            EXPECT_EQ(image->size(), value < 5 ? (KXSize { 64, 32 }) : (KXSize { 32, 64 }));
+            auto const actual = middlesOfQuarters(*image);
+            for (std::size_t i = 0; i < 4; ++i)
+                expectNear(actual[i], stored[expected[value - 1][i]], 0);
+        }
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, UnknownOrientationChangesNothing)
+{
+    Bytes const file = jpg(*quarters(64, 32));
+    auto const stored = decoded(file);
+    for (std::uint32_t const value : { 0u, 9u, 0xFFFFu }) {
+        Bytes const block
+            = exif(tiff(TIFF::MM, directory(TIFF::MM, { orientation(TIFF::MM, value) })));
+        auto const image = decoded(withSegment(file, block));
+        ASSERT_TRUE(image) << value;
+        EXPECT_TRUE(areEqual(*image, *stored)) << value;
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, LyingPhotographIsLargeEnoughOnceUpright)
+{
+    Bytes const block = exif(tiff(TIFF::II, directory(TIFF::II, { orientation(TIFF::II, 6) })));
+    Bytes const file = withSegment(jpg(*photograph(400, 160)), block);
+    for (KXSize const wanted : { KXSize { 10, 90 }, KXSize { 90, 10 }, KXSize { 30, 30 } }) {
+        auto const image = decoded(file, wanted);
+        ASSERT_TRUE(image);
+        EXPECT_GE(image->size().width, wanted.width);
+        EXPECT_GE(image->size().height, wanted.height);
+        EXPECT_NEAR(image->size().height / image->size().width, 2.5, 0.1);
+    }
+}

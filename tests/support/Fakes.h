@@ -1,0 +1,123 @@
+#pragma once
+
+#include "kxmd/host/KXGuarded.h"
+#include "kxmd/platform/KXPlatform.h"
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+// Stands in for the machine in tests, and writes down what it is asked for. All of it may be used
+// on several threads at once.
+
+/// Knows pictures of paths.
+class FakeThumbnailService final : public KXThumbnailService {
+public:
+    struct Call {
+        std::string path;
+        KXSize maximumSize;
+        bool operator==(Call const&) const = default;
+    };
+
+    /// From now on the picture of `path` is `image`, whatever size is asked for.
+    void setImageForPath(KXImage::Ref image, std::string const& path);
+    std::vector<Call> calls() const { return _state.lock()->calls; }
+
+    KXImage::Ref imageForPath(std::string const& path, KXSize maximumSize) const override;
+
+private:
+    struct State {
+        std::map<std::string, KXImage::Ref> images;
+        std::vector<Call> calls;
+    };
+    mutable KXGuarded<State> _state;
+};
+
+/// Takes files that consist of a word for pictures, and encodes nothing.
+class FakePictureLoader final : public KXPictureLoader {
+public:
+    struct Call {
+        std::string word;
+        KXSize wantedSize;
+        bool operator==(Call const&) const = default;
+    };
+
+    /// From now on the picture in data that consists of `word` is `image`.
+    void setImageForWord(KXImage::Ref image, std::string const& word);
+    /// Every call of `imageInData`.
+    std::vector<Call> calls() const { return _state.lock()->calls; }
+
+    std::optional<KXSize> sizeOfPictureInData(KXAbstractData&, std::uint64_t) const override;
+    KXImage::Ref imageInData(
+        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
+    KXData jpgRepresentation(KXImage const&) const override { return {}; }
+    KXData pngRepresentation(KXImage const&) const override { return {}; }
+
+private:
+    struct State {
+        std::map<std::string, KXImage::Ref> images;
+        std::vector<Call> calls;
+    };
+    mutable KXGuarded<State> _state;
+};
+
+/// Has the same icon for every type, unless told otherwise.
+class FakeIconProvider final : public KXIconProvider {
+public:
+    struct Call {
+        std::string fileType;
+        KXSize size;
+        bool operator==(Call const&) const = default;
+    };
+
+    FakeIconProvider();
+
+    /// From now on the icon of every type is `image`.
+    void setImage(KXImage::Ref image) { _state.lock()->image = std::move(image); }
+    /// Every call, but for those of one type.
+    std::vector<Call> callsExceptFor(std::string const& fileType) const;
+    std::vector<Call> calls() const { return callsExceptFor({}); }
+
+    KXImage::Ref iconForFileType(std::string const& fileType, KXSize size) const override;
+
+private:
+    struct State {
+        KXImage::Ref image;
+        std::vector<Call> calls;
+    };
+    mutable KXGuarded<State> _state;
+};
+
+/// Runs its works when it is told to, on the thread that tells it to.
+class KXManualQueue final : public KXQueue {
+public:
+    void async(Work work) override;
+
+    /// Runs every work, also those that they submit, and returns how many there were.
+    std::size_t runAll();
+    /// Waits until there is a work, and then runs all.
+    void waitAndRunAll();
+    /// How many works wait to be run.
+    std::size_t waiting() const;
+
+private:
+    mutable std::mutex _mutex;
+    std::condition_variable _changed;
+    std::deque<Work> _works;
+};
+
+/// A machine of fakes. Text digest and temporary folders are real.
+struct FakeMachine {
+    std::shared_ptr<FakeThumbnailService> const thumbnailService
+        = std::make_shared<FakeThumbnailService>();
+    std::shared_ptr<FakePictureLoader> const pictureLoader = std::make_shared<FakePictureLoader>();
+    std::shared_ptr<FakeIconProvider> const iconProvider = std::make_shared<FakeIconProvider>();
+    std::shared_ptr<KXManualQueue> const mainQueue = std::make_shared<KXManualQueue>();
+
+    /// A new platform over these.
+    KXPlatform::Ref platform() const;
+};

@@ -1,0 +1,26 @@
+#include "OutputFile.h"
+
+#include "Session.h"
+
+#include <filesystem>
+#include <glib.h>
+#include <system_error>
+
+bool writeOutputFile(std::string const& path, std::string const& input,
+    std::span<std::uint8_t const> bytes, Session& session)
+{
+    std::error_code ignored; // A path that does not exist yet is another file.
+    if (std::filesystem::equivalent(path, input, ignored)) {
+        session.reportError(path, "is the input itself");
+        return false;
+    }
+    constexpr int readableByAll = 0666; // As far as the user's mask lets it.
+    GError* error = nullptr;
+    if (g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
+            static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, readableByAll,
+            &error))
+        return true;
+    session.reportError(path, error->message);
+    g_error_free(error);
+    return false;
+}
