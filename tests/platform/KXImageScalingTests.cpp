@@ -155,3 +155,16 @@ TEST(KXImageScaling, CentredSquareIsDrawnWithFractions)
         ASSERT_NEAR(pixel(*target, x, 10)[0], center / 2 - 0.5, 0.8) << x;
     }
 }
+
+TEST(KXImageScaling, PixelCoveredInPartShowsTheMiddleOfWhatCoversIt)
+{
+    // Three pixels over one and a half: the half lies on the last of the three, by the kernel
+    // three parts in four.
+    auto const image = imageOf(3, 1, [](std::size_t x, std::size_t) {
+        return x == 2 ? red : Colour { 0, 0, 0, 255 };
+    });
+    auto const target = KXImage::imageWithSize({ 2, 1 });
+    target->drawImageFromRectInRect(*image, { 0, 0, { 3, 1 } }, { 0, 0, { 1.5, 1 } });
+    EXPECT_NEAR(pixel(*target, 1, 0)[0], 0.5 * 0.75 * 255, 1);
+    EXPECT_NEAR(pixel(*target, 1, 0)[3], 0.5 * 255, 1);
+}

@@ -181,6 +181,26 @@ TEST(KXMDExifDirectory, CountLargerThanTheFileEndsAtItsEnd)
         entry(order, lengthTag, length), preview))));
 }
 
+TEST(KXMDExifDirectory, NothingIsKeptOfTheFileBefore)
+{
+    Bytes const preview = encodedPreview();
+    auto const length = static_cast<std::uint32_t>(preview.size());
+    std::uint32_t const behind = firstDirectory + directoryLength(1);
+    // Each names one half of a preview that would be there.
+    for (Bytes const& half : { entry(order, offsetTag, behind), entry(order, lengthTag, length) }) {
+        KXMDExifParser parser;
+        EXPECT_TRUE(parser.parseAbstractData(*reader(fileWithEntriesBeforePreview(0, preview))));
+        EXPECT_TRUE(parser.thumbnail());
+        parser.setThumbnail(nullptr);
+        EXPECT_TRUE(parser.parseAbstractData(
+            *reader(fileOf(tiff(order, directory(order, { half }), preview, zeros(100))))));
+        EXPECT_FALSE(parser.thumbnail());
+        EXPECT_FALSE(parser.parseAbstractData(*reader(text("no photograph"))));
+        EXPECT_EQ(parser.thumbnailAddress(), 0u);
+        EXPECT_EQ(parser.thumbnailLength(), 0u);
+    }
+}
+
 TEST(KXMDExifDirectory, PartsMayBeReadByThemselves)
 {
     Bytes const preview = encodedPreview();
