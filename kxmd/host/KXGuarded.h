@@ -18,9 +18,6 @@ public:
         Accessed* operator->() const { return &_value; }
         Accessed& operator*() const { return _value; }
 
-        /// The lock itself, for waiting on a condition.
-        std::unique_lock<Mutex>& uniqueLock() { return _lock; }
-
     private:
         std::unique_lock<Mutex> _lock;
         Accessed& _value;
