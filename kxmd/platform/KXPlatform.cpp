@@ -5,6 +5,8 @@
 #include <utility>
 
 KXPictureLoader::~KXPictureLoader() = default;
+KXMovie::~KXMovie() = default;
+KXMovieLoader::~KXMovieLoader() = default;
 KXTextDigest::~KXTextDigest() = default;
 KXThumbnailService::~KXThumbnailService() = default;
 KXIconProvider::~KXIconProvider() = default;

@@ -2,6 +2,7 @@
 
 #include "kxmd/host/KXExport.h"
 #include "kxmd/platform/KXIconProvider.h"
+#include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXQueue.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
@@ -15,6 +16,7 @@ struct KX_EXPORT KXPlatform {
     using Ref = std::shared_ptr<KXPlatform const>;
 
     std::shared_ptr<KXPictureLoader const> pictureLoader;
+    std::shared_ptr<KXMovieLoader const> movieLoader;
     std::shared_ptr<KXThumbnailService const> thumbnailService;
     std::shared_ptr<KXIconProvider const> iconProvider;
     std::shared_ptr<KXQueue> mainQueue; ///< Where handlers are called that touch a user interface.

@@ -1,4 +1,5 @@
 #include "kxmd/platform/KXPlatform.h"
+#include "kxmd/platform/linux/KXFFmpegMovieLoaderPrivate.h"
 #include "kxmd/platform/linux/KXGLibMainQueuePrivate.h"
 #include "kxmd/platform/linux/KXGLibTemporaryFoldersPrivate.h"
 #include "kxmd/platform/linux/KXGLibTextDigestPrivate.h"
@@ -9,9 +10,12 @@
 KXPlatform::Ref KXPlatform::platformOfThisMachine()
 {
     auto const pictureLoader = std::make_shared<KXPixbufPictureLoader const>();
+    auto const movieLoader = std::make_shared<KXFFmpegMovieLoader const>();
     return std::make_shared<KXPlatform const>(KXPlatform {
         .pictureLoader = pictureLoader,
-        .thumbnailService = std::make_shared<KXLinuxThumbnailService const>(pictureLoader),
+        .movieLoader = movieLoader,
+        .thumbnailService
+        = std::make_shared<KXLinuxThumbnailService const>(pictureLoader, movieLoader),
         .iconProvider = std::make_shared<KXLinuxIconProvider const>(),
         .mainQueue = std::make_shared<KXGLibMainQueue>(),
         .textDigest = std::make_shared<KXGLibTextDigest const>(),

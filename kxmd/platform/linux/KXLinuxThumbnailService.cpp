@@ -26,8 +26,10 @@ KXImage::Ref imageWithin(KXImage::Ref const& image, KXSize maximumSize)
 }
 
 KXLinuxThumbnailService::KXLinuxThumbnailService(
-    std::shared_ptr<KXPictureLoader const> pictureLoader)
+    std::shared_ptr<KXPictureLoader const> pictureLoader,
+    std::shared_ptr<KXMovieLoader const> movieLoader)
     : _pictureLoader(std::move(pictureLoader))
+    , _movieLoader(std::move(movieLoader))
 {
 }
 

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXData.h"
+#include "kxmd/host/KXExport.h"
+#include "kxmd/host/KXSize.h"
+#include "kxmd/platform/KXImage.h"
+
+#include <memory>
+
+/// An opened movie or piece of music. One thread at a time.
+class KX_EXPORT KXMovie {
+public:
+    virtual ~KXMovie();
+
+    /// `duration` In seconds; 0 when the file does not tell.
+    [[nodiscard]] virtual double duration() const = 0;
+
+    /// `imageAtTime:maximumSize:` The frame that is shown at `seconds` from the start, upright,
+    /// with its own proportions.
+    ///
+    /// No larger than `maximumSize` in points and never enlarged; an empty `maximumSize` asks for
+    /// all of it. Null when there is no frame at that time, or none that can be decoded.
+    [[nodiscard]] virtual KXImage::Ref imageAtTime(double seconds, KXSize maximumSize) = 0;
+
+    /// `keyImageAtTime:maximumSize:` The same for the last frame up to `seconds` that can be
+    /// decoded by itself: much cheaper, and up to some seconds too early.
+    [[nodiscard]] virtual KXImage::Ref keyImageAtTime(double seconds, KXSize maximumSize) = 0;
+
+    /// `attachedPicture` The picture file that is attached as cover; empty when there is none.
+    [[nodiscard]] virtual KXData attachedPicture() const = 0;
+};
+
+/// What a movie library does for us. Safe to call from several threads.
+class KX_EXPORT KXMovieLoader {
+public:
+    virtual ~KXMovieLoader();
+
+    /// `movieWithData:` Opens the movie that `data` holds, from its start, reading what is needed.
+    ///
+    /// `data` must outlive the movie, which reads it. Null when it is no movie that the library
+    /// knows, or one that cannot be played from these bytes.
+    [[nodiscard]] virtual std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data) const = 0;
+};
