@@ -1,0 +1,86 @@
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr int bufferLength = 32 * 1024;
+// Much longer than any frame takes; a picture that comes later is not waited for any more.
+constexpr std::chrono::seconds longestOperation { 8 };
+
+KXFFmpegInput const& inputAt(void* input) { return *static_cast<KXFFmpegInput const*>(input); }
+
+/// A movie that names other files and addresses gets none of them.
+int openNothing(AVFormatContext*, AVIOContext**, char const*, int, AVDictionary**)
+{
+    return AVERROR(EPERM);
+}
+
+}
+
+KXFFmpegInput::~KXFFmpegInput()
+{
+    if (_context)
+        av_freep(&_context->buffer); // It may have grown: not always the one that we allocated.
+    avio_context_free(&_context);
+}
+
+bool KXFFmpegInput::attachToFormat(AVFormatContext& format)
+{
+    auto* const buffer = static_cast<std::uint8_t*>(av_malloc(bufferLength));
+    if (!buffer)
+        return false;
+    _context = avio_alloc_context(buffer, bufferLength, 0, this, readPacket, nullptr, seek);
+    if (!_context) {
+        av_free(buffer);
+        return false;
+    }
+    format.pb = _context;
+    format.io_open = openNothing;
+    format.interrupt_callback = { isInterrupted, this };
+    return true;
+}
+
+void KXFFmpegInput::startDeadline()
+{
+    _deadline = std::chrono::steady_clock::now() + longestOperation;
+}
+
+bool KXFFmpegInput::isPastDeadline() const { return std::chrono::steady_clock::now() > _deadline; }
+
+int KXFFmpegInput::isInterrupted(void* input) { return inputAt(input).isPastDeadline(); }
+
+int KXFFmpegInput::readPacket(void* input, std::uint8_t* bytes, int length)
+{
+    if (inputAt(input).isPastDeadline())
+        return AVERROR_EXIT;
+    auto const count
+        = inputAt(input)._data.readBytesToMaxLength(bytes, static_cast<std::uint64_t>(length));
+    return count ? static_cast<int>(count) : AVERROR_EOF;
+}
+
+std::int64_t KXFFmpegInput::seek(void* input, std::int64_t offset, int whence)
+{
+    KXAbstractData& data = inputAt(input)._data;
+    auto const length = static_cast<std::int64_t>(data.length());
+    std::int64_t start = 0;
+    switch (whence & ~AVSEEK_FORCE) {
+    case AVSEEK_SIZE:
+        return length;
+    case SEEK_SET:
+        break;
+    case SEEK_CUR:
+        start = static_cast<std::int64_t>(data.offset());
+        break;
+    case SEEK_END:
+        start = length;
+        break;
+    default:
+        return AVERROR(EINVAL);
+    }
+    std::int64_t target;
+    if (__builtin_add_overflow(start, offset, &target) || target < 0)
+        return AVERROR(EINVAL);
+    data.setOffset(static_cast<std::uint64_t>(target)); // Past the end as well: reads end there.
+    return target;
+}

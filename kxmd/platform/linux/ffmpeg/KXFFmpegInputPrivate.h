@@ -1,0 +1,37 @@
+#pragma once
+
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegRefsPrivate.h"
+
+#include <chrono>
+#include <cstdint>
+
+/// Lets FFmpeg read from one of our readers and from nothing else, until a deadline.
+class KXFFmpegInput {
+public:
+    explicit KXFFmpegInput(KXAbstractData& data)
+        : _data(data)
+    {
+    }
+    ~KXFFmpegInput();
+    KXFFmpegInput(KXFFmpegInput const&) = delete;
+    KXFFmpegInput& operator=(KXFFmpegInput const&) = delete;
+
+    /// `attachToFormat:` Makes this the input of `format`, which must not outlive it; false when
+    /// there is no memory.
+    [[nodiscard]] bool attachToFormat(AVFormatContext& format);
+
+    /// `startDeadline` Gives the next operation its time from now on: reads fail after it.
+    void startDeadline();
+    /// `isPastDeadline` Whether that time is over.
+    [[nodiscard]] bool isPastDeadline() const;
+
+private:
+    static int readPacket(void* input, std::uint8_t* bytes, int length);
+    static std::int64_t seek(void* input, std::int64_t offset, int whence);
+    static int isInterrupted(void* input);
+
+    KXAbstractData& _data;
+    AVIOContext* _context { nullptr }; // Owned.
+    std::chrono::steady_clock::time_point _deadline;
+};

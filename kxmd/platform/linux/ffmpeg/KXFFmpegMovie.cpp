@@ -1,0 +1,284 @@
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegMoviePrivate.h"
+
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+
+extern "C" {
+#include <libavutil/display.h>
+}
+
+namespace {
+
+// Containers of movies and music. What is left out reads other files (playlists, concatenations,
+// numbered pictures) or shows what is no movie (texts, terminal recordings, single pictures).
+constexpr char const* formats
+    = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,asf,ogg,rm,mxf,nut,"
+      "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
+      "aac,ac3,eac3,dts,amr";
+// What a file may make FFmpeg allocate: its streams, and the largest frame (8K has 33 million).
+constexpr int mostStreams = 256;
+constexpr std::int64_t mostPixels = 1ll << 26;
+constexpr int mostTries = 8; // Damaged frames that are passed over before we give up.
+constexpr double longestTime = 1e9; // Seconds.
+
+AVFrameRef newFrame() { return AVFrameRef(av_frame_alloc()); }
+
+bool isAttachedPicture(AVStream const& stream)
+{
+    return stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS);
+}
+
+/// The side data of a stream, or null when it does not have as much as `length` bytes.
+std::uint8_t const* sideDataOfStream(
+    AVStream const& stream, AVPacketSideDataType type, std::size_t length)
+{
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 0)
+    auto const* const found = av_packet_side_data_get(
+        stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, type);
+    return found && found->size >= length ? found->data : nullptr;
+#else
+    std::size_t found = 0;
+    auto const* const data = av_stream_get_side_data(&stream, type, &found);
+    return found >= length ? data : nullptr;
+#endif
+}
+
+std::int32_t const* displayMatrixOf(AVStream const& stream, AVFrame const& frame)
+{
+    constexpr std::size_t length = 9 * sizeof(std::int32_t);
+    if (auto const* const matrix = sideDataOfStream(stream, AV_PKT_DATA_DISPLAYMATRIX, length))
+        return reinterpret_cast<std::int32_t const*>(matrix); // FFmpeg allocates for any type.
+    auto const* const ofFrame = av_frame_get_side_data(&frame, AV_FRAME_DATA_DISPLAYMATRIX);
+    return ofFrame && ofFrame->size >= length ? reinterpret_cast<std::int32_t const*>(ofFrame->data)
+                                              : nullptr;
+}
+
+/// Whether a packet is all there and in the clear; any other decodes to a frame of grey.
+bool isReadable(AVPacket const& packet)
+{
+    return !(packet.flags & AV_PKT_FLAG_CORRUPT)
+        && !av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr);
+}
+
+std::int64_t durationOfFrame(AVFrame const& frame)
+{
+#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)
+    return frame.duration;
+#else
+    return frame.pkt_duration;
+#endif
+}
+
+}
+
+std::unique_ptr<KXMovie> KXFFmpegMovie::movieWithData(KXAbstractData& data)
+{
+    auto movie = std::make_unique<KXFFmpegMovie>(data);
+    return movie->open() ? std::move(movie) : nullptr;
+}
+
+KXFFmpegMovie::KXFFmpegMovie(KXAbstractData& data)
+    : _input(data)
+{
+    data.setOffset(0);
+}
+
+bool KXFFmpegMovie::open()
+{
+    AVFormatContext* format = avformat_alloc_context();
+    if (!format || !_input.attachToFormat(*format)) {
+        avformat_free_context(format);
+        return false;
+    }
+    _input.startDeadline();
+    format->max_streams = mostStreams;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "format_whitelist", formats, 0);
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    int const opened = avformat_open_input(&format, nullptr, nullptr, &options);
+    av_dict_free(&options);
+    if (opened < 0)
+        return false; // The format is freed already.
+    _format.reset(format);
+    if (!knowsVideoStream() && avformat_find_stream_info(format, nullptr) < 0)
+        return false;
+    _video = bestVideoStream();
+    return true;
+}
+
+/// Whether the headers tell enough to decode; finding out by decoding costs many times as much.
+bool KXFFmpegMovie::knowsVideoStream() const
+{
+    if (_format->ctx_flags & AVFMTCTX_NOHEADER)
+        return false;
+    std::span const streams(_format->streams, _format->nb_streams);
+    for (AVStream const* const stream : streams) {
+        AVCodecParameters const& parameters = *stream->codecpar;
+        bool const isKnown = parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0
+            && parameters.height > 0;
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !isAttachedPicture(*stream) && !isKnown)
+            return false;
+    }
+    return !streams.empty();
+}
+
+/// The first stream that a player would show by itself; null when there is none.
+AVStream* KXFFmpegMovie::bestVideoStream() const
+{
+    AVStream* best = nullptr;
+    for (AVStream* const stream : std::span(_format->streams, _format->nb_streams)) {
+        if (stream->codecpar->codec_type != AVMEDIA_TYPE_VIDEO || isAttachedPicture(*stream))
+            continue;
+        bool const isDefault = stream->disposition & AV_DISPOSITION_DEFAULT;
+        if (!best || (isDefault && !(best->disposition & AV_DISPOSITION_DEFAULT)))
+            best = stream;
+    }
+    return best;
+}
+
+bool KXFFmpegMovie::openDecoder()
+{
+    if (_decoder || !_video)
+        return _decoder != nullptr;
+    AVCodec const* const codec = avcodec_find_decoder(_video->codecpar->codec_id);
+    AVDecoderRef decoder(codec ? avcodec_alloc_context3(codec) : nullptr);
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), _video->codecpar) < 0)
+        return false;
+    decoder->pkt_timebase = _video->time_base;
+    decoder->max_pixels = mostPixels;
+    decoder->thread_count = 1; // Threads cost more than one frame takes; callers have their own.
+    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
+        return false;
+    for (AVStream* const stream : std::span(_format->streams, _format->nb_streams))
+        stream->discard = stream == _video ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    _decoder = std::move(decoder);
+    return true;
+}
+
+double KXFFmpegMovie::duration() const
+{
+    return _format->duration > 0 ? static_cast<double>(_format->duration) / AV_TIME_BASE : 0;
+}
+
+KXData KXFFmpegMovie::attachedPicture() const
+{
+    for (AVStream const* const stream : std::span(_format->streams, _format->nb_streams)) {
+        AVPacket const& picture = stream->attached_pic;
+        if (isAttachedPicture(*stream) && picture.data && picture.size > 0)
+            return KXData({ picture.data, picture.data + picture.size });
+    }
+    return {};
+}
+
+/// Makes the next packets those of the last key frame up to `seconds`.
+bool KXFFmpegMovie::startAtTime(double seconds)
+{
+    _input.startDeadline();
+    if (!openDecoder() || !(seconds < longestTime))
+        return false;
+    avcodec_flush_buffers(_decoder.get());
+    std::int64_t const start = _video->start_time == AV_NOPTS_VALUE ? 0 : _video->start_time;
+    double const ticks = std::max(seconds, 0.0) / av_q2d(_video->time_base);
+    // A movie whose index starts later than the time is played from its first frame.
+    return av_seek_frame(
+               _format.get(), _video->index, start + std::llround(ticks), AVSEEK_FLAG_BACKWARD)
+        >= 0
+        || av_seek_frame(_format.get(), _video->index, start + std::llround(ticks), 0) >= 0
+        || !(seconds > 0);
+}
+
+/// The next readable packet of the video; false at the end of what can be read.
+bool KXFFmpegMovie::readPacket(AVPacket& packet)
+{
+    for (av_packet_unref(&packet); !_input.isPastDeadline(); av_packet_unref(&packet)) {
+        if (av_read_frame(_format.get(), &packet) < 0)
+            return false;
+        if (packet.stream_index == _video->index && isReadable(packet))
+            return true;
+    }
+    return false;
+}
+
+KXImage::Ref KXFFmpegMovie::keyImageAtTime(double seconds, KXSize maximumSize)
+{
+    AVPacketRef const packet(av_packet_alloc());
+    auto const frame = newFrame();
+    if (!packet || !frame || !startAtTime(seconds))
+        return nullptr;
+    for (int tries = 0; tries < mostTries && readPacket(*packet);) {
+        if (!(packet->flags & AV_PKT_FLAG_KEY))
+            continue;
+        // Told that nothing follows, the decoder does not hold the frame back to sort it.
+        bool const isDecoded = avcodec_send_packet(_decoder.get(), packet.get()) >= 0
+            && avcodec_send_packet(_decoder.get(), nullptr) >= 0
+            && avcodec_receive_frame(_decoder.get(), frame.get()) >= 0;
+        if (isDecoded && !frame->decode_error_flags)
+            return imageOfShownFrame(*frame, maximumSize);
+        avcodec_flush_buffers(_decoder.get());
+        ++tries;
+    }
+    // Key frames that an edit list cuts away lead to others that are shown.
+    return imageAtTime(seconds, maximumSize);
+}
+
+/// The next frame in the order of showing; false at the end.
+bool KXFFmpegMovie::decodeFrame(AVFrame& frame)
+{
+    AVPacketRef const packet(av_packet_alloc());
+    while (packet && !_input.isPastDeadline()) {
+        int const received = avcodec_receive_frame(_decoder.get(), &frame);
+        if (received >= 0)
+            return true;
+        if (received != AVERROR(EAGAIN))
+            return false;
+        // A packet that cannot be decoded costs its frame, not those after it.
+        avcodec_send_packet(_decoder.get(), readPacket(*packet) ? packet.get() : nullptr);
+    }
+    return false;
+}
+
+double KXFFmpegMovie::timeOfFrame(AVFrame const& frame) const
+{
+    if (frame.best_effort_timestamp == AV_NOPTS_VALUE)
+        return 0;
+    std::int64_t const start = _video->start_time == AV_NOPTS_VALUE ? 0 : _video->start_time;
+    return static_cast<double>(frame.best_effort_timestamp - start) * av_q2d(_video->time_base);
+}
+
+KXImage::Ref KXFFmpegMovie::imageAtTime(double seconds, KXSize maximumSize)
+{
+    auto shown = newFrame();
+    auto next = newFrame();
+    if (!shown || !next || !startAtTime(seconds))
+        return nullptr;
+    double const halfTick = av_q2d(_video->time_base) / 2;
+    bool hasShown = false;
+    for (int tries = 0; tries < mostTries && decodeFrame(*next);) {
+        if (next->decode_error_flags) {
+            ++tries;
+            continue;
+        }
+        if (timeOfFrame(*next) > seconds + halfTick)
+            return imageOfShownFrame(hasShown ? *shown : *next, maximumSize);
+        std::swap(shown, next);
+        hasShown = true;
+    }
+    if (!hasShown)
+        return nullptr;
+    double const end = timeOfFrame(*shown)
+        + static_cast<double>(durationOfFrame(*shown)) * av_q2d(_video->time_base);
+    // Cut-off movies end earlier than their index tells.
+    return seconds <= end + halfTick ? imageOfShownFrame(*shown, maximumSize) : nullptr;
+}
+
+KXImage::Ref KXFFmpegMovie::imageOfShownFrame(AVFrame& frame, KXSize maximumSize) const
+{
+    KXFFmpegPresentation const presentation {
+        .pixelAspect = av_guess_sample_aspect_ratio(_format.get(), _video, &frame),
+        .displayMatrix = displayMatrixOf(*_video, frame),
+    };
+    return imageOfFrame(frame, presentation, maximumSize);
+}
