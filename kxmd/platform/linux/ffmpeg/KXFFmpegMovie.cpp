@@ -3,7 +3,6 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
 
 #include <algorithm>
-#include <cmath>
 #include <span>
 
 extern "C" {
@@ -23,6 +22,7 @@ constexpr int mostStreams = 256;
 constexpr std::int64_t mostPixels = 1ll << 26;
 constexpr int mostTries = 8; // Damaged frames that are passed over before we give up.
 constexpr double longestTime = 1e9; // Seconds.
+constexpr double timeRounding = 1e-6; // Seconds by which a time of ours may miss the tick it means.
 
 AVFrameRef newFrame() { return AVFrameRef(av_frame_alloc()); }
 
@@ -54,6 +54,11 @@ std::int32_t const* displayMatrixOf(AVStream const& stream, AVFrame const& frame
     auto const* const ofFrame = av_frame_get_side_data(&frame, AV_FRAME_DATA_DISPLAYMATRIX);
     return ofFrame && ofFrame->size >= length ? reinterpret_cast<std::int32_t const*>(ofFrame->data)
                                               : nullptr;
+}
+
+std::int64_t startOfStream(AVStream const& stream)
+{
+    return stream.start_time == AV_NOPTS_VALUE ? 0 : stream.start_time;
 }
 
 /// Whether a packet is all there and in the clear; any other decodes to a frame of grey.
@@ -180,14 +185,13 @@ bool KXFFmpegMovie::startAtTime(double seconds)
     if (!openDecoder() || !(seconds < longestTime))
         return false;
     avcodec_flush_buffers(_decoder.get());
-    std::int64_t const start = _video->start_time == AV_NOPTS_VALUE ? 0 : _video->start_time;
-    double const ticks = std::max(seconds, 0.0) / av_q2d(_video->time_base);
+    double const ticks = (std::max(seconds, 0.0) + timeRounding) / av_q2d(_video->time_base);
+    std::int64_t target;
+    if (__builtin_add_overflow(startOfStream(*_video), static_cast<std::int64_t>(ticks), &target))
+        return false;
     // A movie whose index starts later than the time is played from its first frame.
-    return av_seek_frame(
-               _format.get(), _video->index, start + std::llround(ticks), AVSEEK_FLAG_BACKWARD)
-        >= 0
-        || av_seek_frame(_format.get(), _video->index, start + std::llround(ticks), 0) >= 0
-        || !(seconds > 0);
+    return av_seek_frame(_format.get(), _video->index, target, AVSEEK_FLAG_BACKWARD) >= 0
+        || av_seek_frame(_format.get(), _video->index, target, 0) >= 0 || !(seconds > 0);
 }
 
 /// The next readable packet of the video; false at the end of what can be read.
@@ -244,8 +248,9 @@ double KXFFmpegMovie::timeOfFrame(AVFrame const& frame) const
 {
     if (frame.best_effort_timestamp == AV_NOPTS_VALUE)
         return 0;
-    std::int64_t const start = _video->start_time == AV_NOPTS_VALUE ? 0 : _video->start_time;
-    return static_cast<double>(frame.best_effort_timestamp - start) * av_q2d(_video->time_base);
+    double const ticks = static_cast<double>(frame.best_effort_timestamp)
+        - static_cast<double>(startOfStream(*_video));
+    return ticks * av_q2d(_video->time_base);
 }
 
 KXImage::Ref KXFFmpegMovie::imageAtTime(double seconds, KXSize maximumSize)
@@ -254,14 +259,13 @@ KXImage::Ref KXFFmpegMovie::imageAtTime(double seconds, KXSize maximumSize)
     auto next = newFrame();
     if (!shown || !next || !startAtTime(seconds))
         return nullptr;
-    double const halfTick = av_q2d(_video->time_base) / 2;
     bool hasShown = false;
     for (int tries = 0; tries < mostTries && decodeFrame(*next);) {
         if (next->decode_error_flags) {
             ++tries;
             continue;
         }
-        if (timeOfFrame(*next) > seconds + halfTick)
+        if (timeOfFrame(*next) > seconds + timeRounding)
             return imageOfShownFrame(hasShown ? *shown : *next, maximumSize);
         std::swap(shown, next);
         hasShown = true;
@@ -271,7 +275,7 @@ KXImage::Ref KXFFmpegMovie::imageAtTime(double seconds, KXSize maximumSize)
     double const end = timeOfFrame(*shown)
         + static_cast<double>(durationOfFrame(*shown)) * av_q2d(_video->time_base);
     // Cut-off movies end earlier than their index tells.
-    return seconds <= end + halfTick ? imageOfShownFrame(*shown, maximumSize) : nullptr;
+    return seconds <= end + timeRounding ? imageOfShownFrame(*shown, maximumSize) : nullptr;
 }
 
 KXImage::Ref KXFFmpegMovie::imageOfShownFrame(AVFrame& frame, KXSize maximumSize) const
