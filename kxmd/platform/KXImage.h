@@ -24,17 +24,21 @@ public:
 
     /// `imageWithSize:` A new, fully transparent picture, still private to the caller.
     ///
-    /// Null when the size is empty or not a number, or has more than `mostPixels`.
+    /// Null when the size is empty or not a number, or has more than `mostPixels`
+    /// or a side over `longestSide`.
     [[nodiscard]] static std::shared_ptr<KXImage> imageWithSize(KXSize size);
 
     /// `imageWithPixels:width:height:` A picture of these pixels, one a point.
     ///
-    /// Null when there are not exactly `width` times `height` of them, or more than `mostPixels`.
+    /// Null when there are not exactly `width` times `height` of them, or more than `mostPixels`
+    /// or `longestSide`.
     [[nodiscard]] static std::shared_ptr<KXImage> imageWithPixels(
         std::vector<std::uint8_t> pixels, std::size_t width, std::size_t height);
 
     /// The largest picture that is made, in pixels: 1 GiB of memory.
     static constexpr std::uint64_t mostPixels = 1ull << 28;
+    /// The longest side of a picture that is made, in pixels: twice what JPEG has.
+    static constexpr std::size_t longestSide = 1 << 17;
 
     /// `size` Width and height in points.
     [[nodiscard]] KXSize size() const { return _size; }
@@ -49,7 +53,7 @@ public:
     /// this picture, stretched to fill it: source over, at full opacity, upright.
     ///
     /// Both rectangles may have fractions; what they cover of an edge pixel counts in proportion.
-    /// What lies outside of this picture is left out; an empty rectangle draws nothing.
+    /// What lies outside of either picture is left out; an empty rectangle draws nothing.
     void drawImageFromRectInRect(KXImage const& image, KXRect from, KXRect into);
 
 private:

@@ -69,12 +69,14 @@ KXResamplerAxis::KXResamplerAxis(double from, double fromLength, double sourceLe
     _firstSource = static_cast<std::size_t>(lowest);
     _sourceCount = static_cast<std::size_t>(highest - lowest) + 1;
     double const scale = fromLength / intoLength;
+    // A kernel wider than all there is shows the same, and would take as long as it is wide.
+    double const kernelScale = std::clamp(scale, 1.0, highest - lowest + 1);
     for (double left = std::floor(begin); left < end; ++left) {
         double const coveredFrom = std::max(left, begin);
         double const coveredTo = std::min(left + 1, end);
         double const center = from + ((coveredFrom + coveredTo) / 2 - into) * scale;
-        addTarget(center, std::max(scale, 1.0), lowest, highest,
-            static_cast<float>(coveredTo - coveredFrom));
+        addTarget(
+            center, kernelScale, lowest, highest, static_cast<float>(coveredTo - coveredFrom));
     }
 }
 

@@ -77,6 +77,10 @@ TEST(KXImage, RefusesMorePixelsThanTheMost)
     EXPECT_FALSE(KXImage::imageWithSize({ most + 1, 1 }));
     EXPECT_FALSE(KXImage::imageWithSize({ 0.5, most + 0.5 }));
     EXPECT_FALSE(KXImage::imageWithSize({ 16384.1, 16384 })); // The fraction needs a column.
+    double const longest = static_cast<double>(KXImage::longestSide);
+    EXPECT_TRUE(KXImage::imageWithSize({ longest, 1 }));
+    EXPECT_FALSE(KXImage::imageWithSize({ longest + 0.5, 1 }));
+    EXPECT_FALSE(KXImage::imageWithSize({ 1, longest + 0.5 }));
     EXPECT_FALSE(KXImage::imageWithSize({ most, most }));
     EXPECT_FALSE(KXImage::imageWithSize({ 1e300, 1e300 }));
 }
@@ -235,6 +239,26 @@ TEST(KXImage, PartOutsideOfTheSourceDrawsNothing)
         target->drawImageFromRectInRect(*image, outside, wholeOf(*target));
         EXPECT_EQ(countOf(*target, transparent), 16u) << outside.x << ' ' << outside.y;
     }
+}
+
+TEST(KXImage, PartBeyondTheSourceDrawsWhatIsThere)
+{
+    // Each pixel of the target shows two by two of the source, which covers the middle of it.
+    auto const image = solid(4, 4, white);
+    auto const target = KXImage::imageWithSize({ 6, 6 });
+    target->drawImageFromRectInRect(*image, { -4, -4, { 12, 12 } }, wholeOf(*target));
+    auto const expected = imageOf(6, 6, [](std::size_t x, std::size_t y) {
+        return x / 2 == 1 && y / 2 == 1 ? white : transparent;
+    });
+    EXPECT_TRUE(areEqual(*target, *expected));
+}
+
+TEST(KXImage, PartFarBeyondTheSourceCostsNoMoreThanTheSource)
+{
+    auto const image = solid(4, 4, white);
+    auto const target = KXImage::imageWithSize({ 4, 4 });
+    target->drawImageFromRectInRect(*image, { -1e15, -1e15, { 2e15, 2e15 } }, wholeOf(*target));
+    EXPECT_EQ(countOf(*target, transparent), 16u); // Too fine to be seen.
 }
 
 TEST(KXImage, EmptyRectanglesDrawNothing)
