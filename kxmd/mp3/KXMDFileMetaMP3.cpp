@@ -179,6 +179,11 @@ std::optional<KXMDFileMetaMP3Frame::List> KXMDFileMetaMP3::allFramesWithTag(
     return found;
 }
 
+KXMDFileMetaMP3Frame::List KXMDFileMetaMP3::albumCoverFrames() const
+{
+    return allFramesWithTag(albumCoverTag()).value_or(KXMDFileMetaMP3Frame::List());
+}
+
 KXMDCodecInfo::List KXMDFileMetaMP3::audioCodecsInfo() const
 {
     KXMDCodecInfo info;
@@ -189,19 +194,9 @@ KXMDCodecInfo::List KXMDFileMetaMP3::audioCodecsInfo() const
 bool KXMDFileMetaMP3::hasValidAlbumCover() const
 {
     KXAlbumCoverRule rule;
-    auto const frames = allFramesWithTag(albumCoverTag());
-    for (auto const& frame : frames.value_or(KXMDFileMetaMP3Frame::List()))
+    for (auto const& frame : albumCoverFrames())
         rule.addCoverOfSize(frame->albumCoverSize());
     return rule.isMet();
 }
 
 bool KXMDFileMetaMP3::canInsertAlbumCover() const { return !frames()->empty(); }
-
-std::uint64_t KXMDFileMetaMP3::albumCoverSizeForEmbeddedTags() const
-{
-    std::uint64_t size = 0;
-    auto const frames = allFramesWithTag(albumCoverTag());
-    for (auto const& frame : frames.value_or(KXMDFileMetaMP3Frame::List()))
-        size += frame->size();
-    return size;
-}

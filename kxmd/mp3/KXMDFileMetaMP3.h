@@ -62,9 +62,29 @@ public:
     /// `canInsertAlbumCover` Whether the tag has a frame to insert in front of.
     [[nodiscard]] bool canInsertAlbumCover() const override;
 
+    /// `albumCoverFromData:` The first embedded picture that decodes, of the file that `data` reads
+    /// and this object was parsed from.
+    [[nodiscard]] ImageRef albumCoverFromData(KXAbstractData& data) const override;
+
+    /// `removeAlbumCoverFromData:` Removes all picture frames.
+    ///
+    /// The object is then parsed from the edited bytes, as after `addAlbumCover:toData:`.
+    bool removeAlbumCoverFromData(KXMutableData::Ref const& data) override;
+
+    /// `addAlbumCover:toData:` Inserts a picture frame in front of the tag's last frame, so a tag
+    /// without frames cannot take one. Padding stays as it is.
+    bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data) override;
+
+    /// `albumCoverFrameDataForImage:` A whole picture frame of the tag's version with `image` as
+    /// JPEG; empty without an image and for an unknown version.
+    [[nodiscard]] KXData albumCoverFrameDataForImage(ImageRef const& image) const;
+
+    [[nodiscard]] std::uint64_t albumCoverSizeForImage(ImageRef const& image) const override;
     [[nodiscard]] std::uint64_t albumCoverSizeForEmbeddedTags() const override;
 
 private:
+    bool parseMutableData(KXMutableData::Ref const& data);
+    KXMDFileMetaMP3Frame::List albumCoverFrames() const;
     bool readHeader(KXAbstractData& data);
     void readFrames(KXAbstractData& data);
     void takeMetadataFromFrames();

@@ -4,7 +4,9 @@
 #include "kxmd/host/KXLog.h"
 #include "kxmd/platform/KXPictureSize.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 
 namespace {
 
@@ -117,6 +119,7 @@ void KXMDFileMetaMP3Frame::readPicture(KXAbstractData& data)
     std::uint64_t const end = _offset + _size;
     if (data.offset() >= end || end - data.offset() > _size)
         return;
+    _pictureOffset = data.offset();
     if (auto const size = sizeOfEncodedPictureInData(data, end - data.offset()))
         _albumCoverSize = *size;
 }
@@ -142,4 +145,32 @@ void KXMDFileMetaMP3Frame::readText(KXAbstractData& data)
         return;
     }
     KXLog("Metadata", "KXMetaMP3Frame->frameWithData: Couldn't parse string value");
+}
+
+bool KXMDFileMetaMP3Frame::removeSelfFromMutableData(KXMutableData& data) const
+{
+    return data.removeBytesAt(_offset, _size)
+        && adjustSizeInMutableData(data, -static_cast<std::int64_t>(_size));
+}
+
+bool KXMDFileMetaMP3Frame::insertBeforeSelfInMutableData(
+    KXMutableData& data, std::span<std::uint8_t const> frameData) const
+{
+    return _offset < data.length() && data.insertBytesAt(frameData, _offset)
+        && adjustSizeInMutableData(data, static_cast<std::int64_t>(frameData.size()));
+}
+
+bool KXMDFileMetaMP3Frame::adjustSizeInMutableData(
+    KXMutableData& data, std::int64_t difference) const
+{
+    // ID3v2.4.0 structure, 3.1.
+    constexpr std::uint64_t headerLength = 10, sizeOffset = 6;
+    std::array<std::uint8_t, 4> bytes;
+    if (data.length() < headerLength)
+        return false;
+    std::ranges::copy(data.bytes().subspan(sizeOffset, bytes.size()), bytes.begin());
+    std::uint32_t const size = syncSafeSizeToSize(std::bit_cast<std::uint32_t>(bytes))
+        + static_cast<std::uint32_t>(difference);
+    bytes = std::bit_cast<decltype(bytes)>(sizeToSyncSafeSize(size));
+    return data.replaceBytesAt(sizeOffset, bytes);
 }

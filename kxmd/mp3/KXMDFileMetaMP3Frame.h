@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -87,6 +88,31 @@ public:
     /// `setAlbumCoverSize:` Sets the size of the picture.
     void setAlbumCoverSize(KXSize size) { _albumCoverSize = size; }
 
+    /// `pictureOffset` Position in the file of a picture frame's picture, which reaches to the
+    /// frame's end; 0 for other frames and when there is none.
+    [[nodiscard]] std::uint64_t pictureOffset() const { return _pictureOffset; }
+
+    // Edits, in a buffer with the whole file. The frames then describe how it was: parse the buffer
+    // again before the next edit.
+
+    /// `removeSelfFromMutableData:` Removes the frame and takes its size off the tag's.
+    ///
+    /// False, with nothing changed, when the frame is not all there; false as well for a file of
+    /// less than a tag's header, which has then lost the frame.
+    bool removeSelfFromMutableData(KXMutableData& data) const;
+
+    /// `insertBeforeSelfInMutableData:frameData:` Inserts the bytes of a whole frame in front of
+    /// this one and adds their number to the tag's size.
+    ///
+    /// False, with nothing changed, when this frame does not begin within the buffer; otherwise as
+    /// above.
+    bool insertBeforeSelfInMutableData(
+        KXMutableData& data, std::span<std::uint8_t const> frameData) const;
+
+    /// `adjustSizeInMutableData:difference:` Adds `difference` to the size in the tag's header.
+    /// False when the buffer is shorter than that header.
+    bool adjustSizeInMutableData(KXMutableData& data, std::int64_t difference) const;
+
 private:
     bool readHeader(KXAbstractData& data, std::uint16_t version);
     void readPicture(KXAbstractData& data);
@@ -101,4 +127,5 @@ private:
     std::uint16_t _flags { 0 };
     std::uint32_t _id3Version { 0 };
     KXSize _albumCoverSize;
+    std::uint64_t _pictureOffset { 0 };
 };

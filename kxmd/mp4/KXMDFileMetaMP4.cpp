@@ -3,16 +3,13 @@
 #include "kxmd/core/KXAlbumCoverRulePrivate.h"
 #include "kxmd/mp4/KXMP4AtomCovr.h"
 #include "kxmd/mp4/KXMP4AtomStsd.h"
+#include "kxmd/mp4/KXMP4PathsPrivate.h"
 
 #include <algorithm>
 #include <array>
 #include <iterator>
 
 namespace {
-
-constexpr std::string_view tagListPath = "moov/udta/meta/ilst";
-constexpr std::string_view coverPath = "moov/udta/meta/ilst/covr";
-constexpr std::string_view chunkOffsetTablePath = "moov/trak/mdia/minf/stbl/stco";
 
 struct TagKey {
     std::string_view tag;
@@ -103,12 +100,4 @@ bool KXMDFileMetaMP4::hasValidAlbumCover() const
 bool KXMDFileMetaMP4::canInsertAlbumCover() const
 {
     return !atomsWithPath(chunkOffsetTablePath).empty() && !atomsWithPath(tagListPath).empty();
-}
-
-std::uint64_t KXMDFileMetaMP4::albumCoverSizeForEmbeddedTags() const
-{
-    std::uint64_t size = 0;
-    for (auto const& atom : atomsWithPath(coverPath))
-        size += atom->size();
-    return size;
 }

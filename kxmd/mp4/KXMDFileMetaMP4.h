@@ -24,9 +24,31 @@ public:
     /// Neither is ever created.
     [[nodiscard]] bool canInsertAlbumCover() const override;
 
+    /// `albumCoverFromData:` The first embedded cover that decodes, of the file that `data` reads
+    /// and this object was parsed from.
+    ///
+    /// The picture loader gets a cover's whole atom and finds the picture behind its headers.
+    [[nodiscard]] ImageRef albumCoverFromData(KXAbstractData& data) const override;
+
+    /// `removeAlbumCoverFromData:` Removes the covers one by one, the last first. False as well for
+    /// a file without a 32-bit chunk offset table, which is never edited.
+    ///
+    /// The object is then parsed from the edited bytes, as after `addAlbumCover:toData:`.
+    bool removeAlbumCoverFromData(KXMutableData::Ref const& data) override;
+
+    /// `addAlbumCover:toData:` Inserts the cover in front of the tag list's last tag, so an empty
+    /// tag list cannot take one.
+    bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data) override;
+
+    /// `albumCoverAtomDataForImage:` A whole cover atom with `image` as JPEG, as iTunes writes it;
+    /// empty without an image.
+    [[nodiscard]] KXData albumCoverAtomDataForImage(ImageRef const& image) const;
+
+    [[nodiscard]] std::uint64_t albumCoverSizeForImage(ImageRef const& image) const override;
     [[nodiscard]] std::uint64_t albumCoverSizeForEmbeddedTags() const override;
 
 private:
+    bool parseMutableData(KXMutableData::Ref const& data);
     KXMP4Atom::List atomsWithPath(std::string_view path) const;
     KXMDCodecInfo::List codecsInfoOfTracks(KXMP4TrackType type) const;
 };

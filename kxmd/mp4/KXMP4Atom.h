@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -135,7 +136,42 @@ public:
     /// `codecInfo` What a sample entry says of its stream; absent for every other atom.
     [[nodiscard]] virtual std::optional<KXMDCodecInfo> codecInfo();
 
+    // Edits, in a buffer with the whole file that the tree was parsed from. What moves keeps its
+    // place in tree and buffer right, but the tree is not read anew: parse the buffer again before
+    // the next edit. No 64-bit size and no 64-bit chunk offset is ever written.
+
+    /// `removeSelfFromMutableData:` Removes the atom from the file and from its parent.
+    ///
+    /// False, with nothing changed, when the atom is not all there; false as well when a size or a
+    /// chunk offset table does not lie within the buffer, which is then edited in part.
+    bool removeSelfFromMutableData(KXMutableData& data);
+
+    /// `insertBeforeSelfInMutableData:atomData:` Inserts the bytes of a whole atom in front of this
+    /// one; the tree does not get it.
+    ///
+    /// False, with nothing changed, when this atom does not begin within the buffer; otherwise as
+    /// above.
+    bool insertBeforeSelfInMutableData(KXMutableData& data, std::span<std::uint8_t const> atomData);
+
+    /// `adjustSize:inMutableData:` Adds `difference` to the size of this atom and of each one
+    /// around it, in the tree and, in 32 bits, in the buffer; the root has no size field.
+    ///
+    /// False when a size field does not lie within the buffer.
+    bool adjustSizeInMutableData(std::int64_t difference, KXMutableData& data);
+
+    /// `adjustOffset:startingFrom:inMutableData:` Adds `difference` to each position from `start`
+    /// on that this atom or one below it keeps: its own, and those in 32-bit chunk offset tables.
+    ///
+    /// False when a table does not lie within the buffer.
+    bool adjustOffsetInMutableData(
+        std::int64_t difference, std::uint64_t start, KXMutableData& data);
+
 protected:
+    /// Adds `difference` to each position from `start` on in the atom's own fields, its offset
+    /// being adjusted already. False when they do not lie within the buffer. Here: there are none.
+    virtual bool adjustOwnOffsets(
+        std::int64_t difference, std::uint64_t start, KXMutableData& data);
+
     /// Position of the first byte behind the atom.
     [[nodiscard]] std::uint64_t end() const { return _offset + _size; }
 

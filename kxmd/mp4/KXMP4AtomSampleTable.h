@@ -13,6 +13,12 @@ public:
 
     void parseAtomSpecificData(KXAbstractData& data) override;
 
+protected:
+    /// Stops at the first entry in front of `start`. Deliberate: media lies behind the edit or in
+    /// front of it, hardly ever on both sides.
+    bool adjustOwnOffsets(
+        std::int64_t difference, std::uint64_t start, KXMutableData& data) override;
+
 private:
     std::uint32_t _noOfEntries { 0 };
 };
