@@ -11,6 +11,8 @@ KXTextDigest::~KXTextDigest() = default;
 KXThumbnailService::~KXThumbnailService() = default;
 KXIconProvider::~KXIconProvider() = default;
 KXTemporaryFolders::~KXTemporaryFolders() = default;
+KXFileManager::~KXFileManager() = default;
+KXTaskRunner::~KXTaskRunner() = default;
 
 namespace {
 

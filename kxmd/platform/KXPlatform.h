@@ -1,10 +1,12 @@
 #pragma once
 
 #include "kxmd/host/KXExport.h"
+#include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
 #include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXQueue.h"
+#include "kxmd/platform/KXTaskRunner.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
 #include "kxmd/platform/KXTextDigest.h"
 #include "kxmd/platform/KXThumbnailService.h"
@@ -22,6 +24,8 @@ struct KX_EXPORT KXPlatform {
     std::shared_ptr<KXQueue> mainQueue; ///< Where handlers are called that touch a user interface.
     std::shared_ptr<KXTextDigest const> textDigest;
     std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
+    std::shared_ptr<KXFileManager const> fileManager;
+    std::shared_ptr<KXTaskRunner const> taskRunner;
 
     /// `shared` The process-wide platform: the one that was set, or else this machine's own, made
     /// on first use.

@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/KXFFmpegMovieLoaderPrivate.h"
 
 #include "kxmd/host/KXLog.h"
+#include "kxmd/platform/linux/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegModulePrivate.h"
 
 #include <dlfcn.h>
@@ -10,22 +11,10 @@ namespace {
 
 using MovieWithData = decltype(&kxmdMovieWithData);
 
-/// The module's path. It lies beside the library wherever both are installed; a search path that
-/// the environment can change would let it be replaced.
-std::string modulePath()
-{
-    static int const ofThisLibrary = 0;
-    Dl_info library {};
-    if (!dladdr(&ofThisLibrary, &library) || !library.dli_fname)
-        return {};
-    std::string const path = library.dli_fname;
-    std::size_t const slash = path.rfind('/');
-    return (slash == std::string::npos ? "." : path.substr(0, slash)) + "/" KXMD_MOVIE_MODULE;
-}
-
 MovieWithData openModule()
 {
-    std::string const path = modulePath();
+    // Beside the library: a path that the environment can change would let it be replaced.
+    std::string const path = pathBesideLibrary(KXMD_MOVIE_MODULE);
     void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); // Never closed.
     void* const entry = module ? dlsym(module, "kxmdMovieWithData") : nullptr;
     if (!entry)

@@ -1,9 +1,11 @@
 #include "kxmd/platform/KXPlatform.h"
 #include "kxmd/platform/linux/KXFFmpegMovieLoaderPrivate.h"
+#include "kxmd/platform/linux/KXGLibFileManagerPrivate.h"
 #include "kxmd/platform/linux/KXGLibMainQueuePrivate.h"
 #include "kxmd/platform/linux/KXGLibTemporaryFoldersPrivate.h"
 #include "kxmd/platform/linux/KXGLibTextDigestPrivate.h"
 #include "kxmd/platform/linux/KXLinuxIconProviderPrivate.h"
+#include "kxmd/platform/linux/KXLinuxTaskRunnerPrivate.h"
 #include "kxmd/platform/linux/KXLinuxThumbnailServicePrivate.h"
 #include "kxmd/platform/linux/KXPixbufPictureLoaderPrivate.h"
 
@@ -20,5 +22,7 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
         .mainQueue = std::make_shared<KXGLibMainQueue>(),
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
         .temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>(),
+        .fileManager = std::make_shared<KXGLibFileManager const>(),
+        .taskRunner = std::make_shared<KXLinuxTaskRunner const>(),
     });
 }

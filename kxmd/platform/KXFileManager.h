@@ -1,0 +1,33 @@
+#pragma once
+
+#include "kxmd/host/KXData.h"
+#include "kxmd/host/KXExport.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+/// What is done with whole files. Safe to call from several threads.
+class KX_EXPORT KXFileManager {
+public:
+    virtual ~KXFileManager();
+
+    /// `mutableDataWithContentsOfFile:` All bytes of the regular file at `path`, in a buffer with
+    /// room for a cover besides; null when they cannot all be read.
+    [[nodiscard]] virtual KXMutableData::Ref mutableDataWithContentsOfFile(
+        std::string const& path) const = 0;
+
+    /// `writeBytes:toFile:` Makes `bytes` the contents of the file at `path`, at once for whoever
+    /// reads it; false, with the file as it was, when that cannot be done.
+    [[nodiscard]] virtual bool writeBytesToFile(
+        std::span<std::uint8_t const> bytes, std::string const& path) const = 0;
+
+    /// `createFolderAtPath:` Makes a folder that only the user can look into, with any missing
+    /// parent; false when there is none afterwards.
+    virtual bool createFolderAtPath(std::string const& path) const = 0;
+
+    /// `sizeOfFileAtPath:` The size in bytes; absent when there is no such file.
+    [[nodiscard]] virtual std::optional<std::uint64_t> sizeOfFileAtPath(
+        std::string const& path) const = 0;
+};

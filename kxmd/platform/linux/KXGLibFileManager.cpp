@@ -1,0 +1,63 @@
+#include "kxmd/platform/linux/KXGLibFileManagerPrivate.h"
+
+#include "kxmd/host/KXAbstractData.h"
+
+#include <algorithm>
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <new>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// A buffer that grows by a cover stays where it is; what is not used costs no memory.
+constexpr std::size_t roomForACover = 1 << 20;
+constexpr std::size_t pieceLength = 256 * 1024;
+
+}
+
+KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string const& path) const
+{
+    auto const file = KXAbstractData::abstractDataWithPath(path);
+    if (!file)
+        return nullptr;
+    std::vector<std::uint8_t> bytes;
+    try {
+        bytes.reserve(file->length() + roomForACover);
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+    // Piece by piece, since a vector would first fill with zeros what is read over them.
+    std::vector<std::uint8_t> piece(std::min<std::uint64_t>(pieceLength, file->length()));
+    while (bytes.size() < file->length()) {
+        std::uint64_t const count = file->readBytesToMaxLength(piece.data(), piece.size());
+        if (!count)
+            return nullptr; // Shorter than it was.
+        bytes.insert(bytes.end(), piece.data(), piece.data() + count);
+    }
+    return std::make_shared<KXMutableData>(std::move(bytes));
+}
+
+bool KXGLibFileManager::writeBytesToFile(
+    std::span<std::uint8_t const> bytes, std::string const& path) const
+{
+    constexpr int onlyForTheUser = 0600;
+    return g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
+        static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, onlyForTheUser, nullptr);
+}
+
+bool KXGLibFileManager::createFolderAtPath(std::string const& path) const
+{
+    constexpr int onlyForTheUser = 0700;
+    return g_mkdir_with_parents(path.c_str(), onlyForTheUser) == 0;
+}
+
+std::optional<std::uint64_t> KXGLibFileManager::sizeOfFileAtPath(std::string const& path) const
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
+}

@@ -1,0 +1,96 @@
+#include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
+
+#include "kxmd/host/KXPath.h"
+#include "kxmd/mp4/KXMP4Atom.h"
+
+#include <string_view>
+#include <utility>
+
+namespace {
+
+// What is removed, in this order.
+constexpr std::string_view uselessPaths[] {
+    "moov/udta",
+    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
+};
+// Each removal moves the file's bytes and parses them anew. Recordings have a handful of these
+// atoms; one with more than this was made to keep us busy.
+constexpr int mostRemovals = 256;
+
+bool hasUselessAtoms(KXMP4Atom& root)
+{
+    for (std::string_view const path : uselessPaths) {
+        if (!root.allAtomsWithPath(path).empty())
+            return true;
+    }
+    return false;
+}
+
+/// Removes the useless atoms one after another; whether there was any.
+bool removeUselessAtoms(KXMutableData::Ref const& data)
+{
+    auto const parsed = [&data] {
+        return KXMP4Atom::atomWithAbstractData(*KXMutableAbstractData::abstractDataWithData(data));
+    };
+    int removals = 0;
+    for (std::string_view const path : uselessPaths) {
+        for (auto atoms = parsed()->allAtomsWithPath(path);
+             !atoms.empty() && removals < mostRemovals; atoms = parsed()->allAtomsWithPath(path)) {
+            if (!atoms.front()->removeSelfFromMutableData(*data))
+                break; // It would be found again and again.
+            ++removals;
+        }
+    }
+    return removals > 0;
+}
+
+}
+
+KXMDFileProcessorCleanIPhoneVideo::KXMDFileProcessorCleanIPhoneVideo(KXPlatform::Ref platform)
+    : _platform(std::move(platform))
+{
+}
+
+KXAbstractData::Ref KXMDFileProcessorCleanIPhoneVideo::processedFileDataForPath(
+    std::string const& path) const
+{
+    std::string const copy = pathOfCleanedCopy(path);
+    return KXAbstractData::abstractDataWithPath(copy.empty() ? path : copy);
+}
+
+/// Cleans the file into a temporary folder; empty when there is nothing to clean or no way to.
+std::string KXMDFileProcessorCleanIPhoneVideo::pathOfCleanedCopy(std::string const& path) const
+{
+    auto const source = KXAbstractData::abstractDataWithPath(path);
+    if (!source || !hasUselessAtoms(*KXMP4Atom::atomWithAbstractData(*source)))
+        return {};
+    auto const data = _platform->fileManager->mutableDataWithContentsOfFile(path);
+    if (!data || !removeUselessAtoms(data))
+        return {};
+    std::string const folder
+        = _platform->temporaryFolders->applicationUniqueTempFolderWithPrefix("metadata-video");
+    if (folder.empty())
+        return {};
+    std::string copy = folder + '/' + std::string(lastPathComponent(path));
+    return _platform->fileManager->writeBytesToFile(data->bytes(), copy) ? copy : std::string();
+}
+
+KXAbstractData::Ref KXMDFileProcessorCleanIPhoneVideo::processedFileDataForFileProxy(
+    KXDCFileProxy const& fileProxy, KXAbstractData::Ref) const
+{
+    return processedFileDataForPath(fileProxy.file()->sourcePath());
+}
+
+std::uint64_t KXMDFileProcessorCleanIPhoneVideo::processedFilesizeForFileProxy(
+    KXDCFileProxy const& fileProxy, std::uint64_t filesize) const
+{
+    auto const source = KXAbstractData::abstractDataWithPath(fileProxy.file()->sourcePath());
+    if (!source)
+        return filesize;
+    auto const root = KXMP4Atom::atomWithAbstractData(*source);
+    for (std::string_view const path : uselessPaths) {
+        for (auto const& atom : root->allAtomsWithPath(path))
+            filesize -= atom->size();
+    }
+    return filesize;
+}
