@@ -19,7 +19,8 @@ public:
     [[nodiscard]] virtual KXImage::Ref iconForFileType(
         std::string const& fileType, KXSize size) const = 0;
 
-    // Types that are no extension: the apostrophes keep them apart from any.
-    static constexpr std::string_view folderType = "'fldr'";
-    static constexpr std::string_view documentType = "'docu'"; ///< A file without extension.
+    // Types that are no extension: these stand behind a full stop in a file's name, which never
+    // holds a slash.
+    static constexpr std::string_view folderType = "/fldr";
+    static constexpr std::string_view documentType = "/docu"; ///< A file without extension.
 };

@@ -74,6 +74,15 @@ TEST_F(KXMDIcon, TypesThatAreNoExtensionDiffer)
     EXPECT_EQ(types.size(), 5u);
 }
 
+TEST_F(KXMDIcon, NoExtensionCanBeTakenForATypeThatIsNone)
+{
+    for (std::string_view const type : { KXIconProvider::folderType, KXIconProvider::documentType })
+        EXPECT_EQ(type.front(), '/') << type; // Begins the next component, never an extension.
+    EXPECT_EQ(typeOf("/x/a./fldr"), KXIconProvider::documentType); // A file "fldr" in "a.".
+    EXPECT_EQ(typeOf("/x/a.'fldr'"), "'fldr'");
+    EXPECT_EQ(typeOf("/x/a.'docu'"), "'docu'");
+}
+
 // Cache names.
 
 TEST_F(KXMDIcon, CacheNameIsThatOfTheType)
