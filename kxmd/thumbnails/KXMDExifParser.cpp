@@ -1,12 +1,11 @@
 #include "kxmd/thumbnails/KXMDExifParser.h"
 
-#include "kxmd/platform/KXPlatform.h"
-
 #include <set>
 
 namespace {
 
 constexpr std::uint32_t mostEntries = 1u << 20;
+constexpr std::size_t mostDirectories = 1u << 20;
 
 // Markers of ITU-T T.81, table B.1.
 constexpr std::uint16_t startOfImage = 0xFFD8;
@@ -36,6 +35,11 @@ bool skipToExifSegment(KXAbstractData& data)
     return marker == applicationSegment1;
 }
 
+}
+
+KXMDExifParser::KXMDExifParser(KXPlatform::Ref platform)
+    : _platform(std::move(platform))
+{
 }
 
 bool KXMDExifParser::parseAbstractData(KXAbstractData& data)
@@ -74,7 +78,7 @@ bool KXMDExifParser::readTagsFromData(
     if (!_entriesLeft)
         _entriesLeft = mostEntries; // Called by itself.
     std::set<std::uint64_t> visited;
-    while (visited.insert(data.offset()).second) {
+    while (visited.size() < mostDirectories && visited.insert(data.offset()).second) {
         std::uint16_t const count = data.readUInt16OrZero(swap);
         std::uint64_t const entries = data.offset();
         if (!readEntries(data, count, locationOffset, swap))
@@ -96,25 +100,34 @@ bool KXMDExifParser::readEntries(
     KXAbstractData& data, std::uint16_t count, std::uint64_t base, KXSwap swap)
 {
     std::uint64_t const entries = data.offset();
-    for (std::uint64_t i = 0; i < count && !isFound(); ++i) {
+    for (std::uint64_t i = 0; i < count; ++i) {
         if (!_entriesLeft)
             return false;
         --_entriesLeft;
         data.setOffset(entries + entrySize * i);
-        std::uint16_t tag;
-        if (!data.readUInt16To(tag, swap))
+        if (!readEntry(data, base, swap) || isFound())
             break;
-        if (tag != previewOffsetTag && tag != previewLengthTag)
-            continue;
-        data.skipBytes(6); // Type and count, whatever they say.
-        std::uint32_t value;
-        if (!data.readUInt32To(value, swap))
-            continue;
-        if (tag == previewOffsetTag)
-            _thumbnailAddress = base + value;
-        else
-            _thumbnailLength = value;
     }
+    return true;
+}
+
+/// Reads one entry, and its value if that is half of the preview's place. False at the end of the
+/// file.
+bool KXMDExifParser::readEntry(KXAbstractData& data, std::uint64_t base, KXSwap swap)
+{
+    std::uint16_t tag;
+    if (!data.readUInt16To(tag, swap))
+        return false;
+    if (tag != previewOffsetTag && tag != previewLengthTag)
+        return true;
+    data.skipBytes(6); // Type and count, whatever they say.
+    std::uint32_t value;
+    if (!data.readUInt32To(value, swap))
+        return true;
+    if (tag == previewOffsetTag)
+        _thumbnailAddress = base + value;
+    else
+        _thumbnailLength = value;
     return true;
 }
 
@@ -123,6 +136,6 @@ bool KXMDExifParser::readThumbnail(KXAbstractData& data)
     data.setOffset(_thumbnailAddress);
     if (_thumbnailLength > data.remainingLength())
         return false;
-    setThumbnail(KXPlatform::shared()->pictureLoader->imageInData(data, _thumbnailLength, {}));
+    setThumbnail(_platform->pictureLoader->imageInData(data, _thumbnailLength, {}));
     return true;
 }

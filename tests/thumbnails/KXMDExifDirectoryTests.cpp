@@ -16,6 +16,7 @@ constexpr std::uint32_t lengthTag = 0x0202;
 constexpr std::uint64_t base = 12;
 constexpr std::uint32_t firstDirectory = 8;
 constexpr std::uint32_t mostEntries = 1u << 20;
+constexpr std::uint32_t mostDirectories = 1u << 20;
 
 /// A preview that can be decoded.
 Bytes encodedPreview()
@@ -52,6 +53,24 @@ Bytes fileWithEntriesBeforePreview(std::uint32_t entries, Bytes const& preview)
         { entry(order, offsetTag, position + directoryLength(2)),
             entry(order, lengthTag, length) }));
     return fileOf(tiff(order, concatenated(directories), preview));
+}
+
+/// A chain of empty directories, then one with the preview.
+Bytes fileWithDirectoriesBeforePreview(std::uint32_t directories)
+{
+    Bytes chain;
+    std::uint32_t position = firstDirectory;
+    for (std::uint32_t i = 0; i < directories; ++i) {
+        position += directoryLength(0);
+        chain = join(std::move(chain), directory(order, {}, position));
+    }
+    Bytes const preview = encodedPreview();
+    auto const length = static_cast<std::uint32_t>(preview.size());
+    return fileOf(tiff(order, chain,
+        directory(order,
+            { entry(order, offsetTag, position + directoryLength(2)),
+                entry(order, lengthTag, length) }),
+        preview));
 }
 
 bool findsPreview(Bytes bytes)
@@ -111,19 +130,14 @@ TEST(KXMDExifDirectory, ChainMayGoBackwards)
 
 TEST(KXMDExifDirectory, LongChainIsFollowedToItsEnd)
 {
-    // Empty directories, as many as no stack holds calls.
-    std::vector<Bytes> directories;
-    std::uint32_t position = firstDirectory;
-    for (int i = 0; i < 200'000; ++i) {
-        position += directoryLength(0);
-        directories.push_back(directory(order, {}, position));
-    }
-    Bytes const preview = encodedPreview();
-    auto const length = static_cast<std::uint32_t>(preview.size());
-    directories.push_back(directory(order,
-        { entry(order, offsetTag, position + directoryLength(2)),
-            entry(order, lengthTag, length) }));
-    EXPECT_TRUE(findsPreview(fileOf(tiff(order, concatenated(directories), preview))));
+    // As many empty directories as no stack holds calls.
+    EXPECT_TRUE(findsPreview(fileWithDirectoriesBeforePreview(mostDirectories - 1)));
+}
+
+TEST(KXMDExifDirectory, AFileHasABoundedNumberOfDirectories)
+{
+    // They cost no entries, but each place is remembered.
+    EXPECT_FALSE(findsPreview(fileWithDirectoriesBeforePreview(mostDirectories)));
 }
 
 TEST(KXMDExifDirectory, AFileHasABoundedNumberOfEntries)

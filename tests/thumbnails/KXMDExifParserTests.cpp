@@ -1,6 +1,5 @@
 #include "kxmd/thumbnails/KXMDExifParser.h"
 
-#include "kxmd/platform/KXPlatform.h"
 #include "support/Exif.h"
 #include "support/Fakes.h"
 #include "support/LogCapture.h"
@@ -24,12 +23,7 @@ constexpr std::uint32_t firstDirectory = 8;
 /// Tests with a picture loader that takes words for pictures.
 class KXMDExifParserTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        loader->setImageForWord(preview, "preview");
-        KXPlatform::setShared(FakeMachine { .pictureLoader = loader }.platform());
-    }
-    void TearDown() override { KXPlatform::setShared(nullptr); }
+    void SetUp() override { loader->setImageForWord(preview, "preview"); }
 
     bool parse(Bytes bytes) { return parser.parseAbstractData(*reader(std::move(bytes))); }
 
@@ -44,7 +38,8 @@ protected:
 
     KXImage::Ref const preview = pictures::solid(3, 2, pictures::green);
     std::shared_ptr<FakePictureLoader> const loader = std::make_shared<FakePictureLoader>();
-    KXMDExifParser parser;
+    KXPlatform::Ref const platform = FakeMachine { .pictureLoader = loader }.platform();
+    KXMDExifParser parser { platform };
 };
 
 /// A block whose second directory has the preview, which stands behind it.
@@ -80,7 +75,7 @@ Bytes const endOfImage = bytes({ 0xFF, 0xD9 });
 TEST_F(KXMDExifParserTest, FindsThePreviewInBothByteOrders)
 {
     for (TIFF const order : bothOrders) {
-        KXMDExifParser other;
+        KXMDExifParser other(platform);
         auto const data = reader(join(startOfImage, blockWithPreview(order), endOfImage));
         EXPECT_TRUE(other.parseAbstractData(*data));
         EXPECT_EQ(other.thumbnail(), preview);
@@ -331,6 +326,41 @@ TEST_F(KXMDExifParserTest, PreviewThatIsNoPictureIsNoneThoughItWasFound)
     EXPECT_TRUE(parser.readTagsFromData(*data, baseBehindStart, KXSwap::yes));
 }
 
+TEST_F(KXMDExifParserTest, PreviewIsKeptWhenALaterFileHasNone)
+{
+    EXPECT_TRUE(parse(join(startOfImage, blockWithPreview(TIFF::MM))));
+    EXPECT_TRUE(parse(join(startOfImage, blockWithEntries(TIFF::MM, {}))));
+    EXPECT_EQ(parser.thumbnail(), preview);
+    EXPECT_FALSE(parse(text("no photograph")));
+    EXPECT_EQ(parser.thumbnail(), preview);
+    EXPECT_EQ(parser.thumbnailAddress(), 0u); // Of the later file, which has none.
+    EXPECT_EQ(parser.thumbnailLength(), 0u);
+    // One that is found but is no picture does replace it.
+    EXPECT_TRUE(parse(join(startOfImage,
+        blockWithEntries(TIFF::MM,
+            { entry(TIFF::MM, offsetTag, behindDirectory(2)), entry(TIFF::MM, lengthTag, 3) }))));
+    EXPECT_FALSE(parser.thumbnail());
+}
+
+TEST_F(KXMDExifParserTest, DirectoryReadByItselfLooksAtItsFirstEntryBeforeWhatWasFound)
+{
+    EXPECT_TRUE(parse(join(startOfImage, blockWithPreview(TIFF::MM))));
+    // The length is still known from before; the new place replaces the old one.
+    auto const data = reader(join(
+        directory(TIFF::MM, { entry(TIFF::MM, offsetTag, directoryLength(1)) }), text("another")));
+    EXPECT_TRUE(parser.readTagsFromData(*data, 0, KXSwap::yes));
+    EXPECT_THAT(words(), ElementsAre("preview", "another"));
+}
+
+TEST_F(KXMDExifParserTest, PlatformIsTheProcessWideOneUnlessAnotherIsGiven)
+{
+    KXPlatform::setShared(platform);
+    KXMDExifParser other;
+    KXPlatform::setShared(nullptr);
+    EXPECT_TRUE(other.parseAbstractData(*reader(join(startOfImage, blockWithPreview(TIFF::MM)))));
+    EXPECT_EQ(other.thumbnail(), preview);
+}
+
 TEST_F(KXMDExifParserTest, EveryTruncationIsSurvived)
 {
     LogCapture const log;
@@ -338,7 +368,7 @@ TEST_F(KXMDExifParserTest, EveryTruncationIsSurvived)
         Bytes const whole = join(startOfImage, jfif(), blockWithPreview(order));
         std::size_t const headerEnd = startOfImage.size() + jfif().size() + 10 + 8;
         for (std::size_t length = 0; length < whole.size(); ++length) {
-            KXMDExifParser other;
+            KXMDExifParser other(platform);
             auto const part
                 = reader(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
             EXPECT_EQ(other.parseAbstractData(*part), length >= headerEnd) << length;
