@@ -2,6 +2,7 @@
 
 #include "support/Pictures.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -45,6 +46,57 @@ KXImage::Ref FakePictureLoader::imageInData(
     auto state = _state.lock();
     state->calls.push_back({ word, wantedSize });
     return imageAt(state->images, word);
+}
+
+class FakeMovieLoader::Movie final : public KXMovie {
+public:
+    Movie(SharedState state, std::uint64_t length)
+        : _state(std::move(state))
+        , _length(length)
+    {
+        auto access = _state->lock();
+        access->mostOpenMovies = std::max(++access->openMovies, access->mostOpenMovies);
+    }
+    ~Movie() override { --_state->lock()->openMovies; }
+
+    double duration() const override { return 0; }
+
+    KXImage::Ref imageAtTime(double seconds, KXSize maximumSize) override
+    {
+        auto state = _state->lock();
+        state->frameCalls.push_back({ seconds, maximumSize });
+        auto const found = state->frames.find(seconds);
+        bool const isThere = found != state->frames.end() && _length >= found->second.leastLength;
+        return isThere ? found->second.image : nullptr;
+    }
+
+    KXImage::Ref keyImageAtTime(double, KXSize) override { return nullptr; }
+    KXData attachedPicture() const override { return {}; }
+
+private:
+    SharedState const _state;
+    std::uint64_t const _length;
+};
+
+void FakeMovieLoader::setImageAtTime(KXImage::Ref image, double seconds, std::uint64_t leastLength)
+{
+    _state->lock()->frames[seconds] = { std::move(image), leastLength };
+}
+
+void FakeMovieLoader::failAttempt(std::size_t number)
+{
+    _state->lock()->failingAttempts.insert(number);
+}
+
+std::unique_ptr<KXMovie> FakeMovieLoader::movieWithData(KXAbstractData& data) const
+{
+    {
+        auto state = _state->lock();
+        state->lengths.push_back(data.length());
+        if (state->failingAttempts.contains(state->lengths.size()))
+            return nullptr;
+    }
+    return std::make_unique<Movie>(_state, data.length());
 }
 
 FakeIconProvider::FakeIconProvider() { setImage(pictures::quarters(2, 2)); }
@@ -106,6 +158,7 @@ KXPlatform::Ref FakeMachine::platform() const
     auto const platform = std::make_shared<KXPlatform>(*KXPlatform::platformOfThisMachine());
     platform->thumbnailService = thumbnailService;
     platform->pictureLoader = pictureLoader;
+    platform->movieLoader = movieLoader;
     platform->iconProvider = iconProvider;
     platform->mainQueue = mainQueue;
     return platform;

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,49 @@ private:
     mutable KXGuarded<State> _state;
 };
 
+/// Takes any data for a movie whose frames it was told, unless it is told to fail.
+class FakeMovieLoader final : public KXMovieLoader {
+public:
+    struct FrameCall {
+        double seconds { 0 };
+        KXSize maximumSize;
+        bool operator==(FrameCall const&) const = default;
+    };
+
+    /// From now on movies of at least `leastLength` bytes show `image` at `seconds`.
+    void setImageAtTime(KXImage::Ref image, double seconds, std::uint64_t leastLength = 0);
+    /// The attempt of that number, counted from 1 over all calls, fails.
+    void failAttempt(std::size_t number);
+
+    /// The length of the data of each attempt, failed ones too.
+    std::vector<std::uint64_t> lengths() const { return _state->lock()->lengths; }
+    /// Every frame that a movie was asked for.
+    std::vector<FrameCall> frameCalls() const { return _state->lock()->frameCalls; }
+    /// How many movies are open now, and how many were at most.
+    std::size_t openMovies() const { return _state->lock()->openMovies; }
+    std::size_t mostOpenMovies() const { return _state->lock()->mostOpenMovies; }
+
+    std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data) const override;
+
+private:
+    struct Frame {
+        KXImage::Ref image;
+        std::uint64_t leastLength { 0 };
+    };
+    struct State {
+        std::map<double, Frame> frames;
+        std::set<std::size_t> failingAttempts;
+        std::vector<std::uint64_t> lengths;
+        std::vector<FrameCall> frameCalls;
+        std::size_t openMovies { 0 };
+        std::size_t mostOpenMovies { 0 };
+    };
+    using SharedState = std::shared_ptr<KXGuarded<State>>;
+    class Movie;
+
+    SharedState const _state = std::make_shared<KXGuarded<State>>();
+};
+
 /// Has the same icon for every type, unless told otherwise.
 class FakeIconProvider final : public KXIconProvider {
 public:
@@ -115,6 +159,7 @@ struct FakeMachine {
     std::shared_ptr<FakeThumbnailService> const thumbnailService
         = std::make_shared<FakeThumbnailService>();
     std::shared_ptr<FakePictureLoader> const pictureLoader = std::make_shared<FakePictureLoader>();
+    std::shared_ptr<FakeMovieLoader> const movieLoader = std::make_shared<FakeMovieLoader>();
     std::shared_ptr<FakeIconProvider> const iconProvider = std::make_shared<FakeIconProvider>();
     std::shared_ptr<KXManualQueue> const mainQueue = std::make_shared<KXManualQueue>();
 
