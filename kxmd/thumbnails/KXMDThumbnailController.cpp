@@ -1,6 +1,7 @@
 #include "kxmd/thumbnails/KXMDThumbnailController.h"
 
 #include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/host/KXLog.h"
 #include "kxmd/host/KXPath.h"
 #include "kxmd/thumbnails/KXMDCacheName.h"
 
@@ -254,6 +255,24 @@ KXImage::Ref KXMDThumbnailController::iconForFile(KXDCFile const& file, KXSize s
 
 // Asynchronous forms.
 
+namespace {
+
+/// The picture that `produce` makes. Null when it throws: on the queue's thread nobody would catch
+/// it, and the handler waits for an answer.
+KXImage::Ref imageOrNothing(std::function<KXImage::Ref()> const& produce)
+{
+    try {
+        return produce();
+    } catch (std::invalid_argument const&) {
+        // A composite's files have lost their cache names since.
+    } catch (...) {
+        KXLog("Metadata", "KXMDThumbnailController->a picture could not be made");
+    }
+    return nullptr;
+}
+
+}
+
 KXImage::Ref KXMDThumbnailController::cachedImageOrProduce(
     std::string const& cacheName, std::function<KXImage::Ref()> produce, Handler handler)
 {
@@ -263,16 +282,11 @@ KXImage::Ref KXMDThumbnailController::cachedImageOrProduce(
         return cached;
     _thumbnailCacheQueue.async([self = shared_from_this(), produce = std::move(produce),
                                    handler = std::move(handler)]() mutable {
-        KXImage::Ref image;
-        try {
-            image = produce();
-        } catch (std::logic_error const&) {
-            // A composite's files have lost their cache names since: no picture.
-        }
-        self->_platform->mainQueue->async([handler = std::move(handler), image = std::move(image)] {
-            if (handler)
-                handler(image);
-        });
+        self->_platform->mainQueue->async(
+            [handler = std::move(handler), image = imageOrNothing(produce)] {
+                if (handler)
+                    handler(image);
+            });
     });
     return nullptr;
 }

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <latch>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 using namespace pictures;
@@ -159,6 +161,65 @@ TEST_F(KXMDThumbnailHandler, IsCalledThoughTheControllerWasLetGo)
     machine.mainQueue->waitAndRunAll();
     ASSERT_EQ(received.size(), 1u);
     EXPECT_TRUE(received[0]);
+}
+
+TEST_F(KXMDThumbnailHandler, IsGivenNothingWhenMakingThePictureThrows)
+{
+    /// Fails as a platform must not, but as memory that is out makes anything fail.
+    class ThrowingService final : public KXThumbnailService {
+    public:
+        Image imageForPath(std::string const& path, KXSize) const override
+        {
+            if (path == "/text")
+                throw "no exception of the library's";
+            if (path == "/logic")
+                throw std::length_error("too long");
+            throw std::bad_alloc();
+        }
+    };
+    auto platform = std::make_shared<KXPlatform>(*machine.platform());
+    platform->thumbnailService = std::make_shared<ThrowingService>();
+    controller = KXMDThumbnailController::createWithPlatform(platform);
+
+    LogCapture const log;
+    std::string const line = "Metadata: KXMDThumbnailController->a picture could not be made";
+    Received received;
+    EXPECT_FALSE(controller->thumbnailForPath("/memory", size50, into(received)));
+    EXPECT_FALSE(controller->thumbnailForPath("/logic", size50, into(received)));
+    EXPECT_FALSE(controller->thumbnailForPath("/text", size50, into(received)));
+    finish();
+    EXPECT_THAT(received, ElementsAre(nullptr, nullptr, nullptr));
+    EXPECT_THAT(log.lines(), ElementsAre(line, line, line));
+    EXPECT_THROW((void)controller->thumbnailForPath("/memory", size50), std::bad_alloc);
+}
+
+TEST_F(KXMDThumbnailHandler, IsGivenNothingWhenAFileLosesItsCacheNameMeanwhile)
+{
+    /// Keeps the queue busy until the latch opens.
+    class WaitingService final : public KXThumbnailService {
+    public:
+        Image imageForPath(std::string const&, KXSize) const override
+        {
+            latch.wait();
+            return nullptr;
+        }
+        mutable std::latch latch { 1 };
+    };
+    auto const service = std::make_shared<WaitingService>();
+    auto platform = std::make_shared<KXPlatform>(*machine.platform());
+    platform->thumbnailService = service;
+    controller = KXMDThumbnailController::createWithPlatform(platform);
+
+    LogCapture const log;
+    Received received;
+    auto const file = track("", "A", "B");
+    EXPECT_FALSE(controller->thumbnailForPath("/busy", size50, into(received)));
+    EXPECT_FALSE(controller->compositeThumbnailForFiles({ file }, size50, into(received)));
+    file->setMetadataForKey({}, "Album");
+    service->latch.count_down();
+    finish();
+    EXPECT_THAT(received, ElementsAre(nullptr, nullptr));
+    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(KXMDThumbnailHandler, IsLetGoOnTheMainQueue)
