@@ -4,7 +4,7 @@ import subprocess
 
 from support import COMMAND, CommandTestCase, run
 
-SUBCOMMANDS = ("info", "atoms", "frames", "exif", "cache-name")
+SUBCOMMANDS = ("info", "atoms", "frames", "exif", "thumbnail", "composite", "icon", "poster", "cache-name")
 
 
 class UsageTests(CommandTestCase):
@@ -31,7 +31,8 @@ class UsageTests(CommandTestCase):
         for arguments in ((), ("-q",), ("frobnicate",), ("--frobnicate",), ("info",), ("atoms",),
                           ("frames",), ("info", "--frobnicate", "a"), ("atoms", "a", "b"),
                           ("frames", "a", "b"), ("atoms", "--json", "--paths", "a"),
-                          ("info", "-s", "1x1", "a")):
+                          ("info", "-s", "1x1", "a"), ("poster", "--json", "a", "-o", "a.png"),
+                          ("cache-name", "--file=a", "-s", "1x1")):
             with self.subTest(arguments=arguments):
                 self.assert_usage_error(run(*arguments))
 
@@ -46,12 +47,37 @@ class UsageTests(CommandTestCase):
                                      preexec_fn=lambda: os.close(1))
             self.assertEqual(process.returncode, 1)
 
-    def test_completion_knows_the_subcommands(self):
+    def completions(self, *words):
+        """What is offered for the last of these words."""
         source = os.path.join(os.path.dirname(__file__), "../../tools/kxmd/kxmd.bash-completion")
-        stub = "_get_comp_words_by_ref() { words=(kxmd ''); cword=1; current=''; previous=kxmd; }\n"
-        script = f"{stub} source '{source}'; _kxmd; echo \"${{COMPREPLY[@]}}\""
-        offered = subprocess.run(["bash", "-c", script], stdout=subprocess.PIPE, check=True).stdout
-        self.assertEqual(sorted(offered.decode().split()), sorted(self.subcommands_of_help()))
+        script = """
+            compopt() { :; }
+            _get_comp_words_by_ref() {
+                words=("${typed[@]}"); cword=$((${#typed[@]} - 1))
+                current=${typed[cword]}; previous=${typed[cword - 1]}
+            }
+            source "$1"; shift; typed=("$@"); _kxmd; printf '%s\\n' "${COMPREPLY[@]}"
+            """
+        offered = subprocess.run(["bash", "-c", script, "bash", source, "kxmd", *words], cwd=self.folder,
+                                 stdout=subprocess.PIPE, check=True).stdout
+        return sorted(offered.decode().split())
+
+    def test_completion_knows_the_subcommands(self):
+        self.assertEqual(self.completions(""), sorted(self.subcommands_of_help()))
+
+    def test_completion_knows_the_options_of_each_subcommand(self):
+        for subcommand in SUBCOMMANDS:
+            text = run(subcommand, "--help").out.decode()
+            options = re.findall(r"(?<=[ ,])--?[a-z]+\b", text[text.index("Options:"):])
+            self.assertEqual(self.completions(subcommand, "-"), sorted(set(options)), subcommand)
+
+    def test_completion_offers_files_where_they_are_wanted(self):
+        self.write("song.mp3", b"")
+        for words in (("info",), ("composite", "-s", "1x1", "-o"), ("cache-name", "--file"),
+                      ("cache-name", "-s", "1x1", "--composite", "a")):
+            self.assertEqual(self.completions(*words, "so"), ["song.mp3"], words)
+        for words in (("cache-name",), ("thumbnail", "-s")):
+            self.assertEqual(self.completions(*words, "so"), [], words)
 
     def test_manual_knows_the_subcommands(self):
         with open(os.path.join(os.path.dirname(__file__), "../../docs/kxmd.1")) as page:

@@ -110,7 +110,7 @@ void showAtoms(Options const& options, Session& session)
 
 void addAtomsCommand(CLI::App& app, Session& session)
 {
-    auto* const command = addSubcommand(app, "atoms", "Print the atom tree of a file");
+    auto* const command = addSubcommand(app, session, "atoms", "Print the atom tree of a file");
     auto const options = std::make_shared<Options>();
     auto* const paths = command->add_flag("--paths", options->paths, "Print full paths and sizes");
     command->add_flag("--json", options->json, "Print one JSON object an atom")->excludes(paths);

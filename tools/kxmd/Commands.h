@@ -11,4 +11,8 @@ void addInfoCommand(CLI::App& app, Session& session);
 void addAtomsCommand(CLI::App& app, Session& session);
 void addFramesCommand(CLI::App& app, Session& session);
 void addExifCommand(CLI::App& app, Session& session);
+void addThumbnailCommand(CLI::App& app, Session& session);
+void addCompositeCommand(CLI::App& app, Session& session);
+void addIconCommand(CLI::App& app, Session& session);
+void addPosterCommand(CLI::App& app, Session& session);
 void addCacheNameCommand(CLI::App& app, Session& session);

@@ -64,7 +64,7 @@ void showExif(Options const& options, Session& session)
     auto const bytes = previewBytes(*data, parser);
     if (bytes.empty())
         return session.reportError(options.path, "has no preview to write");
-    writeOutputFile(options.output, options.path, bytes, session);
+    writeOutputFile(options.output, { options.path }, bytes, session);
 }
 
 }
@@ -72,7 +72,7 @@ void showExif(Options const& options, Session& session)
 void addExifCommand(CLI::App& app, Session& session)
 {
     auto* const command
-        = addSubcommand(app, "exif", "Find the preview in a photograph's EXIF block");
+        = addSubcommand(app, session, "exif", "Find the preview in a photograph's EXIF block");
     auto const options = std::make_shared<Options>();
     command->add_flag("--json", options->json, "Print a JSON object");
     addOutput(*command, options->output, "Write the preview to this file");

@@ -69,7 +69,7 @@ void showFrames(Options const& options, Session& session)
 
 void addFramesCommand(CLI::App& app, Session& session)
 {
-    auto* const command = addSubcommand(app, "frames", "List the ID3v2 frames of a file");
+    auto* const command = addSubcommand(app, session, "frames", "List the ID3v2 frames of a file");
     auto const options = std::make_shared<Options>();
     command->add_flag("--json", options->json, "Print one JSON object a frame");
     addFile(*command, options->path, "File to look at");

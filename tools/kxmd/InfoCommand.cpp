@@ -141,12 +141,12 @@ void showFile(std::string const& path, bool json, Session& session)
 
 void addInfoCommand(CLI::App& app, Session& session)
 {
-    auto* const command = addSubcommand(app, "info", "Tell what is in each file");
+    auto* const command = addSubcommand(app, session, "info", "Tell what is in each file");
     auto const json = std::make_shared<bool>(false);
     command->add_flag("--json", *json, "Print one JSON object a file");
     auto* const files = addFiles(*command, "Files to look at");
     command->callback([json, files, &session] {
-        for (auto const& path : pathsOf(*files))
+        for (auto const& path : textsOf(*files))
             showFile(path, *json, session);
     });
 }

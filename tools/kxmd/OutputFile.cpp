@@ -2,15 +2,19 @@
 
 #include "Session.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <glib.h>
 #include <system_error>
 
-bool writeOutputFile(std::string const& path, std::string const& input,
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     std::span<std::uint8_t const> bytes, Session& session)
 {
-    std::error_code ignored; // A path that does not exist yet is another file.
-    if (std::filesystem::equivalent(path, input, ignored)) {
+    bool const isInput = std::ranges::any_of(inputs, [&path](std::string const& input) {
+        std::error_code ignored; // A path that does not exist yet is another file.
+        return std::filesystem::equivalent(path, input, ignored);
+    });
+    if (isInput) {
         session.reportError(path, "is the input itself");
         return false;
     }

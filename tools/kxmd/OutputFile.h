@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 class Session;
 
 /// Writes a result to the file at `path`, beside it first and then renamed into place, so that an
-/// interrupted run leaves no half file. Refuses to write over `input`, by whatever name. Reports
-/// what goes wrong; false then.
-bool writeOutputFile(std::string const& path, std::string const& input,
+/// interrupted run leaves no half file. Refuses to write over one of `inputs`, by whatever name.
+/// Reports what goes wrong; false then.
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     std::span<std::uint8_t const> bytes, Session& session);

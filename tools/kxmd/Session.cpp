@@ -26,7 +26,9 @@ bool Session::write(std::string_view text)
 {
     if (_outputIsGone)
         return false;
-    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size())
+    bool const isTaken = _standardError.withoutStatus(
+        [text] { return std::fwrite(text.data(), 1, text.size(), stdout) == text.size(); });
+    if (isTaken)
         return true;
     reportWriteError();
     return false;
@@ -53,7 +55,7 @@ void Session::reportError(std::string_view path, std::string_view problem)
     finish(); // So that an error on a terminal follows the results before it.
     std::string line = "kxmd: ";
     line.append(withoutControlCharacters(path)).append(": ").append(problem).append("\n");
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    _standardError.writeLines(line);
 }
 
 void Session::reportUnreadable(std::string const& path) { reportError(path, whyUnreadable(path)); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "StandardError.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -26,11 +28,15 @@ public:
     /// Hands out what is still buffered; the last thing to do.
     void finish();
 
+    /// Where errors, log lines and the status of a long run go.
+    StandardError& standardError() { return _standardError; }
+
     ExitStatus exitStatus() const { return _exitStatus; }
 
 private:
     void reportWriteError();
 
+    StandardError _standardError;
     ExitStatus _exitStatus { ExitStatus::good };
     bool _outputIsGone { false };
 };

@@ -38,17 +38,20 @@ std::string messageOfError(CLI::ParseError const& error)
     return withoutControlCharacters(message);
 }
 
-CLI::App* addSubcommand(CLI::App& app, std::string name, std::string description)
+CLI::App* addSubcommand(CLI::App& app, Session& session, std::string name, std::string description)
 {
     CLI::App* const command = app.add_subcommand(std::move(name), std::move(description));
-    addQuietFlag(*command);
+    addQuietFlag(*command, session);
     return command;
 }
 
-void addQuietFlag(CLI::App& app)
+void addQuietFlag(CLI::App& app, Session& session)
 {
-    app.add_flag_callback(
-        "-q,--quiet", [] { setLogSink({}); }, "Hide the library's log lines");
+    auto const beQuiet = [&session] {
+        setLogSink({});
+        session.standardError().hideStatus();
+    };
+    app.add_flag_callback("-q,--quiet", beQuiet, "Hide the library's log lines and the progress");
 }
 
 void addText(
@@ -63,9 +66,9 @@ void addFile(CLI::App& command, std::string& path, std::string const& descriptio
     addText(command, "FILE", path, description);
 }
 
-CLI::Option* addFiles(CLI::App& command, std::string const& description)
+CLI::Option* addTexts(CLI::App& command, std::string const& name, std::string const& description)
 {
-    return command.add_option("FILE", description)
+    return command.add_option(name, description)
         ->expected(1, -1)
         ->allow_extra_args()
         ->type_name("")
@@ -73,12 +76,17 @@ CLI::Option* addFiles(CLI::App& command, std::string const& description)
         ->required();
 }
 
-std::vector<std::string> pathsOf(CLI::Option const& files)
+std::vector<std::string> textsOf(CLI::Option const& texts)
 {
-    // The texts as they were typed: a conversion would drop "{}".
-    std::vector<std::string> paths = files.results();
-    std::ranges::transform(paths, paths.begin(), withoutLiteralMark);
-    return paths;
+    // Not converted by the parser, which would drop "{}".
+    std::vector<std::string> typed = texts.results();
+    std::ranges::transform(typed, typed.begin(), withoutLiteralMark);
+    return typed;
+}
+
+CLI::Option* addFiles(CLI::App& command, std::string const& description)
+{
+    return addTexts(command, "FILE", description);
 }
 
 void addSize(CLI::App& command, KXSize& size)

@@ -7,14 +7,16 @@
 #include <string>
 #include <vector>
 
+class Session;
+
 /// What is wrong with the command line, in one line.
 std::string messageOfError(CLI::ParseError const& error);
 
 /// A subcommand with the options that each of them has.
-CLI::App* addSubcommand(CLI::App& app, std::string name, std::string description);
+CLI::App* addSubcommand(CLI::App& app, Session& session, std::string name, std::string description);
 
-/// The flag that hides the library's log lines.
-void addQuietFlag(CLI::App& app);
+/// The flag that leaves nothing but errors on standard error: no log lines, no progress.
+void addQuietFlag(CLI::App& app, Session& session);
 
 /// The arguments of the command line, first to last, such that the parser takes each as one text.
 /// It would read "[Live]" as a list of one element, and a folder of music may well be named so.
@@ -30,9 +32,12 @@ void addText(
 /// The one path that a subcommand asks for.
 void addFile(CLI::App& command, std::string& path, std::string const& description);
 
-/// One path or more; `pathsOf` tells them once the command line is parsed.
+/// One text or more; `textsOf` tells them, as they were typed, once the command line is parsed.
+CLI::Option* addTexts(CLI::App& command, std::string const& name, std::string const& description);
+std::vector<std::string> textsOf(CLI::Option const& texts);
+
+/// One path or more.
 CLI::Option* addFiles(CLI::App& command, std::string const& description);
-std::vector<std::string> pathsOf(CLI::Option const& files);
 
 /// The file that a subcommand writes its result to, if one is named.
 void addOutput(CLI::App& command, std::string& path, std::string const& description);

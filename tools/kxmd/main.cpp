@@ -1,8 +1,10 @@
-// The kxmd command: looks into media files by means of the kxmd library.
+// The kxmd command: looks into media files, and shows them, by means of the kxmd library.
 
 #include "Commands.h"
 #include "Session.h"
 #include "Usage.h"
+
+#include <kxmd/host/KXLog.h>
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -18,12 +20,16 @@ namespace {
 void addCommands(CLI::App& app, Session& session)
 {
     app.set_version_flag("--version", "kxmd " KXMD_VERSION);
-    addQuietFlag(app);
+    addQuietFlag(app, session);
     app.require_subcommand(0, 1); // None is refused later, behind arguments that nobody expects.
     addInfoCommand(app, session);
     addAtomsCommand(app, session);
     addFramesCommand(app, session);
     addExifCommand(app, session);
+    addThumbnailCommand(app, session);
+    addCompositeCommand(app, session);
+    addIconCommand(app, session);
+    addPosterCommand(app, session);
     addCacheNameCommand(app, session);
 }
 
@@ -33,6 +39,17 @@ void parse(CLI::App& app, std::vector<std::string> arguments)
     app.parse(std::move(arguments));
     if (app.get_subcommands().empty())
         throw CLI::RequiredError("A subcommand");
+}
+
+/// Sends the library's log lines where the command's errors go, in the form that they have anyway:
+/// above the status of a long run.
+void showLog(StandardError& standardError)
+{
+    setLogSink([&standardError](std::string_view category, std::string_view text) {
+        std::string line;
+        line.append("[").append(category).append("] ").append(text).append("\n");
+        standardError.writeLines(line);
+    });
 }
 
 /// Help and version are results; everything else that ends the parsing is wrong usage.
@@ -57,6 +74,7 @@ int main(int argumentCount, char** arguments)
 {
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us.
     Session session;
+    showLog(session.standardError());
     CLI::App app("Look into media files: their tags, codecs, covers and structure.", "kxmd");
     addCommands(app, session);
     try {

@@ -1,0 +1,47 @@
+// kxmd composite: the pictures of four files in one.
+
+#include "Commands.h"
+#include "PictureOutput.h"
+#include "ProgressBar.h"
+#include "Session.h"
+#include "TaggedFile.h"
+#include "Usage.h"
+
+#include <kxmd/thumbnails/KXMDThumbnailController.h>
+
+#include <memory>
+
+namespace {
+
+struct Options {
+    std::string output;
+    KXSize size;
+};
+
+void writeComposite(std::vector<std::string> const& paths, Options const& options, Session& session)
+{
+    ProgressBar progress(session.standardError(), "files", { .items = paths.size() });
+    auto const files = taggedFiles(paths, progress, session);
+    if (files.empty())
+        return;
+    std::vector<std::string> inputs;
+    for (auto const& file : files)
+        inputs.push_back(file->sourcePath());
+    auto const& controller = KXMDThumbnailController::sharedController();
+    auto const composite = controller->compositeThumbnailForFiles(files, options.size);
+    writePicture(composite, options.output, inputs, session);
+}
+
+}
+
+void addCompositeCommand(CLI::App& app, Session& session)
+{
+    auto* const command
+        = addSubcommand(app, session, "composite", "Write the pictures of four files in one");
+    auto const options = std::make_shared<Options>();
+    addSize(*command, options->size);
+    addPictureOutput(*command, options->output);
+    auto* const files = addFiles(*command, "Files to show; the first four that differ");
+    command->callback(
+        [options, files, &session] { writeComposite(textsOf(*files), *options, session); });
+}

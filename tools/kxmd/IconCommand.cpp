@@ -1,0 +1,42 @@
+// kxmd icon: the icon of a file's type.
+
+#include "Commands.h"
+#include "PictureOutput.h"
+#include "Session.h"
+#include "Usage.h"
+
+#include <kxmd/thumbnails/KXMDThumbnailController.h>
+
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+namespace {
+
+struct Options {
+    std::string path;
+    std::string output;
+    KXSize size;
+};
+
+/// Only its name counts, and whether it is a folder: the file need not be there.
+void writeIcon(Options const& options, Session& session)
+{
+    KXDCSimpleFile file(options.path);
+    std::error_code ignored;
+    file.setIsFolder(std::filesystem::is_directory(options.path, ignored));
+    auto const icon = KXMDThumbnailController::sharedController()->iconForFile(file, options.size);
+    writePicture(icon, options.output, { options.path }, session);
+}
+
+}
+
+void addIconCommand(CLI::App& app, Session& session)
+{
+    auto* const command = addSubcommand(app, session, "icon", "Write the icon of a file's type");
+    auto const options = std::make_shared<Options>();
+    addSize(*command, options->size);
+    addPictureOutput(*command, options->output);
+    addFile(*command, options->path, "File or folder, which need not exist");
+    command->callback([options, &session] { writeIcon(*options, session); });
+}

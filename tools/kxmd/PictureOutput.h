@@ -1,0 +1,19 @@
+#pragma once
+
+#include <kxmd/platform/KXImage.h>
+
+#include <CLI/App.hpp>
+
+#include <string>
+#include <vector>
+
+class Session;
+
+/// The file that a subcommand writes its picture to. Any other extension than those of PNG and JPEG
+/// is wrong usage.
+void addPictureOutput(CLI::App& command, std::string& path);
+
+/// Writes `image`, which was made from the files `inputs`, as PNG or JPEG, by the extension of
+/// `path`. Reports what goes wrong; a null picture means that the first input has nothing to show.
+void writePicture(KXImage::Ref const& image, std::string const& path,
+    std::vector<std::string> const& inputs, Session& session);

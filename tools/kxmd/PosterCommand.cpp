@@ -1,0 +1,39 @@
+// kxmd poster: the poster frame of a movie.
+
+#include "Commands.h"
+#include "PictureOutput.h"
+#include "Session.h"
+#include "Usage.h"
+
+#include <kxmd/thumbnails/KXMDQTParser.h>
+
+#include <memory>
+
+namespace {
+
+struct Options {
+    std::string path;
+    std::string output;
+};
+
+void writePoster(Options const& options, Session& session)
+{
+    auto const data = KXAbstractData::abstractDataWithPath(options.path);
+    if (!data)
+        return session.reportUnreadable(options.path);
+    KXMDQTParser parser;
+    bool const isFound = parser.parseAbstractData(*data);
+    writePicture(isFound ? parser.thumbnail() : nullptr, options.output, { options.path }, session);
+}
+
+}
+
+void addPosterCommand(CLI::App& app, Session& session)
+{
+    auto* const command = addSubcommand(
+        app, session, "poster", "Write the poster frame of a movie, or else its first");
+    auto const options = std::make_shared<Options>();
+    addPictureOutput(*command, options->output);
+    addFile(*command, options->path, "Movie to show");
+    command->callback([options, &session] { writePoster(*options, session); });
+}

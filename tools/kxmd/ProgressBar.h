@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+class StandardError;
+
+/// Shows on the last line of the terminal how far a long run has come, and how long it may still
+/// take. Erased with the object; nothing when standard error is no terminal. One thread at a time.
+class ProgressBar {
+public:
+    struct Amount {
+        std::uint64_t items { 0 };
+        std::uint64_t bytes { 0 };
+    };
+
+    /// A bar for `total`, its items called by `unit`, such as "files". Without bytes in the total
+    /// none are shown, and the time left follows from the items alone.
+    ProgressBar(StandardError& output, std::string unit, Amount total);
+    ~ProgressBar();
+    ProgressBar(ProgressBar const&) = delete;
+    ProgressBar& operator=(ProgressBar const&) = delete;
+
+    /// Counts what was done since the last call. Draws at most ten times a second.
+    void advanceBy(Amount done);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void draw(Clock::time_point now);
+    double partDone() const;
+    std::string textAt(Clock::time_point now) const;
+
+    StandardError& _output;
+    std::string const _unit;
+    Amount const _total;
+    Amount _done;
+    Clock::time_point const _start { Clock::now() };
+    Clock::time_point _lastDrawing;
+};

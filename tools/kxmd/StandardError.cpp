@@ -1,0 +1,61 @@
+#include "StandardError.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view eraseLine = "\r\x1b[K"; // ECMA-48, 8.3.41.
+
+/// Standard error has no buffer, so one call is one write. Nobody can be told of a failure.
+void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stderr); }
+
+bool isTerminalThatErases()
+{
+    char const* const variable = std::getenv("TERM");
+    std::string_view const kind = variable ? variable : "";
+    return !kind.empty() && kind != "dumb" && ::isatty(STDERR_FILENO);
+}
+
+}
+
+StandardError::Gap::Gap(std::string const& status)
+    : _status(status)
+{
+    if (!_status.empty())
+        write(eraseLine);
+}
+
+StandardError::Gap::~Gap()
+{
+    if (!_status.empty())
+        write(_status);
+}
+
+void StandardError::writeLines(std::string_view lines)
+{
+    withoutStatus([lines] { write(lines); });
+}
+
+void StandardError::showStatus(std::string status)
+{
+    auto shown = _status.lock();
+    if (*shown == status)
+        return;
+    write(std::string(eraseLine) + status);
+    *shown = std::move(status);
+}
+
+std::size_t StandardError::statusWidth() const
+{
+    if (_isQuiet || !isTerminalThatErases())
+        return 0;
+    constexpr std::size_t usualColumns = 80;
+    winsize size {};
+    bool const isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    // Some terminals go on to the next line as soon as the last column is filled.
+    return (isKnown ? size.ws_col : usualColumns) - 1;
+}
