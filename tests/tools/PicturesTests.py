@@ -1,5 +1,6 @@
 import os
 
+import movies
 import pictures
 from pictures import BLUE, GREEN, RED, TRANSPARENT, WHITE, Picture
 from support import CommandTestCase, atom, mp4, run, tag_atom, user_data
@@ -238,6 +239,18 @@ class PicturesTests(CommandTestCase):
         self.assertNotEqual(folder.rows, document.rows)
 
     # poster
+
+    def test_poster_is_the_poster_frame_or_the_first(self):
+        frames = (RED, GREEN, BLUE)
+        for poster, colour in ((2, BLUE), (1, GREEN), (0, RED), (100, RED)):
+            movie = self.write("a.mov", movies.movie(16, 8, frames, poster))
+            frame = self.picture("poster", movie)
+            self.assertEqual((frame.size, frame.colours()), ((16, 8), {colour}))
+
+    def test_poster_is_never_written_over_its_movie(self):
+        movie = self.write("a.png", movies.movie(16, 8, (RED,)))
+        self.assert_failure(run("poster", movie, "-o", movie), movie, "is the input itself")
+        self.assertEqual(self.content(movie), movies.movie(16, 8, (RED,)))
 
     def test_poster_of_no_movie(self):
         movie = self.write("a.mp4", mp4(atom(b"mvhd", bytes(100))))
