@@ -117,6 +117,12 @@ class PicturesTests(CommandTestCase):
             self.assertEqual(result.out, b"")
         self.assert_nothing_written()
 
+    def test_decoders_remarks_are_kept_out_of_the_errors(self):
+        # A HEIF file without a picture (ISO/IEC 23008-12), of which its decoder would print a warning.
+        picture = self.write("a.heic", atom(b"ftyp", b"heic", bytes(4), b"mif1heic")
+                             + atom(b"meta", bytes(4), atom(b"hdlr", bytes(8), b"pict", bytes(13))))
+        self.assert_failure(run("thumbnail", picture, "-s", "8x8", "-o", self.out), picture, NOTHING)
+
     def test_size_that_no_picture_has(self):
         photo = self.write("a.png", pictures.solid(8, 8, RED))
         for subcommand in ("thumbnail", "icon"):

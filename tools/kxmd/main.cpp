@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <glib.h>
 #include <sstream>
 #include <utility>
 
@@ -52,6 +53,13 @@ void showLog(StandardError& standardError)
     });
 }
 
+/// Drops what decoders of pictures say to themselves about a file. That it cannot be shown is said
+/// by us, in one line.
+GLogWriterOutput dropRemark(GLogLevelFlags, GLogField const*, gsize, gpointer)
+{
+    return G_LOG_WRITER_HANDLED;
+}
+
 /// Help and version are results; everything else that ends the parsing is wrong usage.
 ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& session)
 {
@@ -75,6 +83,7 @@ int main(int argumentCount, char** arguments)
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us.
     Session session;
     showLog(session.standardError());
+    g_log_set_writer_func(dropRemark, nullptr, nullptr);
     CLI::App app("Look into media files: their tags, codecs, covers and structure.", "kxmd");
     addCommands(app, session);
     try {
