@@ -4,10 +4,10 @@
 #include "support/Fakes.h"
 #include "support/LogCapture.h"
 #include "support/Pictures.h"
+#include "support/RecordingData.h"
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -20,45 +20,6 @@ using testing::SizeIs;
 namespace {
 
 constexpr std::uint64_t step = 524'288;
-
-/// Bytes that say which of them were read; at most `mostAtOnce` at a time.
-class RecordingData final : public KXAbstractData {
-public:
-    struct Read {
-        std::uint64_t position;
-        std::uint64_t count;
-        bool operator==(Read const&) const = default;
-    };
-
-    explicit RecordingData(Bytes bytes, std::uint64_t mostAtOnce = UINT64_MAX)
-        : _bytes(std::move(bytes))
-        , _mostAtOnce(mostAtOnce)
-    {
-    }
-
-    std::vector<Read> const& reads() const { return _reads; }
-    std::uint64_t length() const override { return _bytes.size(); }
-
-private:
-    std::uint8_t const* bytesAt(std::uint64_t, std::size_t) override
-    {
-        ADD_FAILURE() << "the file is not looked into";
-        return nullptr;
-    }
-
-    std::uint64_t copyBytesAt(
-        std::uint64_t position, std::uint8_t* target, std::uint64_t count) override
-    {
-        _reads.push_back({ position, count });
-        count = std::min(count, _mostAtOnce);
-        std::copy_n(_bytes.data() + position, count, target);
-        return count;
-    }
-
-    Bytes const _bytes;
-    std::uint64_t const _mostAtOnce;
-    std::vector<Read> _reads;
-};
 
 /// A movie header's fields behind the version, up to the poster time.
 Bytes fieldsOfHeader(std::uint32_t timeScale, std::uint32_t posterTime)
