@@ -1,0 +1,112 @@
+#include "AudioReader.h"
+
+#include <span>
+
+namespace {
+
+// Containers of audio. What is left out reads other files (playlists, concatenations).
+constexpr char const* formats
+    = "mov,mp3,flac,wav,w64,aiff,caf,au,ogg,ape,wv,tta,mpc,mpc8,dsf,tak,asf,matroska,aac,ac3,amr";
+
+/// Opened by nothing but its name: a path may well look like an address.
+InputRef openedInput(std::string const& path)
+{
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    av_dict_set(&options, "format_whitelist", formats, 0);
+    AVFormatContext* input = nullptr;
+    int const status = avformat_open_input(&input, ("file:" + path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    checked(status, "cannot be opened");
+    return InputRef(input);
+}
+
+}
+
+AudioReader::AudioReader(std::string const& path)
+    : _input(openedInput(path))
+    , _packet(allocated(av_packet_alloc()))
+    , _frame(allocated(av_frame_alloc()))
+{
+    checked(avformat_find_stream_info(_input.get(), nullptr), "cannot be read");
+    AVCodec const* codec = nullptr;
+    int const best = av_find_best_stream(_input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+    if (best == AVERROR_DECODER_NOT_FOUND)
+        throw ConversionError("has audio that cannot be decoded");
+    if (best < 0)
+        throw ConversionError("has no audio");
+    for (AVStream* const stream : std::span(_input->streams, _input->nb_streams))
+        stream->discard = AVDISCARD_ALL;
+    _audio = _input->streams[best];
+    _audio->discard = AVDISCARD_DEFAULT;
+
+    _decoder.reset(allocated(avcodec_alloc_context3(codec)));
+    checked(avcodec_parameters_to_context(_decoder.get(), _audio->codecpar), "cannot be decoded");
+    _decoder->pkt_timebase = _audio->time_base;
+    _decoder->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
+    checked(avcodec_open2(_decoder.get(), codec, nullptr), "cannot be decoded");
+    if (_decoder->sample_rate <= 0 || _decoder->ch_layout.nb_channels <= 0)
+        throw ConversionError("has audio of no rate or no channels");
+}
+
+AVStream const* AudioReader::cover() const
+{
+    for (AVStream const* const stream : std::span(_input->streams, _input->nb_streams)) {
+        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC && stream->attached_pic.size > 0)
+            return stream;
+    }
+    return nullptr;
+}
+
+AVFrame const* AudioReader::nextFrame()
+{
+    for (;;) {
+        int const status = avcodec_receive_frame(_decoder.get(), _frame.get());
+        if (status == AVERROR_EOF) {
+            checkLength();
+            return nullptr;
+        }
+        if (status != AVERROR(EAGAIN)) {
+            checked(status, "is damaged");
+            _samples += _frame->nb_samples;
+            return _frame.get();
+        }
+        if (!sendNextPacket())
+            checked(avcodec_send_packet(_decoder.get(), nullptr), "is damaged");
+    }
+}
+
+/// False at the end of the file.
+bool AudioReader::sendNextPacket()
+{
+    for (;;) {
+        av_packet_unref(_packet.get());
+        int const status = av_read_frame(_input.get(), _packet.get());
+        if (status == AVERROR_EOF)
+            return false;
+        checked(status, "cannot be read to its end");
+        if (_packet->stream_index != _audio->index)
+            continue;
+        if (_packet->flags & AV_PKT_FLAG_CORRUPT)
+            throw ConversionError("is cut off");
+        checked(avcodec_send_packet(_decoder.get(), _packet.get()), "is damaged");
+        return true;
+    }
+}
+
+/// Holds what was decoded against the length that the file gives itself, where it knows it.
+void AudioReader::checkLength() const
+{
+    bool const isKnown
+        = _input->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE && _audio->duration > 0;
+    if (!_samples)
+        throw ConversionError("has no audio in it");
+    if (!isKnown)
+        return;
+    double const promised = static_cast<double>(_audio->duration) * av_q2d(_audio->time_base);
+    double const decoded = static_cast<double>(_samples) / _decoder->sample_rate;
+    // Encoders round to whole packets at both ends, and edit lists cut some off.
+    constexpr double tolerance = 1;
+    if (decoded < promised - tolerance)
+        throw ConversionError("is cut off");
+}

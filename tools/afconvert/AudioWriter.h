@@ -1,0 +1,47 @@
+#pragma once
+
+#include "FFmpegRefs.h"
+
+#include <cstdint>
+#include <string>
+
+struct OutputFree {
+    void operator()(AVFormatContext* output) const;
+};
+
+/// Writes AAC into an MPEG-4 audio file whose header comes first.
+class AudioWriter {
+public:
+    /// Takes audio as `source` decodes it. Throws `ConversionError` when the file cannot be made.
+    AudioWriter(std::string const& path, AVCodecContext const& source, std::int64_t bitRate);
+
+    /// Adds the tags that the file does not have yet.
+    void addTags(AVDictionary const* tags);
+    /// Attaches a picture as cover, if this kind of file can hold one of its format.
+    void addCover(AVStream const& cover);
+
+    /// Writes what comes in front of the audio; tags and cover are there.
+    void begin();
+    void write(AVFrame const& frame);
+    /// Writes what is left, and the header.
+    void finish();
+
+private:
+    void openEncoder(AVCodecContext const& source, std::int64_t bitRate);
+    void openResampler(AVCodecContext const& source);
+    void resample(AVFrame const* frame);
+    void encodeWholeFrames(bool isLast);
+    void encode(AVFrame const* frame);
+
+    std::unique_ptr<AVFormatContext, OutputFree> _output;
+    CodecRef _encoder;
+    ResamplerRef _resampler;
+    FifoRef _samples; ///< Resampled and not encoded yet.
+    FrameRef _resampled;
+    FrameRef _frame;
+    PacketRef _packet;
+    AVStream* _audio { nullptr };
+    AVStream* _coverStream { nullptr };
+    AVStream const* _cover { nullptr };
+    std::int64_t _nextSample { 0 };
+};
