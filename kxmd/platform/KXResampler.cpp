@@ -1,8 +1,8 @@
 #include "kxmd/platform/KXResamplerPrivate.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -20,30 +20,39 @@ double kernel(double distance)
     return (1.5 * x - 2.5) * x * x + 1;
 }
 
-/// Adds up the taps of one target pixel; neighbours of a channel stand `step` numbers apart.
-template <class Number>
-std::array<float, channels> weightedSum(
-    Number const* first, std::size_t step, std::span<float const> weights)
-{
-    std::array<float, channels> sum {};
-    for (float const weight : weights) {
-        for (std::size_t channel = 0; channel < channels; ++channel)
-            sum[channel] += weight * static_cast<float>(first[channel]);
-        first += step;
+/// The four channels of a pixel, which compilers keep in one register.
+struct Pixel {
+    using Channels = float __attribute__((vector_size(channels * sizeof(float))));
+    Channels values {};
+
+    static Pixel ofBytes(std::uint8_t const* bytes)
+    {
+        using Bytes = std::uint8_t __attribute__((vector_size(channels)));
+        Bytes packed;
+        std::memcpy(&packed, bytes, sizeof packed);
+        return { __builtin_convertvector(packed, Channels) };
     }
+};
+
+/// Adds up the taps of one target pixel.
+Pixel weightedSum(Pixel const* tap, std::span<float const> weights)
+{
+    Pixel sum;
+    for (float const weight : weights)
+        sum.values += weight * (tap++)->values;
     return sum;
 }
 
 std::uint8_t rounded(float value) { return static_cast<std::uint8_t>(value + 0.5f); }
 
 /// Source over target, the source weakened to `coverage`.
-void compose(std::array<float, channels> source, float coverage, std::uint8_t* target)
+void compose(Pixel const& pixel, float coverage, std::uint8_t* target)
 {
     // The kernel overshoots at edges; a premultiplied colour never exceeds its alpha.
-    source[alpha] = std::clamp(source[alpha], 0.0f, 255.0f);
-    float const remaining = 1 - coverage * source[alpha] / 255;
+    float const opacity = std::clamp(pixel.values[alpha], 0.0f, 255.0f);
+    float const remaining = 1 - coverage * opacity / 255;
     for (std::size_t channel = 0; channel < channels; ++channel) {
-        float const colour = std::clamp(source[channel], 0.0f, source[alpha]);
+        float const colour = std::clamp(pixel.values[channel], 0.0f, opacity);
         float const composed = coverage * colour + remaining * static_cast<float>(target[channel]);
         target[channel] = rounded(std::min(composed, 255.0f));
     }
@@ -111,27 +120,33 @@ void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth
     std::size_t targetWidth)
 {
     // Every source row in the target's columns first, then down the columns.
-    std::size_t const width = columns.targetCount() * channels;
-    std::vector<float> narrowed(rows.sourceCount() * width);
+    std::size_t const width = columns.targetCount();
+    std::vector<Pixel> row(columns.sourceCount());
+    std::vector<Pixel> narrowed(rows.sourceCount() * width);
     for (std::size_t y = 0; y < rows.sourceCount(); ++y) {
-        std::uint8_t const* const row = source.data()
+        std::uint8_t const* bytes = source.data()
             + ((rows.firstSource() + y) * sourceWidth + columns.firstSource()) * channels;
-        for (std::size_t x = 0; x < columns.targetCount(); ++x) {
+        for (Pixel& pixel : row) {
+            pixel = Pixel::ofBytes(bytes);
+            bytes += channels;
+        }
+        for (std::size_t x = 0; x < width; ++x) {
             auto const& column = columns.target(x);
-            auto const sum = weightedSum(
-                row + column.firstTap * channels, channels, columns.weightsOf(column));
-            std::copy(sum.begin(), sum.end(), &narrowed[y * width + x * channels]);
+            narrowed[y * width + x] = weightedSum(&row[column.firstTap], columns.weightsOf(column));
         }
     }
+    std::vector<Pixel> sums(width);
     for (std::size_t y = 0; y < rows.targetCount(); ++y) {
-        auto const& row = rows.target(y);
-        auto const weights = rows.weightsOf(row);
+        auto const& taps = rows.target(y);
+        std::ranges::fill(sums, Pixel());
+        Pixel const* tap = &narrowed[taps.firstTap * width];
+        for (float const weight : rows.weightsOf(taps)) {
+            for (Pixel& sum : sums)
+                sum.values += weight * (tap++)->values;
+        }
         std::uint8_t* const pixels = target.data()
             + ((rows.firstTarget() + y) * targetWidth + columns.firstTarget()) * channels;
-        for (std::size_t x = 0; x < columns.targetCount(); ++x) {
-            auto const sum
-                = weightedSum(&narrowed[row.firstTap * width + x * channels], width, weights);
-            compose(sum, row.coverage * columns.target(x).coverage, pixels + x * channels);
-        }
+        for (std::size_t x = 0; x < width; ++x)
+            compose(sums[x], taps.coverage * columns.target(x).coverage, pixels + x * channels);
     }
 }
