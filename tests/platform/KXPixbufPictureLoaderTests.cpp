@@ -220,6 +220,91 @@ TEST_F(KXPixbufPictureLoader, WhatIsNoPictureIsNull)
     }
 }
 
+TEST_F(KXPixbufPictureLoader, UpperPartOfACutPhotographIsShown)
+{
+    auto const image = photograph(200, 160);
+    for (Bytes const& file : { jpg(*image), png(*image) }) {
+        auto const whole = decoded(file);
+        auto const part = decoded(cut(file, file.size() / 2));
+        ASSERT_TRUE(part);
+        EXPECT_EQ(part->size(), image->size());
+        for (std::size_t const x : { 0u, 100u, 199u })
+            EXPECT_EQ(pixel(*part, x, 20), pixel(*whole, x, 20)) << x;
+    }
+}
+
+TEST_F(KXPixbufPictureLoader, WhatACutPictureLeavesOutIsNotLeftToChance)
+{
+    auto const file = png(*photograph(200, 160)); // With alpha, so the rest is transparent.
+    auto const part = decoded(cut(file, file.size() / 2));
+    ASSERT_TRUE(part);
+    for (std::size_t x = 0; x < 200; ++x)
+        ASSERT_EQ(pixel(*part, x, 155), transparent) << x;
+}
+
+TEST_F(KXPixbufPictureLoader, DamageInTheMiddleLeavesTheUpperPart)
+{
+    auto const image = noise(120, 100, 3);
+    Bytes file = png(*image);
+    for (std::size_t i = file.size() / 2; i < file.size(); ++i)
+        file[i] = 0x55;
+    auto const part = decoded(file);
+    ASSERT_TRUE(part);
+    EXPECT_EQ(pixel(*part, 60, 5), pixel(*image, 60, 5));
+    EXPECT_EQ(pixel(*part, 60, 99), transparent);
+}
+
+TEST_F(KXPixbufPictureLoader, PictureWithoutARowIsNull)
+{
+    Bytes const file = png(*photograph(200, 160));
+    constexpr std::size_t headers = 8 + 25 + 8; // Signature, IHDR, length and type of IDAT.
+    EXPECT_FALSE(decoded(cut(file, headers)));
+    EXPECT_FALSE(decoded(cut(file, headers + 10)));
+    EXPECT_FALSE(decoded(build::png(20, 20))); // Has no IDAT at all.
+}
+
+TEST_F(KXPixbufPictureLoader, LargePictureIsTakenOverSmaller)
+{
+    auto const image = quarters(2'600, 2'000);
+    auto const part = decoded(png(*image), { 100, 80 });
+    ASSERT_TRUE(part);
+    EXPECT_EQ(part->size(), (KXSize { 260, 200 })); // Twice what is wanted, at least.
+    EXPECT_EQ(middlesOfQuarters(*part), middlesOfQuarters(*image));
+    EXPECT_EQ(decoded(png(*image), { 1'400, 80 })->size(), image->size());
+    EXPECT_EQ(decoded(png(*image))->size(), image->size());
+}
+
+TEST_F(KXPixbufPictureLoader, PixelsThatAreTakenOverSmallerAreMeans)
+{
+    // A last block of two columns and one row, and an alpha that changes within blocks.
+    auto const image = imageOf(2'402, 2'001, [](std::size_t x, std::size_t) {
+        return x % 2 ? Colour { 200, 100, 0, 200 } : transparent;
+    });
+    auto const part = decoded(png(*image), { 300, 300 });
+    ASSERT_TRUE(part);
+    EXPECT_EQ(part->size(), (KXSize { 801, 667 }));
+    expectNear(pixel(*part, 800, 666), { 100, 50, 0, 100 }, 1);
+    expectNear(pixel(*part, 0, 0), { 67, 33, 0, 67 }, 1);
+}
+
+TEST_F(KXPixbufPictureLoader, DrawingIsMadeInTheSizeThatIsWanted)
+{
+    auto const drawing = [](std::string const& size) {
+        return text("<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 4 2' " + size
+            + "><rect width='2' height='2' fill='red'/></svg>");
+    };
+    if (!decoded(drawing("width='4' height='2'")))
+        GTEST_SKIP() << "no loader for SVG";
+    auto const image = decoded(drawing("width='4000' height='2000'"), { 100, 30 });
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 100, 50 }));
+    EXPECT_EQ(pixel(*image, 10, 25), red);
+    EXPECT_EQ(pixel(*image, 90, 25), transparent);
+    EXPECT_TRUE(decoded(drawing("width='30000' height='15000'"), { 100, 30 }));
+    EXPECT_FALSE(decoded(drawing("width='30000' height='15000'")));
+    EXPECT_EQ(decoded(drawing("width='16' height='8'"), { 100, 100 })->size(), (KXSize { 16, 8 }));
+}
+
 TEST_F(KXPixbufPictureLoader, TruncatedPictureIsNullOrOfItsSize)
 {
     auto const image = photograph(48, 32);

@@ -33,12 +33,6 @@ namespace {
         return ~crc;
     }
 
-    Bytes pngChunk(std::string_view type, Bytes const& content)
-    {
-        Bytes const checked = join(text(type), content);
-        return join(u32(sizeOf(content)), checked, u32(crc32(checked)));
-    }
-
 }
 
 Bytes text(std::string_view text) { return Bytes(text.begin(), text.end()); }
@@ -223,6 +217,12 @@ Bytes jpeg(std::uint32_t width, std::uint32_t height, std::size_t length)
     if (result.size() < length)
         result.resize(length, 0x55);
     return result;
+}
+
+Bytes pngChunk(std::string_view type, Bytes const& content)
+{
+    Bytes const checked = join(text(type), content);
+    return join(u32(sizeOf(content)), checked, u32(crc32(checked)));
 }
 
 Bytes png(std::uint32_t width, std::uint32_t height)

@@ -108,6 +108,7 @@ Bytes tagClaiming(
 
 Bytes jpeg(
     std::uint32_t width, std::uint32_t height, std::size_t length = 0); ///< Filled up to `length`.
+Bytes pngChunk(std::string_view type, Bytes const& content);
 Bytes png(std::uint32_t width, std::uint32_t height);
 Bytes gif(std::uint32_t width, std::uint32_t height); ///< A whole GIF of one colour.
 

@@ -4,11 +4,12 @@
 #include "kxmd/platform/KXImage.h"
 #include "kxmd/platform/linux/KXGLibRefsPrivate.h"
 
+#include <cstddef>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
 /// The picture of a pixbuf; null when it has another layout than eight bits of red, green, blue and
-/// perhaps alpha.
-KXImage::Ref imageOfPixbuf(GdkPixbuf& pixbuf);
+/// perhaps alpha. With a `factor` above 1 each of its pixels is the mean of so many by so many.
+KXImage::Ref imageOfPixbuf(GdkPixbuf& pixbuf, std::size_t factor = 1);
 
 /// The pixels of a picture, not premultiplied, with alpha.
 GObjectRef<GdkPixbuf> pixbufOfImage(KXImage const& image);

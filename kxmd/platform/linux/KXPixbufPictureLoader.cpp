@@ -1,11 +1,12 @@
 #include "kxmd/platform/linux/KXPixbufPictureLoaderPrivate.h"
 
+#include "kxmd/platform/linux/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/KXPixbufImagePrivate.h"
 
 #include <algorithm>
 #include <cmath>
 #include <gdk-pixbuf/gdk-pixbuf.h>
-#include <string_view>
+#include <string>
 #include <vector>
 
 namespace {
@@ -34,38 +35,90 @@ void keepSize(GdkPixbufLoader* loader, int width, int height, gpointer size)
 struct Decoding {
     KXSize wantedSize;
     bool isRefused { false };
+    bool hasPixels { false }; ///< Whether some have been decoded.
 };
 
-/// By how much a picture can be shrunk while it is decoded, and stays large enough upright as well
-/// as lying. Only JPEG's decoder shrinks by itself, and only by these factors (ITU-T T.81 blocks of
-/// 8).
-int shrinkingFactor(GdkPixbufLoader* loader, int width, int height, KXSize wantedSize)
+std::string nameOfFormat(GdkPixbufLoader* loader)
 {
-    GAllocated<gchar> const format(
-        gdk_pixbuf_format_get_name(gdk_pixbuf_loader_get_format(loader)));
+    GAllocated<gchar> const name(gdk_pixbuf_format_get_name(gdk_pixbuf_loader_get_format(loader)));
+    return name.get();
+}
+
+/// By how much a JPEG can be shrunk while it is decoded, and stays large enough upright as well as
+/// lying. Its decoder shrinks by these factors only (ITU-T T.81 blocks of 8).
+int shrinkingFactor(int width, int height, KXSize wantedSize)
+{
     double const wanted = std::max(wantedSize.width, wantedSize.height);
-    if (!(wanted > 0) || std::string_view(format.get()) != "jpeg")
-        return 1;
     for (int const factor : { 8, 4, 2 }) {
-        if (std::min(width, height) / factor >= wanted)
+        if (wanted > 0 && std::min(width, height) / factor >= wanted)
             return factor;
     }
     return 1;
 }
 
+/// By how much a drawing is shrunk: it is drawn in the size that is wanted, never larger than it
+/// says it is.
+double drawingScale(int width, int height, KXSize wantedSize)
+{
+    double const scale = std::max(wantedSize.width / width, wantedSize.height / height);
+    return scale > 0 ? std::min(scale, 1.0) : 1;
+}
+
 void chooseSize(GdkPixbufLoader* loader, int width, int height, gpointer decodingPointer)
 {
     auto& decoding = *static_cast<Decoding*>(decodingPointer);
-    int const factor = shrinkingFactor(loader, width, height, decoding.wantedSize);
-    int const decodedWidth = (width + factor - 1) / factor;
-    int const decodedHeight = (height + factor - 1) / factor;
-    if (pixelsOf(width, height) > mostStoredPixels
+    std::string const format = nameOfFormat(loader);
+    int decodedWidth = width, decodedHeight = height;
+    if (format == "jpeg") {
+        int const factor = shrinkingFactor(width, height, decoding.wantedSize);
+        decodedWidth = (width + factor - 1) / factor;
+        decodedHeight = (height + factor - 1) / factor;
+    } else if (format == "svg") {
+        double const scale = drawingScale(width, height, decoding.wantedSize);
+        decodedWidth = static_cast<int>(std::ceil(width * scale));
+        decodedHeight = static_cast<int>(std::ceil(height * scale));
+    }
+    bool const isStored = format != "svg";
+    if ((isStored && pixelsOf(width, height) > mostStoredPixels)
         || pixelsOf(decodedWidth, decodedHeight) > mostDecodedPixels) {
         decoding.isRefused = true;
         decodeNoPixels(loader);
-    } else if (factor > 1) {
+    } else if (decodedWidth != width || decodedHeight != height) {
         gdk_pixbuf_loader_set_size(loader, decodedWidth, decodedHeight);
     }
+}
+
+/// Whether the decoder of a format hands out pixels while it goes on, so that the upper part of a
+/// file that is cut off can be shown.
+bool isDecodedFromTheTop(GdkPixbufLoader* loader)
+{
+    std::string const format = nameOfFormat(loader);
+    return format == "jpeg" || format == "png";
+}
+
+void clearPixels(GdkPixbufLoader* loader, gpointer)
+{
+    // The pixels that a damaged file leaves out would show whatever was in memory before.
+    constexpr guint32 transparentWhite = 0xFFFFFF00;
+    if (isDecodedFromTheTop(loader))
+        gdk_pixbuf_fill(gdk_pixbuf_loader_get_pixbuf(loader), transparentWhite);
+}
+
+void notePixels(GdkPixbufLoader*, int, int, int, int, gpointer decoding)
+{
+    static_cast<Decoding*>(decoding)->hasPixels = true;
+}
+
+/// By how much the pixels are shrunk when they are taken over. Twice the wanted size is kept, since
+/// the resampler makes the better pictures; but large pictures need not be in memory twice.
+std::size_t shrinkingFactor(GdkPixbuf& pixbuf, KXSize wantedSize)
+{
+    constexpr std::uint64_t fewPixels = 1 << 22;
+    int const width = gdk_pixbuf_get_width(&pixbuf), height = gdk_pixbuf_get_height(&pixbuf);
+    double const wanted = std::max(wantedSize.width, wantedSize.height);
+    if (!(wanted > 0) || pixelsOf(width, height) <= fewPixels)
+        return 1;
+    return static_cast<std::size_t>(std::max(1.0, std::min(width, height) / (2 * wanted)));
 }
 
 /// Gives the next `length` bytes to the loader, piece by piece, while `goesOn`.
@@ -102,18 +155,27 @@ std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
 KXImage::Ref KXPixbufPictureLoader::imageInData(
     KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
 {
-    constexpr std::size_t pieceLength = 64 * 1024;
     GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
     Decoding decoding { wantedSize };
     g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(chooseSize), &decoding);
-    bool const isFed = feed(
-        loader.get(), data, length, pieceLength, [&decoding] { return !decoding.isRefused; });
+    g_signal_connect(loader.get(), "area-prepared", G_CALLBACK(clearPixels), nullptr);
+    g_signal_connect(loader.get(), "area-updated", G_CALLBACK(notePixels), &decoding);
+    bool const isFed = feedPictureTo(
+        [&](std::span<std::uint8_t const> bytes) {
+            return gdk_pixbuf_loader_write(loader.get(), bytes.data(), bytes.size(), nullptr)
+                && !decoding.isRefused;
+        },
+        data, length);
+    bool const isPartial = decoding.hasPixels; // Closing makes up the rest of a picture.
     bool const isClosed = gdk_pixbuf_loader_close(loader.get(), nullptr);
     GdkPixbuf* const decoded = gdk_pixbuf_loader_get_pixbuf(loader.get()); // The loader's.
-    if (!isFed || !isClosed || decoding.isRefused || !decoded)
+    if (decoding.isRefused || !decoded)
+        return nullptr;
+    bool const isWhole = isFed && isClosed;
+    if (!isWhole && !(isPartial && isDecodedFromTheTop(loader.get())))
         return nullptr;
     GObjectRef<GdkPixbuf> const upright(gdk_pixbuf_apply_embedded_orientation(decoded));
-    return upright ? imageOfPixbuf(*upright) : nullptr;
+    return upright ? imageOfPixbuf(*upright, shrinkingFactor(*upright, wantedSize)) : nullptr;
 }
 
 KXData KXPixbufPictureLoader::jpgRepresentation(KXImage const& image) const
