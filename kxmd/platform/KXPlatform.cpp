@@ -13,6 +13,7 @@ KXIconProvider::~KXIconProvider() = default;
 KXTemporaryFolders::~KXTemporaryFolders() = default;
 KXFileManager::~KXFileManager() = default;
 KXTaskRunner::~KXTaskRunner() = default;
+KXMemoryPressure::~KXMemoryPressure() = default;
 
 namespace {
 

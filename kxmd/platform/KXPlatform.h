@@ -3,6 +3,7 @@
 #include "kxmd/host/KXExport.h"
 #include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
+#include "kxmd/platform/KXMemoryPressure.h"
 #include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXQueue.h"
@@ -26,6 +27,7 @@ struct KX_EXPORT KXPlatform {
     std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
     std::shared_ptr<KXFileManager const> fileManager;
     std::shared_ptr<KXTaskRunner const> taskRunner;
+    std::shared_ptr<KXMemoryPressure const> memoryPressure;
 
     /// `shared` The process-wide platform: the one that was set, or else this machine's own, made
     /// on first use.

@@ -136,8 +136,18 @@ KXImage::Ref KXMDThumbnailController::imageForCacheName(std::string const& cache
 
 void KXMDThumbnailController::setImageForCacheName(KXImage::Ref image, std::string const& cacheName)
 {
-    if (image && !cacheName.empty())
-        _memoryCache.lock()->setImageForName(std::move(image), cacheName);
+    if (!image || cacheName.empty())
+        return;
+    std::call_once(_firstStore, [this] { observeMemoryPressure(); });
+    _memoryCache.lock()->setImageForName(std::move(image), cacheName);
+}
+
+void KXMDThumbnailController::observeMemoryPressure()
+{
+    _memoryPressure = _platform->memoryPressure->addObserver([weakSelf = weak_from_this()] {
+        if (auto const self = weakSelf.lock())
+            self->_memoryCache.lock()->evictToByteCount(0);
+    });
 }
 
 // Producing pictures.

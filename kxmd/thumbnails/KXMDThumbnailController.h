@@ -11,12 +11,15 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 /// Where an application gets its pictures of files: thumbnails, composites of several files, icons
 /// by type. Keeps them in a memory cache under names that files with the same picture share.
+///
+/// The cache has a budget of bytes, and is emptied whenever memory runs short.
 ///
 /// Sizes are in points. Safe to use from several threads. Pictures are produced outside of any
 /// lock, so two threads may produce the same one; the later stays in the cache.
@@ -128,8 +131,11 @@ private:
     KXImage::Ref imageFromThumbnailPath(std::string const& path, KXSize size) const;
     KXImage::Ref cachedImageOrProduce(
         std::string const& cacheName, std::function<KXImage::Ref()> produce, Handler handler);
+    void observeMemoryPressure();
 
     KXPlatform::Ref const _platform;
     KXGuarded<KXMDMemoryCache> _memoryCache;
+    std::once_flag _firstStore;
+    KXMemoryPressure::Registration _memoryPressure;
     KXSerialQueue _thumbnailCacheQueue;
 };

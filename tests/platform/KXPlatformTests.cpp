@@ -20,6 +20,8 @@ TEST(KXPlatform, OfThisMachineIsComplete)
     EXPECT_TRUE(platform->mainQueue);
     EXPECT_TRUE(platform->textDigest);
     EXPECT_TRUE(platform->temporaryFolders);
+    EXPECT_TRUE(platform->movieLoader);
+    EXPECT_TRUE(platform->memoryPressure);
 }
 
 TEST(KXPlatform, SharedOneIsTheSameOnEveryThread)

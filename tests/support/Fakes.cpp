@@ -116,6 +116,31 @@ KXImage::Ref FakeIconProvider::iconForFileType(std::string const& fileType, KXSi
     return state->image;
 }
 
+std::vector<std::shared_ptr<KXMemoryPressure::Observer>> FakeMemoryPressure::observers() const
+{
+    std::vector<std::shared_ptr<Observer>> alive;
+    for (auto const& observer : _observers.load()) {
+        if (auto owned = observer.lock())
+            alive.push_back(std::move(owned));
+    }
+    return alive;
+}
+
+void FakeMemoryPressure::runShort() const
+{
+    for (auto const& observer : observers())
+        (*observer)();
+}
+
+std::size_t FakeMemoryPressure::observerCount() const { return observers().size(); }
+
+KXMemoryPressure::Registration FakeMemoryPressure::addObserver(Observer observer) const
+{
+    auto const kept = std::make_shared<Observer>(std::move(observer));
+    _observers.lock()->push_back(kept);
+    return kept;
+}
+
 void KXManualQueue::async(Work work)
 {
     std::scoped_lock const lock(_mutex);
@@ -161,5 +186,6 @@ KXPlatform::Ref FakeMachine::platform() const
     platform->movieLoader = movieLoader;
     platform->iconProvider = iconProvider;
     platform->mainQueue = mainQueue;
+    platform->memoryPressure = memoryPressure;
     return platform;
 }

@@ -136,6 +136,22 @@ private:
     mutable KXGuarded<State> _state;
 };
 
+/// Runs short of memory when it is told to.
+class FakeMemoryPressure final : public KXMemoryPressure {
+public:
+    /// Calls every observer that is registered.
+    void runShort() const;
+    /// How many observers are registered.
+    std::size_t observerCount() const;
+
+    Registration addObserver(Observer observer) const override;
+
+private:
+    std::vector<std::shared_ptr<Observer>> observers() const;
+
+    mutable KXGuarded<std::vector<std::weak_ptr<Observer>>> _observers;
+};
+
 /// Runs its works when it is told to, on the thread that tells it to.
 class KXManualQueue final : public KXQueue {
 public:
@@ -162,6 +178,8 @@ struct FakeMachine {
     std::shared_ptr<FakeMovieLoader> const movieLoader = std::make_shared<FakeMovieLoader>();
     std::shared_ptr<FakeIconProvider> const iconProvider = std::make_shared<FakeIconProvider>();
     std::shared_ptr<KXManualQueue> const mainQueue = std::make_shared<KXManualQueue>();
+    std::shared_ptr<FakeMemoryPressure> const memoryPressure
+        = std::make_shared<FakeMemoryPressure>();
 
     /// A new platform over these.
     KXPlatform::Ref platform() const;

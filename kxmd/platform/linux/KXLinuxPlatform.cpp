@@ -2,6 +2,7 @@
 #include "kxmd/platform/linux/KXFFmpegMovieLoaderPrivate.h"
 #include "kxmd/platform/linux/KXGLibFileManagerPrivate.h"
 #include "kxmd/platform/linux/KXGLibMainQueuePrivate.h"
+#include "kxmd/platform/linux/KXGLibMemoryPressurePrivate.h"
 #include "kxmd/platform/linux/KXGLibTemporaryFoldersPrivate.h"
 #include "kxmd/platform/linux/KXGLibTextDigestPrivate.h"
 #include "kxmd/platform/linux/KXLinuxIconProviderPrivate.h"
@@ -24,5 +25,6 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
         .temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>(),
         .fileManager = std::make_shared<KXGLibFileManager const>(),
         .taskRunner = std::make_shared<KXLinuxTaskRunner const>(),
+        .memoryPressure = std::make_shared<KXGLibMemoryPressure const>(),
     });
 }

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+
+#include <functional>
+#include <memory>
+
+/// Tells when the machine runs short of memory. Safe to call from several threads.
+class KX_EXPORT KXMemoryPressure {
+public:
+    /// Called on any thread; it should let go of memory and return.
+    using Observer = std::function<void()>;
+    /// Keeps an observer; letting go of it ends the calls, one under way aside.
+    using Registration = std::shared_ptr<void>;
+
+    virtual ~KXMemoryPressure();
+
+    /// `addObserver:` From now on calls `observer` whenever memory runs short, for as long as the
+    /// returned registration lives. Never waits; a machine that cannot tell never calls.
+    [[nodiscard]] virtual Registration addObserver(Observer observer) const = 0;
+};
