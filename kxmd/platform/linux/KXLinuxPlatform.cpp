@@ -14,15 +14,23 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
 {
     auto const pictureLoader = std::make_shared<KXPixbufPictureLoader const>();
     auto const movieLoader = std::make_shared<KXFFmpegMovieLoader const>();
+    auto const temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>();
     return std::make_shared<KXPlatform const>(KXPlatform {
         .pictureLoader = pictureLoader,
         .movieLoader = movieLoader,
         .thumbnailService
-        = std::make_shared<KXLinuxThumbnailService const>(pictureLoader, movieLoader),
+        = std::make_shared<KXLinuxThumbnailService const>(KXLinuxThumbnailService::Parts {
+            .pictureLoader = pictureLoader,
+            .movieLoader = movieLoader,
+            .pictureProcess
+            = std::make_shared<KXPictureProcess const>(KXPictureProcess::installedProgram()),
+            .documentThumbnailer = std::make_shared<KXDocumentThumbnailer const>(
+                KXDocumentThumbnailer::Places::ofThisMachine(), pictureLoader, temporaryFolders),
+        }),
         .iconProvider = std::make_shared<KXLinuxIconProvider const>(),
         .mainQueue = std::make_shared<KXGLibMainQueue>(),
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
-        .temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>(),
+        .temporaryFolders = temporaryFolders,
         .fileManager = std::make_shared<KXGLibFileManager const>(),
         .taskRunner = std::make_shared<KXLinuxTaskRunner const>(),
         .memoryPressure = std::make_shared<KXGLibMemoryPressure const>(),

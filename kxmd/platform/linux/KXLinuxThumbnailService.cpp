@@ -1,35 +1,55 @@
 #include "kxmd/platform/linux/KXLinuxThumbnailServicePrivate.h"
 
+#include "kxmd/host/KXPath.h"
+#include "kxmd/platform/KXImageFitting.h"
+#include "kxmd/platform/linux/KXGLibRefsPrivate.h"
+#include "kxmd/platform/linux/KXMovieThumbnailPrivate.h"
+
 #include <algorithm>
-#include <cmath>
+#include <gio/gio.h>
+#include <span>
+#include <string_view>
 #include <utility>
+#include <vector>
+
+/// A file that is to be shown, as far as everybody wants to know it.
+struct KXLinuxThumbnailService::File {
+    std::string path;
+    KXAbstractData& data;
+    std::vector<std::uint8_t> head;
+    KXFileContent content;
+};
 
 namespace {
 
-/// `image` shrunk to whole points within `maximumSize`, with its proportions; itself when it fits.
-KXImage::Ref imageWithin(KXImage::Ref const& image, KXSize maximumSize)
+std::vector<std::uint8_t> headOf(KXAbstractData& data)
 {
-    KXSize const whole = image->size();
-    double const scale
-        = std::min(maximumSize.width / whole.width, maximumSize.height / whole.height);
-    if (!(scale < 1))
-        return image;
-    // Never larger than allowed, and at least a point.
-    KXSize const size { std::max(1.0, std::floor(whole.width * scale)),
-        std::max(1.0, std::floor(whole.height * scale)) };
-    auto const shrunk = KXImage::imageWithSize(size);
-    if (shrunk)
-        shrunk->drawImageFromRectInRect(*image, { 0, 0, whole }, { 0, 0, size });
-    return shrunk;
+    std::vector<std::uint8_t> head(longestContentHead);
+    head.resize(static_cast<std::size_t>(data.readBytesToMaxLength(head.data(), head.size())));
+    data.setOffset(0);
+    return head;
+}
+
+/// The desktop's name for what the file is, by its content and, where that does not tell, by its
+/// name.
+std::string contentTypeOf(std::string const& path, std::span<std::uint8_t const> head)
+{
+    std::string const name(lastPathComponent(path));
+    GAllocated<gchar> const type(
+        g_content_type_guess(name.c_str(), head.data(), head.size(), nullptr));
+    GAllocated<gchar> const mimeType(type ? g_content_type_get_mime_type(type.get()) : nullptr);
+    return mimeType ? mimeType.get() : "";
+}
+
+bool isOfMovies(std::string_view contentType)
+{
+    return contentType.starts_with("audio/") || contentType.starts_with("video/");
 }
 
 }
 
-KXLinuxThumbnailService::KXLinuxThumbnailService(
-    std::shared_ptr<KXPictureLoader const> pictureLoader,
-    std::shared_ptr<KXMovieLoader const> movieLoader)
-    : _pictureLoader(std::move(pictureLoader))
-    , _movieLoader(std::move(movieLoader))
+KXLinuxThumbnailService::KXLinuxThumbnailService(Parts parts)
+    : _parts(std::move(parts))
 {
 }
 
@@ -38,9 +58,56 @@ KXImage::Ref KXLinuxThumbnailService::imageForPath(
 {
     if (!(maximumSize.width >= 1) || !(maximumSize.height >= 1))
         return nullptr;
-    auto const data = KXAbstractData::abstractDataWithPath(path);
+    // Absolute, so that no program takes it for one of its options.
+    GAllocated<gchar> const absolute(g_canonicalize_filename(path.c_str(), nullptr));
+    auto const data = path.empty() ? nullptr : KXAbstractData::abstractDataWithPath(path);
     if (!data)
         return nullptr;
-    auto const image = _pictureLoader->imageInData(*data, data->length(), maximumSize);
-    return image ? imageWithin(image, maximumSize) : nullptr;
+    auto head = headOf(*data);
+    KXFileContent const content = contentOfFileWithHead(head);
+    File const file { absolute.get(), *data, std::move(head), content };
+    auto const ours = imageByOurselves(file, maximumSize);
+    auto const image = ours ? *ours : imageByTheDesktop(file, maximumSize);
+    return image ? shrinkImageToSize(image, maximumSize) : nullptr;
+}
+
+/// Absent when the file is nothing of ours.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
+    File const& file, KXSize maximumSize) const
+{
+    switch (file.content) {
+    case KXFileContent::picture:
+        return _parts.pictureLoader->imageInData(file.data, file.data.length(), maximumSize);
+    case KXFileContent::rarePicture:
+        return _parts.pictureProcess->imageForPath(file.path, maximumSize);
+    case KXFileContent::movie:
+        return imageOfMovie(file, maximumSize);
+    case KXFileContent::pdf:
+        if (auto page = _parts.documentThumbnailer->imageOfPDF(file.path, maximumSize))
+            return page;
+        return std::nullopt;
+    case KXFileContent::other:
+        break;
+    }
+    return std::nullopt;
+}
+
+/// Absent when it is no movie that can be opened; without frame and cover it has no picture.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfMovie(
+    File const& file, KXSize maximumSize) const
+{
+    auto const movie = _parts.movieLoader->movieWithData(file.data);
+    if (!movie)
+        return std::nullopt;
+    return thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize);
+}
+
+KXImage::Ref KXLinuxThumbnailService::imageByTheDesktop(File const& file, KXSize maximumSize) const
+{
+    std::string const type = contentTypeOf(file.path, file.head);
+    // A list of other files that goes by the name of a movie is none: programs for movies would
+    // read the files that it names.
+    if (isOfMovies(type) && file.content != KXFileContent::movie)
+        return nullptr;
+    return _parts.documentThumbnailer->imageOfDocument(file.path, type, maximumSize);
 }

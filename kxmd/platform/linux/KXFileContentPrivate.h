@@ -1,0 +1,21 @@
+#pragma once
+
+#include "kxmd/host/KXExport.h"
+
+#include <cstdint>
+#include <span>
+
+/// What a file is to be shown by, as its first bytes tell; its name says nothing.
+enum class KXFileContent : std::uint8_t {
+    picture, ///< Decoded right here: JPEG, PNG, GIF, BMP. Nobody else is asked for it.
+    rarePicture, ///< Decoded in a process of its own: TIFF, WebP, HEIF with AVIF, icons, SVG.
+    movie, ///< Or music.
+    pdf,
+    other,
+};
+
+/// How many first bytes are worth looking at.
+constexpr std::size_t longestContentHead = 4096;
+
+/// What the file is that begins with these bytes, at most `longestContentHead` of them.
+KX_EXPORT_FOR_TESTS KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> head);
