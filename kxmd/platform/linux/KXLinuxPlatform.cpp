@@ -27,7 +27,8 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
             .documentThumbnailer = std::make_shared<KXDocumentThumbnailer const>(
                 KXDocumentThumbnailer::Places::ofThisMachine(), pictureLoader, temporaryFolders),
         }),
-        .iconProvider = std::make_shared<KXLinuxIconProvider const>(),
+        .iconProvider = std::make_shared<KXLinuxIconProvider const>(
+            KXIconThemes::Places::ofThisMachine(), pictureLoader),
         .mainQueue = std::make_shared<KXGLibMainQueue>(),
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
         .temporaryFolders = temporaryFolders,
