@@ -188,6 +188,12 @@ TEST_F(KXLinuxThumbnailServiceTest, PictureThatIsRefusedIsGivenToNoProgram)
         EXPECT_FALSE(service.imageForPath(folder.write("bomb", bomb), { 50, 50 }));
 }
 
+TEST_F(KXLinuxThumbnailServiceTest, DrawingThatCannotBeMadeIsGivenToNoProgram)
+{
+    auto const service = serviceWithProgramFor("image/svg+xml");
+    EXPECT_FALSE(service.imageForPath(folder.write("a.svg", text("<svg><g>")), { 50, 50 }));
+}
+
 TEST_F(KXLinuxThumbnailServiceTest, PictureOfAKindThatNobodyHereKnowsIsGivenToAProgram)
 {
     auto const service = serviceWithProgramFor("image/tiff");

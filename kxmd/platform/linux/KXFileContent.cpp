@@ -132,5 +132,5 @@ KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)
     constexpr std::size_t longestWayToPDF = 1024;
     if (contains(head.substr(0, longestWayToPDF), "%PDF-"))
         return pdf;
-    return isDrawing(head) ? rarePicture : other;
+    return isDrawing(head) ? drawing : other;
 }

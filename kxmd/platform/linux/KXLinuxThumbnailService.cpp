@@ -80,6 +80,8 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
         return _parts.pictureLoader->imageInData(file.data, file.data.length(), maximumSize);
     case KXFileContent::rarePicture:
         return _parts.pictureProcess->imageForPath(file.path, maximumSize);
+    case KXFileContent::drawing: // Whoever else tried would take as long.
+        return _parts.pictureProcess->imageForPath(file.path, maximumSize).value_or(nullptr);
     case KXFileContent::movie:
         return imageOfMovie(file, maximumSize);
     case KXFileContent::pdf:
