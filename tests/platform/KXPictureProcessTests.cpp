@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/KXPictureProcessPrivate.h"
 
+#include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
 
@@ -65,6 +66,21 @@ TEST_F(KXPictureProcessTest, NameMayBeginWithAnythingAndHoldAnything)
             GTEST_SKIP() << "no loader for SVG";
         EXPECT_TRUE(*process.imageForPath(path, { 10, 10 })) << name;
     }
+}
+
+TEST_F(KXPictureProcessTest, LargePictureComesWhole)
+{
+    auto const image = process.imageForPath(drawing("a.svg", half), { 400.5, 200.25 });
+    if (!image)
+        GTEST_SKIP() << "no loader for SVG";
+    EXPECT_EQ((*image)->size(), (KXSize { 400, 200 }));
+    auto const loader = KXPlatform::platformOfThisMachine()->pictureLoader;
+    auto const large = loader->pngRepresentation(*solid(6'000, 4'000, blue));
+    auto const path = folder.write("a", build::Bytes(large.bytes().begin(), large.bytes().end()));
+    auto const all = process.imageForPath(path, { 1e9, 1e9 });
+    ASSERT_TRUE(all);
+    ASSERT_TRUE(*all);
+    EXPECT_EQ((*all)->size(), (KXSize { 6'000, 4'000 }));
 }
 
 TEST_F(KXPictureProcessTest, WhatIsNoPictureIsAbsent)

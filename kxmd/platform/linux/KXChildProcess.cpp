@@ -47,8 +47,9 @@ public:
     explicit FileActions(int output)
     {
         posix_spawn_file_actions_init(&_actions);
-        posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        // First of all: in a host that closed its standard files it may be one of these numbers.
         posix_spawn_file_actions_adddup2(&_actions, output, STDOUT_FILENO);
+        posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_addopen(&_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
         posix_spawn_file_actions_addclosefrom_np(&_actions, STDERR_FILENO + 1);
     }
@@ -62,7 +63,7 @@ private:
     posix_spawn_file_actions_t _actions;
 };
 
-/// One end of a pipe, never one of the three standard files, which the child closes.
+/// Owns one end of a pipe.
 class Descriptor {
 public:
     explicit Descriptor(int number)

@@ -107,9 +107,9 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfMovie(
 KXImage::Ref KXLinuxThumbnailService::imageByTheDesktop(File const& file, KXSize maximumSize) const
 {
     std::string const type = contentTypeOf(file.path, file.head);
-    // A list of other files that goes by the name of a movie is none: programs for movies would
-    // read the files that it names.
+    // A movie of a kind that its first bytes do not tell. No program of the desktop is asked: a
+    // list of other files that goes by the name of a movie would make it read these.
     if (isOfMovies(type) && file.content != KXFileContent::movie)
-        return nullptr;
+        return imageOfMovie(file, maximumSize).value_or(nullptr);
     return _parts.documentThumbnailer->imageOfDocument(file.path, type, maximumSize);
 }

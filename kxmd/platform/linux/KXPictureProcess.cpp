@@ -3,6 +3,8 @@
 #include "kxmd/platform/linux/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/KXLibraryFolderPrivate.h"
 
+#include <algorithm>
+#include <cmath>
 #include <span>
 #include <utility>
 #include <vector>
@@ -15,6 +17,15 @@ constexpr std::uint64_t mostMemoryBytes = 0;
 #else
 constexpr std::uint64_t mostMemoryBytes = std::uint64_t { 1 } << 30;
 #endif
+
+constexpr std::uint64_t mostOutputBytes = std::uint64_t { 1 } << 29; // 128 million pixels.
+
+/// A length for the command line, where a fraction would be written as the user's language has it.
+std::string wholePixels(double length)
+{
+    constexpr double longest = 1 << 20;
+    return std::to_string(static_cast<int>(std::ceil(std::min(length, longest))));
+}
 
 std::size_t numberAt(std::span<std::uint8_t const> bytes)
 {
@@ -51,7 +62,8 @@ std::optional<KXImage::Ref> KXPictureProcess::imageForPath(
 {
     KXChildProcess const process {
         .arguments
-        = { _program, std::to_string(maximumSize.width), std::to_string(maximumSize.height), path },
+        = { _program, wholePixels(maximumSize.width), wholePixels(maximumSize.height), path },
+        .mostOutputBytes = mostOutputBytes,
         .mostMemoryBytes = mostMemoryBytes,
     };
     auto const output = process.run();
