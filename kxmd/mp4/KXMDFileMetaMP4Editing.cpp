@@ -8,10 +8,6 @@
 
 namespace {
 
-// Each removal moves the file's bytes and parses them anew. Real files have a handful of covers;
-// one with more than this was made to keep us busy.
-constexpr std::size_t mostCovers = 1024;
-
 void appendUInt32(std::vector<std::uint8_t>& bytes, std::uint32_t value)
 {
     for (int const shift : { 24, 16, 8, 0 })
@@ -48,7 +44,7 @@ bool KXMDFileMetaMP4::removeAlbumCoverFromData(KXMutableData::Ref const& data)
     if (!parseMutableData(data) || atomsWithPath(chunkOffsetTablePath).empty())
         return false;
     auto covers = atomsWithPath(coverPath);
-    if (covers.size() > mostCovers) {
+    if (covers.size() > mostRemovableCovers) {
         KXLog("Metadata", "KXMDFileMetaMP4->too many album covers, none is removed");
         return false;
     }
