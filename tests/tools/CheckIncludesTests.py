@@ -24,7 +24,7 @@ class CheckIncludesTests(CommandTestCase):
         for header in ("glib.h", "gio/gio.h", "gdk-pixbuf/gdk-pixbuf.h", "nlohmann/json.hpp",
                        "CLI/App.hpp", "gtest/gtest.h", "libavformat/avformat.h"):
             line = f"#include <{header}>"
-            for name in ("kxmd/host/KXLog.cpp", "kxmd/platform/KXPlatform.h", "examples/a.cpp"):
+            for name in ("kxmd/host/KXLog.cpp", "kxmd/platform/KXPlatform.h", "fuzz/a.cpp"):
                 with self.subTest(header=header, name=name):
                     self.assertEqual(len(self.check(name, line)), 1)
             for name in ("kxmd/platform/linux/KXFoo.cpp", "tools/kxmd/main.cpp", "tests/host/a.cpp"):

@@ -16,3 +16,7 @@ void addCompositeCommand(CLI::App& app, Session& session);
 void addIconCommand(CLI::App& app, Session& session);
 void addPosterCommand(CLI::App& app, Session& session);
 void addCacheNameCommand(CLI::App& app, Session& session);
+void addCoverCommand(CLI::App& app, Session& session);
+void addCleanCommand(CLI::App& app, Session& session);
+void addConvertCommand(CLI::App& app, Session& session);
+void addPrepareCommand(CLI::App& app, Session& session);

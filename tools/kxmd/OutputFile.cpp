@@ -1,14 +1,20 @@
 #include "OutputFile.h"
 
+#include "AtomicFile.h"
 #include "Session.h"
+
+#include <kxmd/host/KXAbstractData.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <glib.h>
 #include <system_error>
 
-bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
-    std::span<std::uint8_t const> bytes, Session& session)
+namespace {
+
+/// Writes a file by `write`, which appends to it.
+template <class Write>
+bool writeWhole(
+    std::string const& path, std::vector<std::string> const& inputs, Write write, Session& session)
 {
     bool const isInput = std::ranges::any_of(inputs, [&path](std::string const& input) {
         std::error_code ignored; // A path that does not exist yet is another file.
@@ -18,13 +24,38 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
         session.reportError(path, "is the input itself");
         return false;
     }
-    constexpr int readableByAll = 0666; // As far as the user's mask lets it.
-    GError* error = nullptr;
-    if (g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
-            static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, readableByAll,
-            &error))
+    AtomicFile file(path);
+    if (file.open() && write(file) && file.commit())
         return true;
-    session.reportError(path, error->message);
-    g_error_free(error);
+    session.reportError(path, file.error().empty() ? "the input changed" : file.error());
     return false;
+}
+
+}
+
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    std::span<std::uint8_t const> bytes, Session& session)
+{
+    return writeWhole(
+        path, inputs, [bytes](AtomicFile& file) { return file.write(bytes); }, session);
+}
+
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    KXAbstractData& data, Session& session)
+{
+    return writeWhole(
+        path, inputs, [&data](AtomicFile& file) { return appendData(data, file); }, session);
+}
+
+bool appendData(KXAbstractData& data, AtomicFile& file)
+{
+    constexpr std::size_t pieceLength = 1 << 20;
+    std::vector<std::uint8_t> piece(std::min<std::uint64_t>(pieceLength, data.length()));
+    data.setOffset(0);
+    while (data.remainingLength()) {
+        std::uint64_t const count = data.readBytesToMaxLength(piece.data(), piece.size());
+        if (!count || !file.write(std::span(piece).first(count)))
+            return false;
+    }
+    return true;
 }

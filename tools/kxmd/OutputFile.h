@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+class AtomicFile;
+class KXAbstractData;
 class Session;
 
 /// Writes a result to the file at `path`, beside it first and then renamed into place, so that an
@@ -12,3 +14,10 @@ class Session;
 /// Reports what goes wrong; false then.
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     std::span<std::uint8_t const> bytes, Session& session);
+
+/// The same for all that `data` reads.
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    KXAbstractData& data, Session& session);
+
+/// Appends all that `data` reads to `file`; false when it can be read no longer or not be written.
+bool appendData(KXAbstractData& data, AtomicFile& file);

@@ -51,14 +51,18 @@ void addPictureOutput(CLI::App& command, std::string& path)
         ->required();
 }
 
-void writePicture(KXImage::Ref const& image, std::string const& path,
+bool writePicture(KXImage::Ref const& image, std::string const& path,
     std::vector<std::string> const& inputs, Session& session)
 {
-    if (!image)
-        return session.reportError(inputs.front(), "has nothing to show");
+    if (!image) {
+        session.reportError(inputs.front(), "has nothing to show");
+        return false;
+    }
     auto const encode = formatOfPath(path)->encode;
     KXData const encoded = ((*KXPlatform::shared()->pictureLoader).*encode)(*image);
-    if (!encoded.length())
-        return session.reportError(path, "the picture cannot be encoded");
-    writeOutputFile(path, inputs, encoded.bytes(), session);
+    if (!encoded.length()) {
+        session.reportError(path, "the picture cannot be encoded");
+        return false;
+    }
+    return writeOutputFile(path, inputs, encoded.bytes(), session);
 }

@@ -15,5 +15,6 @@ void addPictureOutput(CLI::App& command, std::string& path);
 
 /// Writes `image`, which was made from the files `inputs`, as PNG or JPEG, by the extension of
 /// `path`. Reports what goes wrong; a null picture means that the first input has nothing to show.
-void writePicture(KXImage::Ref const& image, std::string const& path,
+/// False then.
+bool writePicture(KXImage::Ref const& image, std::string const& path,
     std::vector<std::string> const& inputs, Session& session);

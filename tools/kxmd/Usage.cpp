@@ -61,6 +61,13 @@ void addText(
     command.add_option_function<std::string>(name, take, description)->type_name("")->required();
 }
 
+void addOptionalText(
+    CLI::App& command, std::string const& name, std::string& text, std::string const& description)
+{
+    addText(command, name, text, description);
+    command.get_option(name)->required(false);
+}
+
 void addFile(CLI::App& command, std::string& path, std::string const& description)
 {
     addText(command, "FILE", path, description);
@@ -107,4 +114,10 @@ void addOutput(CLI::App& command, std::string& path, std::string const& descript
 {
     auto const take = [&path](std::string const& typed) { path = withoutLiteralMark(typed); };
     command.add_option_function<std::string>("-o,--output", take, description)->type_name("OUT");
+}
+
+void addRequiredOutput(CLI::App& command, std::string& path, std::string const& description)
+{
+    addOutput(command, path, description);
+    command.get_option("--output")->required();
 }

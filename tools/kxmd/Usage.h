@@ -29,6 +29,10 @@ std::string withoutLiteralMark(std::string text);
 void addText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description);
 
+/// The same for one that may be left out.
+void addOptionalText(
+    CLI::App& command, std::string const& name, std::string& text, std::string const& description);
+
 /// The one path that a subcommand asks for.
 void addFile(CLI::App& command, std::string& path, std::string const& description);
 
@@ -41,6 +45,9 @@ CLI::Option* addFiles(CLI::App& command, std::string const& description);
 
 /// The file that a subcommand writes its result to, if one is named.
 void addOutput(CLI::App& command, std::string& path, std::string const& description);
+
+/// The file that a subcommand must be told to write its result to.
+void addRequiredOutput(CLI::App& command, std::string& path, std::string const& description);
 
 /// The size in points that a subcommand asks for.
 void addSize(CLI::App& command, KXSize& size);

@@ -1,4 +1,5 @@
-// The kxmd command: looks into media files, and shows them, by means of the kxmd library.
+// The kxmd command: looks into media files, shows them and prepares them, by means of the kxmd
+// library.
 
 #include "Commands.h"
 #include "Session.h"
@@ -32,6 +33,10 @@ void addCommands(CLI::App& app, Session& session)
     addIconCommand(app, session);
     addPosterCommand(app, session);
     addCacheNameCommand(app, session);
+    addCoverCommand(app, session);
+    addCleanCommand(app, session);
+    addConvertCommand(app, session);
+    addPrepareCommand(app, session);
 }
 
 void parse(CLI::App& app, std::vector<std::string> arguments)
@@ -84,7 +89,7 @@ int main(int argumentCount, char** arguments)
     Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
-    CLI::App app("Look into media files: their tags, codecs, covers and structure.", "kxmd");
+    CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");
     addCommands(app, session);
     try {
         parse(app, literalArguments(argumentCount, arguments));

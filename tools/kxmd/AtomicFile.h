@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// A file that is written beside its place and put there when it is whole, so that nobody ever sees
+/// half of it. What is not put in place is removed with the object; on most file systems not even a
+/// killed process leaves anything behind.
+class AtomicFile {
+public:
+    explicit AtomicFile(std::string path);
+    ~AtomicFile();
+    AtomicFile(AtomicFile const&) = delete;
+    AtomicFile& operator=(AtomicFile const&) = delete;
+
+    /// Begins; the folder must exist. False when that fails, as all operations below; `error` then
+    /// tells why.
+    [[nodiscard]] bool open();
+    /// Appends `bytes`.
+    [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
+    /// Appends what the file behind `descriptor` holds from its start on, up to its end.
+    [[nodiscard]] bool writeContentsOf(int descriptor);
+    /// Puts the file in place, of another one if there is one.
+    [[nodiscard]] bool commit();
+
+    /// What went wrong, in words.
+    std::string const& error() const { return _error; }
+
+private:
+    bool fail();
+    bool copyByKernel(int descriptor, bool& isSupported);
+    bool linkIntoPlace();
+
+    std::string const _path;
+    std::string const _partPath; ///< Beside it, hidden, the same for each run.
+    int _descriptor { -1 };
+    bool _hasName { false }; ///< Whether there is a file at the part's path.
+    std::string _error;
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+class KXAbstractData;
+class Session;
+
+/// What a subcommand that edits a file was asked for.
+struct EditOptions {
+    std::string path;
+    std::string output;
+    bool isForced { false };
+    bool json { false };
+};
+
+/// Writes all that `data` reads to the file at `options.output`; false, reported, when that fails.
+bool writeEdited(EditOptions const& options, KXAbstractData& data, Session& session);
+
+/// Whether an edit may be made: `reason` says why the media would not survive it. A refusal is
+/// reported.
+bool isAllowed(EditOptions const& options, std::optional<std::string> const& reason,
+    std::uint64_t bytesBefore, Session& session);
+
+/// Tells in one line that `options.path` became `options.output`.
+void reportEdit(EditOptions const& options, std::string const& what, std::uint64_t bytesBefore,
+    std::uint64_t bytesAfter, Session& session);
+
+/// Tells that nothing was written, and why.
+void reportRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
+    Session& session);

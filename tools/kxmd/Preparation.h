@@ -1,0 +1,44 @@
+#pragma once
+
+#include "FolderPictures.h"
+#include "Targets.h"
+
+#include <kxmd/core/KXMDFileMeta.h>
+#include <kxmd/platform/KXPlatform.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// What may be done to files.
+struct PreparationOptions {
+    bool insertsCovers { true };
+    bool cleans { true };
+    bool converts { true };
+    FolderPictures& folderPictures;
+    Targets& targets;
+};
+
+/// What became of one file.
+struct PreparationOutcome {
+    std::string source;
+    std::string target;
+    std::vector<std::string> processors; ///< Names of their classes, in order.
+    std::uint64_t sizeBefore { 0 };
+    std::uint64_t predictedSize { 0 };
+    std::uint64_t size { 0 };
+    bool isAudio { false };
+    std::string error; ///< Why there is no file; empty when there is.
+    std::string remark; ///< What a person should know of a file that is there.
+
+    bool isDone() const { return error.empty(); }
+};
+
+/// Prepares the file at `source` for a phone and writes it to `target`, whose folder exists;
+/// `target` gets another extension when the file is converted. Safe to call for different files on
+/// several threads at once; holds at most the one file in memory.
+PreparationOutcome preparedFile(std::string const& source, std::string target,
+    PreparationOptions const& options, KXPlatform::Ref const& platform);
+
+/// The target of a file once it is converted.
+std::string convertedTarget(std::string const& target);

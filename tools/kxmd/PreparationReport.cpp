@@ -1,0 +1,123 @@
+#include "PreparationReport.h"
+
+#include "JSONLine.h"
+#include "Preparation.h"
+#include "Session.h"
+
+#include <array>
+#include <cstdio>
+#include <numeric>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+struct ProcessorWord {
+    std::string_view processor;
+    std::string_view word;
+};
+
+constexpr std::array<ProcessorWord, 3> processorWords { {
+    { "KXMDFileProcessorConvertALAC", "converted" },
+    { "KXMDFileProcessorCleanIPhoneVideo", "cleaned" },
+    { "KXMDFileProcessorAddAlbumCover", "cover inserted" },
+} };
+
+bool wasDone(PreparationOutcome const& outcome, std::string_view word)
+{
+    for (auto const& [processor, name] : processorWords) {
+        if (name == word && outcome.isDone())
+            return std::ranges::find(outcome.processors, processor) != outcome.processors.end();
+    }
+    return false;
+}
+
+/// What was done to a file, in words: "converted, cover inserted: Album/Song.m4a (1234 bytes)".
+std::string lineOf(PreparationOutcome const& outcome)
+{
+    std::string done;
+    for (auto const& [processor, word] : processorWords) {
+        if (wasDone(outcome, word))
+            done.append(done.empty() ? "" : ", ").append(word);
+    }
+    std::string line = (done.empty() ? "copied" : done) + ": "
+        + withoutControlCharacters(outcome.target) + " (" + std::to_string(outcome.size)
+        + " bytes)";
+    if (!outcome.remark.empty())
+        line += ", " + outcome.remark;
+    return line + '\n';
+}
+
+ProgressBar::Amount amountOf(std::vector<FoundFile> const& files)
+{
+    ProgressBar::Amount amount { .items = files.size(), .bytes = 0 };
+    for (FoundFile const& file : files)
+        amount.bytes += file.size;
+    return amount;
+}
+
+}
+
+PreparationReport::PreparationReport(
+    std::vector<FoundFile> const& files, bool isJSON, Session& session)
+    : _isJSON(isJSON)
+    , _session(session)
+{
+    _progress.emplace(session.standardError(), "files", amountOf(files));
+}
+
+void PreparationReport::count(PreparationOutcome const& outcome)
+{
+    ++_totals.files;
+    _totals.failed += !outcome.isDone();
+    _totals.converted += wasDone(outcome, "converted");
+    _totals.covers += wasDone(outcome, "cover inserted");
+    _totals.cleaned += wasDone(outcome, "cleaned");
+    _totals.bytesIn += outcome.sizeBefore;
+    _totals.bytesOut += outcome.isDone() ? outcome.size : 0;
+}
+
+void PreparationReport::add(PreparationOutcome const& outcome)
+{
+    count(outcome);
+    _progress->advanceBy({ .items = 1, .bytes = outcome.sizeBefore });
+    if (!outcome.isDone())
+        _session.reportError(outcome.source, outcome.error);
+    if (_isJSON) {
+        _session.write(jsonLine({ { "source", outcome.source }, { "target", outcome.target },
+            { "processors", outcome.processors }, { "sizeBefore", outcome.sizeBefore },
+            { "predictedSize", outcome.predictedSize }, { "size", outcome.size },
+            { "ok", outcome.isDone() },
+            { "error", outcome.isDone() ? outcome.remark : outcome.error } }));
+        return;
+    }
+    bool const showsAll = !_session.standardError().statusWidth();
+    if (outcome.isDone() && (showsAll || !outcome.remark.empty()))
+        _session.write(lineOf(outcome));
+}
+
+void PreparationReport::finish()
+{
+    _progress.reset();
+    double const seconds
+        = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+    if (_isJSON) {
+        _session.write(jsonLine({ { "files", _totals.files }, { "failed", _totals.failed },
+            { "converted", _totals.converted }, { "coversInserted", _totals.covers },
+            { "cleaned", _totals.cleaned }, { "bytesIn", _totals.bytesIn },
+            { "bytesOut", _totals.bytesOut }, { "seconds", seconds } }));
+        return;
+    }
+    std::array<char, 256> text;
+    std::snprintf(text.data(), text.size(),
+        "%llu files: %llu converted, %llu covers inserted, %llu cleaned, %llu failed; "
+        "%llu bytes in, %llu bytes out, %.1f s\n",
+        static_cast<unsigned long long>(_totals.files),
+        static_cast<unsigned long long>(_totals.converted),
+        static_cast<unsigned long long>(_totals.covers),
+        static_cast<unsigned long long>(_totals.cleaned),
+        static_cast<unsigned long long>(_totals.failed),
+        static_cast<unsigned long long>(_totals.bytesIn),
+        static_cast<unsigned long long>(_totals.bytesOut), seconds);
+    _session.write(text.data());
+}

@@ -1,0 +1,123 @@
+// kxmd prepare: makes a collection ready for a phone.
+
+#include "CleanUpOnSignal.h"
+#include "Commands.h"
+#include "FileWalk.h"
+#include "OrderedWork.h"
+#include "Playlist.h"
+#include "Preparation.h"
+#include "PreparationReport.h"
+#include "Session.h"
+#include "Targets.h"
+#include "TemporaryFolder.h"
+#include "Usage.h"
+
+#include <CLI/Validators.hpp>
+
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Options {
+    CLI::Option* paths { nullptr };
+    std::string folder;
+    std::string playlist;
+    bool leavesCovers { false };
+    bool leavesUncleaned { false };
+    bool leavesUnconverted { false };
+    unsigned jobs { std::max(1u, std::thread::hardware_concurrency()) };
+    bool json { false };
+};
+
+/// Makes the folder of each target. A file whose folder cannot be made fails later by itself.
+void createFolders(std::vector<FoundFile> const& files, std::string const& folder)
+{
+    std::error_code ignored;
+    fs::path last;
+    for (FoundFile const& file : files) {
+        fs::path const parent = fs::path(folder + '/' + file.relativePath).parent_path();
+        if (parent != last)
+            fs::create_directories(parent, ignored);
+        last = parent;
+    }
+}
+
+PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::string error)
+{
+    return { .source = file.path,
+        .target = std::move(target),
+        .processors = {},
+        .sizeBefore = file.size,
+        .predictedSize = file.size,
+        .size = 0,
+        .isAudio = false,
+        .error = std::move(error),
+        .remark = {} };
+}
+
+void prepare(Options const& options, Session& session)
+{
+    auto const platform = KXPlatform::shared();
+    CleanUpOnSignal const cleanUp([&platform] { removeTemporaryFolders(*platform); });
+    removeTemporaryFolders(*platform);
+    std::error_code error;
+    fs::create_directories(options.folder, error);
+    if (error)
+        return session.reportError(options.folder, error.message());
+
+    auto const files = foundFiles(textsOf(*options.paths), options.folder, session);
+    createFolders(files, options.folder);
+    FolderPictures folderPictures;
+    Targets targets;
+    std::vector<std::string> targetPaths; // Empty for a file that another one stands in the way of.
+    for (FoundFile const& file : files) {
+        std::string path = options.folder + '/' + file.relativePath;
+        targetPaths.push_back(targets.claim(path) ? path : std::string());
+    }
+    PreparationOptions const preparation { .insertsCovers = !options.leavesCovers,
+        .cleans = !options.leavesUncleaned,
+        .converts = !options.leavesUnconverted,
+        .folderPictures = folderPictures,
+        .targets = targets };
+    PreparationReport report(files, options.json, session);
+    Playlist playlist(options.folder);
+    workInOrder(
+        files.size(), options.jobs,
+        [&](std::size_t i) {
+            if (targetPaths[i].empty())
+                return refusedFile(files[i], options.folder + '/' + files[i].relativePath,
+                    "another file has the same target");
+            return preparedFile(files[i].path, targetPaths[i], preparation, platform);
+        },
+        [&](std::size_t, PreparationOutcome outcome) {
+            report.add(outcome);
+            playlist.add(outcome);
+        });
+    if (!options.playlist.empty())
+        playlist.write(options.playlist, session);
+    report.finish();
+}
+
+}
+
+void addPrepareCommand(CLI::App& app, Session& session)
+{
+    auto* const command = addSubcommand(
+        app, session, "prepare", "Make music and videos ready for a phone, into a folder");
+    auto const options = std::make_shared<Options>();
+    addText(*command, "--to", options->folder, "Folder to write the prepared files to");
+    addOptionalText(
+        *command, "--playlist", options->playlist, "Also write a playlist of this name");
+    command->add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
+    command->add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
+    command->add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
+    command->add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
+        ->check(CLI::Range(1u, 256u));
+    command->add_flag("--json", options->json, "Print a JSON object for each file");
+    options->paths = addFiles(*command, "Files and folders to prepare");
+    command->callback([options, &session] { prepare(*options, session); });
+}
