@@ -44,8 +44,8 @@ std::string nameOfFormat(GdkPixbufLoader* loader)
     return name.get();
 }
 
-/// By how much a JPEG can be shrunk while it is decoded, and stays large enough upright as well as
-/// lying. Its decoder shrinks by these factors only (ITU-T T.81 blocks of 8).
+/// By how much a picture can be shrunk while it is decoded, and stays large enough upright as well
+/// as lying. The decoder of JPEG shrinks by these factors only (ITU-T T.81 blocks of 8).
 int shrinkingFactor(int width, int height, KXSize wantedSize)
 {
     double const wanted = std::max(wantedSize.width, wantedSize.height);
@@ -69,7 +69,7 @@ void chooseSize(GdkPixbufLoader* loader, int width, int height, gpointer decodin
     auto& decoding = *static_cast<Decoding*>(decodingPointer);
     std::string const format = nameOfFormat(loader);
     int decodedWidth = width, decodedHeight = height;
-    if (format == "jpeg") {
+    if (format == "jpeg" || format == "webp") { // They shrink while they decode.
         int const factor = shrinkingFactor(width, height, decoding.wantedSize);
         decodedWidth = (width + factor - 1) / factor;
         decodedHeight = (height + factor - 1) / factor;
