@@ -1,0 +1,78 @@
+// Covers of any bytes: put in, predicted, taken out again. Whatever an edit answers, the buffer is
+// parsed afterwards.
+
+#include "FuzzTarget.h"
+
+#include "kxmd/mp3/KXMDFileMetaMP3.h"
+#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/KXMP4EditSafety.h"
+#include "kxmd/platform/KXImage.h"
+
+#include <algorithm>
+
+namespace {
+
+// The size field of an ID3v2 tag, which is written anew without the bits that do not count.
+constexpr std::ptrdiff_t tagSizeAt = 6, tagSizeEnd = 10;
+
+bool areSameButForTheTagSize(KXMutableData const& data, std::vector<std::uint8_t> const& original)
+{
+    auto const bytes = data.bytes();
+    return bytes.size() == original.size()
+        && std::equal(bytes.begin(), bytes.begin() + tagSizeAt, original.begin())
+        && std::equal(bytes.begin() + tagSizeEnd, bytes.end(), original.begin() + tagSizeEnd);
+}
+
+/// Whether an edit is one of those that can be taken back.
+bool canBeTakenBack(
+    KXMDFileMeta const& meta, KXMutableData::Ref const& data, std::uint64_t coverSize)
+{
+    if (meta.albumCoverSizeForEmbeddedTags())
+        return false;
+    if (auto const* const mp3 = dynamic_cast<KXMDFileMetaMP3 const*>(&meta)) {
+        // The new size stays within its 28 bits, and no frame is so short (sizes wrap) that its
+        // header reaches into the next one.
+        return data->bytes()[tagSizeAt] < 0x20
+            && std::ranges::all_of(*mp3->frames(),
+                [](auto const& frame) { return frame->size() >= frame->headerSize(); });
+    }
+    auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+    return !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
+}
+
+void removeUserData(std::vector<std::uint8_t> bytes)
+{
+    auto const data = std::make_shared<KXMutableData>(std::move(bytes));
+    auto const root
+        = KXMP4Atom::atomWithAbstractData(*KXMutableAbstractData::abstractDataWithData(data));
+    auto const atoms = root->allAtomsWithPath("moov/udta");
+    std::uint64_t const before = data->length();
+    if (!atoms.empty() && atoms.front()->removeSelfFromMutableData(*data))
+        KXMD_REQUIRE(data->length() + atoms.front()->size() == before);
+}
+
+}
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
+{
+    silenceLog();
+    static auto const image = KXImage::imageWithSize({ 2, 2 });
+    std::vector<std::uint8_t> const original(bytes, bytes + length);
+    removeUserData(original);
+
+    auto const data = std::make_shared<KXMutableData>(original);
+    auto const meta = KXMDFileMeta::fileMetaWithAbstractData(
+        *KXMutableAbstractData::abstractDataWithData(data));
+    if (!meta || !meta->canInsertAlbumCover())
+        return 0;
+    std::uint64_t const coverSize = meta->albumCoverSizeForImage(image);
+    bool const isReversible = canBeTakenBack(*meta, data, coverSize);
+    bool const isAdded = meta->addAlbumCoverToData(image, data);
+    if (!isAdded || !isReversible)
+        return 0;
+    KXMD_REQUIRE(data->length() == length + coverSize);
+    KXMD_REQUIRE(meta->removeAlbumCoverFromData(data));
+    KXMD_REQUIRE(meta->metaType() == KXMDMetaTypeMP3 ? areSameButForTheTagSize(*data, original)
+                                                     : std::ranges::equal(data->bytes(), original));
+    return 0;
+}
