@@ -1,6 +1,7 @@
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/platform/KXPlatform.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <string_view>
@@ -29,7 +30,11 @@ void appendFrameSize(Bytes& bytes, std::uint32_t size, std::uint16_t version)
         bytes.push_back(static_cast<std::uint8_t>(size >> shift));
 }
 
-/// Removes the frames in one pass and takes their sizes off the tag's.
+// How often a tag is read anew while its covers are removed. Once does for all but tags with frames
+// in each other and sizes that wrap, which were made to keep us busy.
+constexpr int mostRounds = 100;
+
+/// Removes frames, given in file order, in one pass, and takes their sizes off the tag's.
 bool removeFramesFromData(KXMDFileMetaMP3Frame::List const& frames, KXMutableData& data)
 {
     std::vector<KXMutableData::Range> ranges;
@@ -39,6 +44,33 @@ bool removeFramesFromData(KXMDFileMetaMP3Frame::List const& frames, KXMutableDat
         total += static_cast<std::int64_t>(frame->size());
     }
     return data.removeRanges(ranges) && frames.front()->adjustSizeInMutableData(data, -total);
+}
+
+/// Whether one frame's identifier and size are a part of the next. Its size has wrapped then.
+bool areFramesInEachOther(KXMDFileMetaMP3Frame::List const& frames)
+{
+    return std::ranges::any_of(frames, [](auto const& frame) {
+        std::uint64_t const identifierAndSize = std::min(frame->headerSize(), 8u);
+        return frame->size() < identifierAndSize;
+    });
+}
+
+/// Those of `covers` that go when the last one is removed again and again, in file order. Frames
+/// that begin where the tag, which shrinks with each, then has ended are no longer found, and stay.
+KXMDFileMetaMP3Frame::List removableCovers(
+    KXMDFileMetaMP3Frame::List const& covers, std::uint64_t tagSize)
+{
+    KXMDFileMetaMP3Frame::List removable;
+    for (auto cover = covers.rbegin(); cover != covers.rend(); ++cover) {
+        if ((*cover)->offset() >= tagSize)
+            continue;
+        if ((*cover)->size() > tagSize)
+            break; // The tag's size will wrap, and its frames have to be found anew.
+        removable.push_back(*cover);
+        tagSize -= (*cover)->size();
+    }
+    std::ranges::reverse(removable);
+    return removable;
 }
 
 }
@@ -66,14 +98,14 @@ bool KXMDFileMetaMP3::removeAlbumCoverFromData(KXMutableData::Ref const& data)
 {
     if (!parseMutableData(data))
         return false;
-    // Removing them one by one, the last first, gives the same as long as they end within the tag,
-    // for then no frame moves into it or out of it; but it would parse a file once for each.
+    int rounds = 0;
     for (auto covers = albumCoverFrames(); !covers.empty(); covers = albumCoverFrames()) {
-        auto const& last = *covers.back();
-        bool const isRemoved = last.size()
-            && (last.offset() + last.size() > _headerSize ? last.removeSelfFromMutableData(*data)
-                                                          : removeFramesFromData(covers, *data));
-        if (!isRemoved || !parseMutableData(data))
+        if (!covers.back()->size() || ++rounds > mostRounds)
+            return false; // One that takes no room would be found again and again.
+        auto removable = removableCovers(covers, _headerSize);
+        if (removable.empty() || areFramesInEachOther(*frames()))
+            removable = { covers.back() };
+        if (!removeFramesFromData(removable, *data) || !parseMutableData(data))
             return false;
     }
     return true;

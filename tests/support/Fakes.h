@@ -38,7 +38,7 @@ private:
     mutable KXGuarded<State> _state;
 };
 
-/// Takes files that consist of a word for pictures, and encodes nothing.
+/// Takes files that consist of a word for pictures, and encodes every picture as it was told.
 class FakePictureLoader final : public KXPictureLoader {
 public:
     struct Call {
@@ -55,12 +55,15 @@ public:
     std::optional<KXSize> sizeOfPictureInData(KXAbstractData&, std::uint64_t) const override;
     KXImage::Ref imageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
-    KXData jpgRepresentation(KXImage const&) const override { return {}; }
+    /// From now on every picture is `data` as a JPEG file.
+    void setJPGRepresentation(KXData data) { _state.lock()->jpg = std::move(data); }
+    KXData jpgRepresentation(KXImage const&) const override { return _state.lock()->jpg; }
     KXData pngRepresentation(KXImage const&) const override { return {}; }
 
 private:
     struct State {
         std::map<std::string, KXImage::Ref> images;
+        KXData jpg;
         std::vector<Call> calls;
     };
     mutable KXGuarded<State> _state;
