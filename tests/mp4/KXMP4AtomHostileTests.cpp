@@ -5,11 +5,11 @@
 #include "support/AtomTrees.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
+#include "support/SmallStack.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <pthread.h>
 #include <random>
 
 using namespace build;
@@ -50,27 +50,11 @@ Bytes doublingContainers(int count)
     return file;
 }
 
-/// Runs `work` on a thread with half a megabyte of stack.
-void runOnSmallStack(std::function<void()> work)
-{
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 * 1024), 0);
-    pthread_t thread;
-    auto const run = [](void* function) -> void* {
-        (*static_cast<std::function<void()>*>(function))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 }
 
 TEST(KXMP4AtomHostile, MillionNestedAtomsNeedNoStack)
 {
-    runOnSmallStack([] {
+    onSmallStack([] {
         constexpr std::size_t levels = 1'000'000;
         auto root = treeOf(nestedAtoms(levels, "moov"));
         std::size_t deepest = 0;
@@ -92,7 +76,7 @@ TEST(KXMP4AtomHostile, MillionNestedAtomsNeedNoStack)
 
 TEST(KXMP4AtomHostile, NestedTracksAndSampleEntriesNeedNoStackAndNoSquareOfTime)
 {
-    runOnSmallStack([] {
+    onSmallStack([] {
         for (char const* const type : { "trak", "stsd", "mp4a", "avc1", "wave", "mdia" }) {
             auto const root = treeOf(atom("moov",
                 atom("trak",
