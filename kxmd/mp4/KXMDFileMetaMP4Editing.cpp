@@ -1,5 +1,6 @@
 #include "kxmd/host/KXLog.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
+#include "kxmd/mp4/KXMP4CoverLimitPrivate.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
@@ -44,7 +45,7 @@ bool KXMDFileMetaMP4::removeAlbumCoverFromData(KXMutableData::Ref const& data)
     if (!parseMutableData(data) || atomsWithPath(chunkOffsetTablePath).empty())
         return false;
     auto covers = atomsWithPath(coverPath);
-    if (covers.size() > mostRemovableCovers) {
+    if (!areCoversFewEnough(covers, *mp4Atom())) {
         KXLog("Metadata", "KXMDFileMetaMP4->too many album covers, none is removed");
         return false;
     }

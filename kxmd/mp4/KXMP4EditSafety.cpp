@@ -1,6 +1,7 @@
 #include "kxmd/mp4/KXMP4EditSafety.h"
 
 #include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/mp4/KXMP4CoverLimitPrivate.h"
 #include "kxmd/mp4/KXMP4EditReasonsPrivate.h"
 #include "kxmd/mp4/KXMP4MediaOffsetCheckPrivate.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
@@ -67,7 +68,7 @@ std::optional<std::string> KXMP4EditSafety::reasonAgainstEditAt(
 bool KXMP4EditSafety::addRemovalOfAlbumCovers(KXMP4EditPlan& plan) const
 {
     auto const covers = _root->allAtomsWithPath(coverPath);
-    if (!_isMP4 || covers.size() > mostRemovableCovers
+    if (!_isMP4 || !areCoversFewEnough(covers, *_root)
         || _root->allAtomsWithPath(chunkOffsetTablePath).empty())
         return false;
     for (auto const& cover : covers)
