@@ -16,8 +16,7 @@ KXMP4Atom::~KXMP4Atom()
     List doomed;
     auto const takeChildrenOf = [&doomed](KXMP4Atom& dying) {
         for (auto& child : dying._children) {
-            if (child->_parent == &dying)
-                child->_parent = nullptr;
+            dying.letGoOf(*child);
             doomed.push_back(std::move(child));
         }
         dying._children.clear();
@@ -76,10 +75,8 @@ void KXMP4Atom::removeChild(KXMP4Atom const& child)
         [&child](Ref const& kept) { return kept.get() != &child; });
     std::move(first, _children.end(), std::back_inserter(removed));
     _children.erase(first, _children.end());
-    for (auto const& atom : removed) {
-        if (atom->_parent == this)
-            atom->_parent = nullptr;
-    }
+    for (auto const& atom : removed)
+        letGoOf(*atom);
 }
 
 void KXMP4Atom::removeAllChildren()
@@ -87,10 +84,16 @@ void KXMP4Atom::removeAllChildren()
     List removed; // Destroyed after the lock is left.
     std::scoped_lock const lock(_lock);
     removed.swap(_children);
-    for (auto const& atom : removed) {
-        if (atom->_parent == this)
-            atom->_parent = nullptr;
-    }
+    for (auto const& atom : removed)
+        letGoOf(*atom);
+}
+
+void KXMP4Atom::letGoOf(KXMP4Atom& child) const
+{
+    if (child._parent != this)
+        return;
+    child._parent = nullptr;
+    child._isLetGo = true;
 }
 
 bool KXMP4Atom::rootIsParsed() const

@@ -74,7 +74,11 @@ public:
     /// `parent` The enclosing atom; null for the root.
     [[nodiscard]] KXMP4Atom* parent() const { return _parent; }
     /// `setParent:` Sets the link to the enclosing atom, which stays unowned.
-    void setParent(KXMP4Atom* parent) { _parent = parent; }
+    void setParent(KXMP4Atom* parent)
+    {
+        _parent = parent;
+        _isLetGo = false;
+    }
 
     /// `children` The child atoms in file order, as they are now.
     [[nodiscard]] List children() const;
@@ -138,11 +142,14 @@ public:
 
     // Edits, in a buffer with the whole file that the tree was parsed from. What moves keeps its
     // place in tree and buffer right, but the tree is not read anew: parse the buffer again before
-    // the next edit. No 64-bit size and no 64-bit chunk offset is ever written.
+    // the next edit. No 64-bit size and no 64-bit chunk offset is ever written. The root must be
+    // kept alive meanwhile: an atom that its parent has let go of, or that outlives it, refuses to
+    // edit, since what is around it could not be corrected.
 
     /// `removeSelfFromMutableData:` Removes the atom from the file and from its parent.
     ///
-    /// False, with nothing changed, when the atom is not all there; false as well when a size or a
+    /// False, with nothing changed, when the atom is not all there or not in a tree any more; false
+    /// as well when a size or a
     /// chunk offset table does not lie within the buffer, which is then edited in part.
     bool removeSelfFromMutableData(KXMutableData& data);
 
@@ -182,11 +189,13 @@ private:
     friend class KXMP4AtomParser;
 
     void appendChildrenWithTag(std::string_view tag, List& atoms) const;
+    void letGoOf(KXMP4Atom& child) const;
 
     std::uint64_t _offset { 0 };
     std::uint64_t _size { 0 };
     KXMP4Atom* _parent { nullptr }; // Not owned; the parent clears it when it lets go of us.
     bool _rootIsParsed { false };
+    bool _isLetGo { false }; // By a parent that it had.
     mutable KXByteLock _lock; // Guards the three below.
     std::string _tag;
     std::unique_ptr<std::string> _content;

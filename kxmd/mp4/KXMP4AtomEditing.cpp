@@ -2,7 +2,7 @@
 
 bool KXMP4Atom::removeSelfFromMutableData(KXMutableData& data)
 {
-    if (!data.removeBytesAt(_offset, _size))
+    if (_isLetGo || !data.removeBytesAt(_offset, _size))
         return false;
     auto const difference = -static_cast<std::int64_t>(_size);
     Ref const self = weak_from_this().lock(); // The parent may be the last owner.
@@ -21,7 +21,7 @@ bool KXMP4Atom::insertBeforeSelfInMutableData(
     KXMutableData& data, std::span<std::uint8_t const> atomData)
 {
     std::uint64_t const position = _offset;
-    if (position >= data.length() || !data.insertBytesAt(atomData, position))
+    if (_isLetGo || position >= data.length() || !data.insertBytesAt(atomData, position))
         return false;
     auto const difference = static_cast<std::int64_t>(atomData.size());
     bool isDone = !_parent || _parent->adjustSizeInMutableData(difference, data);

@@ -74,7 +74,7 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
 {
     data.budget() = KXParseBudget();
     root.removeAllChildren(); // Those of an earlier parse.
-    root._parent = nullptr;
+    root.setParent(nullptr);
     root._offset = 0;
     root._size = data.length();
     root.setTag("ROOT");
@@ -140,7 +140,7 @@ KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
 /// Fills `atom`, whose header was just read.
 void KXMP4AtomParser::readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header)
 {
-    atom._parent = parent;
+    atom.setParent(parent);
     atom._offset = header.offset;
     atom._size = header.size;
     atom._tag = header.isTyped ? tagOfType(header.type) : std::string();

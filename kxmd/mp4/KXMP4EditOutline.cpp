@@ -10,6 +10,17 @@ namespace {
 
 constexpr std::uint64_t headerSize = 8;
 
+/// Where the walk goes on behind an atom. One without children that runs past its parent is the
+/// parent's last, whatever it claims.
+std::uint64_t endOfWalked(KXMP4Atom& atom)
+{
+    std::uint64_t const end = atom.offset() + atom.size();
+    KXMP4Atom* const parent = atom.parent();
+    if (!parent->parent() || atom.isContainerAtom())
+        return end;
+    return std::min(end, parent->offset() + parent->size());
+}
+
 }
 
 std::string_view KXMP4EditOutline::takePlanOfTree(KXMP4EditPlan const& plan, KXMP4Atom& root)
@@ -83,8 +94,9 @@ std::string_view KXMP4EditOutline::visitTree(KXMP4EditPlan const& plan, KXMP4Ato
         removedDepth = 0;
         auto const index = _indexes.find(&atom);
         Node const node = index != _indexes.end() ? _nodes[index->second] : Node();
-        if (plan.editsWithin(atom.offset(), atom.offset() + atom.size())
-            != node.editsInside + (node.isRemoved ? 1 : 0)) {
+        std::size_t const expected = node.editsInside + (node.isRemoved ? 1 : 0);
+        if (plan.editsWithin(atom.offset(), atom.offset() + atom.size()) != expected
+            && plan.editsWithin(atom.offset(), endOfWalked(atom)) != expected) {
             reason = reasons::sizesDoNotNest;
             return false;
         }

@@ -90,6 +90,7 @@ std::optional<KXMP4MediaOffsetCheck::Box> KXMP4MediaOffsetCheck::nextBox(Level c
     }
     if (!fields.isGood() || size < std::max(box.headerSize, smallHeader))
         return {};
+    box.size = size;
     box.end = _position + std::min(size, level.end - _position);
     return box;
 }
@@ -120,7 +121,7 @@ std::string_view KXMP4MediaOffsetCheck::checkPlace(Box const& box, bool isEntere
     if (!node)
         return {};
     // Neither a 64-bit size nor one that stands for the rest of the file is ever written.
-    bool const isPlain = box.headerSize == 8 && box.end - box.offset == node->size;
+    bool const isPlain = box.headerSize == 8 && box.size == node->size;
     if (corrected && !isPlain)
         return reasons::sizeNotCorrected;
     node->isSeen = true;

@@ -22,7 +22,8 @@ private:
     struct Box {
         std::uint64_t offset { 0 };
         std::uint64_t headerSize { 8 };
-        std::uint64_t end { 0 };
+        std::uint64_t size { 0 }; ///< What it claims.
+        std::uint64_t end { 0 }; ///< Not past that of what is around it.
         std::uint32_t type { 0 };
     };
     struct Level {

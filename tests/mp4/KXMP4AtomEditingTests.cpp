@@ -225,6 +225,31 @@ TEST(KXMP4AtomEditing, ARemovedAtomOutlivesItsParent)
     EXPECT_EQ(atom->parent(), nullptr);
 }
 
+TEST(KXMP4AtomEditing, AtomsWithoutTheirTreeRefuseToEdit)
+{
+    Bytes const file = join(atom("moov", atom("udta")), atom("free"));
+    auto root = treeOf(file);
+    auto const outliving = lastAtom(root, "moov/udta");
+    auto const removed = root->children().back();
+    root->removeChild(*removed);
+    root.reset();
+    for (auto const& lost : { outliving, removed }) {
+        KXMutableData data(file);
+        EXPECT_FALSE(lost->removeSelfFromMutableData(data));
+        EXPECT_FALSE(lost->insertBeforeSelfInMutableData(data, atom("free")));
+        EXPECT_THAT(data.bytes(), ElementsAreArray(file));
+    }
+}
+
+TEST(KXMP4AtomEditing, AnAtomOfItsOwnIsEditedWithoutATree)
+{
+    Bytes const file = join(atom("free"), atom("skip", zeros(4)));
+    auto const alone = KXMP4Atom::atomForParent(nullptr, *reader(file));
+    KXMutableData data(file);
+    EXPECT_TRUE(alone->removeSelfFromMutableData(data));
+    EXPECT_THAT(data.bytes(), ElementsAreArray(atom("skip", zeros(4))));
+}
+
 TEST(KXMP4AtomEditing, TablesThatRunPastTheBufferAreReportedAndNothingOutsideIsTouched)
 {
     for (std::uint32_t const count : { 3u, 1000u, 0xFFFFFFFFu }) {

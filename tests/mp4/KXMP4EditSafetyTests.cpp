@@ -366,6 +366,29 @@ TEST(KXMP4EditSafety, AtomsThatRunPastTheirParentMatter)
     EXPECT_FALSE(reasonAgainstRemoving(file).empty());
 }
 
+TEST(KXMP4EditSafety, ACutOffMovieAtomIsNoHindrance)
+{
+    Bytes const moov = moovWithTables(stco({ 40 }));
+    auto const claimed = static_cast<std::uint32_t>(moov.size() + 100);
+    Bytes const payload(moov.begin() + 8, moov.end());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), atomClaiming(claimed, "moov", payload))), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AnAtomWithoutChildrenThatRunsPastItsParentIsNoHindranceInFrontOfTheEdit)
+{
+    Bytes const broken = atom("trak", atom("mdia", atomClaiming(0x70000000, "what")));
+    auto const file = moovFirst([&](std::uint32_t media) {
+        return atom("moov", broken, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+    Bytes const container = atom("trak", atom("mdia", atomClaiming(0x70000000, "minf")));
+    auto const walkedTwice = moovFirst([&](std::uint32_t media) {
+        return atom("moov", container, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_FALSE(reasonAgainstAdding(walkedTwice).empty());
+}
+
 TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
 {
     auto const file
