@@ -1,5 +1,6 @@
 """Atoms of MP4 and QuickTime files (ISO/IEC 14496-12), read and edited independently of the library."""
 
+import bisect
 import struct
 
 CONTAINERS = {
@@ -74,7 +75,8 @@ def offset_tables(data):
 
 
 def places_named(data):
-    """What each offset in the file points to: (kind of atom, the next bytes, or None outside)."""
+    """What each offset in the file points to: (kind of atom, the next bytes, or None outside). No bytes
+    behind the end of the atom that they lie in, since those may be a size."""
     found = [(atom.kind[:2], value) for atom, fields in offset_tables(data) for _, _, value in fields]
     base = fragment = 0
     for atom in all_atoms(data):
@@ -104,7 +106,13 @@ def places_named(data):
             first = 8 if atom.number(3, 1) & 1 else 0
             width = 8 if atom.number(0, 1) else 4
             found += [(b"saio", value) for _, _, value in table(atom, 4 + first, width, width, 8 + first)]
-    return [(kind, data[place:place + 16] if place < len(data) else None) for kind, place in found]
+    ends = [atom.end for atom in atoms_in(data)] + [len(data)]
+
+    def bytes_at(place):
+        index = bisect.bisect_right(ends, place)
+        return data[place:min(place + 16, ends[index])] if index < len(ends) else None
+
+    return [(kind, bytes_at(place)) for kind, place in found]
 
 
 def without(data, doomed):

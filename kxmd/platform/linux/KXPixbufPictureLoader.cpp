@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <gdk-pixbuf/gdk-pixbuf.h>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -137,6 +138,30 @@ bool feed(GdkPixbufLoader* loader, KXAbstractData& data, std::uint64_t length,
     return true;
 }
 
+/// Moves past the headers of an album cover that is given as its whole atom, as iTunes writes it:
+/// size, "covr", size, "data", type indicator, locale. The length of the picture, or `length`.
+std::uint64_t skipCoverHeaders(KXAbstractData& data, std::uint64_t length)
+{
+    constexpr std::uint64_t headersLength = 24, dataHeaderLength = 16;
+    std::uint64_t const start = data.offset();
+    std::optional<std::string> cover, content;
+    std::uint32_t contentSize = 0;
+    data.skipBytes(4);
+    bool const isCover = length > headersLength
+        && data.readStringTo(cover, 4, KXStringEncodingLatin1) && *cover == "covr"
+        && data.readUInt32To(contentSize, KXSwap::yes)
+        && data.readStringTo(content, 4, KXStringEncodingLatin1) && *content == "data";
+    if (!isCover) {
+        data.setOffset(start);
+        return length;
+    }
+    data.setOffset(start + headersLength);
+    std::uint64_t const rest = length - headersLength;
+    return contentSize > dataHeaderLength
+        ? std::min<std::uint64_t>(contentSize - dataHeaderLength, rest)
+        : rest;
+}
+
 }
 
 std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
@@ -155,6 +180,7 @@ std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
 KXImage::Ref KXPixbufPictureLoader::imageInData(
     KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
 {
+    length = skipCoverHeaders(data, length);
     GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
     Decoding decoding { wantedSize };
     g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(chooseSize), &decoding);
