@@ -85,3 +85,40 @@ TEST(KXMutableData, RefusesEditsOutsideOfItAndStaysAsItWas)
     EXPECT_FALSE(data.replaceBytesAt(3, bytes({ 8, 9 })));
     EXPECT_THAT(data.bytes(), ElementsAreArray(before));
 }
+
+TEST(KXMutableData, RemovesRangesInOnePass)
+{
+    KXMutableData data(bytes({ 0, 1, 2, 3, 4, 5, 6, 7 }));
+    KXMutableData::Range const ranges[] { { 0, 1 }, { 3, 0 }, { 3, 2 }, { 7, 1 } };
+    EXPECT_TRUE(data.removeRanges(ranges));
+    EXPECT_THAT(data.bytes(), ElementsAre(1, 2, 5, 6));
+    EXPECT_TRUE(data.removeRanges({}));
+    EXPECT_EQ(data.length(), 4u);
+}
+
+TEST(KXMutableData, RefusesRangesThatOverlapOrLieOutside)
+{
+    using Range = KXMutableData::Range;
+    KXMutableData data(before);
+    for (auto const& ranges :
+        { std::vector<Range> { { 0, 2 }, { 1, 1 } }, std::vector<Range> { { 2, 1 }, { 0, 1 } },
+            std::vector<Range> { { 3, 2 } }, std::vector<Range> { { 0, 1 }, { 1, farthest } } }) {
+        EXPECT_FALSE(data.removeRanges(ranges));
+        EXPECT_THAT(data.bytes(), ElementsAreArray(before));
+    }
+}
+
+TEST(KXMutableData, ReadsAndWritesNumbersWhereTheyAreWhollyThere)
+{
+    KXMutableData data(bytes({ 1, 2, 3, 4, 5 }));
+    std::uint32_t value = 9;
+    EXPECT_TRUE(data.readUInt32ToAt(value, 1));
+    EXPECT_EQ(value, 0x02030405u);
+    EXPECT_TRUE(data.replaceUInt32AtWith(0, 0x0A0B0C0D));
+    for (std::uint64_t const position : { std::uint64_t { 2 }, std::uint64_t { 5 }, farthest }) {
+        EXPECT_FALSE(data.readUInt32ToAt(value, position));
+        EXPECT_EQ(value, 0u);
+        EXPECT_FALSE(data.replaceUInt32AtWith(position, 7));
+    }
+    EXPECT_THAT(data.bytes(), ElementsAre(0x0A, 0x0B, 0x0C, 0x0D, 5));
+}
