@@ -26,20 +26,27 @@ bool hasUselessAtoms(KXMP4Atom& root)
     return false;
 }
 
+/// Removes the first atom at `path` from the file in `data`; whether any bytes went.
+bool removeFirstAtomWithPath(std::string_view path, KXMutableData& data, KXAbstractData& reader)
+{
+    auto const root = KXMP4Atom::atomWithAbstractData(reader);
+    auto const atoms = root->allAtomsWithPath(path);
+    std::uint64_t const length = data.length();
+    // An offset that cannot be corrected is no reason to keep the atom, so the answer is not asked.
+    if (!atoms.empty())
+        static_cast<void>(atoms.front()->removeSelfFromMutableData(data));
+    return data.length() != length; // One that is still there would be found again and again.
+}
+
 /// Removes the useless atoms one after another; whether there was any.
 bool removeUselessAtoms(KXMutableData::Ref const& data)
 {
-    auto const parsed = [&data] {
-        return KXMP4Atom::atomWithAbstractData(*KXMutableAbstractData::abstractDataWithData(data));
-    };
     int removals = 0;
     for (std::string_view const path : uselessPaths) {
-        for (auto atoms = parsed()->allAtomsWithPath(path);
-             !atoms.empty() && removals < mostRemovals; atoms = parsed()->allAtomsWithPath(path)) {
-            if (!atoms.front()->removeSelfFromMutableData(*data))
-                break; // It would be found again and again.
+        while (removals < mostRemovals
+            && removeFirstAtomWithPath(
+                path, *data, *KXMutableAbstractData::abstractDataWithData(data)))
             ++removals;
-        }
     }
     return removals > 0;
 }

@@ -214,7 +214,7 @@ def edit(kxmd, source, picture, wanted):
                 edits.check(operation, expected)
             except (AssertionError, ValueError, OverflowError) as error:
                 edits.blame(" ".join(operation), f"is not what we make of it: {error!r}")
-        if source.name in UNLIKE_OTHERS and "cover add" in edits.answers:
+        if mutagen and source.name in UNLIKE_OTHERS and "cover add" in edits.answers:
             if not edits.problems:
                 edits.blame("cover add", "is like others now")
             else:
