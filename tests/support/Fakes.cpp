@@ -3,6 +3,8 @@
 #include "support/Pictures.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <utility>
 
 namespace {
@@ -176,6 +178,47 @@ std::size_t KXManualQueue::waiting() const
 {
     std::scoped_lock const lock(_mutex);
     return _works.size();
+}
+
+std::optional<int> FakeTaskRunner::runToolAtPath(
+    std::string const& path, std::vector<std::string> const& arguments) const
+{
+    auto const state = _state.lock();
+    state->calls.push_back({ path, arguments });
+    if (state->output && !arguments.empty()) {
+        std::ofstream file(arguments.back(), std::ios::binary);
+        file.write(reinterpret_cast<char const*>(state->output->data()),
+            static_cast<std::streamsize>(state->output->size()));
+    }
+    return state->status;
+}
+
+KXMutableData::Ref FakeFileManager::mutableDataWithContentsOfFile(std::string const& path) const
+{
+    return _failsToRead ? nullptr : _real->mutableDataWithContentsOfFile(path);
+}
+
+bool FakeFileManager::writeBytesToFile(
+    std::span<std::uint8_t const> bytes, std::string const& path) const
+{
+    return !_failsToWrite && _real->writeBytesToFile(bytes, path);
+}
+
+bool FakeFileManager::createFolderAtPath(std::string const& path) const
+{
+    return !_failsToCreateFolders && _real->createFolderAtPath(path);
+}
+
+std::optional<std::uint64_t> FakeFileManager::sizeOfFileAtPath(std::string const& path) const
+{
+    return _real->sizeOfFileAtPath(path);
+}
+
+std::string FakeTemporaryFolders::applicationUniqueTempFolderWithPrefix(
+    std::string_view prefix) const
+{
+    std::string path = _folder + '/' + std::string(prefix) + "-XXXXXX";
+    return !_fails && ::mkdtemp(path.data()) ? path : std::string();
 }
 
 KXPlatform::Ref FakeMachine::platform() const

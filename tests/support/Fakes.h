@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -171,6 +172,71 @@ private:
     mutable std::mutex _mutex;
     std::condition_variable _changed;
     std::deque<Work> _works;
+};
+
+/// Runs nothing: it writes down what it is asked to run, and answers.
+class FakeTaskRunner final : public KXTaskRunner {
+public:
+    struct Call {
+        std::string path;
+        std::vector<std::string> arguments;
+        bool operator==(Call const&) const = default;
+    };
+
+    /// From now on each program ends with `status`; without one it cannot be run.
+    void setStatus(std::optional<int> status) { _state.lock()->status = status; }
+    /// From now on each program writes `bytes` to the file that its last argument names.
+    void setOutput(std::vector<std::uint8_t> bytes) { _state.lock()->output = std::move(bytes); }
+    std::vector<Call> calls() const { return _state.lock()->calls; }
+
+    std::optional<int> runToolAtPath(
+        std::string const& path, std::vector<std::string> const& arguments) const override;
+
+private:
+    struct State {
+        std::optional<int> status { 0 };
+        std::optional<std::vector<std::uint8_t>> output;
+        std::vector<Call> calls;
+    };
+    mutable KXGuarded<State> _state;
+};
+
+/// This machine's files, but for what it is told to fail at.
+class FakeFileManager final : public KXFileManager {
+public:
+    void failToRead() { _failsToRead = true; }
+    void failToWrite() { _failsToWrite = true; }
+    void failToCreateFolders() { _failsToCreateFolders = true; }
+
+    KXMutableData::Ref mutableDataWithContentsOfFile(std::string const& path) const override;
+    bool writeBytesToFile(
+        std::span<std::uint8_t const> bytes, std::string const& path) const override;
+    bool createFolderAtPath(std::string const& path) const override;
+    std::optional<std::uint64_t> sizeOfFileAtPath(std::string const& path) const override;
+
+private:
+    std::shared_ptr<KXFileManager const> const _real
+        = KXPlatform::platformOfThisMachine()->fileManager;
+    bool _failsToRead { false };
+    bool _failsToWrite { false };
+    bool _failsToCreateFolders { false };
+};
+
+/// Temporary folders in a folder of a test.
+class FakeTemporaryFolders final : public KXTemporaryFolders {
+public:
+    explicit FakeTemporaryFolders(std::string folder)
+        : _folder(std::move(folder))
+    {
+    }
+    void fail() { _fails = true; }
+
+    std::string applicationTempFolder() const override { return _folder; }
+    std::string applicationUniqueTempFolderWithPrefix(std::string_view prefix) const override;
+
+private:
+    std::string const _folder;
+    bool _fails { false };
 };
 
 /// A machine of fakes. Text digest and temporary folders are real.

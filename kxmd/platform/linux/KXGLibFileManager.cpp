@@ -1,12 +1,16 @@
 #include "kxmd/platform/linux/KXGLibFileManagerPrivate.h"
 
 #include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXPath.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdio>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <new>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -15,13 +19,29 @@ namespace {
 // A buffer that grows by a cover stays where it is; what is not used costs no memory.
 constexpr std::size_t roomForACover = 1 << 20;
 constexpr std::size_t pieceLength = 256 * 1024;
+constexpr int fileOnlyForTheUser = 0600;
+constexpr int folderOnlyForTheUser = 0700;
+
+/// More would be taken from whatever else runs here; a file may claim any size and hold nothing.
+std::uint64_t bytesOfMemory()
+{
+    return static_cast<std::uint64_t>(::sysconf(_SC_PHYS_PAGES))
+        * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
+bool setContents(std::span<std::uint8_t const> bytes, std::string const& path)
+{
+    return g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
+        static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, fileOnlyForTheUser,
+        nullptr);
+}
 
 }
 
 KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string const& path) const
 {
     auto const file = KXAbstractData::abstractDataWithPath(path);
-    if (!file)
+    if (!file || file->length() > bytesOfMemory())
         return nullptr;
     std::vector<std::uint8_t> bytes;
     try {
@@ -43,15 +63,25 @@ KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string 
 bool KXGLibFileManager::writeBytesToFile(
     std::span<std::uint8_t const> bytes, std::string const& path) const
 {
-    constexpr int onlyForTheUser = 0600;
-    return g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
-        static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, onlyForTheUser, nullptr);
+    // GLib writes beside the file, under its name and seven letters more.
+    constexpr std::size_t longestName = NAME_MAX - 7;
+    if (lastPathComponent(path).size() <= longestName)
+        return setContents(bytes, path);
+    std::string folder(pathByDeletingLastPathComponent(path));
+    std::string aside = (folder.empty() ? "." : folder) + "/.kxmd-XXXXXX";
+    int const descriptor = g_mkstemp(aside.data());
+    if (descriptor < 0)
+        return false;
+    ::close(descriptor);
+    if (setContents(bytes, aside) && std::rename(aside.c_str(), path.c_str()) == 0)
+        return true;
+    ::unlink(aside.c_str());
+    return false;
 }
 
 bool KXGLibFileManager::createFolderAtPath(std::string const& path) const
 {
-    constexpr int onlyForTheUser = 0700;
-    return g_mkdir_with_parents(path.c_str(), onlyForTheUser) == 0;
+    return g_mkdir_with_parents(path.c_str(), folderOnlyForTheUser) == 0;
 }
 
 std::optional<std::uint64_t> KXGLibFileManager::sizeOfFileAtPath(std::string const& path) const

@@ -1,0 +1,277 @@
+#include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
+
+#include "support/AtomTrees.h"
+#include "support/Fakes.h"
+#include "support/Files.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <functional>
+#include <limits>
+
+using namespace build;
+using testing::IsEmpty;
+using testing::StartsWith;
+namespace files = std::filesystem;
+
+namespace {
+
+Bytes const media = atom("mdat", filled(64, 'm'));
+Bytes const nestedEntry = atom("mp4a", zeros(4));
+
+/// A sound sample entry with the extension that QuickTime adds, and what is nested in it.
+Bytes entryWithWave(Bytes const& nested)
+{
+    return soundEntry("mp4a",
+        atom("wave", atom("frma", text("mp4a")), nested, atom("esds", zeros(4)), u32(8), u32(0)), 2,
+        1);
+}
+
+/// A movie of one track, whose two chunks are `media`, with these atoms behind the track.
+Bytes movie(Bytes const& entry, Bytes const& behindTrack)
+{
+    auto const withChunkAt = [&](std::uint32_t chunk) {
+        auto const sound = track("soun", stsd(entry), { chunk, chunk + 32 });
+        return join(ftyp(), atom("moov", sound, behindTrack));
+    };
+    auto const start = static_cast<std::uint32_t>(withChunkAt(0).size() + 8);
+    return join(withChunkAt(start), media);
+}
+
+Bytes const plainMovie = movie(soundEntry("mp4a"), {});
+
+Bytes bytesOf(KXAbstractData& data)
+{
+    Bytes bytes(data.length());
+    EXPECT_TRUE(data.readBytesTo(bytes.data(), bytes.size()));
+    return bytes;
+}
+
+}
+
+class KXMDFileProcessorCleanIPhoneVideoTest : public testing::Test {
+protected:
+    KXMDFileProcessorCleanIPhoneVideoTest() { files::create_directory(temporaryFolder()); }
+
+    files::path temporaryFolder() const { return folder.path() / "tmp"; }
+
+    KXMDFileProcessorCleanIPhoneVideo processor() const
+    {
+        auto const platform = std::make_shared<KXPlatform>(*KXPlatform::platformOfThisMachine());
+        platform->fileManager = fileManager;
+        platform->temporaryFolders = temporaryFolders;
+        return KXMDFileProcessorCleanIPhoneVideo(platform);
+    }
+
+    /// Every file in the temporary folders.
+    std::vector<files::path> copies() const
+    {
+        std::vector<files::path> found;
+        for (auto const& entry : files::recursive_directory_iterator(temporaryFolder())) {
+            if (entry.is_regular_file())
+                found.push_back(entry.path());
+        }
+        return found;
+    }
+
+    static KXDCSimpleFileProxy proxyOf(std::string sourcePath)
+    {
+        return { std::make_shared<KXDCSimpleFile>(std::move(sourcePath)), "/Phone/Clip.mov" };
+    }
+
+    std::string write(Bytes const& bytes) const { return folder.write("Clip.mov", bytes); }
+
+    /// The file with these bytes, cleaned.
+    Bytes cleaned(Bytes const& bytes) const
+    {
+        auto const data = processor().processedFileDataForPath(write(bytes));
+        return data ? bytesOf(*data) : Bytes();
+    }
+
+    std::uint64_t predicted(Bytes const& bytes, std::uint64_t filesize) const
+    {
+        return processor().processedFilesizeForFileProxy(proxyOf(write(bytes)), filesize);
+    }
+
+    TemporaryFolder const folder;
+    std::shared_ptr<FakeFileManager> const fileManager = std::make_shared<FakeFileManager>();
+    std::shared_ptr<FakeTemporaryFolders> const temporaryFolders
+        = std::make_shared<FakeTemporaryFolders>(temporaryFolder().string());
+};
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, UserDataIsRemovedAndChunkOffsetsFollow)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(1192)));
+    EXPECT_EQ(cleaned(file), plainMovie);
+    EXPECT_EQ(file.size() - plainMovie.size(), 1200u);
+    EXPECT_EQ(predicted(file, file.size()), file.size() - 1200);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, NestedSampleEntryIsRemovedWithoutUserDataToo)
+{
+    auto const file = movie(entryWithWave(nestedEntry), {});
+    EXPECT_EQ(cleaned(file), movie(entryWithWave({}), {}));
+    EXPECT_EQ(predicted(file, file.size()), file.size() - 12);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, BothAreRemoved)
+{
+    auto const file = movie(entryWithWave(join(nestedEntry, nestedEntry)), atom("udta", zeros(9)));
+    EXPECT_EQ(cleaned(file), movie(entryWithWave({}), {}));
+    EXPECT_EQ(predicted(file, file.size()), cleaned(file).size());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, TwoUserDataAtomsAreBothRemoved)
+{
+    auto const file
+        = movie(soundEntry("mp4a"), join(atom("udta", zeros(100)), atom("udta", zeros(7))));
+    EXPECT_EQ(cleaned(file), plainMovie);
+    EXPECT_EQ(predicted(file, file.size()), plainMovie.size());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, UserDataElsewhereStays)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("free", zeros(8)));
+    auto const other = join(file, atom("udta", zeros(8)));
+    EXPECT_EQ(cleaned(other), other);
+    EXPECT_EQ(predicted(other, 4711), 4711u);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WithNeitherTheSourceItselfIsRead)
+{
+    auto const path = write(plainMovie);
+    auto const data = processor().processedFileDataForPath(path);
+    ASSERT_TRUE(data);
+    EXPECT_EQ(bytesOf(*data), plainMovie);
+    EXPECT_EQ(processor().processedFilesizeForFileProxy(proxyOf(path), 4711), 4711u);
+    EXPECT_TRUE(files::is_empty(temporaryFolder()));
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyHasTheNameOfTheSourceInAFolderOfItsOwn)
+{
+    auto const path = write(movie(soundEntry("mp4a"), atom("udta")));
+    for (std::size_t count = 1; count <= 2; ++count) {
+        ASSERT_TRUE(processor().processedFileDataForPath(path));
+        ASSERT_EQ(copies().size(), count);
+    }
+    for (auto const& copy : copies()) {
+        EXPECT_EQ(copy.filename(), "Clip.mov");
+        EXPECT_THAT(copy.parent_path().filename().string(), StartsWith("metadata-video"));
+        EXPECT_EQ(copy.parent_path().parent_path(), temporaryFolder());
+    }
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, LongestNameIsNoObstacle)
+{
+    std::string const name = std::string(251, 'n') + ".mov";
+    auto const path = folder.write(name, movie(soundEntry("mp4a"), atom("udta")));
+    auto const data = processor().processedFileDataForPath(path);
+    ASSERT_TRUE(data);
+    EXPECT_EQ(bytesOf(*data), plainMovie);
+    ASSERT_EQ(copies().size(), 1u);
+    EXPECT_EQ(copies().front().filename(), name);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, ProxyGivesThePathAndTheReaderIsNotUsed)
+{
+    auto const path = write(movie(soundEntry("mp4a"), atom("udta")));
+    for (auto const& given : { KXAbstractData::Ref(), reader(text("given")) }) {
+        auto const data = processor().processedFileDataForFileProxy(proxyOf(path), given);
+        ASSERT_TRUE(data);
+        EXPECT_EQ(bytesOf(*data), plainMovie);
+        EXPECT_FALSE(std::dynamic_pointer_cast<KXMutableAbstractData>(data));
+    }
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, SourceStaysAsItIs)
+{
+    auto const file = movie(entryWithWave(nestedEntry), atom("udta", zeros(100)));
+    auto const path = write(file);
+    ASSERT_TRUE(processor().processedFileDataForPath(path));
+    EXPECT_EQ(bytesOfFile(path), file);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, SizeIsNotBoundBelow)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(1192)));
+    EXPECT_EQ(predicted(file, 1199), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(predicted(file, 1200), 0u);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WhatCannotBeDoneGivesTheSource)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(100)));
+    for (std::function<void()> const& breakIt : {
+             std::function<void()>([this] { fileManager->failToWrite(); }),
+             std::function<void()>([this] { fileManager->failToRead(); }),
+             std::function<void()>([this] { temporaryFolders->fail(); }),
+         }) {
+        breakIt();
+        EXPECT_EQ(cleaned(file), file);
+        EXPECT_THAT(copies(), IsEmpty());
+    }
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, SourceThatIsNotThereGivesNothing)
+{
+    for (std::string const& path :
+        { std::string(), (folder.path() / "missing").string(), folder.path().string() }) {
+        EXPECT_FALSE(processor().processedFileDataForPath(path));
+        EXPECT_EQ(processor().processedFilesizeForFileProxy(proxyOf(path), 4711), 4711u);
+    }
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, RefusedRemovalEndsTheLoop)
+{
+    // The movie and its user data claim more bytes than there are.
+    auto const file = join(ftyp(),
+        atomClaiming(500, "moov", track("soun", stsd(soundEntry("mp4a"))),
+            atomClaiming(400, "udta", zeros(4))));
+    EXPECT_EQ(cleaned(file), file);
+    EXPECT_EQ(predicted(file, 1000), 600u);
+    EXPECT_THAT(copies(), IsEmpty());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, RefusedRemovalKeepsWhatWasRemovedBefore)
+{
+    auto const udta = atom("udta", zeros(4));
+    auto const file = join(ftyp(),
+        atomClaiming(500, "moov", udta, track("soun", stsd(soundEntry("mp4a"))),
+            atomClaiming(400, "udta", zeros(4))));
+    EXPECT_EQ(cleaned(file).size(), file.size() - udta.size());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, OffsetThatCannotBeCorrectedIsNoReasonToKeepTheAtom)
+{
+    // The chunk offset table claims one entry more than there are bytes for, at the file's end.
+    auto const udta = atom("udta", zeros(4));
+    auto const file = join(ftyp(),
+        atom("moov", udta,
+            atom("trak",
+                atom("mdia",
+                    atom("minf",
+                        atom("stbl", join(u32(20), text("stco"), u32(0), u32(2), u32(0x7000))))))));
+    EXPECT_EQ(cleaned(file).size(), file.size() - udta.size());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, ManyAtomsAreRemovedUpToABound)
+{
+    auto const moviesWith = [](std::size_t count) {
+        return movie(
+            soundEntry("mp4a"), concatenated(std::vector<Bytes>(count, atom("udta", zeros(1)))));
+    };
+    EXPECT_EQ(cleaned(moviesWith(256)), plainMovie);
+    // Each removal costs a pass over the file: a file made of such atoms would take hours.
+    EXPECT_EQ(cleaned(moviesWith(1000)).size(), plainMovie.size() + 744 * 9);
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, EveryTruncationIsSurvived)
+{
+    auto const file = movie(entryWithWave(nestedEntry), atom("udta", zeros(20)));
+    for (std::size_t length = 0; length < file.size(); ++length) {
+        Bytes const cut(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_LE(cleaned(cut).size(), length);
+        static_cast<void>(predicted(cut, length));
+    }
+}
