@@ -105,8 +105,12 @@ void AudioReader::checkLength() const
         return;
     double const promised = static_cast<double>(_audio->duration) * av_q2d(_audio->time_base);
     double const decoded = static_cast<double>(_samples) / _decoder->sample_rate;
-    // Encoders round to whole packets at both ends, and edit lists cut some off.
-    constexpr double tolerance = 1;
+    // Lossy encoders round to whole packets at both ends, and headers of theirs are estimates; of
+    // lossless audio no packet may be missing.
+    auto const* const description = avcodec_descriptor_get(_decoder->codec_id);
+    bool const isLossless = description && description->props & AV_CODEC_PROP_LOSSLESS
+        && !(description->props & AV_CODEC_PROP_LOSSY);
+    double const tolerance = isLossless ? 0.05 : 1; // Seconds.
     if (decoded < promised - tolerance)
         throw ConversionError("is cut off");
 }

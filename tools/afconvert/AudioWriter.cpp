@@ -17,12 +17,18 @@ int nearestRate(AVCodec const& encoder, int rate)
     return best ? best : rate;
 }
 
-/// AAC has up to eight channels; WAV files may leave open which they are.
+constexpr int mostChannels = 8; // Of AAC, as its encoder has it.
+
+/// Which channels are encoded. WAV files may leave open which they have; and phones expect those
+/// that have a number of their own (ISO/IEC 14496-3, 1.6.3.5), with loudspeakers behind and not
+/// beside.
 AVChannelLayout encodedLayout(AVChannelLayout const& source)
 {
-    constexpr int mostChannels = 8;
+    bool const isNative = source.order == AV_CHANNEL_ORDER_NATIVE;
+    bool const isBeside = isNative
+        && (source.u.mask == AV_CH_LAYOUT_5POINT0 || source.u.mask == AV_CH_LAYOUT_5POINT1);
     AVChannelLayout layout {};
-    if (source.order == AV_CHANNEL_ORDER_UNSPEC || source.nb_channels > mostChannels)
+    if (!isNative || isBeside || source.nb_channels > mostChannels)
         av_channel_layout_default(&layout, std::min(source.nb_channels, mostChannels));
     else
         checked(av_channel_layout_copy(&layout, &source), "has unknown channels");
@@ -97,7 +103,10 @@ void AudioWriter::addTags(AVDictionary const* tags)
 void AudioWriter::addCover(AVStream const& cover)
 {
     AVCodecID const format = cover.codecpar->codec_id;
-    if (format != AV_CODEC_ID_MJPEG && format != AV_CODEC_ID_PNG && format != AV_CODEC_ID_BMP)
+    bool const isFormatOfCovers
+        = format == AV_CODEC_ID_MJPEG || format == AV_CODEC_ID_PNG || format == AV_CODEC_ID_BMP;
+    bool const isMeasured = cover.codecpar->width > 0 && cover.codecpar->height > 0;
+    if (!isFormatOfCovers || !isMeasured) // A picture that is damaged must not take the music.
         return;
     _coverStream = allocated(avformat_new_stream(_output.get(), nullptr));
     checked(avcodec_parameters_copy(_coverStream->codecpar, cover.codecpar), "cannot be written");

@@ -4,9 +4,12 @@
 #include "Conversion.h"
 #include "FFmpegRefs.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <sys/prctl.h>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -31,19 +34,27 @@ Exit status: 0 TARGET is complete, 1 SOURCE cannot be converted, 2 wrong usage.
 
 constexpr int cannotConvert = 1, wrongUsage = 2;
 
+/// Names may hold anything; none may steer the terminal.
+std::string shown(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }, '?');
+    return text;
+}
+
 int convertAsAsked(std::vector<std::string> const& words)
 {
     std::string problem;
     auto const arguments = parsedArguments(words, problem);
     if (!arguments) {
         std::fprintf(
-            stderr, "afconvert: %s\nTry \"afconvert --help\" for more.\n", problem.c_str());
+            stderr, "afconvert: %s\nTry \"afconvert --help\" for more.\n", shown(problem).c_str());
         return wrongUsage;
     }
     try {
         convert(*arguments);
     } catch (std::exception const& error) {
-        std::fprintf(stderr, "afconvert: %s: %s\n", arguments->source.c_str(), error.what());
+        std::fprintf(stderr, "afconvert: %s: %s\n", shown(arguments->source).c_str(), error.what());
         return cannotConvert;
     }
     return EXIT_SUCCESS;
@@ -54,6 +65,8 @@ int convertAsAsked(std::vector<std::string> const& words)
 int main(int argumentCount, char** arguments)
 {
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
+    std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM); // Nobody waits for the result any more.
     std::vector<std::string> const words(arguments + 1, arguments + argumentCount);
     bool const isOne = words.size() == 1;
     if (isOne && (words[0] == "-h" || words[0] == "--help")) {

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -12,19 +14,25 @@ namespace {
 
 constexpr mode_t readableByAll = 0666; // As far as the user's mask lets it.
 
-/// Where `path` is written until it is whole.
+std::size_t startOfName(std::string const& path)
+{
+    std::size_t const slash = path.rfind('/');
+    return slash == std::string::npos ? 0 : slash + 1;
+}
+
+/// Where `path` is written until it is whole. A short name of plain letters, since a long one might
+/// not fit and not every file system takes every letter.
 std::string partPathOf(std::string const& path)
 {
-    constexpr std::size_t longestName = 200; // Of 255, in whatever encoding.
-    std::size_t const slash = path.rfind('/');
-    std::size_t const name = slash == std::string::npos ? 0 : slash + 1;
-    return path.substr(0, name) + "." + path.substr(name, longestName) + ".kxmd-part";
+    std::size_t const name = startOfName(path);
+    return path.substr(0, name) + ".kxmd-part-"
+        + std::to_string(std::hash<std::string>()(path.substr(name)));
 }
 
 std::string folderOf(std::string const& path)
 {
-    std::size_t const slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    std::size_t const name = startOfName(path);
+    return name ? path.substr(0, name) : ".";
 }
 
 /// Waits for the disk: a file that replaces another must not be lost with the power.
@@ -44,10 +52,10 @@ AtomicFile::AtomicFile(std::string path)
 
 AtomicFile::~AtomicFile()
 {
-    if (_descriptor >= 0)
-        ::close(_descriptor);
     if (_hasName)
         ::unlink(_partPath.c_str());
+    if (_descriptor >= 0) // Last, since a part is ours as long as it is open.
+        ::close(_descriptor);
 }
 
 bool AtomicFile::fail()
@@ -58,14 +66,42 @@ bool AtomicFile::fail()
 
 bool AtomicFile::open()
 {
+    struct stat status;
+    if (::stat(_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        _error = S_ISDIR(status.st_mode) ? "is a folder" : "is not a regular file";
+        return false;
+    }
     // A file without a name vanishes with the process, however that ends.
-    _descriptor = ::open(folderOf(_path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, readableByAll);
-    if (_descriptor >= 0)
-        return true;
-    ::unlink(_partPath.c_str()); // Of a run that was killed.
-    _descriptor = ::open(_partPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, readableByAll);
-    _hasName = _descriptor >= 0;
-    return _hasName || fail();
+    _descriptor = ::open(folderOf(_path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, readableByAll);
+    return _descriptor >= 0 || openPart();
+}
+
+/// Where files must have a name: takes over what a killed run left, but not what another run is
+/// writing right now.
+bool AtomicFile::openPart()
+{
+    _descriptor = ::open(
+        _partPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, readableByAll);
+    if (_descriptor < 0)
+        return fail();
+    if (::flock(_descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        _error = "is being written by another program";
+        return false;
+    }
+    struct stat ours, named;
+    bool const isStillThere = ::fstat(_descriptor, &ours) == 0 && S_ISREG(ours.st_mode)
+        && ::lstat(_partPath.c_str(), &named) == 0 && ours.st_ino == named.st_ino;
+    if (!isStillThere) { // The other one has just put it in place.
+        _error = "was written by another program";
+        return false;
+    }
+    _hasName = true;
+    return ::ftruncate(_descriptor, 0) == 0 || fail();
+}
+
+std::string AtomicFile::openPath() const
+{
+    return _hasName ? _partPath : "/proc/self/fd/" + std::to_string(_descriptor);
 }
 
 bool AtomicFile::write(std::span<std::uint8_t const> bytes)
@@ -85,18 +121,19 @@ bool AtomicFile::copyByKernel(int descriptor, bool& isSupported)
 {
     constexpr std::size_t most = std::size_t { 1 } << 30;
     isSupported = true;
-    for (bool isFirst = true;; isFirst = false) {
+    for (bool isFirst = true;;) {
         ssize_t const count = ::copy_file_range(descriptor, nullptr, _descriptor, nullptr, most, 0);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0) {
             isSupported = !isFirst || errno == ENOSPC || errno == EIO || errno == EDQUOT;
-            return fail();
+            return isSupported && fail();
         }
         if (count == 0) {
             isSupported = !isFirst; // Some file systems say 0 for what they do not know.
             return true;
         }
+        isFirst = false;
     }
 }
 

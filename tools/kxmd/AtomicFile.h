@@ -14,8 +14,8 @@ public:
     AtomicFile(AtomicFile const&) = delete;
     AtomicFile& operator=(AtomicFile const&) = delete;
 
-    /// Begins; the folder must exist. False when that fails, as all operations below; `error` then
-    /// tells why.
+    /// Begins; the folder must exist, and what is at the path must be a file or nothing. False when
+    /// that fails, as all operations below; `error` then tells why.
     [[nodiscard]] bool open();
     /// Appends `bytes`.
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
@@ -24,11 +24,15 @@ public:
     /// Puts the file in place, of another one if there is one.
     [[nodiscard]] bool commit();
 
+    /// Where another writer finds the file while it is open.
+    std::string openPath() const;
+
     /// What went wrong, in words.
     std::string const& error() const { return _error; }
 
 private:
     bool fail();
+    bool openPart();
     bool copyByKernel(int descriptor, bool& isSupported);
     bool linkIntoPlace();
 

@@ -1,31 +1,52 @@
 #include "CleanUpOnSignal.h"
 
-#include <ctime>
 #include <pthread.h>
 #include <utility>
 
+namespace {
+
+constexpr int wakeUp = SIGURG; // Ignored wherever it is not waited for.
+
+bool isIgnored(int signal)
+{
+    struct sigaction action { };
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+}
+
 CleanUpOnSignal::CleanUpOnSignal(std::function<void()> cleanUp)
+    : _cleanUp(std::move(cleanUp))
 {
     sigemptyset(&_signals);
-    for (int const signal : { SIGHUP, SIGINT, SIGTERM })
-        sigaddset(&_signals, signal);
+    sigaddset(&_signals, wakeUp);
+    for (int const signal : { SIGHUP, SIGINT, SIGTERM }) {
+        if (!isIgnored(signal)) // One that is waited for would be received all the same.
+            sigaddset(&_signals, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &_signals, nullptr);
-    _thread = std::jthread([this, cleanUp = std::move(cleanUp)](std::stop_token const& stop) {
-        constexpr timespec pause { .tv_sec = 0, .tv_nsec = 50'000'000 };
-        while (!stop.stop_requested()) {
-            int const signal = sigtimedwait(&_signals, nullptr, &pause);
-            if (signal <= 0)
-                continue;
-            cleanUp();
-            std::signal(signal, SIG_DFL);
-            pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
-            raise(signal);
-        }
-    });
+    _thread = std::thread([this] { wait(); });
 }
 
 CleanUpOnSignal::~CleanUpOnSignal()
 {
-    _thread = {}; // Asks it to stop and waits.
+    _isOver = true;
+    pthread_kill(_thread.native_handle(), wakeUp);
+    _thread.join();
     pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
+}
+
+void CleanUpOnSignal::wait()
+{
+    for (;;) {
+        int const signal = sigwaitinfo(&_signals, nullptr);
+        if (signal == wakeUp && _isOver)
+            return;
+        if (signal < 0 || signal == wakeUp)
+            continue;
+        _cleanUp();
+        std::signal(signal, SIG_DFL);
+        pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
+        raise(signal);
+    }
 }

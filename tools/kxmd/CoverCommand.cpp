@@ -19,22 +19,29 @@ namespace {
 using Danger = std::function<std::optional<std::string>(KXMP4EditSafety const& safety)>;
 using Edit = std::function<bool(KXMutableData::Ref const& data)>;
 
+constexpr char const* noMusic = "is neither an MP3 file with tags nor an MP4 file";
+
 /// A music file held whole in memory.
 struct LoadedFile {
     KXMutableData::Ref data;
-    KXMDFileMeta::Ref meta; ///< Null for a file that is neither MP3 nor MP4.
+    KXMDFileMeta::Ref meta; ///< Null when there is no such file.
 };
 
-/// The file at `path`; without data, and reported, when it cannot be read.
-LoadedFile loadedFile(std::string const& path, Session& session)
+/// The file that is edited; reported when it cannot be read.
+LoadedFile loadedFile(EditOptions const& options, Session& session)
 {
     LoadedFile file;
-    file.data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(path);
-    if (file.data)
-        file.meta = KXMDFileMeta::fileMetaWithAbstractData(
-            *KXMutableAbstractData::abstractDataWithData(file.data));
-    else
-        session.reportUnreadable(path);
+    file.data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
+    if (!file.data) {
+        session.reportUnreadable(options.path);
+        return file;
+    }
+    file.meta = KXMDFileMeta::fileMetaWithAbstractData(
+        *KXMutableAbstractData::abstractDataWithData(file.data));
+    if (!file.meta || file.meta->metaType() == KXMDMetaTypeUnknown) {
+        reportRefusal(options, noMusic, file.data->length(), session);
+        file.meta = nullptr;
+    }
     return file;
 }
 
@@ -69,7 +76,7 @@ void extractCover(EditOptions const& options, Session& session)
 
 void removeCover(EditOptions const& options, Session& session)
 {
-    auto const file = loadedFile(options.path, session);
+    auto const file = loadedFile(options, session);
     if (!file.meta)
         return;
     edit(
@@ -78,18 +85,26 @@ void removeCover(EditOptions const& options, Session& session)
         [&file](auto const& data) { return file.meta->removeAlbumCoverFromData(data); }, session);
 }
 
-void addCover(EditOptions const& options, std::string const& picturePath, Session& session)
+/// The picture in the file at `path`, at its own size; null, and reported, when there is none.
+KXImage::Ref loadedPicture(std::string const& path, Session& session)
 {
-    auto const file = loadedFile(options.path, session);
-    auto const picture = KXAbstractData::abstractDataWithPath(picturePath);
-    if (!picture)
-        session.reportUnreadable(picturePath);
-    if (!file.meta || !picture)
-        return;
-    auto const image
-        = KXPlatform::shared()->pictureLoader->imageInData(*picture, picture->length(), {});
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    if (!data) {
+        session.reportUnreadable(path);
+        return nullptr;
+    }
+    auto image = KXPlatform::shared()->pictureLoader->imageInData(*data, data->length(), {});
     if (!image)
-        return session.reportError(picturePath, "is no picture that can be read");
+        session.reportError(path, "is no picture that can be read");
+    return image;
+}
+
+void addCover(EditOptions const& options, Session& session)
+{
+    auto const file = loadedFile(options, session);
+    auto const image = loadedPicture(options.picturePath, session);
+    if (!file.meta || !image)
+        return;
     edit(
         options, file, "cover added",
         [&](KXMP4EditSafety const& safety) {
@@ -136,13 +151,11 @@ void addCoverCommand(CLI::App& app, Session& session)
     remove->callback([removal, &session] { removeCover(*removal, session); });
 
     auto const addition = std::make_shared<EditOptions>();
-    auto const picturePath = std::make_shared<std::string>();
     auto* const add = addAction(
         *cover, session, "add", "Write a copy of a file with a picture as its cover", *addition);
     addForce(*add, *addition);
     addRequiredOutput(*add, addition->output, "Write the edited copy to this file");
     addFile(*add, addition->path, "Music file");
-    addText(*add, "PICTURE", *picturePath, "Picture to insert, at its own size");
-    add->callback(
-        [addition, picturePath, &session] { addCover(*addition, *picturePath, session); });
+    addText(*add, "PICTURE", addition->picturePath, "Picture to insert, at its own size");
+    add->callback([addition, &session] { addCover(*addition, session); });
 }

@@ -8,7 +8,7 @@
 
 bool writeEdited(EditOptions const& options, KXAbstractData& data, Session& session)
 {
-    return writeOutputFile(options.output, { options.path }, data, session);
+    return writeOutputFile(options.output, { options.path, options.picturePath }, data, session);
 }
 
 bool isAllowed(EditOptions const& options, std::optional<std::string> const& reason,

@@ -10,6 +10,7 @@ class Session;
 /// What a subcommand that edits a file was asked for.
 struct EditOptions {
     std::string path;
+    std::string picturePath; ///< Another input, of some of them.
     std::string output;
     bool isForced { false };
     bool json { false };

@@ -23,7 +23,9 @@ public:
     void addPath(fs::path const& path)
     {
         std::error_code error;
-        if (fs::is_directory(path, error))
+        if (fs::equivalent(path, _leftOut, error))
+            _session.reportError(path.string(), "is the folder that is written to");
+        else if (fs::is_directory(path, error))
             addFolder(path);
         else
             addFile(fs::directory_entry(path, error), path.filename().string());

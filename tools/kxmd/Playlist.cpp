@@ -3,14 +3,23 @@
 #include "OutputFile.h"
 #include "Preparation.h"
 #include "Session.h"
+#include "Targets.h"
 
 #include <kxmd/processors/KXMDFileProcessorCreateM3U.h>
 
-#include <utility>
-
-Playlist::Playlist(std::string folder)
-    : _folder(std::move(folder))
+Playlist::Playlist(std::string const& folder, std::string const& name)
 {
+    if (!name.empty())
+        _path = folder + '/' + name + ".m3u";
+}
+
+void Playlist::claim(Targets& targets, Session& session)
+{
+    std::string const refusal = _path.empty() ? "" : targets.claim(_path);
+    if (refusal.empty())
+        return;
+    session.reportError(_path, refusal);
+    _path.clear();
 }
 
 void Playlist::add(PreparationOutcome const& outcome)
@@ -20,16 +29,15 @@ void Playlist::add(PreparationOutcome const& outcome)
             std::make_shared<KXDCSimpleFile>(outcome.source), outcome.target));
 }
 
-void Playlist::write(std::string const& name, Session& session) const
+void Playlist::write(Session& session) const
 {
-    std::string const path = _folder + '/' + name + ".m3u";
-    auto const file = std::make_shared<KXDCSimpleFile>(path);
+    if (_path.empty())
+        return;
+    auto const file = std::make_shared<KXDCSimpleFile>(_path);
     file->setFileKind(KXDCFileKindPlaylist);
-    KXDCSimpleFileProxy const proxy(file, path, _members);
+    KXDCSimpleFileProxy const proxy(file, _path, _members);
     auto const data = KXMDFileProcessorCreateM3U().createPlaylistDataForFileProxy(proxy);
     if (!data)
-        return session.reportError(path, "there is no audio to list");
-    std::vector<std::uint8_t> bytes(data->length());
-    if (data->readBytesTo(bytes.data(), bytes.size()))
-        writeOutputFile(path, {}, bytes, session);
+        return session.reportError(_path, "there is no audio to list");
+    writeOutputFile(_path, {}, *data, session);
 }

@@ -6,20 +6,24 @@
 
 struct PreparationOutcome;
 class Session;
+class Targets;
 
-/// Lists the prepared audio files of a folder, as its playlist.
+/// Lists the prepared audio files of a folder, as its playlist. Does nothing without a name.
 class Playlist {
 public:
-    explicit Playlist(std::string folder);
+    /// The playlist "`name`.m3u" of `folder`.
+    Playlist(std::string const& folder, std::string const& name);
+
+    /// Takes its path, so that no file is written there; reported when it cannot have it.
+    void claim(Targets& targets, Session& session);
 
     /// Lists a file if it is there and is audio.
     void add(PreparationOutcome const& outcome);
 
-    /// Writes the playlist "`name`.m3u" into the folder; nothing without files. Reports what goes
-    /// wrong.
-    void write(std::string const& name, Session& session) const;
+    /// Writes the playlist; nothing, and reported, without files.
+    void write(Session& session) const;
 
 private:
-    std::string const _folder;
+    std::string _path; ///< Empty when none is written.
     KXDCFileProxy::List _members;
 };

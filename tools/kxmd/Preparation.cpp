@@ -11,15 +11,11 @@
 #include <kxmd/processors/KXMDFileProcessorConvertALAC.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <optional>
 #include <sys/stat.h>
-#include <system_error>
-#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -30,7 +26,7 @@ class Source {
 public:
     explicit Source(std::string const& path)
         : _descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
-        , _error(_descriptor < 0 ? std::strerror(errno) : "")
+        , _openError(_descriptor < 0 ? errno : 0)
         , _before(state())
     {
     }
@@ -43,29 +39,44 @@ public:
     Source& operator=(Source const&) = delete;
 
     int descriptor() const { return _descriptor; }
-    std::string const& error() const { return _error; }
-    std::uint64_t size() const { return static_cast<std::uint64_t>(std::get<0>(_before)); }
+    std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
     bool hasChanged() const { return state() != _before; }
 
+    /// Why it cannot be read, or nothing.
+    std::string error() const
+    {
+        if (_openError)
+            return std::strerror(_openError);
+        return S_ISREG(_before.mode) ? "" : "is not a regular file";
+    }
+
 private:
-    using State = std::tuple<off_t, time_t, long>; ///< Size and time of the last change.
+    struct State {
+        mode_t mode { 0 };
+        off_t size { 0 };
+        time_t changeSeconds { 0 };
+        long changeNanoseconds { 0 };
+        bool operator==(State const&) const = default;
+    };
 
     State state() const
     {
         struct stat status { };
         if (_descriptor >= 0)
             ::fstat(_descriptor, &status);
-        return { status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
+        return { status.st_mode, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
     }
 
     int const _descriptor;
-    std::string const _error;
+    int const _openError;
     State const _before;
 };
 
 constexpr KXSize largeEnough { 200, 200 };
+constexpr KXSize coverSize { 256, 256 };
+constexpr std::uint64_t largeFile = std::uint64_t { 64 } << 20; // Bytes.
 
-/// Files are held whole while they are edited, several at once.
+/// Files are held whole while they are edited, and their pictures beside them.
 std::uint64_t largestEditedFile()
 {
     auto const pages = static_cast<std::uint64_t>(::sysconf(_SC_PHYS_PAGES));
@@ -94,12 +105,8 @@ public:
 
     PreparationOutcome run()
     {
-        std::error_code ignored; // A target that does not exist yet is another file.
-        if (!_source.error().empty())
-            _outcome.error = _source.error();
-        else if (std::filesystem::equivalent(_outcome.source, _outcome.target, ignored))
-            _outcome.error = "is its own target";
-        else
+        _outcome.error = _source.error();
+        if (_outcome.error.empty())
             prepare();
         return std::move(_outcome);
     }
@@ -109,34 +116,30 @@ private:
     {
         _outcome.sizeBefore = _outcome.predictedSize = _source.size();
         readTags();
-        TemporaryFolder const folder(_platform);
-        if (folder.platform())
-            process(folder.platform());
-        else
-            _outcome.remark = "there is no temporary folder to work in";
-        if (_outcome.error.empty())
+        if (_options.converts && isLossless(*_meta))
+            convert();
+        else if (_options.cleans && isRecording())
+            clean();
+        if (_outcome.isDone() && _options.insertsCovers && lacksCover())
+            insertCover();
+        if (_outcome.isDone())
             write();
     }
 
     void readTags()
     {
         auto const& controller = KXMDFileMetaController::sharedController();
-        _meta = controller->fileMetaForFile(*_file);
+        setMeta(controller->fileMetaForFile(*_file));
         controller->mergeFileMetaIntoFile(*_meta, *_file);
-        _file->setMetadataForKey(std::shared_ptr<KXObject>(_meta), "FileMetaObject");
         if (auto picture = _options.folderPictures.pictureBeside(_outcome.source); !picture.empty())
             _file->setMetadataForKey(std::move(picture), "ThumbnailPath");
         _outcome.isAudio = !_meta->audioCodecsInfo().empty() && !_meta->containsVideo();
     }
 
-    void process(KXPlatform::Ref const& platform)
+    void setMeta(KXMDFileMeta::Ref meta)
     {
-        if (_options.converts && isLossless(*_meta))
-            convert(platform);
-        else if (_options.cleans && isRecording())
-            clean(platform);
-        if (_outcome.error.empty() && _options.insertsCovers && lacksCover())
-            insertCover();
+        _meta = std::move(meta);
+        _file->setMetadataForKey(std::shared_ptr<KXObject>(_meta), "FileMetaObject");
     }
 
     /// A video without a title comes from a phone; one with a title is a film, whose tags stay.
@@ -158,6 +161,9 @@ private:
             || embedded->size().height < largeEnough.height;
     }
 
+    KXDCSimpleFileProxy proxy() const { return { _file, _outcome.target }; }
+
+    /// Counts a processor, with the size that it predicts.
     void use(KXDCFileProcessor const& processor, char const* name)
     {
         _outcome.predictedSize
@@ -165,43 +171,72 @@ private:
         _outcome.processors.emplace_back(name);
     }
 
-    KXDCSimpleFileProxy proxy() const { return { _file, _outcome.target }; }
+    /// The same as before `use`: the processor could not do it.
+    void takeBack(std::uint64_t predictedSize, char const* remark)
+    {
+        _outcome.processors.pop_back();
+        _outcome.predictedSize = predictedSize;
+        _outcome.remark = remark;
+    }
 
-    void convert(KXPlatform::Ref const& platform)
+    /// A platform that leaves nothing behind; null, with an error, when there is none.
+    KXPlatform::Ref platformWithTemporaryFolder()
+    {
+        _folder.emplace(_platform);
+        if (!_folder->platform())
+            _outcome.error = "there is no temporary folder to work in";
+        return _folder->platform();
+    }
+
+    void convert()
     {
         std::string target = convertedTarget(_outcome.target);
-        if (target != _outcome.target && !_options.targets.claim(target)) {
-            _outcome.error = "another file has the target that it is converted to";
+        if (target != _outcome.target)
+            _outcome.error = _options.targets.claim(target);
+        auto const platform = _outcome.isDone() ? platformWithTemporaryFolder() : nullptr;
+        if (!platform)
             return;
-        }
         KXMDFileProcessorConvertALAC const processor(platform);
         use(processor, "KXMDFileProcessorConvertALAC");
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
-        if (!_data)
+        auto const meta = _data ? KXMDFileMeta::fileMetaWithAbstractData(*_data) : nullptr;
+        if (!meta) {
             _outcome.error = "cannot be converted";
+            return;
+        }
+        _isConverted = true;
+        setMeta(meta); // The next processor is asked about the file that there is now.
         _outcome.target = std::move(target);
     }
 
-    void clean(KXPlatform::Ref const& platform)
+    void clean()
     {
         auto const source = KXAbstractData::abstractDataWithPath(_outcome.source);
-        if (!source || isTooLargeToEdit())
+        if (!source || !mayEdit(_source.size()))
             return;
-        KXMDFileProcessorCleanIPhoneVideo const processor(platform);
-        if (processor.processedFilesizeForFileProxy(proxy(), _source.size()) == _source.size())
+        std::uint64_t const size = _outcome.predictedSize;
+        if (KXMDFileProcessorCleanIPhoneVideo(_platform).processedFilesizeForFileProxy(
+                proxy(), size)
+            == size)
             return; // There is nothing to remove.
         if (isDangerous(KXMP4EditSafety(*source).reasonAgainstCleaning()))
             return;
+        auto const platform = platformWithTemporaryFolder();
+        if (!platform)
+            return;
+        KXMDFileProcessorCleanIPhoneVideo const processor(platform);
         use(processor, "KXMDFileProcessorCleanIPhoneVideo");
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
+        if (_data && _data->length() == size)
+            takeBack(size, "copied as it is: what is found in it cannot be removed");
     }
 
     void insertCover()
     {
         KXMDFileProcessorAddAlbumCover const processor;
         auto const& controller = KXMDThumbnailController::sharedController();
-        auto const picture = controller->thumbnailForFile(*_file, { 256, 256 });
-        if (!picture || isTooLargeToEdit())
+        auto const picture = controller->thumbnailForFile(*_file, coverSize);
+        if (!picture || !mayEdit(_data ? _data->length() : _source.size()))
             return;
         auto const data = wholeFile();
         if (!data) {
@@ -213,16 +248,13 @@ private:
             && isDangerous(KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(
                 _meta->albumCoverSizeForImage(picture))))
             return;
+        std::uint64_t const size = _outcome.predictedSize;
         use(processor, "KXMDFileProcessorAddAlbumCover");
         auto const processed = processor.processedFileDataForFileProxy(proxy(), reader);
-        if (processed != reader) {
+        if (processed != reader)
             _data = processed;
-            return;
-        }
-        // The buffer may have lost its old covers; the file is copied as it is.
-        _outcome.processors.pop_back();
-        _outcome.predictedSize = _outcome.sizeBefore;
-        _outcome.remark = "cannot take a cover";
+        else // Its buffer may have lost the old covers; what there was before is written.
+            takeBack(size, "copied as it is: no cover can be inserted");
     }
 
     /// What was made so far, or the source, in memory.
@@ -237,11 +269,15 @@ private:
         return std::make_shared<KXMutableData>(std::move(bytes));
     }
 
-    bool isTooLargeToEdit()
+    /// Whether a file of that size may be held in memory; waits until no other large one is.
+    bool mayEdit(std::uint64_t size)
     {
-        if (_source.size() <= largestEditedFile())
+        if (size > largestEditedFile()) {
+            _outcome.remark = "copied as it is: too large to be edited in memory";
             return false;
-        _outcome.remark = "copied as it is: too large to be edited in memory";
+        }
+        if (size > largeFile && !_largeFileLock.owns_lock())
+            _largeFileLock = std::unique_lock(_options.largeFiles);
         return true;
     }
 
@@ -263,14 +299,20 @@ private:
             return;
         }
         _outcome.size = _data ? _data->length() : _source.size();
+        // The size of a conversion is only known when it is done.
+        if (_outcome.size != _outcome.predictedSize && !_isConverted)
+            _outcome.remark = std::to_string(_outcome.predictedSize) + " bytes were predicted";
     }
 
     PreparationOptions const& _options;
     KXPlatform::Ref const _platform;
     Source const _source;
+    std::unique_lock<std::mutex> _largeFileLock;
+    std::optional<TemporaryFolder> _folder; ///< Outlives the readers over what is in it.
     KXDCFile::Ref const _file;
     KXMDFileMeta::Ref _meta;
     KXAbstractData::Ref _data; ///< What is written instead of the source; null for a copy.
+    bool _isConverted { false };
     PreparationOutcome _outcome;
 };
 

@@ -7,6 +7,7 @@
 #include <kxmd/platform/KXPlatform.h>
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct PreparationOptions {
     bool converts { true };
     FolderPictures& folderPictures;
     Targets& targets;
+    std::mutex& largeFiles; ///< Held by whoever has a large file in memory.
 };
 
 /// What became of one file.
@@ -36,7 +38,7 @@ struct PreparationOutcome {
 
 /// Prepares the file at `source` for a phone and writes it to `target`, whose folder exists;
 /// `target` gets another extension when the file is converted. Safe to call for different files on
-/// several threads at once; holds at most the one file in memory.
+/// several threads at once; holds at most the one file in memory, if that is large none beside it.
 PreparationOutcome preparedFile(std::string const& source, std::string target,
     PreparationOptions const& options, KXPlatform::Ref const& platform);
 

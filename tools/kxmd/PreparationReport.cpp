@@ -4,11 +4,11 @@
 #include "Preparation.h"
 #include "Session.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <numeric>
 #include <string_view>
-#include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -33,7 +33,7 @@ bool wasDone(PreparationOutcome const& outcome, std::string_view word)
 }
 
 /// What was done to a file, in words: "converted, cover inserted: Album/Song.m4a (1234 bytes)".
-std::string lineOf(PreparationOutcome const& outcome)
+std::string lineOf(PreparationOutcome const& outcome, std::string const& folder)
 {
     std::string done;
     for (auto const& [processor, word] : processorWords) {
@@ -41,8 +41,8 @@ std::string lineOf(PreparationOutcome const& outcome)
             done.append(done.empty() ? "" : ", ").append(word);
     }
     std::string line = (done.empty() ? "copied" : done) + ": "
-        + withoutControlCharacters(outcome.target) + " (" + std::to_string(outcome.size)
-        + " bytes)";
+        + withoutControlCharacters(outcome.target.substr(folder.size() + 1)) + " ("
+        + std::to_string(outcome.size) + " bytes)";
     if (!outcome.remark.empty())
         line += ", " + outcome.remark;
     return line + '\n';
@@ -59,8 +59,9 @@ ProgressBar::Amount amountOf(std::vector<FoundFile> const& files)
 }
 
 PreparationReport::PreparationReport(
-    std::vector<FoundFile> const& files, bool isJSON, Session& session)
-    : _isJSON(isJSON)
+    std::vector<FoundFile> const& files, std::string folder, bool isJSON, Session& session)
+    : _folder(std::move(folder))
+    , _isJSON(isJSON)
     , _session(session)
 {
     _progress.emplace(session.standardError(), "files", amountOf(files));
@@ -93,7 +94,7 @@ void PreparationReport::add(PreparationOutcome const& outcome)
     }
     bool const showsAll = !_session.standardError().statusWidth();
     if (outcome.isDone() && (showsAll || !outcome.remark.empty()))
-        _session.write(lineOf(outcome));
+        _session.write(lineOf(outcome, _folder));
 }
 
 void PreparationReport::finish()
@@ -110,11 +111,11 @@ void PreparationReport::finish()
     }
     std::array<char, 256> text;
     std::snprintf(text.data(), text.size(),
-        "%llu files: %llu converted, %llu covers inserted, %llu cleaned, %llu failed; "
+        "%llu %s: %llu converted, %llu %s inserted, %llu cleaned, %llu failed; "
         "%llu bytes in, %llu bytes out, %.1f s\n",
-        static_cast<unsigned long long>(_totals.files),
+        static_cast<unsigned long long>(_totals.files), _totals.files == 1 ? "file" : "files",
         static_cast<unsigned long long>(_totals.converted),
-        static_cast<unsigned long long>(_totals.covers),
+        static_cast<unsigned long long>(_totals.covers), _totals.covers == 1 ? "cover" : "covers",
         static_cast<unsigned long long>(_totals.cleaned),
         static_cast<unsigned long long>(_totals.failed),
         static_cast<unsigned long long>(_totals.bytesIn),

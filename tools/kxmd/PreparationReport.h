@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 struct PreparationOutcome;
@@ -15,7 +16,9 @@ class Session;
 /// and the files that need attention, otherwise every file; a summary at the end.
 class PreparationReport {
 public:
-    PreparationReport(std::vector<FoundFile> const& files, bool isJSON, Session& session);
+    /// A report on `files`, whose targets it names as they lie below `folder`.
+    PreparationReport(
+        std::vector<FoundFile> const& files, std::string folder, bool isJSON, Session& session);
 
     void add(PreparationOutcome const& outcome);
     void finish();
@@ -33,6 +36,7 @@ private:
 
     void count(PreparationOutcome const& outcome);
 
+    std::string const _folder;
     bool const _isJSON;
     Session& _session;
     std::chrono::steady_clock::time_point const _start { std::chrono::steady_clock::now() };

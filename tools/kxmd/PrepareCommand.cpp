@@ -16,6 +16,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <system_error>
 
 namespace {
@@ -33,6 +34,14 @@ struct Options {
     bool json { false };
 };
 
+/// What is wrong with the name of a playlist; nothing when it names a file in the folder.
+std::string problemOfPlaylistName(std::string const& typed)
+{
+    std::string const name = withoutLiteralMark(typed);
+    bool const isName = !name.empty() && name.find('/') == std::string::npos;
+    return isName ? "" : "\"" + name + "\" is no name of a file";
+}
+
 /// Makes the folder of each target. A file whose folder cannot be made fails later by itself.
 void createFolders(std::vector<FoundFile> const& files, std::string const& folder)
 {
@@ -44,6 +53,11 @@ void createFolders(std::vector<FoundFile> const& files, std::string const& folde
             fs::create_directories(parent, ignored);
         last = parent;
     }
+}
+
+std::string targetOf(FoundFile const& file, Options const& options)
+{
+    return options.folder + '/' + file.relativePath;
 }
 
 PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::string error)
@@ -61,9 +75,9 @@ PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::s
 
 void prepare(Options const& options, Session& session)
 {
+    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     auto const platform = KXPlatform::shared();
-    CleanUpOnSignal const cleanUp([&platform] { removeTemporaryFolders(*platform); });
-    removeTemporaryFolders(*platform);
+    removeForgottenTemporaryFolders(*platform);
     std::error_code error;
     fs::create_directories(options.folder, error);
     if (error)
@@ -71,34 +85,35 @@ void prepare(Options const& options, Session& session)
 
     auto const files = foundFiles(textsOf(*options.paths), options.folder, session);
     createFolders(files, options.folder);
-    FolderPictures folderPictures;
     Targets targets;
-    std::vector<std::string> targetPaths; // Empty for a file that another one stands in the way of.
-    for (FoundFile const& file : files) {
-        std::string path = options.folder + '/' + file.relativePath;
-        targetPaths.push_back(targets.claim(path) ? path : std::string());
-    }
+    for (FoundFile const& file : files)
+        targets.protect(file.path);
+    Playlist playlist(options.folder, options.playlist);
+    playlist.claim(targets, session);
+    std::vector<std::string> refusals; // Claimed in the order of the files, whoever is done first.
+    for (FoundFile const& file : files)
+        refusals.push_back(targets.claim(targetOf(file, options)));
+    FolderPictures folderPictures;
+    std::mutex largeFiles;
     PreparationOptions const preparation { .insertsCovers = !options.leavesCovers,
         .cleans = !options.leavesUncleaned,
         .converts = !options.leavesUnconverted,
         .folderPictures = folderPictures,
-        .targets = targets };
-    PreparationReport report(files, options.json, session);
-    Playlist playlist(options.folder);
+        .targets = targets,
+        .largeFiles = largeFiles };
+    PreparationReport report(files, options.folder, options.json, session);
     workInOrder(
         files.size(), options.jobs,
         [&](std::size_t i) {
-            if (targetPaths[i].empty())
-                return refusedFile(files[i], options.folder + '/' + files[i].relativePath,
-                    "another file has the same target");
-            return preparedFile(files[i].path, targetPaths[i], preparation, platform);
+            return refusals[i].empty()
+                ? preparedFile(files[i].path, targetOf(files[i], options), preparation, platform)
+                : refusedFile(files[i], targetOf(files[i], options), refusals[i]);
         },
         [&](std::size_t, PreparationOutcome outcome) {
             report.add(outcome);
             playlist.add(outcome);
         });
-    if (!options.playlist.empty())
-        playlist.write(options.playlist, session);
+    playlist.write(session);
     report.finish();
 }
 
@@ -112,6 +127,7 @@ void addPrepareCommand(CLI::App& app, Session& session)
     addText(*command, "--to", options->folder, "Folder to write the prepared files to");
     addOptionalText(
         *command, "--playlist", options->playlist, "Also write a playlist of this name");
+    command->get_option("--playlist")->check(problemOfPlaylistName);
     command->add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
     command->add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
     command->add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");

@@ -35,16 +35,25 @@ void reportProcessed(EditOptions const& options, bool isChanged, Sizes sizes, Se
         + std::to_string(sizes.after) + " after\n");
 }
 
-/// Runs a processor on the file and writes what it answers; the source itself counts as unchanged.
-void process(EditOptions const& options, KXDCFileProcessor const& processor,
-    KXAbstractData::Ref const& source, bool isChanged, Session& session)
+/// A processor, and what it does to any file.
+struct Process {
+    KXDCFileProcessor const& processor;
+    bool makesAnew; ///< Rather than to take something away.
+    char const* refusal;
+};
+
+/// Runs a processor on the file and writes what it answers, unless it cannot do what was asked.
+void run(EditOptions const& options, Process const& process, KXAbstractData::Ref const& source,
+    Session& session)
 {
     KXDCSimpleFileProxy const proxy(std::make_shared<KXDCSimpleFile>(options.path), options.output);
     std::uint64_t const before = source->length();
-    std::uint64_t const predicted = processor.processedFilesizeForFileProxy(proxy, before);
-    auto const processed = processor.processedFileDataForFileProxy(proxy, source);
-    if (!processed)
-        return reportRefusal(options, "cannot be converted", before, session);
+    std::uint64_t const predicted = process.processor.processedFilesizeForFileProxy(proxy, before);
+    auto const processed = process.processor.processedFileDataForFileProxy(proxy, source);
+    bool const isChanged = processed && (process.makesAnew || processed->length() != before);
+    bool const isAsked = predicted != before; // What was found has to go.
+    if (!processed || (isAsked && !isChanged && !options.isForced))
+        return reportRefusal(options, process.refusal, before, session);
     if (writeEdited(options, *processed, session))
         reportProcessed(options, isChanged, { before, predicted, processed->length() }, session);
 }
@@ -62,7 +71,7 @@ bool isReady(EditOptions const& options, KXAbstractData::Ref const& source,
 
 void clean(EditOptions const& options, Session& session)
 {
-    CleanUpOnSignal const cleanUp([] { removeTemporaryFolders(*KXPlatform::shared()); });
+    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     TemporaryFolder const folder(KXPlatform::shared());
     auto const source = KXAbstractData::abstractDataWithPath(options.path);
     if (!isReady(options, source, folder, session))
@@ -71,20 +80,18 @@ void clean(EditOptions const& options, Session& session)
             options, KXMP4EditSafety(*source).reasonAgainstCleaning(), source->length(), session))
         return;
     KXMDFileProcessorCleanIPhoneVideo const processor(folder.platform());
-    KXDCSimpleFileProxy const proxy(std::make_shared<KXDCSimpleFile>(options.path), options.output);
-    bool const isChanged
-        = processor.processedFilesizeForFileProxy(proxy, source->length()) != source->length();
-    process(options, processor, source, isChanged, session);
+    run(options, { processor, false, "what is found in it cannot be removed" }, source, session);
 }
 
 void convert(EditOptions const& options, Session& session)
 {
-    CleanUpOnSignal const cleanUp([] { removeTemporaryFolders(*KXPlatform::shared()); });
+    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     TemporaryFolder const folder(KXPlatform::shared());
     auto const source = KXAbstractData::abstractDataWithPath(options.path);
     if (!isReady(options, source, folder, session))
         return;
-    process(options, KXMDFileProcessorConvertALAC(folder.platform()), source, true, session);
+    KXMDFileProcessorConvertALAC const processor(folder.platform());
+    run(options, { processor, true, "cannot be converted" }, source, session);
 }
 
 CLI::App* addProcess(CLI::App& app, Session& session, char const* name, char const* description,

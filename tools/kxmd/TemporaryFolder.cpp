@@ -1,11 +1,13 @@
 #include "TemporaryFolder.h"
 
+#include <kxmd/host/KXGuarded.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <string_view>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -14,10 +16,28 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view folderPrefix = "run";
 
-/// The prefix of this process's folders; another one may run beside it.
-std::string prefixOfProcess()
+/// The temporary folders of this process.
+struct Folders {
+    std::set<std::string> paths;
+    bool isOver { false };
+};
+
+KXGuarded<Folders>& folders()
 {
-    return std::string(folderPrefix) + '-' + std::to_string(::getpid());
+    static KXGuarded<Folders> shared;
+    return shared;
+}
+
+std::string newFolder(KXPlatform const& platform)
+{
+    auto const ours = folders().lock();
+    if (ours->isOver)
+        return {};
+    std::string path
+        = platform.temporaryFolders->applicationUniqueTempFolderWithPrefix(folderPrefix);
+    if (!path.empty())
+        ours->paths.insert(path);
+    return path;
 }
 
 /// Folders within one of our own.
@@ -43,7 +63,7 @@ private:
 }
 
 TemporaryFolder::TemporaryFolder(KXPlatform::Ref platform)
-    : _path(platform->temporaryFolders->applicationUniqueTempFolderWithPrefix(prefixOfProcess()))
+    : _path(newFolder(*platform))
 {
     if (_path.empty())
         return;
@@ -57,21 +77,33 @@ TemporaryFolder::~TemporaryFolder()
     std::error_code ignored;
     if (!_path.empty())
         fs::remove_all(_path, ignored);
+    folders().lock()->paths.erase(_path);
 }
 
-void removeTemporaryFolders(KXPlatform const& platform)
+void removeTemporaryFoldersForGood()
+{
+    auto const ours = folders().lock();
+    ours->isOver = true;
+    constexpr int mostAttempts = 10; // Others may be writing to it until it is gone.
+    for (std::string const& path : ours->paths) {
+        std::error_code error;
+        for (int i = 0; i < mostAttempts && (i == 0 || error); ++i)
+            fs::remove_all(path, error);
+    }
+}
+
+void removeForgottenTemporaryFolders(KXPlatform const& platform)
 {
     constexpr auto forgotten = std::chrono::hours(48);
-    std::string const ours = prefixOfProcess() + '-';
-    std::error_code ignored;
-    fs::directory_iterator const folders(
-        platform.temporaryFolders->applicationTempFolder(), ignored);
-    for (auto const& folder : folders) {
-        std::string const name = folder.path().filename().string();
-        auto const age = fs::file_time_type::clock::now() - folder.last_write_time(ignored);
+    std::string const prefix = std::string(folderPrefix) + '-';
+    std::error_code error;
+    fs::directory_iterator folder(platform.temporaryFolders->applicationTempFolder(), error);
+    for (; !error && folder != fs::directory_iterator(); folder.increment(error)) {
+        std::error_code ignored;
+        auto const lastChange = folder->last_write_time(ignored);
         bool const isForgotten
-            = name.starts_with(std::string(folderPrefix) + '-') && age > forgotten;
-        if (name.starts_with(ours) || isForgotten)
-            fs::remove_all(folder.path(), ignored);
+            = !ignored && fs::file_time_type::clock::now() - lastChange > forgotten;
+        if (isForgotten && folder->path().filename().string().starts_with(prefix))
+            fs::remove_all(folder->path(), ignored);
     }
 }

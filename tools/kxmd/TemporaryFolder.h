@@ -4,8 +4,7 @@
 
 #include <string>
 
-/// A private folder for what the library's processors leave behind, removed with the object. A
-/// signal that ends the command removes it as well.
+/// A private folder for what the library's processors leave behind, removed with the object.
 class TemporaryFolder {
 public:
     /// Within the application's temporary folder of `platform`.
@@ -23,6 +22,9 @@ private:
     KXPlatform::Ref _platform;
 };
 
-/// Removes what the temporary folders of this process hold, and their like of runs that were killed
-/// days ago.
-void removeTemporaryFolders(KXPlatform const& platform);
+/// Removes all temporary folders of this process, whose objects live on other threads, and lets no
+/// new one be made: the process is about to end.
+void removeTemporaryFoldersForGood();
+
+/// Removes the temporary folders of processes that were killed days ago.
+void removeForgottenTemporaryFolders(KXPlatform const& platform);

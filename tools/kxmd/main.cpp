@@ -85,7 +85,8 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
 
 int main(int argumentCount, char** arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us.
+    std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
+    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that grows too long.
     Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
