@@ -69,6 +69,8 @@ AVFrame const* AudioReader::nextFrame()
         if (status != AVERROR(EAGAIN)) {
             checked(status, "is damaged");
             _samples += _frame->nb_samples;
+            if (_frame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) // As in short headers of WAV.
+                av_channel_layout_default(&_frame->ch_layout, _frame->ch_layout.nb_channels);
             return _frame.get();
         }
         if (!sendNextPacket())

@@ -1,0 +1,309 @@
+import math
+import os
+import resource
+import shutil
+import signal
+import struct
+import subprocess
+import time
+
+from audio import (AFCONVERT, TAGS, afconvert, attached, convert, cover_bytes, encode, pattern, probe, samples,
+                   tag_arguments, tone)
+from support import CommandTestCase, run
+
+PACKET = 1024  # Samples of an AAC packet (ISO/IEC 14496-3).
+
+
+class AfconvertTests(CommandTestCase):
+    def setUp(self):
+        super().setUp()
+        self.target = self.path("target.m4a")
+
+    def alac(self, name="source.m4a", seconds=1, **how):
+        return encode(self.path(name), *tone(seconds, **how), "-c:a", "alac")
+
+    def read(self, path):
+        with open(path, "rb") as file:
+            return file.read()
+
+    def atoms(self, path):
+        return run("atoms", "--json", path).objects()
+
+    def assert_converted(self, source, **options):
+        self.assertEqual(convert(source, self.target, **options), (0, []))
+        return probe(self.target)
+
+    def assert_refused(self, source, *problems):
+        """Ended with 1 and one line for the source, without a trace of the target."""
+        before = sorted(os.listdir(self.folder))
+        status, errors = convert(source, self.target)
+        self.assertEqual(status, 1)
+        self.assertEqual(len(errors), 1, errors)
+        self.assertTrue(errors[0].startswith(f"afconvert: {source}: "), errors)
+        if problems:
+            self.assertIn(errors[0].split(f"{source}: ")[1].split(":")[0], problems)
+        self.assertEqual(sorted(os.listdir(self.folder)), before)
+
+    # The command line.
+
+    def test_help_and_version(self):
+        for flag in ("-h", "--help"):
+            finished = subprocess.run([AFCONVERT, flag], stdout=subprocess.PIPE, check=True)
+            self.assertTrue(finished.stdout.startswith(b"Usage: afconvert "))
+        finished = subprocess.run([AFCONVERT, "--version"], stdout=subprocess.PIPE, check=True)
+        self.assertRegex(finished.stdout, rb"^afconvert \(kxmd\) \d+\.\d+\.\d+\n$")
+
+    def test_wrong_usage(self):
+        for arguments in ((), ("a",), ("-b", "256000"), ("-f", "m4af", "a"), ("-b", "x", "a", "b"),
+                          ("-b", "0", "a", "b"), ("-b", "-1", "a", "b"), ("-b", "256000x", "a", "b"),
+                          ("-b", "99999999999999999999", "a", "b"), ("-f", "caff", "a", "b"),
+                          ("-d", "alac", "a", "b"), ("-q", "1", "a", "b"), ("a", "b", "c"), ("", "", "a", "b")):
+            with self.subTest(arguments=arguments):
+                if arguments == ("-b", "256000"):  # Two paths, as it happens.
+                    self.assertEqual(afconvert(*arguments)[0], 1)
+                    continue
+                status, errors = afconvert(*arguments)
+                self.assertEqual(status, 2)
+                self.assertTrue(errors[0].startswith("afconvert: "), errors)
+
+    def test_last_two_arguments_are_paths_whatever_they_begin_with(self):
+        source = self.path("-b")
+        os.rename(self.alac(), source)
+        self.assertEqual(afconvert("-b", "64000", "-b", "--help", cwd=self.folder), (0, []))
+        self.assertEqual(probe(self.path("--help"))[1]["codec_name"], "aac")
+        self.assertTrue(os.path.exists(source))
+
+    def test_paths_that_look_like_addresses_are_paths(self):
+        whole = self.alac()
+        for name in ("concat:a|b", "http:x", "data:audio,x", "%03d.m4a", "pipe:0", "file:x", "-", "a\nb", "[0]"):
+            with self.subTest(name=name):
+                os.link(whole, self.path(name))
+                self.assertEqual(convert(name, "out-" + name, cwd=self.folder), (0, []))
+                self.assertEqual(probe("file:" + self.path("out-" + name))[1]["codec_name"], "aac")
+        self.assertEqual(convert("http://localhost:1/a", self.target)[0], 1)
+
+    def test_names_cannot_steer_the_terminal(self):
+        _, errors = convert("no\x1b[31m\nsuch", self.target)
+        self.assertEqual(errors[0].split(": ")[1], "no?[31m?such")
+
+    # What it makes.
+
+    def test_makes_aac_in_mpeg4_audio(self):
+        container, audio, _ = self.assert_converted(self.alac(seconds=3))
+        self.assertEqual(container["tags"]["major_brand"], "M4A ")
+        self.assertEqual((audio["codec_name"], audio["profile"]), ("aac", "LC"))
+        self.assertEqual((audio["sample_rate"], audio["channels"]), ("44100", 2))
+
+    def test_bit_rate(self):
+        noise = ("-f", "lavfi", "-i", "anoisesrc=amplitude=0.5:duration=4:sample_rate=44100,aformat=channel_layouts=stereo")
+        source = encode(self.path("noise.wav"), *noise)
+        for rate in (256000, 96000):
+            self.assertEqual(afconvert("-b", str(rate), source, self.target), (0, []))
+            self.assertLess(abs(int(probe(self.target)[1]["bit_rate"]) - rate), rate / 5)  # An average: the encoder spends what it needs.
+
+    def test_header_comes_first_with_a_32_bit_chunk_offset_table(self):
+        self.assert_converted(self.alac())
+        tags = [atom["tag"] for atom in self.atoms(self.target) if atom["depth"] == 1]
+        self.assertLess(tags.index("moov"), tags.index("mdat"))
+        paths = [atom["path"] for atom in self.atoms(self.target)]
+        self.assertIn("ROOT.moov.trak.mdia.minf.stbl.stco", paths)
+        self.assertIn("ROOT.moov.udta.meta.ilst", paths)
+        self.assertFalse([path for path in paths if path.endswith(".co64")])
+
+    def test_takes_whatever_can_be_decoded(self):
+        for name, arguments in (("a.m4a", ("-c:a", "alac")), ("a.wav", ()), ("a.flac", ()), ("a.aiff", ()),
+                                ("a.caf", ("-c:a", "alac")), ("a.mp3", ()), ("a.ogg", ("-c:a", "libvorbis")),
+                                ("24.wav", ("-c:a", "pcm_s24le")), ("24.flac", ("-sample_fmt", "s32")),
+                                ("24.m4a", ("-c:a", "alac", "-sample_fmt", "s32p")),
+                                ("float.wav", ("-c:a", "pcm_f32le")), ("8.wav", ("-c:a", "pcm_u8")),
+                                ("a.mka", ("-c:a", "flac")), ("a.opus", ("-c:a", "libopus"))):
+            with self.subTest(name=name):
+                self.assert_converted(encode(self.path(name), *tone(1, 48000), *arguments))
+                heard = samples(self.target)
+                loudness = math.sqrt(sum(value * value for value in heard) / len(heard))
+                self.assertAlmostEqual(loudness, 0.125 / math.sqrt(2), delta=0.01)
+
+    def test_rates(self):
+        for rate, expected in ((8000, 8000), (22050, 22050), (96000, 96000), (192000, 96000), (11000, 11025)):
+            with self.subTest(rate=rate):
+                _, audio, _ = self.assert_converted(encode(self.path("a.wav"), *tone(1, rate)))
+                self.assertEqual(int(audio["sample_rate"]), expected)
+                self.assertAlmostEqual(float(audio["duration"]), 1, delta=PACKET / expected)
+
+    def test_channels(self):
+        for layout, expected in (("mono", "mono"), ("stereo", "stereo"), ("5.1", "5.1"), ("5.1(side)", "5.1"),
+                                 ("quad", "quad"), ("5.0(side)", "5.0")):
+            with self.subTest(layout=layout):
+                _, audio, _ = self.assert_converted(encode(self.path("a.wav"), *tone(1, layout=layout)))
+                self.assertEqual(audio["channel_layout"], expected)
+
+    def test_channels_that_the_file_leaves_open(self):
+        # A WAV header of the short form (no channel mask).
+        frames = b"".join(struct.pack("<2h", i % 99, i % 77) for i in range(44100))
+        header = b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 2, 44100, 176400, 4, 16)
+        body = header + b"data" + struct.pack("<I", len(frames)) + frames
+        source = self.write("a.wav", b"RIFF" + struct.pack("<I", len(body)) + body)
+        self.assertEqual(self.assert_converted(source)[1]["channel_layout"], "stereo")
+
+    def test_duration_is_kept_within_a_packet(self):
+        for seconds in (0.01, 0.5, 1.2345, 3):
+            source = self.alac(seconds=seconds)
+            _, audio, _ = self.assert_converted(source)
+            self.assertLessEqual(abs(float(audio["duration"]) - seconds), PACKET / 44100)
+            self.assertLessEqual(abs(len(samples(self.target)) - seconds * 44100), PACKET)
+
+    def test_encoder_delay_is_not_heard(self):
+        """An edit list (ISO/IEC 14496-12, 8.6.6) leaves out what the encoder puts in front."""
+        click = "aevalsrc='if(between(n,22050,22060),0.8,0)':sample_rate=44100:duration=1"
+        self.assert_converted(encode(self.path("a.wav"), "-f", "lavfi", "-i", click))
+        self.assertIn("ROOT.moov.trak.edts.elst", [atom["path"] for atom in self.atoms(self.target)])
+        heard = samples(self.target)
+        loudest = max(range(len(heard)), key=lambda i: abs(heard[i]))
+        self.assertLess(abs(loudest - 22055), 30)
+
+    def test_tags_are_kept(self):
+        for name, codec in (("a.m4a", "alac"), ("a.flac", "flac"), ("a.ogg", "libvorbis"), ("a.mp3", "libmp3lame")):
+            with self.subTest(name=name):
+                source = encode(self.path(name), *tone(), "-c:a", codec, *tag_arguments(TAGS))
+                found = self.assert_converted(source)[0]["tags"]
+                self.assertEqual({key: found.get(key) for key in TAGS}, TAGS)
+                info, = run("info", "--json", self.target).objects()
+                self.assertEqual(info["tags"], {"Name": "Träume", "Artist": "The Oscillators", "Album": "Sines",
+                                                "Album Artist": "Various Waves"})
+
+    def test_cover_is_kept_as_it_is(self):
+        for picture in ("cover.jpg", "cover.png"):
+            encode(self.path(picture), *pattern(320, 320), "-frames:v", "1")
+            for name, codec in (("a.m4a", "alac"), ("a.flac", "flac")):
+                with self.subTest(picture=picture, name=name):
+                    source = encode(self.path(name), *attached(self.path(picture), *tone()), "-c:a", codec)
+                    cover = self.assert_converted(source)[2]
+                    self.assertEqual((cover["width"], cover["height"]), (320, 320))
+                    self.assertEqual(cover_bytes(self.target), self.read(self.path(picture)))
+                    info, = run("info", "--json", self.target).objects()
+                    self.assertTrue(info["cover"]["valid"])
+
+    def test_cover_that_is_damaged_does_not_take_the_music(self):
+        picture = encode(self.path("cover.jpg"), *pattern(320, 320), "-frames:v", "1")
+        source = encode(self.path("a.m4a"), *attached(picture, *tone()), "-c:a", "alac")
+        content = self.read(source)
+        jpeg = self.read(picture)
+        self.write("a.m4a", content.replace(jpeg, b"\xff" * len(jpeg)))
+        self.assertAlmostEqual(float(self.assert_converted(source)[1]["duration"]), 1, delta=0.03)
+
+    def test_target_takes_a_cover(self):
+        picture = encode(self.path("cover.jpg"), *pattern(320, 320), "-frames:v", "1")
+        self.assert_converted(self.alac())
+        result = run("cover", "add", self.target, picture, "-o", self.path("covered.m4a"))
+        self.assertEqual((result.status, result.errors), (0, []))
+        self.assertEqual(samples(self.path("covered.m4a")), samples(self.target))
+
+    # What it refuses.
+
+    def test_source_that_cannot_be_converted(self):
+        video = encode(self.path("video.mp4"), *pattern(64, 64), "-an")
+        for name, content in (("empty", b""), ("text", b"Dear diary " * 100), ("zeros", bytes(100000)),
+                              ("id3", b"ID3\x03\0\0\0\0\0\0"), ("atoms", b"\0\0\0\x08moov" * 1000)):
+            with self.subTest(name=name):
+                self.assert_refused(self.write(name, content))
+        self.assert_refused(video, "has no audio")
+        self.assert_refused(self.path("missing"), "cannot be opened")
+        self.assert_refused(self.folder)
+
+    def test_lists_of_other_files_are_not_read(self):
+        secret = encode(self.path("secret.wav"), *tone())
+        for name, content in (("a.m3u8", f"#EXTM3U\n#EXTINF:1,\n{secret}\n"), ("a.ffconcat", f"ffconcat version 1.0\nfile {secret}\n"),
+                              ("a.sdp", f"v=0\nm=audio 9 RTP/AVP 0\nc=IN IP4 127.0.0.1\n")):
+            with self.subTest(name=name):
+                self.assert_refused(self.write(name, content.encode()))
+
+    def test_truncated_source_is_refused(self):
+        whole = encode(self.path("whole.m4a"), *tone(2), "-c:a", "alac", "-movflags", "+faststart")
+        flac = encode(self.path("whole.flac"), *tone(2))
+        wav = encode(self.path("whole.wav"), *tone(2))
+        for path in (whole, flac, wav):
+            content = self.read(path)
+            for part in (0.1, 0.5, 0.9):
+                with self.subTest(path=path, part=part):
+                    self.assert_refused(self.write("cut" + path[-5:], content[:int(len(content) * part)]))
+
+    def test_source_without_its_last_packets_is_refused(self):
+        content = self.read(encode(self.path("whole.m4a"), *tone(2), "-c:a", "alac", "-movflags", "+faststart"))
+        for cut in (1, 100, 3000, 9000):
+            with self.subTest(cut=cut):
+                self.assert_refused(self.write("cut.m4a", content[:-cut]), "is cut off")
+
+    def test_damaged_source_is_refused(self):
+        content = bytearray(self.read(encode(self.path("whole.flac"), *tone(2))))
+        middle = len(content) // 2
+        content[middle:middle + 200] = bytes(200)
+        self.assert_refused(self.write("damaged.flac", bytes(content)))
+
+    def test_existing_target_is_kept_when_the_source_is_broken(self):
+        self.write("target.m4a", b"as it was")
+        self.assert_refused(self.write("broken", b"no audio"))
+        self.assertEqual(self.read(self.target), b"as it was")
+
+    def test_existing_target_is_replaced(self):
+        self.write("target.m4a", b"as it was")
+        self.assert_converted(self.alac())
+
+    def test_source_as_target_is_refused(self):
+        source = self.alac()
+        before = self.read(source)
+        os.link(source, self.path("link.m4a"))
+        os.symlink("source.m4a", self.path("symbolic.m4a"))
+        for target in (source, self.path("link.m4a"), self.path("symbolic.m4a"), self.path("./source.m4a")):
+            status, errors = convert(source, target)
+            self.assertEqual((status, errors), (1, [f"afconvert: {source}: is its own target"]))
+        self.assertEqual(self.read(source), before)
+
+    def test_target_that_cannot_be_written(self):
+        source = self.alac()
+        for target in (self.path("missing/a.m4a"), self.folder, "/dev/null", source + "/a"):
+            status, errors = convert(source, target)
+            self.assertEqual(status, 1)
+            self.assertIn("cannot be written", errors[0])
+        self.assertTrue(os.path.exists("/dev/null") and not os.path.isfile("/dev/null"))
+        self.assertEqual(os.listdir(self.folder), ["source.m4a"])
+
+    def test_full_disk_leaves_no_file(self):
+        source = self.alac(seconds=5)
+        for limit in (0, 10, 5000, 60000):
+            status, errors = convert(source, self.target, preexec_fn=lambda size=limit: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (size, size)))
+            self.assertEqual(status, 1, limit)
+            self.assertIn("cannot be written", errors[0])
+            self.assertEqual(os.listdir(self.folder), ["source.m4a"])
+
+    def test_target_is_readable_as_the_mask_lets_it(self):
+        self.assert_converted(self.alac(), preexec_fn=lambda: os.umask(0o027))
+        self.assertEqual(os.stat(self.target).st_mode & 0o777, 0o640)
+
+    # How it ends.
+
+    def start_long_conversion(self, starter=()):
+        source = encode(self.path("long.wav"), *tone(600))
+        return subprocess.Popen([*starter, AFCONVERT, source, self.target], stdin=subprocess.DEVNULL)
+
+    def test_signal_leaves_no_file(self):
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            process = self.start_long_conversion()
+            time.sleep(0.2)
+            process.send_signal(number)
+            self.assertEqual(process.wait(timeout=10), -number)
+            self.assertEqual(os.listdir(self.folder), ["long.wav"])
+
+    def test_ends_with_whoever_waits_for_it(self):
+        script = shutil.which("sh")
+        process = self.start_long_conversion((script, "-c", '"$@" & echo $! > "$0.pid"; wait', self.path("child")))
+        time.sleep(0.3)
+        process.kill()
+        process.wait()
+        with open(self.path("child.pid")) as file:
+            child = int(file.read())
+        deadline = time.monotonic() + 10
+        while os.path.exists(f"/proc/{child}/exe") and time.monotonic() < deadline:
+            time.sleep(0.02)
+        self.assertFalse(os.path.exists(f"/proc/{child}/exe") and os.path.realpath(f"/proc/{child}/exe") == AFCONVERT)
+        self.assertNotIn("target.m4a", os.listdir(self.folder))

@@ -1,0 +1,74 @@
+"""Encodes media with the ffmpeg command, and tells by ffprobe what is in a file."""
+
+import json
+import os
+import struct
+import subprocess
+
+AFCONVERT = os.environ["KXMD_AFCONVERT"]
+
+TAGS = {"title": "Träume", "artist": "The Oscillators", "album": "Sines", "album_artist": "Various Waves",
+        "track": "3/9", "disc": "1/2"}
+
+
+def encode(path, *arguments):
+    """Runs ffmpeg with these arguments; the file at `path` is the result, which is returned."""
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *arguments, path], check=True,
+                   stdin=subprocess.DEVNULL)
+    return path
+
+
+def tone(seconds=1, rate=44100, layout="stereo"):
+    """The arguments for an input: a sine, as loud in each channel."""
+    return ("-f", "lavfi", "-i", f"sine=frequency=440:sample_rate={rate}:duration={seconds},"
+            f"aformat=channel_layouts={layout}")
+
+
+def pattern(width, height):
+    return ("-f", "lavfi", "-i", f"testsrc2=size={width}x{height}:duration=0.04:rate=25")
+
+
+def tag_arguments(tags):
+    return [word for key, value in tags.items() for word in ("-metadata", f"{key}={value}")]
+
+
+def attached(picture, *source):
+    """The arguments for the audio of `source` with a picture file as its cover."""
+    return (*source, "-i", picture, "-map", "0:a", "-map", "1:v", "-c:v", "copy",
+            "-disposition:v:0", "attached_pic")
+
+
+def probe(path):
+    """What ffprobe knows: the format, the audio stream, and the cover's or None."""
+    found = json.loads(subprocess.run(
+        ["ffprobe", "-v", "error", "-of", "json", "-show_format", "-show_streams", path],
+        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True).stdout)
+    streams = {stream["codec_type"]: stream for stream in found["streams"]}
+    return found["format"], streams["audio"], streams.get("video")
+
+
+def samples(path, rate=44100):
+    """The decoded audio of one channel, each sample from -1 to 1."""
+    pcm = subprocess.run(
+        ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0:a", "-ac", "1", "-ar", str(rate),
+         "-f", "f32le", "-"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True).stdout
+    return struct.unpack(f"<{len(pcm) // 4}f", pcm)
+
+
+def cover_bytes(path):
+    """The attached picture as it is stored."""
+    return subprocess.run(
+        ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0:v", "-c", "copy", "-f", "image2pipe", "-"],
+        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True).stdout
+
+
+def afconvert(*arguments, **options):
+    """Runs the converter: exit status, and the lines on standard error."""
+    finished = subprocess.run([AFCONVERT, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=100, **options)
+    return finished.returncode, finished.stderr.decode("utf-8", "surrogateescape").splitlines()
+
+
+def convert(source, target, **options):
+    """The same with the arguments that the library's processor gives."""
+    return afconvert("-f", "m4af", "-d", "aac", "-b", "256000", source, target, **options)
