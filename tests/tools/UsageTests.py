@@ -4,7 +4,9 @@ import subprocess
 
 from support import COMMAND, CommandTestCase, run
 
-SUBCOMMANDS = ("info", "atoms", "frames", "exif", "thumbnail", "composite", "icon", "poster", "cache-name")
+SUBCOMMANDS = ("info", "atoms", "frames", "exif", "thumbnail", "composite", "icon", "poster", "cache-name",
+               "cover", "clean", "convert", "prepare")
+ACTIONS = (("cover", "extract"), ("cover", "remove"), ("cover", "add"))
 
 
 class UsageTests(CommandTestCase):
@@ -21,6 +23,12 @@ class UsageTests(CommandTestCase):
                 result = run(subcommand, flag)
                 self.assertEqual((result.status, result.errors), (0, []))
                 self.assertIn(f"kxmd {subcommand}", result.out.decode())
+
+    def test_help_of_each_action(self):
+        for action in ACTIONS:
+            result = run(*action, "--help")
+            self.assertEqual((result.status, result.errors), (0, []))
+            self.assertIn("kxmd " + " ".join(action), result.out.decode())
 
     def test_version(self):
         result = run("--version")
@@ -66,24 +74,30 @@ class UsageTests(CommandTestCase):
         self.assertEqual(self.completions(""), sorted(self.subcommands_of_help()))
 
     def test_completion_knows_the_options_of_each_subcommand(self):
-        for subcommand in SUBCOMMANDS:
-            text = run(subcommand, "--help").out.decode()
-            options = re.findall(r"(?<=[ ,])--?[a-z]+\b", text[text.index("Options:"):])
-            self.assertEqual(self.completions(subcommand, "-"), sorted(set(options)), subcommand)
+        for words in (*((subcommand,) for subcommand in SUBCOMMANDS), *ACTIONS):
+            text = run(*words, "--help").out.decode()
+            options = re.findall(r"^  (--?[a-z-]+)(?:,(--[a-z-]+))?", text[text.index("Options:"):], re.MULTILINE)
+            named = {option for pair in options for option in pair if option}
+            self.assertEqual(self.completions(*words, "-"), sorted(named), words)
+
+    def test_completion_knows_the_actions_on_covers(self):
+        self.assertEqual(self.completions("cover", ""), sorted(action for _, action in ACTIONS))
+        self.assertEqual(self.completions("cover", "r"), ["remove"])
 
     def test_completion_offers_files_where_they_are_wanted(self):
         self.write("song.mp3", b"")
         for words in (("info",), ("composite", "-s", "1x1", "-o"), ("cache-name", "--file"),
-                      ("cache-name", "-s", "1x1", "--composite", "a")):
+                      ("cache-name", "-s", "1x1", "--composite", "a"),
+                      ("prepare", "--to"), ("cover", "add", "a"), ("clean",)):
             self.assertEqual(self.completions(*words, "so"), ["song.mp3"], words)
-        for words in (("cache-name",), ("thumbnail", "-s")):
+        for words in (("cache-name",), ("thumbnail", "-s"), ("prepare", "-j"), ("cover",)):
             self.assertEqual(self.completions(*words, "so"), [], words)
 
     def test_manual_knows_the_subcommands(self):
         with open(os.path.join(os.path.dirname(__file__), "../../docs/kxmd.1")) as page:
             manual = page.read().replace("\\-", "-")
-        for subcommand in self.subcommands_of_help():
-            self.assertIn(f".B kxmd {subcommand}\n", manual)
+        for words in (*((name,) for name in self.subcommands_of_help() if name != "cover"), *ACTIONS):
+            self.assertIn(f".B kxmd {' '.join(words)}\n", manual)
 
     def subcommands_of_help(self):
         text = run("--help").out.decode()

@@ -30,9 +30,10 @@ def run(*arguments, stack=None, **options):
         resource.setrlimit(resource.RLIMIT_STACK, (stack * 1024, stack * 1024))
 
     options.setdefault("stdout", subprocess.PIPE)
+    if stack:
+        options["preexec_fn"] = limit_stack
     return Result(subprocess.run(
-        [COMMAND, *arguments], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=100,
-        preexec_fn=limit_stack if stack else None, **options))
+        [COMMAND, *arguments], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=100, **options))
 
 
 class CommandTestCase(unittest.TestCase):

@@ -28,7 +28,7 @@ public:
         else if (fs::is_directory(path, error))
             addFolder(path);
         else
-            addFile(fs::directory_entry(path, error), path.filename().string());
+            addFile(path, path.filename().string());
     }
 
     std::vector<FoundFile> takeFiles() { return std::move(_files); }
@@ -50,7 +50,7 @@ private:
             if (next.entry.is_directory(ignored) && !next.entry.is_symlink(ignored))
                 pushEntriesOf(next.entry.path(), next.relativePath + '/', pending);
             else if (!next.entry.is_directory(ignored))
-                addFile(next.entry, next.relativePath);
+                addFile(next.entry.path(), next.relativePath);
         }
     }
 
@@ -70,16 +70,16 @@ private:
         std::ranges::move(entries, std::back_inserter(pending));
     }
 
-    void addFile(fs::directory_entry const& entry, std::string relativePath)
+    void addFile(fs::path const& path, std::string relativePath)
     {
         std::error_code error;
-        if (!entry.is_regular_file(error)) {
-            _session.reportError(
-                entry.path().string(), error ? error.message() : "is not a regular file");
+        auto const status = fs::status(path, error);
+        if (!fs::is_regular_file(status)) {
+            _session.reportError(path.string(), error ? error.message() : "is not a regular file");
             return;
         }
-        auto const size = entry.file_size(error);
-        _files.push_back({ entry.path().string(), std::move(relativePath), error ? 0 : size });
+        auto const size = fs::file_size(path, error);
+        _files.push_back({ path.string(), std::move(relativePath), error ? 0 : size });
     }
 
     fs::path const _leftOut;

@@ -1,0 +1,277 @@
+import os
+import resource
+import struct
+import time
+
+import pictures
+from audio import attached, encode, pattern, samples, tone
+from support import CommandTestCase, atom, mp4, run, sound_entry, tag_atom, track, user_data, video_entry
+
+TITLE = tag_atom(b"\xa9nam", "Title")
+
+
+class EditTests(CommandTestCase):
+    def setUp(self):
+        super().setUp()
+        self.out = self.path("out")
+        self.picture = self.write("picture.png", pictures.solid(300, 200, pictures.RED))
+
+    def read(self, path):
+        with open(path, "rb") as file:
+            return file.read()
+
+    def music(self, name, *codec):
+        """Music that takes a cover."""
+        return encode(self.path(name), *tone(), *codec, "-metadata", "title=Title")
+
+    def both(self):
+        return self.music("a.m4a", "-c:a", "aac"), self.music("a.mp3")
+
+    def assert_done(self, result, path, **sizes):
+        self.assertEqual((result.status, result.errors), (0, []))
+        self.assertEqual(result.objects(), [{"path": path, **sizes}])
+
+    def assert_refused(self, result, path):
+        """Ended with 1, one line and an object that both give the reason, and nothing written."""
+        self.assertEqual((result.status, len(result.errors)), (1, 1), result.errors)
+        size = os.path.getsize(path)
+        found, = result.objects()
+        reason = found.pop("reason")
+        self.assertEqual(found, {"path": path, "ok": False, "bytesBefore": size, "bytesAfter": size})
+        self.assertEqual(result.errors[0], f"kxmd: {path}: {reason}")
+        self.assertFalse(os.path.exists(self.out))
+        return reason
+
+    # Covers.
+
+    def test_added_cover_is_extracted_at_its_own_size(self):
+        for path in self.both():
+            with self.subTest(path=path):
+                content = self.read(path)
+                result = run("cover", "add", "--json", path, self.picture, "-o", self.out)
+                self.assert_done(result, path, ok=True, bytesBefore=len(content),
+                                 bytesAfter=os.path.getsize(self.out))
+                self.assertGreater(os.path.getsize(self.out), len(content))
+                self.assertEqual(self.read(path), content)
+                info, = run("info", "--json", self.out).objects()
+                self.assertEqual((info["tags"]["Name"], info["cover"]["valid"]), ("Title", True))
+                self.assertEqual(samples(self.out), samples(path))
+
+                extracted = self.path("extracted.png")
+                result = run("cover", "extract", "--json", self.out, "-o", extracted)
+                size = os.path.getsize(self.out)
+                self.assert_done(result, self.out, ok=True, bytesBefore=size, bytesAfter=size)
+                found = pictures.Picture(self.read(extracted))
+                self.assertEqual(found.size, (300, 200))
+                self.assertGreater(found.pixel(150, 100)[0], 240)
+                os.remove(self.out)
+
+    def test_removed_cover_leaves_the_file_as_it_was_without(self):
+        for path in self.both():
+            with self.subTest(path=path):
+                covered, bare = self.path("covered"), self.path("bare")
+                self.assertEqual(run("cover", "add", path, self.picture, "-o", covered).status, 0)
+                result = run("cover", "remove", "--json", covered, "-o", bare)
+                self.assert_done(result, covered, ok=True, bytesBefore=os.path.getsize(covered),
+                                 bytesAfter=os.path.getsize(bare))
+                self.assertEqual(self.read(bare), self.read(path))
+
+    def test_cover_replaces_those_before(self):
+        for name, codec in (("a.m4a", "aac"), ("a.mp3", "libmp3lame")):
+            with self.subTest(name=name):
+                source = encode(self.path(name), *attached(self.picture, *tone()), "-c:a", codec)
+                green = self.write("green.png", pictures.solid(20, 20, pictures.GREEN))
+                self.assertEqual(run("cover", "add", source, green, "-o", self.out).status, 0)
+                extracted = self.path("e.png")
+                self.assertEqual(run("cover", "extract", self.out, "-o", extracted).status, 0)
+                self.assertEqual(pictures.Picture(self.read(extracted)).size, (20, 20))
+
+    def test_text_says_what_was_done_in_one_line(self):
+        path = self.music("a.mp3")
+        size = os.path.getsize(path)
+        result = run("cover", "add", path, self.picture, "-o", self.out)
+        self.assertEqual(result.out.decode(),
+                         f"cover added: {size} bytes before, {os.path.getsize(self.out)} after\n")
+        result = run("cover", "remove", path, "-o", self.out)
+        self.assertEqual(result.out.decode(), f"covers removed: {size} bytes before, {size} after\n")
+
+    def test_file_without_a_cover_has_none_to_extract(self):
+        for path in self.both():
+            self.assertIn("no cover", self.assert_refused(
+                run("cover", "extract", "--json", path, "-o", self.path("out.png")), path))
+
+    def test_file_that_takes_no_cover_is_refused(self):
+        table = track(b"soun", sound_entry(2))
+        for name, content in (("text", b"Dear diary"), ("empty", b""), ("jpeg", b"\xff\xd8\xff\xe0" + bytes(20)),
+                              ("no-tags.m4a", mp4(table)), ("no-table.m4a", mp4(user_data(TITLE))),
+                              ("id3v2.1.mp3", b"ID3\x01\0\0\0\0\0\x20" + bytes(100))):
+            with self.subTest(name=name):
+                path = self.write(name, content)
+                self.assert_refused(run("-q", "cover", "add", "--json", path, self.picture, "-o", self.out), path)
+
+    def test_picture_that_is_none_is_refused(self):
+        path = self.music("a.mp3")
+        for name, content in (("text.png", b"Dear diary"), ("empty.png", b"")):
+            picture = self.write(name, content)
+            self.assert_failure(run("cover", "add", path, picture, "-o", self.out), picture,
+                                "is no picture that can be read")
+        self.assertFalse(os.path.exists(self.out))
+
+    def test_file_that_cannot_be_read(self):
+        os.mkfifo(self.path("fifo"))
+        for path in (self.path("missing"), self.folder, self.path("fifo"), "/dev/zero"):
+            for action in (("cover", "extract", path, "-o", self.path("out.png")),
+                           ("cover", "remove", path, "-o", self.out),
+                           ("cover", "add", path, self.picture, "-o", self.out),
+                           ("clean", path, "-o", self.out), ("convert", path, "-o", self.out)):
+                with self.subTest(action=action):
+                    self.assert_failure(run(*action), path)
+        picture = self.path("missing.png")
+        self.assert_failure(run("cover", "add", self.music("a.mp3"), picture, "-o", self.out), picture)
+        self.assertFalse(os.path.exists(self.out))
+
+    def test_edit_that_would_break_the_media_is_refused_unless_forced(self):
+        path = self.music("a.m4a", "-c:a", "aac", "-movflags", "frag_keyframe+empty_moov")
+        for action in (("add", path, self.picture), ("remove", path)):
+            with self.subTest(action=action):
+                name, *inputs = action
+                command = ("cover", name, "--json", *inputs, "-o", self.out)
+                if name == "add":
+                    self.assertIn("fragment", self.assert_refused(run(*command), path))
+                forced = run(*command, "--force")
+                self.assert_done(forced, path, ok=True, bytesBefore=os.path.getsize(path),
+                                 bytesAfter=os.path.getsize(self.out))
+                os.remove(self.out)
+
+    # Where the result goes.
+
+    def test_result_is_never_written_over_an_input(self):
+        music = self.music("a.mp3")
+        os.link(music, self.path("link"))
+        os.symlink("a.mp3", self.path("symbolic"))
+        before, picture = self.read(music), self.read(self.picture)
+        for out in (music, self.path("link"), self.path("symbolic"), self.path("./a.mp3")):
+            for action in (("cover", "remove", music), ("cover", "add", music, self.picture), ("clean", music),
+                           ("convert", music)):
+                with self.subTest(out=out, action=action):
+                    self.assert_failure(run(*action, "-o", out), out, "is the input itself")
+        self.assert_failure(run("cover", "add", music, self.picture, "-o", self.picture), self.picture,
+                            "is the input itself")
+        self.assertEqual((self.read(music), self.read(self.picture)), (before, picture))
+
+    def test_result_replaces_nothing_but_files(self):
+        music = self.music("a.mp3")
+        os.mkfifo(self.path("fifo"))
+        for out in (self.folder, self.path("fifo"), "/dev/null", self.path("missing/out")):
+            with self.subTest(out=out):
+                self.assert_failure(run("cover", "remove", music, "-o", out), out)
+        self.assertFalse(os.path.isfile("/dev/null"))
+
+    def test_full_disk_leaves_what_was_there(self):
+        music = self.music("a.mp3")
+        self.write("out", b"as it was")
+        result = run("cover", "remove", music, "-o", self.out, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_FSIZE, (1000, 1000)))
+        self.assert_failure(result, self.out, "File too large")
+        self.assertEqual(self.read(self.out), b"as it was")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.mp3", "out", "picture.png"])
+
+    def test_longest_name_is_no_obstacle(self):
+        music = self.music("a.mp3")
+        for length in (200, 255):
+            out = self.path("n" * length)
+            for _ in range(2):
+                self.assertEqual(run("cover", "remove", music, "-o", out).errors, [])
+            self.assertEqual(self.read(out), self.read(music))
+
+    def test_wrong_usage(self):
+        music = self.music("a.mp3")
+        for arguments in (("cover",), ("cover", "frobnicate", music), ("cover", "remove", music), ("clean", music),
+                          ("cover", "add", music, "-o", self.out), ("cover", "extract", music, "-o", "a.gif"),
+                          ("cover", "extract", "--force", music, "-o", "a.png"), ("convert", music),
+                          ("convert", "--force", music, "-o", self.out), ("clean", music, music, "-o", self.out)):
+            with self.subTest(arguments=arguments):
+                self.assert_usage_error(run(*arguments))
+        self.assertFalse(os.path.exists(self.out))
+
+    # Videos.
+
+    def recording(self, name="clip.mov", *how):
+        return encode(self.path(name), *pattern(64, 64), *tone(), "-c:v", "mpeg4", "-c:a", "aac",
+                      "-metadata", "make=A Phone", "-metadata", "comment=Home", *how)
+
+    def test_clean_removes_user_data(self):
+        path = self.recording()
+        size = os.path.getsize(path)
+        result = run("clean", "--json", path, "-o", self.out)
+        after = os.path.getsize(self.out)
+        self.assert_done(result, path, changed=True, bytesBefore=size, predicted=after, bytesAfter=after)
+        self.assertLess(after, size)
+        self.assertNotIn(b"A Phone", self.read(self.out))
+        self.assertEqual(samples(self.out), samples(path))
+
+    def test_clean_copies_what_has_nothing_to_remove(self):
+        for name, content in (("text", b"Dear diary"), ("empty", b""), ("plain.mp4", mp4(track(b"vide", video_entry(8, 8, 66, 10))))):
+            with self.subTest(name=name):
+                path = self.write(name, content)
+                result = run("clean", "--json", path, "-o", self.out)
+                self.assert_done(result, path, changed=False, bytesBefore=len(content), predicted=len(content),
+                                 bytesAfter=len(content))
+                self.assertEqual(self.read(self.out), content)
+
+    def test_clean_that_would_break_the_media_is_refused_unless_forced(self):
+        path = self.recording("fragmented.mp4", "-movflags", "frag_keyframe+empty_moov")
+        self.assert_refused(run("clean", "--json", path, "-o", self.out), path)
+        forced = run("clean", "--json", "--force", path, "-o", self.out)
+        self.assertEqual((forced.status, forced.objects()[0]["changed"]), (0, True))
+
+    def test_clean_that_removes_nothing_of_what_it_found_is_refused_unless_forced(self):
+        udta = struct.pack(">I", 5000) + b"udta" + bytes(8)
+        moov = struct.pack(">I", 6000) + b"moov" + track(b"vide", video_entry(8, 8, 66, 10)) + udta
+        path = self.write("short.mp4", atom(b"ftyp", b"M4V ", bytes(4)) + moov)
+        self.assert_refused(run("clean", "--json", path, "-o", self.out), path)
+        forced = run("clean", "--json", "--force", path, "-o", self.out)
+        self.assertEqual((forced.status, forced.objects()[0]["changed"]), (0, False))
+        self.assertEqual(self.read(self.out), self.read(path))
+
+    # Conversions.
+
+    def test_convert_makes_aac(self):
+        path = encode(self.path("a.m4a"), *tone(), "-c:a", "alac", "-metadata", "title=Title")
+        size = os.path.getsize(path)
+        result = run("convert", "--json", path, "-o", self.out)
+        self.assert_done(result, path, changed=True, bytesBefore=size, predicted=size,
+                         bytesAfter=os.path.getsize(self.out))
+        info, = run("info", "--json", self.out).objects()
+        self.assertIn("AAC", info["audio"][0]["description"])
+        self.assertEqual(info["tags"]["Name"], "Title")
+
+    def test_convert_refuses_what_is_no_audio(self):
+        path = self.write("text", b"Dear diary")
+        result = run("convert", "--json", path, "-o", self.out)
+        self.assertEqual(result.status, 1)
+        self.assertTrue(result.errors[0].startswith(f"afconvert: {path}: "), result.errors)
+        self.assertEqual(result.errors[1:], [f"kxmd: {path}: cannot be converted"])
+        self.assertEqual(result.objects()[0]["ok"], False)
+        self.assertFalse(os.path.exists(self.out))
+
+    def test_nothing_is_left_in_the_cache_folder(self):
+        environment = {**os.environ, "XDG_CACHE_HOME": self.path("cache")}
+        lossless = encode(self.path("a.m4a"), *tone(), "-c:a", "alac")
+        for action in (("convert", lossless), ("clean", self.recording()), ("convert", self.picture)):
+            run(*action, "-o", self.out, env=environment)
+            self.assertEqual(os.listdir(self.path("cache/kxmd/tmp")), [])
+
+    def test_without_a_temporary_folder_nothing_is_done(self):
+        self.write("cache", b"no folder")
+        path = self.recording()
+        for action in ("clean", "convert"):
+            result = run(action, path, "-o", self.out, env={**os.environ, "XDG_CACHE_HOME": self.path("cache")})
+            self.assert_failure(result, path, "there is no temporary folder to work in")
+
+    def test_small_files_are_done_at_once(self):
+        path = self.write("text", b"Dear diary")
+        start = time.monotonic()
+        for _ in range(10):
+            run("clean", path, "-o", self.out)
+        self.assertLess(time.monotonic() - start, 2)
