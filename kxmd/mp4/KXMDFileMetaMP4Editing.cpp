@@ -65,6 +65,8 @@ bool KXMDFileMetaMP4::addAlbumCoverToData(ImageRef const& image, KXMutableData::
     auto const cover = albumCoverAtomDataForImage(image);
     if (tags.empty() || !cover.length())
         return false;
+    // A chunk offset table that does not lie in the file makes this false, though the file can
+    // still be parsed: its media would not be found.
     bool const isInserted = tags.back()->insertBeforeSelfInMutableData(*data, cover.bytes());
     return parseMutableData(data) && isInserted;
 }

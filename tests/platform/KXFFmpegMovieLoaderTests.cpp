@@ -162,6 +162,15 @@ TEST_F(KXFFmpegMovieLoader, StretchesPixelsThatAreNotSquare)
     EXPECT_EQ(opened(movie.file())->imageAtTime(0, { 16, 16 })->size(), (KXSize { 16, 4 }));
 }
 
+TEST_F(KXFFmpegMovieLoader, BoundsWhatPixelsThatAreNotSquareMakeOfAFrame)
+{
+    // 160,000 by 8 points as told: both sides shrink together.
+    Movie const wide { .frames = { redFrame }, .entryChildren = pixelAspect(10'000, 1) };
+    EXPECT_EQ(firstFrame(wide)->size(), (KXSize { 32768, 1 }));
+    Movie const high { .frames = { redFrame }, .entryChildren = pixelAspect(1, 10'000) };
+    EXPECT_EQ(firstFrame(high)->size(), (KXSize { 1, 8 }));
+}
+
 TEST_F(KXFFmpegMovieLoader, TakesColoursByTheirStandard)
 {
     // Pure green by BT.709 and by BT.601 (ITU-T H.273, 8.3).

@@ -35,11 +35,15 @@ std::string folderOf(std::string const& path)
     return name ? path.substr(0, name) : ".";
 }
 
-/// Waits for the disk: a file that replaces another must not be lost with the power.
-bool replacesAnother(std::string const& path)
+/// Lets a file take after the one that it replaces, if there is one: as private as that was, and on
+/// the disk before, so that neither is lost with the power.
+bool takeAfter(std::string const& replaced, int descriptor)
 {
+    constexpr mode_t permissions = 0777;
     struct stat status;
-    return ::stat(path.c_str(), &status) == 0 && status.st_size > 0;
+    if (::stat(replaced.c_str(), &status) != 0)
+        return true;
+    return ::fchmod(descriptor, status.st_mode & permissions) == 0 && ::fdatasync(descriptor) == 0;
 }
 
 }
@@ -173,7 +177,7 @@ bool AtomicFile::linkIntoPlace()
 
 bool AtomicFile::commit()
 {
-    if (replacesAnother(_path) && ::fdatasync(_descriptor) != 0)
+    if (!takeAfter(_path, _descriptor))
         return fail();
     bool const isInPlace
         = _hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace();

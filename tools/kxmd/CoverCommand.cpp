@@ -111,7 +111,14 @@ void addCover(EditOptions const& options, Session& session)
             return safety.reasonAgainstAddingAlbumCoverOfSize(
                 file.meta->albumCoverSizeForImage(image));
         },
-        [&](auto const& data) { return file.meta->addAlbumCoverToData(image, data); }, session);
+        [&](auto const& data) {
+            // A size field of ID3v2 that is too short for the picture loses frames.
+            return file.meta->addAlbumCoverToData(image, data)
+                && (options.isForced
+                    || file.meta->albumCoverSizeForEmbeddedTags()
+                        == file.meta->albumCoverSizeForImage(image));
+        },
+        session);
 }
 
 CLI::App* addAction(CLI::App& cover, Session& session, char const* name, char const* description,

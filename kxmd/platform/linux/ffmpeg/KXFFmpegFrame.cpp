@@ -45,14 +45,16 @@ PixelSize shownSize(AVFrame const& frame, AVRational pixelAspect, KXSize maximum
     double const height = frame.height;
     if (pixelAspect.num > 0 && pixelAspect.den > 0)
         width *= av_q2d(pixelAspect);
-    double scale = 1;
+    // A pixel may claim to be a thousand times as wide as high; what is made of it has bounds.
+    constexpr double longestSide = 1 << 15, mostPixels = 1 << 26;
+    double scale = std::min(
+        { 1.0, longestSide / std::max(width, height), std::sqrt(mostPixels / (width * height)) });
     if (maximumSize.width > 0 && maximumSize.height > 0)
-        scale = std::min({ 1.0, maximumSize.width / width, maximumSize.height / height });
-    static constexpr double longestSide = 1 << 15;
+        scale = std::min({ scale, maximumSize.width / width, maximumSize.height / height });
     auto const side = [scale](double length) {
-        // Half a pixel up, but never over what is allowed.
+        // Never over what is allowed, but for a size that is met to the last bit.
         double const whole = scale < 1 ? std::floor(length * scale + 1e-6) : std::round(length);
-        return static_cast<int>(std::clamp(whole, 1.0, longestSide));
+        return static_cast<int>(std::max(whole, 1.0));
     };
     return { side(width), side(height) };
 }
