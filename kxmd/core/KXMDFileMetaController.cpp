@@ -1,6 +1,25 @@
 #include "kxmd/core/KXMDFileMetaController.h"
 
+#include "kxmd/host/KXLog.h"
+
 #include <utility>
+
+namespace {
+
+/// What `controller` finds out about `file`. An empty object when that throws, for want of memory
+/// or from the host's file object: on the queue's thread nobody would catch it, and the handler
+/// waits.
+KXMDFileMeta::Ref anyFileMetaForFile(KXMDFileMetaController const& controller, KXDCFile const& file)
+{
+    try {
+        return controller.fileMetaForFile(file);
+    } catch (...) {
+        KXLog("Metadata", "KXMDFileMetaController->a file could not be read");
+        return std::make_shared<KXMDFileMetaEmpty>();
+    }
+}
+
+}
 
 KXMDFileMetaController::KXMDFileMetaController()
     : _fileMetaQueue("org.kxmd.filemetacontroller")
@@ -28,7 +47,7 @@ void KXMDFileMetaController::fileMetaForFile(KXDCFile::Ref file, Handler handler
 {
     _fileMetaQueue.async(
         [self = shared_from_this(), file = std::move(file), handler = std::move(handler)] {
-            auto meta = self->fileMetaForFile(*file);
+            auto meta = anyFileMetaForFile(*self, *file);
             if (handler)
                 handler(std::move(meta));
         });

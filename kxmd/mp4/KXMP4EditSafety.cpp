@@ -12,13 +12,6 @@
 
 namespace {
 
-// What cleaning removes, and how much of it at most.
-constexpr std::string_view cleanedPaths[] {
-    "moov/udta",
-    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
-};
-constexpr std::size_t mostCleaned = 256;
-
 /// The last tag of the file's last tag list that is no cover; null when there is none.
 KXMP4Atom::Ref lastTagOf(KXMP4Atom& root)
 {
@@ -104,7 +97,7 @@ std::optional<std::string> KXMP4EditSafety::reasonAgainstCleaning() const
         for (auto const& atom : _root->allAtomsWithPath(path)) {
             bool const isThere
                 = atom->size() <= _data.length() && atom->offset() <= _data.length() - atom->size();
-            if (!isThere || ++count > mostCleaned)
+            if (!isThere || ++count > mostCleanedAtoms)
                 break;
             plan.remove(atom);
         }

@@ -1,8 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 // Where the atoms are that tags and covers are read from and edited at.
 inline constexpr std::string_view tagListPath = "moov/udta/meta/ilst";
 inline constexpr std::string_view coverPath = "moov/udta/meta/ilst/covr";
 inline constexpr std::string_view chunkOffsetTablePath = "moov/trak/mdia/minf/stbl/stco";
+
+// What cleaning a phone's video removes, in this order.
+inline constexpr std::string_view cleanedPaths[] {
+    "moov/udta",
+    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
+};
+// Each removal moves the file's bytes and parses them anew. Recordings have a handful of these
+// atoms; one with more than this was made to keep us busy.
+inline constexpr std::size_t mostCleanedAtoms = 256;

@@ -2,24 +2,16 @@
 
 #include "kxmd/host/KXPath.h"
 #include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/KXMP4PathsPrivate.h"
 
 #include <string_view>
 #include <utility>
 
 namespace {
 
-// What is removed, in this order.
-constexpr std::string_view uselessPaths[] {
-    "moov/udta",
-    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
-};
-// Each removal moves the file's bytes and parses them anew. Recordings have a handful of these
-// atoms; one with more than this was made to keep us busy.
-constexpr int mostRemovals = 256;
-
 bool hasUselessAtoms(KXMP4Atom& root)
 {
-    for (std::string_view const path : uselessPaths) {
+    for (std::string_view const path : cleanedPaths) {
         if (!root.allAtomsWithPath(path).empty())
             return true;
     }
@@ -41,9 +33,9 @@ bool removeFirstAtomWithPath(std::string_view path, KXMutableData& data, KXAbstr
 /// Removes the useless atoms one after another; whether there was any.
 bool removeUselessAtoms(KXMutableData::Ref const& data)
 {
-    int removals = 0;
-    for (std::string_view const path : uselessPaths) {
-        while (removals < mostRemovals
+    std::size_t removals = 0;
+    for (std::string_view const path : cleanedPaths) {
+        while (removals < mostCleanedAtoms
             && removeFirstAtomWithPath(
                 path, *data, *KXMutableAbstractData::abstractDataWithData(data)))
             ++removals;
@@ -95,7 +87,7 @@ std::uint64_t KXMDFileProcessorCleanIPhoneVideo::processedFilesizeForFileProxy(
     if (!source)
         return filesize;
     auto const root = KXMP4Atom::atomWithAbstractData(*source);
-    for (std::string_view const path : uselessPaths) {
+    for (std::string_view const path : cleanedPaths) {
         for (auto const& atom : root->allAtomsWithPath(path))
             filesize -= atom->size();
     }

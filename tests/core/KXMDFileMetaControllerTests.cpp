@@ -1,12 +1,14 @@
 #include "kxmd/core/KXMDFileMetaController.h"
 
 #include "support/Files.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 
 #include <chrono>
 #include <future>
 #include <latch>
+#include <stdexcept>
 #include <thread>
 
 using namespace build;
@@ -42,6 +44,19 @@ private:
     std::vector<std::string> _calls;
 };
 
+/// A host's file whose path cannot be told.
+class LostFile final : public KXDCFile {
+public:
+    std::string sourcePath() const override { throw std::runtime_error("lost"); }
+    KXDCValue metadataForKey(std::string_view) const override { return {}; }
+    void setMetadataForKey(KXDCValue, std::string_view) override { }
+    void setName(std::string) override { }
+    int fileKind() const override { return 0; }
+    bool hasDRM() const override { return false; }
+    bool isFolder() const override { return false; }
+    std::string filename() const override { return {}; }
+};
+
 KXDCFile::Ref fileAt(std::string path) { return std::make_shared<KXDCSimpleFile>(std::move(path)); }
 
 /// What merging the metadata of a file with these bytes does to a file object.
@@ -74,6 +89,20 @@ TEST(KXMDFileMetaController, MissingFileGivesAnEmptyObjectToTheHandler)
     auto const meta = answer.get_future().get();
     ASSERT_TRUE(meta);
     EXPECT_EQ(meta->metaType(), 0);
+}
+
+TEST(KXMDFileMetaController, FileThatThrowsGivesAnEmptyObjectToTheHandler)
+{
+    LogCapture const log;
+    std::promise<KXMDFileMeta::Ref> answer;
+    KXMDFileMetaController::create()->fileMetaForFile(std::make_shared<LostFile>(),
+        [&](KXMDFileMeta::Ref meta) { answer.set_value(std::move(meta)); });
+    auto const meta = answer.get_future().get();
+    ASSERT_TRUE(meta);
+    EXPECT_EQ(meta->metaType(), 0);
+    EXPECT_EQ(meta->filesize(), 0u);
+    EXPECT_THAT(
+        log.lines(), ElementsAre("Metadata: KXMDFileMetaController->a file could not be read"));
 }
 
 TEST(KXMDFileMetaController, ReadsTheFileAtTheSourcePath)

@@ -135,7 +135,7 @@ class Edits:
         survives = self.survives(after)
         polite = self.run(*operation)
         is_allowed = self.output.exists()
-        if after == self.before and polite.get("reason") == "what is found in it cannot be removed":
+        if after == self.before and polite.get("reason") == "cannot be cleaned":
             return  # Refused for its sake, not for that of the media.
         if is_allowed != survives:
             self.blame(name, f"media survives: {survives}, reason: {polite.get('reason')}")

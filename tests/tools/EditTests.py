@@ -109,6 +109,33 @@ class EditTests(CommandTestCase):
                 path = self.write(name, content)
                 self.assert_refused(run("-q", "cover", "add", "--json", path, self.picture, "-o", self.out), path)
 
+    def test_file_that_is_no_music_is_refused_even_by_force(self):
+        for name, content in (("text", b"Dear diary"), ("empty", b""), ("jpeg", b"\xff\xd8\xff\xe0" + bytes(20))):
+            for action, *picture in (("remove",), ("add", self.picture)):
+                with self.subTest(name=name, action=action):
+                    path = self.write(name, content)
+                    result = run("cover", action, "--json", "--force", path, *picture, "-o", self.out)
+                    self.assertEqual(self.assert_refused(result, path),
+                                     "is neither an MP3 file with tags nor an MP4 file")
+
+    def test_cover_too_large_for_the_size_of_a_frame_is_refused(self):
+        frame = b"TT2" + (6).to_bytes(3, "big") + b"\0Title"
+        path = self.write("v22.mp3", b"ID3\2\0\0" + bytes((0, 0, 0, len(frame))) + frame + bytes(400))
+        # Noise of 20 million pixels is more than the 16 MiB that 24 bits can tell.
+        width, height = 5000, 4000
+        header = struct.pack("<2sIIIIiiHHIIiiII", b"BM", 54 + 3 * width * height, 0, 54, 40, width, height, 1, 24,
+                             0, 0, 0, 0, 0, 0)
+        noise = self.write("noise.bmp", header + os.urandom(3 * width * height))
+        self.assert_refused(run("cover", "add", "--json", path, noise, "-o", self.out), path)
+        self.assertEqual(run("cover", "add", path, self.picture, "-o", self.out).status, 0)
+
+    def test_file_that_does_not_fit_into_memory_is_told_apart(self):
+        path = self.music("a.mp3")
+        os.truncate(path, 1 << 43)
+        result = run("cover", "remove", "--json", path, "-o", self.out)
+        self.assertEqual(result.errors.pop(0), f"[Metadata] KXFileManager->no memory for a file of {1 << 43} bytes")
+        self.assertEqual(self.assert_refused(result, path), "does not fit into memory")
+
     def test_picture_that_is_none_is_refused(self):
         path = self.music("a.mp3")
         for name, content in (("text.png", b"Dear diary"), ("empty.png", b"")):
@@ -158,6 +185,30 @@ class EditTests(CommandTestCase):
         self.assert_failure(run("cover", "add", music, self.picture, "-o", self.picture), self.picture,
                             "is the input itself")
         self.assertEqual((self.read(music), self.read(self.picture)), (before, picture))
+
+    def test_result_goes_where_a_link_leads(self):
+        music = self.music("a.mp3")
+        os.mkdir(self.path("elsewhere"))
+        behind = self.path("elsewhere/behind")
+        for before in (None, b"as it was"): # Nothing is behind a link that dangles: it is replaced.
+            if before:
+                self.write("elsewhere/behind", before)
+            os.symlink("elsewhere/behind", self.out)
+            self.assertEqual(run("cover", "remove", music, "-o", self.out).errors, [])
+            self.assertEqual(os.path.islink(self.out), bool(before))
+            self.assertEqual(self.read(self.out), self.read(music))
+            self.assertEqual(os.path.exists(behind), bool(before))
+            os.remove(self.out)
+        self.assertEqual(self.read(behind), self.read(music))
+
+    def test_replaced_file_stays_as_private_as_it_was(self):
+        music = self.music("a.mp3")
+        for mode in (0o600, 0o640, 0o444, 0o777):
+            self.write("out", b"as it was")
+            os.chmod(self.out, mode)
+            self.assertEqual(run("cover", "remove", music, "-o", self.out).errors, [])
+            self.assertEqual(os.stat(self.out).st_mode & 0o7777, mode)
+            os.remove(self.out)
 
     def test_result_replaces_nothing_but_files(self):
         music = self.music("a.mp3")
@@ -231,7 +282,8 @@ class EditTests(CommandTestCase):
         path = self.write("short.mp4", atom(b"ftyp", b"M4V ", bytes(4)) + moov)
         self.assert_refused(run("clean", "--json", path, "-o", self.out), path)
         forced = run("clean", "--json", "--force", path, "-o", self.out)
-        self.assertEqual((forced.status, forced.objects()[0]["changed"]), (0, False))
+        size = os.path.getsize(path)
+        self.assert_done(forced, path, changed=False, bytesBefore=size, predicted=None, bytesAfter=size)
         self.assertEqual(self.read(self.out), self.read(path))
 
     # Conversions.

@@ -33,7 +33,11 @@ LoadedFile loadedFile(EditOptions const& options, Session& session)
     LoadedFile file;
     file.data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
     if (!file.data) {
-        session.reportUnreadable(options.path);
+        auto const unheld = KXAbstractData::abstractDataWithPath(options.path);
+        if (unheld)
+            reportRefusal(options, "does not fit into memory", unheld->length(), session);
+        else
+            session.reportUnreadable(options.path);
         return file;
     }
     file.meta = KXMDFileMeta::fileMetaWithAbstractData(

@@ -11,6 +11,16 @@
 
 namespace {
 
+/// The file that `path` stands for: whoever names a link means what it leads to.
+std::string pathBehindLinks(std::string const& path)
+{
+    std::error_code error;
+    if (!std::filesystem::is_symlink(path, error))
+        return path;
+    auto const behind = std::filesystem::canonical(path, error);
+    return error ? path : behind.string();
+}
+
 /// Writes a file by `write`, which appends to it.
 template <class Write>
 bool writeWhole(
@@ -24,7 +34,7 @@ bool writeWhole(
         session.reportError(path, "is the input itself");
         return false;
     }
-    AtomicFile file(path);
+    AtomicFile file(pathBehindLinks(path));
     if (file.open() && write(file) && file.commit())
         return true;
     session.reportError(path, file.error().empty() ? "the input changed" : file.error());

@@ -228,7 +228,7 @@ private:
         use(processor, "KXMDFileProcessorCleanIPhoneVideo");
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
         if (_data && _data->length() == size)
-            takeBack(size, "copied as it is: what is found in it cannot be removed");
+            takeBack(size, "copied as it is: cannot be cleaned");
     }
 
     void insertCover()

@@ -13,26 +13,30 @@
 #include <kxmd/processors/KXMDFileProcessorConvertALAC.h>
 
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace {
 
 struct Sizes {
     std::uint64_t before;
-    std::uint64_t predicted;
+    std::optional<std::uint64_t> predicted; ///< None for a file whose atoms claim more than it has.
     std::uint64_t after;
 };
+
+JSON jsonSize(std::optional<std::uint64_t> size) { return size ? JSON(*size) : JSON(nullptr); }
 
 void reportProcessed(EditOptions const& options, bool isChanged, Sizes sizes, Session& session)
 {
     if (options.json) {
         session.write(jsonLine(
             { { "path", options.path }, { "changed", isChanged }, { "bytesBefore", sizes.before },
-                { "predicted", sizes.predicted }, { "bytesAfter", sizes.after } }));
+                { "predicted", jsonSize(sizes.predicted) }, { "bytesAfter", sizes.after } }));
         return;
     }
     session.write((isChanged ? "changed: " : "copied: ") + std::to_string(sizes.before)
-        + " bytes before, " + std::to_string(sizes.predicted) + " predicted, "
-        + std::to_string(sizes.after) + " after\n");
+        + " bytes before, " + (sizes.predicted ? std::to_string(*sizes.predicted) : "none")
+        + " predicted, " + std::to_string(sizes.after) + " after\n");
 }
 
 /// A processor, and what it does to any file.
@@ -55,7 +59,10 @@ void run(EditOptions const& options, Process const& process, KXAbstractData::Ref
     if (!processed || (isAsked && !isChanged && !options.isForced))
         return reportRefusal(options, process.refusal, before, session);
     if (writeEdited(options, *processed, session))
-        reportProcessed(options, isChanged, { before, predicted, processed->length() }, session);
+        reportProcessed(options, isChanged,
+            { before, predicted <= before ? std::optional(predicted) : std::nullopt,
+                processed->length() },
+            session);
 }
 
 /// The file and a folder for what the processor leaves behind; reports what is missing.
@@ -80,7 +87,7 @@ void clean(EditOptions const& options, Session& session)
             options, KXMP4EditSafety(*source).reasonAgainstCleaning(), source->length(), session))
         return;
     KXMDFileProcessorCleanIPhoneVideo const processor(folder.platform());
-    run(options, { processor, false, "what is found in it cannot be removed" }, source, session);
+    run(options, { processor, false, "cannot be cleaned" }, source, session);
 }
 
 void convert(EditOptions const& options, Session& session)

@@ -1,14 +1,17 @@
 #include "kxmd/platform/linux/KXGLibFileManagerPrivate.h"
 
 #include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXLog.h"
 #include "kxmd/host/KXPath.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <climits>
 #include <cstdio>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <new>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -31,9 +34,28 @@ std::uint64_t bytesOfMemory()
 
 bool setContents(std::span<std::uint8_t const> bytes, std::string const& path)
 {
-    return g_file_set_contents_full(path.c_str(), reinterpret_cast<char const*>(bytes.data()),
-        static_cast<gssize>(bytes.size()), G_FILE_SET_CONTENTS_CONSISTENT, fileOnlyForTheUser,
-        nullptr);
+    g_autoptr(GError) error = nullptr;
+    bool const isWritten = g_file_set_contents_full(path.c_str(),
+        reinterpret_cast<char const*>(bytes.data()), static_cast<gssize>(bytes.size()),
+        G_FILE_SET_CONTENTS_CONSISTENT, fileOnlyForTheUser, &error);
+    if (!isWritten)
+        KXLog("Metadata", "KXFileManager->%s", error->message);
+    return isWritten;
+}
+
+/// A buffer with room for `length` bytes and a cover; absent, and logged, where there is no memory.
+std::optional<std::vector<std::uint8_t>> bufferForBytes(std::uint64_t length)
+{
+    try {
+        if (length <= bytesOfMemory()) {
+            std::vector<std::uint8_t> bytes;
+            bytes.reserve(length + roomForACover);
+            return bytes;
+        }
+    } catch (std::bad_alloc const&) {
+    }
+    KXLog("Metadata", "KXFileManager->no memory for a file of %" PRIu64 " bytes", length);
+    return std::nullopt;
 }
 
 }
@@ -41,23 +63,18 @@ bool setContents(std::span<std::uint8_t const> bytes, std::string const& path)
 KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string const& path) const
 {
     auto const file = KXAbstractData::abstractDataWithPath(path);
-    if (!file || file->length() > bytesOfMemory())
+    auto bytes = file ? bufferForBytes(file->length()) : std::nullopt;
+    if (!bytes)
         return nullptr;
-    std::vector<std::uint8_t> bytes;
-    try {
-        bytes.reserve(file->length() + roomForACover);
-    } catch (std::bad_alloc const&) {
-        return nullptr;
-    }
     // Piece by piece, since a vector would first fill with zeros what is read over them.
     std::vector<std::uint8_t> piece(std::min<std::uint64_t>(pieceLength, file->length()));
-    while (bytes.size() < file->length()) {
+    while (bytes->size() < file->length()) {
         std::uint64_t const count = file->readBytesToMaxLength(piece.data(), piece.size());
         if (!count)
             return nullptr; // Shorter than it was.
-        bytes.insert(bytes.end(), piece.data(), piece.data() + count);
+        bytes->insert(bytes->end(), piece.data(), piece.data() + count);
     }
-    return std::make_shared<KXMutableData>(std::move(bytes));
+    return std::make_shared<KXMutableData>(std::move(*bytes));
 }
 
 bool KXGLibFileManager::writeBytesToFile(
