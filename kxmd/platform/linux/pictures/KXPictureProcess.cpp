@@ -1,0 +1,73 @@
+#include "kxmd/platform/linux/pictures/KXPictureProcessPrivate.h"
+
+#include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
+#include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// The sanitizers of a development build want memory of their own, terabytes of it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::uint64_t mostMemoryBytes = 0;
+#else
+constexpr std::uint64_t mostMemoryBytes = std::uint64_t { 1 } << 30;
+#endif
+
+constexpr std::uint64_t mostOutputBytes = std::uint64_t { 1 } << 29; // 128 million pixels.
+
+/// A length for the command line, where a fraction would be written as the user's language has it.
+std::string wholePixels(double length)
+{
+    constexpr double longest = 1 << 20;
+    return std::to_string(static_cast<int>(std::ceil(std::min(length, longest))));
+}
+
+std::size_t numberAt(std::span<std::uint8_t const> bytes)
+{
+    std::size_t number = 0;
+    for (std::uint8_t const byte : bytes.first(4))
+        number = number << 8 | byte;
+    return number;
+}
+
+/// What the program writes: width and height, 32 bits each, most significant byte first, and then
+/// the pixels; nothing for what is no picture.
+KXImage::Ref imageOfOutput(KXData const& output)
+{
+    constexpr std::size_t headLength = 8;
+    auto const bytes = output.bytes();
+    if (bytes.size() < headLength)
+        return nullptr;
+    auto const pixels = bytes.subspan(headLength);
+    return KXImage::imageWithPixels(std::vector<std::uint8_t>(pixels.begin(), pixels.end()),
+        numberAt(bytes), numberAt(bytes.subspan(4)));
+}
+
+}
+
+KXPictureProcess::KXPictureProcess(std::string program)
+    : _program(std::move(program))
+{
+}
+
+std::string KXPictureProcess::installedProgram() { return pathBesideLibrary(KXMD_RENDER_PROGRAM); }
+
+std::optional<KXImage::Ref> KXPictureProcess::imageForPath(
+    std::string const& path, KXSize maximumSize) const
+{
+    KXChildProcess const process {
+        .arguments
+        = { _program, wholePixels(maximumSize.width), wholePixels(maximumSize.height), path },
+        .mostOutputBytes = mostOutputBytes,
+        .mostMemoryBytes = mostMemoryBytes,
+    };
+    auto const output = process.run();
+    if (output && !output->length())
+        return std::nullopt;
+    return output ? imageOfOutput(*output) : nullptr;
+}

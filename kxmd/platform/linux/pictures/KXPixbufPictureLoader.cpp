@@ -1,0 +1,216 @@
+#include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
+
+#include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
+#include "kxmd/platform/linux/pictures/KXPixbufImagePrivate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <gdk-pixbuf/gdk-pixbuf.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+// The largest picture that is decoded, in pixels as stored and as decoded: a few bytes may claim
+// billions of them.
+constexpr std::uint64_t mostStoredPixels = 1ull << 28;
+constexpr std::uint64_t mostDecodedPixels = 1ull << 27;
+
+std::uint64_t pixelsOf(int width, int height)
+{
+    return static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
+}
+
+void decodeNoPixels(GdkPixbufLoader* loader)
+{
+    gdk_pixbuf_loader_set_size(loader, 0, 0); // By the library's own convention.
+}
+
+void keepSize(GdkPixbufLoader* loader, int width, int height, gpointer size)
+{
+    *static_cast<KXSize*>(size) = { static_cast<double>(width), static_cast<double>(height) };
+    decodeNoPixels(loader);
+}
+
+struct Decoding {
+    KXSize wantedSize;
+    bool isRefused { false };
+    bool hasPixels { false }; ///< Whether some have been decoded.
+};
+
+std::string nameOfFormat(GdkPixbufLoader* loader)
+{
+    GAllocated<gchar> const name(gdk_pixbuf_format_get_name(gdk_pixbuf_loader_get_format(loader)));
+    return name.get();
+}
+
+/// By how much a picture can be shrunk while it is decoded, and stays large enough upright as well
+/// as lying. The decoder of JPEG shrinks by these factors only (ITU-T T.81 blocks of 8).
+int shrinkingFactor(int width, int height, KXSize wantedSize)
+{
+    double const wanted = std::max(wantedSize.width, wantedSize.height);
+    for (int const factor : { 8, 4, 2 }) {
+        if (wanted > 0 && std::min(width, height) / factor >= wanted)
+            return factor;
+    }
+    return 1;
+}
+
+/// By how much a drawing is shrunk: it is drawn in the size that is wanted, never larger than it
+/// says it is.
+double drawingScale(int width, int height, KXSize wantedSize)
+{
+    double const scale = std::max(wantedSize.width / width, wantedSize.height / height);
+    return scale > 0 ? std::min(scale, 1.0) : 1;
+}
+
+void chooseSize(GdkPixbufLoader* loader, int width, int height, gpointer decodingPointer)
+{
+    auto& decoding = *static_cast<Decoding*>(decodingPointer);
+    std::string const format = nameOfFormat(loader);
+    int decodedWidth = width, decodedHeight = height;
+    if (format == "jpeg" || format == "webp") { // They shrink while they decode.
+        int const factor = shrinkingFactor(width, height, decoding.wantedSize);
+        decodedWidth = (width + factor - 1) / factor;
+        decodedHeight = (height + factor - 1) / factor;
+    } else if (format == "svg") {
+        double const scale = drawingScale(width, height, decoding.wantedSize);
+        decodedWidth = static_cast<int>(std::ceil(width * scale));
+        decodedHeight = static_cast<int>(std::ceil(height * scale));
+    }
+    bool const isStored = format != "svg";
+    if ((isStored && pixelsOf(width, height) > mostStoredPixels)
+        || pixelsOf(decodedWidth, decodedHeight) > mostDecodedPixels) {
+        decoding.isRefused = true;
+        decodeNoPixels(loader);
+    } else if (decodedWidth != width || decodedHeight != height) {
+        gdk_pixbuf_loader_set_size(loader, decodedWidth, decodedHeight);
+    }
+}
+
+/// Whether the decoder of a format hands out pixels while it goes on, so that the upper part of a
+/// file that is cut off can be shown.
+bool isDecodedFromTheTop(GdkPixbufLoader* loader)
+{
+    std::string const format = nameOfFormat(loader);
+    return format == "jpeg" || format == "png";
+}
+
+void clearPixels(GdkPixbufLoader* loader, gpointer)
+{
+    // The pixels that a damaged file leaves out would show whatever was in memory before.
+    constexpr guint32 transparentWhite = 0xFFFFFF00;
+    if (isDecodedFromTheTop(loader))
+        gdk_pixbuf_fill(gdk_pixbuf_loader_get_pixbuf(loader), transparentWhite);
+}
+
+void notePixels(GdkPixbufLoader*, int, int, int, int, gpointer decoding)
+{
+    static_cast<Decoding*>(decoding)->hasPixels = true;
+}
+
+/// By how much the pixels are shrunk when they are taken over. Twice the wanted size is kept, since
+/// the resampler makes the better pictures; but large pictures need not be in memory twice.
+std::size_t shrinkingFactor(GdkPixbuf& pixbuf, KXSize wantedSize)
+{
+    constexpr std::uint64_t fewPixels = 1 << 22;
+    int const width = gdk_pixbuf_get_width(&pixbuf), height = gdk_pixbuf_get_height(&pixbuf);
+    double const wanted = std::max(wantedSize.width, wantedSize.height);
+    if (!(wanted > 0) || pixelsOf(width, height) <= fewPixels)
+        return 1;
+    return static_cast<std::size_t>(std::max(1.0, std::min(width, height) / (2 * wanted)));
+}
+
+/// Gives the next `length` bytes to the loader, piece by piece, while `goesOn`.
+template <class GoesOn>
+bool feed(GdkPixbufLoader* loader, KXAbstractData& data, std::uint64_t length,
+    std::size_t pieceLength, GoesOn goesOn)
+{
+    std::vector<std::uint8_t> piece(pieceLength);
+    while (length && goesOn()) {
+        std::uint64_t const count
+            = data.readBytesToMaxLength(piece.data(), std::min<std::uint64_t>(pieceLength, length));
+        if (!count || !gdk_pixbuf_loader_write(loader, piece.data(), count, nullptr))
+            return false;
+        length -= count;
+    }
+    return true;
+}
+
+/// Moves past the headers of an album cover that is given as its whole atom, as iTunes writes it:
+/// size, "covr", size, "data", type indicator, locale. The length of the picture, or `length`.
+std::uint64_t skipCoverHeaders(KXAbstractData& data, std::uint64_t length)
+{
+    constexpr std::uint64_t headersLength = 24, dataHeaderLength = 16;
+    std::uint64_t const start = data.offset();
+    std::optional<std::string> cover, content;
+    std::uint32_t contentSize = 0;
+    data.skipBytes(4);
+    bool const isCover = length > headersLength
+        && data.readStringTo(cover, 4, KXStringEncodingLatin1) && *cover == "covr"
+        && data.readUInt32To(contentSize, KXSwap::yes)
+        && data.readStringTo(content, 4, KXStringEncodingLatin1) && *content == "data";
+    if (!isCover) {
+        data.setOffset(start);
+        return length;
+    }
+    data.setOffset(start + headersLength);
+    std::uint64_t const rest = length - headersLength;
+    return contentSize > dataHeaderLength
+        ? std::min<std::uint64_t>(contentSize - dataHeaderLength, rest)
+        : rest;
+}
+
+}
+
+std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
+    KXAbstractData& data, std::uint64_t length) const
+{
+    constexpr std::size_t pieceLength = 4 * 1024;
+    GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
+    KXSize size;
+    g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(keepSize), &size);
+    // Whether feeding and closing succeed does not matter: no pixels were wanted.
+    feed(loader.get(), data, length, pieceLength, [&size] { return size == KXSize(); });
+    gdk_pixbuf_loader_close(loader.get(), nullptr);
+    return size.width > 0 && size.height > 0 ? std::optional(size) : std::nullopt;
+}
+
+KXImage::Ref KXPixbufPictureLoader::imageInData(
+    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+{
+    length = skipCoverHeaders(data, length);
+    GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
+    Decoding decoding { wantedSize };
+    g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(chooseSize), &decoding);
+    g_signal_connect(loader.get(), "area-prepared", G_CALLBACK(clearPixels), nullptr);
+    g_signal_connect(loader.get(), "area-updated", G_CALLBACK(notePixels), &decoding);
+    bool const isFed = feedPictureTo(
+        [&](std::span<std::uint8_t const> bytes) {
+            return gdk_pixbuf_loader_write(loader.get(), bytes.data(), bytes.size(), nullptr)
+                && !decoding.isRefused;
+        },
+        data, length);
+    bool const isPartial = decoding.hasPixels; // Closing makes up the rest of a picture.
+    bool const isClosed = gdk_pixbuf_loader_close(loader.get(), nullptr);
+    GdkPixbuf* const decoded = gdk_pixbuf_loader_get_pixbuf(loader.get()); // The loader's.
+    if (decoding.isRefused || !decoded)
+        return nullptr;
+    bool const isWhole = isFed && isClosed;
+    if (!isWhole && !(isPartial && isDecodedFromTheTop(loader.get())))
+        return nullptr;
+    GObjectRef<GdkPixbuf> const upright(gdk_pixbuf_apply_embedded_orientation(decoded));
+    return upright ? imageOfPixbuf(*upright, shrinkingFactor(*upright, wantedSize)) : nullptr;
+}
+
+KXData KXPixbufPictureLoader::jpgRepresentation(KXImage const& image) const
+{
+    return encodedPixbuf(pixbufOverWhite(image).get(), "jpeg", "quality", "90");
+}
+
+KXData KXPixbufPictureLoader::pngRepresentation(KXImage const& image) const
+{
+    // Beyond this level files shrink by a few percent and encoding takes several times as long.
+    return encodedPixbuf(pixbufOfImage(image).get(), "png", "compression", "2");
+}

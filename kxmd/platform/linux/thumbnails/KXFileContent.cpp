@@ -1,0 +1,136 @@
+#include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace {
+
+using namespace std::string_view_literals;
+
+struct Signature {
+    std::size_t offset;
+    std::string_view bytes;
+    KXFileContent content;
+};
+
+using enum KXFileContent;
+
+// In this order: the file types of ISO/IEC 14496-12 that are pictures (ISO/IEC 23008-12) before all
+// others.
+constexpr Signature signatures[] {
+    { 0, "\xFF\xD8\xFF"sv, picture }, // JPEG
+    { 0, "\x89PNG\r\n\x1A\n"sv, picture },
+    { 0, "GIF87a"sv, picture },
+    { 0, "GIF89a"sv, picture },
+    { 0, "II*\0"sv, rarePicture }, // TIFF
+    { 0, "MM\0*"sv, rarePicture },
+    { 0, "\0\0\1\0"sv, rarePicture }, // Icons of Windows.
+    { 8, "WEBP"sv, rarePicture },
+    { 4, "ftypmif1"sv, rarePicture }, // HEIF of any codec, and a row of such pictures.
+    { 4, "ftypmsf1"sv, rarePicture },
+    { 4, "ftyphei"sv, rarePicture },
+    { 4, "ftyphev"sv, rarePicture },
+    { 4, "ftypavi"sv, rarePicture },
+    { 4, "ftyp"sv, movie },
+    { 4, "moov"sv, movie },
+    { 4, "mdat"sv, movie },
+    { 4, "wide"sv, movie },
+    { 4, "free"sv, movie },
+    { 4, "skip"sv, movie },
+    { 4, "pnot"sv, movie },
+    { 0, "ID3"sv, movie },
+    { 0, "fLaC"sv, movie },
+    { 0, "OggS"sv, movie },
+    { 0, "\x1A\x45\xDF\xA3"sv, movie }, // Matroska, WebM
+    { 8, "AVI "sv, movie },
+    { 8, "WAVE"sv, movie },
+    { 8, "AIFF"sv, movie },
+    { 8, "AIFC"sv, movie },
+    { 0, "FLV\1"sv, movie },
+    { 0, "\x30\x26\xB2\x75\x8E\x66\xCF\x11"sv, movie }, // ASF: WMV, WMA
+    { 0, "\0\0\1\xBA"sv, movie }, // MPEG program stream
+    { 0, "\0\0\1\xB3"sv, movie }, // MPEG video
+    { 0, "#!AMR"sv, movie },
+    { 0, ".snd"sv, movie },
+    { 0, ".RMF"sv, movie },
+    { 0, "caff"sv, movie },
+    { 0, "wvpk"sv, movie },
+    { 0, "MAC "sv, movie },
+    { 0, "MPCK"sv, movie },
+    { 0, "MP+"sv, movie },
+    { 0, "TTA1"sv, movie },
+    { 0, "DSD "sv, movie },
+};
+
+/// A bitmap of Windows: two letters alone would make pictures of texts.
+bool isBitmap(std::string_view head)
+{
+    constexpr std::size_t reserved = 6; // Four bytes of zero.
+    return head.starts_with("BM") && head.substr(0, 10).ends_with("\0\0\0\0"sv)
+        && head.size() > reserved + 4;
+}
+
+/// The sync word of an MPEG audio frame (ISO/IEC 11172-3) or of AAC (ISO/IEC 13818-7).
+bool isAudioFrame(std::span<std::uint8_t const> head)
+{
+    if (head.size() < 4 || head[0] != 0xFF || (head[1] & 0xE0) != 0xE0)
+        return false;
+    constexpr std::uint8_t ofTexts = 0xFE; // The byte-order mark of UTF-16 (RFC 2781).
+    if (head[1] == ofTexts)
+        return false;
+    if ((head[1] & 0xF6) == 0xF0) // AAC: no layer.
+        return (head[2] >> 2 & 0xF) < 13; // Sampling frequencies in use.
+    constexpr unsigned reserved = 1;
+    return (head[1] >> 3 & 3) != reserved && (head[1] >> 1 & 3) != 0 && head[2] >> 4 != 0xF
+        && (head[2] >> 2 & 3) != 3;
+}
+
+/// A transport stream (ISO/IEC 13818-1): packets of 188 bytes, with four more in front on discs.
+bool isTransportStream(std::span<std::uint8_t const> head)
+{
+    constexpr std::uint8_t sync = 0x47;
+    constexpr std::size_t packetLength = 188, stampLength = 4;
+    auto const hasPackets = [head](std::size_t first, std::size_t length) {
+        for (std::size_t i = 0; i < 3; ++i) {
+            if (first + i * length >= head.size() || head[first + i * length] != sync)
+                return false;
+        }
+        return true;
+    };
+    return hasPackets(0, packetLength) || hasPackets(stampLength, packetLength + stampLength);
+}
+
+bool contains(std::string_view head, std::string_view text)
+{
+    return head.find(text) != std::string_view::npos;
+}
+
+/// A drawing: text with its root element, which comments and declarations may stand before.
+bool isDrawing(std::string_view head)
+{
+    std::size_t const first = head.find_first_not_of("\xEF\xBB\xBF \t\r\n");
+    return first != std::string_view::npos && head[first] == '<'
+        && (contains(head, "<svg") || contains(head, ":svg"));
+}
+
+}
+
+KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)
+{
+    std::string_view const head(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    for (auto const& signature : signatures) {
+        if (head.size() > signature.offset
+            && head.substr(signature.offset).starts_with(signature.bytes))
+            return signature.content;
+    }
+    if (isBitmap(head))
+        return picture;
+    if (isAudioFrame(bytes) || isTransportStream(bytes))
+        return movie;
+    // As readers of PDF do: some files have a line or two in front.
+    constexpr std::size_t longestWayToPDF = 1024;
+    if (contains(head.substr(0, longestWayToPDF), "%PDF-"))
+        return pdf;
+    return isDrawing(head) ? drawing : other;
+}

@@ -1,0 +1,115 @@
+#include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
+
+#include "kxmd/host/KXPath.h"
+#include "kxmd/platform/KXImageFitting.h"
+#include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
+#include "kxmd/platform/linux/thumbnails/KXMovieThumbnailPrivate.h"
+
+#include <algorithm>
+#include <gio/gio.h>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// A file that is to be shown, as far as everybody wants to know it.
+struct KXLinuxThumbnailService::File {
+    std::string path;
+    KXAbstractData& data;
+    std::vector<std::uint8_t> head;
+    KXFileContent content;
+};
+
+namespace {
+
+std::vector<std::uint8_t> headOf(KXAbstractData& data)
+{
+    std::vector<std::uint8_t> head(longestContentHead);
+    head.resize(static_cast<std::size_t>(data.readBytesToMaxLength(head.data(), head.size())));
+    data.setOffset(0);
+    return head;
+}
+
+/// The desktop's name for what the file is, by its content and, where that does not tell, by its
+/// name.
+std::string contentTypeOf(std::string const& path, std::span<std::uint8_t const> head)
+{
+    std::string const name(lastPathComponent(path));
+    GAllocated<gchar> const type(
+        g_content_type_guess(name.c_str(), head.data(), head.size(), nullptr));
+    GAllocated<gchar> const mimeType(type ? g_content_type_get_mime_type(type.get()) : nullptr);
+    return mimeType ? mimeType.get() : "";
+}
+
+bool isOfMovies(std::string_view contentType)
+{
+    return contentType.starts_with("audio/") || contentType.starts_with("video/");
+}
+
+}
+
+KXLinuxThumbnailService::KXLinuxThumbnailService(Parts parts)
+    : _parts(std::move(parts))
+{
+}
+
+KXImage::Ref KXLinuxThumbnailService::imageForPath(
+    std::string const& path, KXSize maximumSize) const
+{
+    if (!(maximumSize.width >= 1) || !(maximumSize.height >= 1))
+        return nullptr;
+    // Absolute, so that no program takes it for one of its options.
+    GAllocated<gchar> const absolute(g_canonicalize_filename(path.c_str(), nullptr));
+    auto const data = path.empty() ? nullptr : KXAbstractData::abstractDataWithPath(path);
+    if (!data)
+        return nullptr;
+    auto head = headOf(*data);
+    KXFileContent const content = contentOfFileWithHead(head);
+    File const file { absolute.get(), *data, std::move(head), content };
+    auto const ours = imageByOurselves(file, maximumSize);
+    auto const image = ours ? *ours : imageByTheDesktop(file, maximumSize);
+    return image ? shrinkImageToSize(image, maximumSize) : nullptr;
+}
+
+/// Absent when the file is nothing of ours.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
+    File const& file, KXSize maximumSize) const
+{
+    switch (file.content) {
+    case KXFileContent::picture:
+        return _parts.pictureLoader->imageInData(file.data, file.data.length(), maximumSize);
+    case KXFileContent::rarePicture:
+        return _parts.pictureProcess->imageForPath(file.path, maximumSize);
+    case KXFileContent::drawing: // Whoever else tried would take as long.
+        return _parts.pictureProcess->imageForPath(file.path, maximumSize).value_or(nullptr);
+    case KXFileContent::movie:
+        return imageOfMovie(file, maximumSize);
+    case KXFileContent::pdf:
+        if (auto page = _parts.documentThumbnailer->imageOfPDF(file.path, maximumSize))
+            return page;
+        return std::nullopt;
+    case KXFileContent::other:
+        break;
+    }
+    return std::nullopt;
+}
+
+/// Absent when it is no movie that can be opened; without frame and cover it has no picture.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfMovie(
+    File const& file, KXSize maximumSize) const
+{
+    auto const movie = _parts.movieLoader->movieWithData(file.data);
+    if (!movie)
+        return std::nullopt;
+    return thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize);
+}
+
+KXImage::Ref KXLinuxThumbnailService::imageByTheDesktop(File const& file, KXSize maximumSize) const
+{
+    std::string const type = contentTypeOf(file.path, file.head);
+    // A movie of a kind that its first bytes do not tell. No program of the desktop is asked: a
+    // list of other files that goes by the name of a movie would make it read these.
+    if (isOfMovies(type) && file.content != KXFileContent::movie)
+        return imageOfMovie(file, maximumSize).value_or(nullptr);
+    return _parts.documentThumbnailer->imageOfDocument(file.path, type, maximumSize);
+}

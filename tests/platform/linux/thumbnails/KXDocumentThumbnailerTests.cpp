@@ -1,0 +1,157 @@
+#include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
+
+#include "kxmd/platform/KXPlatform.h"
+#include "support/Files.h"
+#include "support/Pictures.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+using namespace pictures;
+namespace files = std::filesystem;
+
+namespace {
+
+/// Temporary folders in the folder of a test.
+class FoldersInFolder final : public KXTemporaryFolders {
+public:
+    explicit FoldersInFolder(files::path parent)
+        : _parent(std::move(parent))
+    {
+    }
+    std::string applicationTempFolder() const override { return _parent.string(); }
+    std::string applicationUniqueTempFolderWithPrefix(std::string_view prefix) const override
+    {
+        auto const path = _parent / (std::string(prefix) + std::to_string(++_count));
+        files::create_directories(path);
+        return path.string();
+    }
+    int count() const { return _count; }
+
+private:
+    files::path const _parent;
+    mutable std::atomic<int> _count { 0 };
+};
+
+class KXDocumentThumbnailerTest : public testing::Test {
+protected:
+    KXDocumentThumbnailerTest()
+    {
+        auto const data = loader->pngRepresentation(*quarters(64, 64));
+        folder.write("quarters.png", build::Bytes(data.bytes().begin(), data.bytes().end()));
+    }
+
+    KXDocumentThumbnailer thumbnailer(std::string const& pdfProgram = {}) const
+    {
+        return { { pdfProgram, (folder.path() / "shared").string(), { folder.path().string() } },
+            loader, temporaryFolders };
+    }
+
+    void install(std::string const& command) const
+    {
+        folder.write("a.thumbnailer",
+            build::text("[Thumbnailer Entry]\nMimeType=text/a\nExec=" + command + "\n"));
+    }
+
+    KXImage::Ref shown(std::string const& type = "text/a") const
+    {
+        return thumbnailer().imageOfDocument(document, type, { 100, 100 });
+    }
+
+    std::string copyCommand() const
+    {
+        return "/bin/cp " + (folder.path() / "quarters.png").string() + " %o";
+    }
+
+    TemporaryFolder const folder;
+    std::shared_ptr<KXPictureLoader const> const loader
+        = KXPlatform::platformOfThisMachine()->pictureLoader;
+    std::shared_ptr<FoldersInFolder> const temporaryFolders
+        = std::make_shared<FoldersInFolder>(folder.path() / "temporary");
+    std::string const document = folder.write("letter.odt", build::text("letter"));
+};
+
+}
+
+TEST_F(KXDocumentThumbnailerTest, IsMadeByTheProgramForTheType)
+{
+    EXPECT_FALSE(shown());
+    install(copyCommand());
+    auto const image = shown();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(pixel(*image, 3, 3), red);
+    EXPECT_FALSE(shown("text/b"));
+    EXPECT_EQ(temporaryFolders->count(), 1); // None for what no program is there for.
+}
+
+TEST_F(KXDocumentThumbnailerTest, LeavesNothingBehind)
+{
+    install(copyCommand());
+    EXPECT_TRUE(shown());
+    install("/bin/sh -c 'mkdir -p \"$1.d/e\"; touch \"$1.d/e/f\"; exit 1' x %o");
+    EXPECT_FALSE(shown());
+    EXPECT_TRUE(files::is_empty(folder.path() / "temporary"));
+}
+
+TEST_F(KXDocumentThumbnailerTest, ProgramThatMisbehavesGivesNothing)
+{
+    for (char const* command : { "/bin/false", "/bin/true", "/bin/mkdir %o", "/usr/bin/mkfifo %o",
+             "/bin/sh -c 'echo no picture > $0' %o", "/bin/sh -c 'kill -SEGV $$'",
+             "/bin/ln -s /dev/zero %o" }) {
+        install(command);
+        EXPECT_FALSE(shown()) << command;
+    }
+}
+
+TEST_F(KXDocumentThumbnailerTest, WithoutATemporaryFolderThereIsNone)
+{
+    install(copyCommand());
+    folder.write("temporary", {}); // In the way.
+    class NoFolders final : public KXTemporaryFolders {
+    public:
+        std::string applicationTempFolder() const override { return {}; }
+        std::string applicationUniqueTempFolderWithPrefix(std::string_view) const override
+        {
+            return {};
+        }
+    };
+    KXDocumentThumbnailer const without(
+        { {}, {}, { folder.path().string() } }, loader, std::make_shared<NoFolders const>());
+    EXPECT_FALSE(without.imageOfDocument(document, "text/a", { 100, 100 }));
+}
+
+TEST_F(KXDocumentThumbnailerTest, PDFIsShownByItsProgram)
+{
+    std::string const program = folder.write("pdf",
+        build::text("#!/bin/sh\n[ \"$*\" = \"-singlefile -f 1 -l 1 -scale-to 100 -png " + document
+            + "\" ] && cat " + (folder.path() / "quarters.png").string() + "\n"));
+    files::permissions(program, files::perms::owner_all);
+    EXPECT_TRUE(thumbnailer(program).imageOfPDF(document, { 99.5, 20 }));
+    EXPECT_FALSE(thumbnailer(program).imageOfPDF(document, { 500, 20 }));
+    EXPECT_FALSE(thumbnailer().imageOfPDF(document, { 100, 100 }));
+    EXPECT_FALSE(thumbnailer("/bin/false").imageOfPDF(document, { 100, 100 }));
+    EXPECT_FALSE(thumbnailer("/bin/echo").imageOfPDF(document, { 100, 100 }));
+}
+
+TEST_F(KXDocumentThumbnailerTest, FirstPageOfARealPDF)
+{
+    auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
+    if (places.pdfProgram.empty())
+        GTEST_SKIP() << "no program for PDF";
+    // A page of 200 by 100 points, its left half red; readers find the objects without a table.
+    std::string const page = "1 0 0 rg 0 0 100 100 re f";
+    std::string const pdf = folder.write("-page.pdf",
+        build::text(
+            "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n"
+            "2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
+            "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 100]/Contents 4 0 R>>endobj\n"
+            "4 0 obj<</Length "
+            + std::to_string(page.size()) + ">>stream\n" + page
+            + "\nendstream endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n"));
+    auto const image = thumbnailer(places.pdfProgram).imageOfPDF(pdf, { 100, 100 });
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 100, 50 }));
+    EXPECT_EQ(pixel(*image, 20, 25), red);
+    EXPECT_EQ(pixel(*image, 80, 25), white);
+}

@@ -1,0 +1,104 @@
+#include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
+
+#include "support/Builders.h"
+
+#include <gtest/gtest.h>
+
+using namespace build;
+using enum KXFileContent;
+
+namespace {
+
+/// The content of a file with this head and some bytes behind it.
+KXFileContent contentOf(Bytes const& head) { return contentOfFileWithHead(join(head, zeros(600))); }
+
+KXFileContent contentOf(std::string const& head) { return contentOf(text(head)); }
+
+Bytes packets(std::size_t first, std::size_t length)
+{
+    Bytes stream = zeros(first);
+    for (int i = 0; i < 3; ++i)
+        stream = join(stream, u8(0x47), filled(length - 1, 1));
+    return stream;
+}
+
+}
+
+TEST(KXFileContent, KnowsPicturesThatAreDecodedHere)
+{
+    EXPECT_EQ(contentOf(bytes({ 0xFF, 0xD8, 0xFF, 0xE0 })), picture);
+    EXPECT_EQ(contentOf(png(3, 3)), picture);
+    EXPECT_EQ(contentOf(gif(3, 3)), picture);
+    EXPECT_EQ(contentOf("GIF87a"), picture);
+    EXPECT_EQ(contentOf(join(text("BM"), u32(0x12345678), zeros(4))), picture);
+}
+
+TEST(KXFileContent, KnowsPicturesOfOtherProcesses)
+{
+    for (Bytes const& head : { bytes({ 'I', 'I', '*', 0 }), bytes({ 'M', 'M', 0, '*' }),
+             bytes({ 0, 0, 1, 0 }), text("RIFF....WEBPVP8 ") })
+        EXPECT_EQ(contentOf(head), rarePicture);
+    for (char const* brand : { "heic", "heix", "hevc", "mif1", "msf1", "avif", "avis" })
+        EXPECT_EQ(contentOf(atom("ftyp", text(brand), u32(0))), rarePicture) << brand;
+}
+
+TEST(KXFileContent, KnowsDrawings)
+{
+    for (char const* head : { "<svg/>", "<?xml version='1.0'?><!-- x --><svg>", "\xEF\xBB\xBF<svg",
+             " \r\n\t<svg:svg xmlns:svg=''>" })
+        EXPECT_EQ(contentOf(head), drawing) << head;
+    for (char const* head : { "a <svg>", "<html>", "", "{'svg'}" })
+        EXPECT_EQ(contentOf(head), other) << head;
+}
+
+TEST(KXFileContent, KnowsMoviesAndMusic)
+{
+    for (char const* brand : { "M4A ", "isom", "qt  ", "mp42", "3gp4" })
+        EXPECT_EQ(contentOf(atom("ftyp", text(brand), u32(0))), movie) << brand;
+    for (char const* type : { "moov", "mdat", "wide", "free", "skip" })
+        EXPECT_EQ(contentOf(atom(type, u32(0))), movie) << type;
+    for (char const* head : { "ID3\4", "fLaC", "OggS", "\x1A\x45\xDF\xA3", "RIFF....AVI LIST",
+             "RIFF....WAVEfmt ", "FORM....AIFFCOMM", "FLV\1", "#!AMR\n" })
+        EXPECT_EQ(contentOf(head), movie) << head;
+}
+
+TEST(KXFileContent, KnowsAudioFramesAndPackets)
+{
+    for (auto const& frame : { bytes({ 0xFF, 0xFB, 0x90, 0x44 }), bytes({ 0xFF, 0xF3, 0x40, 0 }),
+             bytes({ 0xFF, 0xF1, 0x50, 0x80 }), bytes({ 0xFF, 0xF9, 0x50, 0x80 }) })
+        EXPECT_EQ(contentOf(frame), movie);
+    for (auto const& frame :
+        { bytes({ 0xFF, 0xFE, 'a', 0 }), bytes({ 0xFF, 0xEB, 0x90, 0 }),
+            bytes({ 0xFF, 0xFB, 0xF0, 0 }), bytes({ 0xFF, 0xFB, 0x9C, 0 }), bytes({ 0xFF, 0xFB }) })
+        EXPECT_EQ(contentOfFileWithHead(frame), other);
+    EXPECT_EQ(contentOf(packets(0, 188)), movie);
+    EXPECT_EQ(contentOf(packets(4, 192)), movie);
+    EXPECT_EQ(contentOf(packets(1, 188)), other);
+    EXPECT_EQ(contentOf("GGGG"), other);
+}
+
+TEST(KXFileContent, KnowsPDFBehindALineOrTwo)
+{
+    EXPECT_EQ(contentOf("%PDF-1.4\n"), pdf);
+    EXPECT_EQ(contentOf(join(filled(1'000, '\n'), text("%PDF-1.4"))), pdf);
+    EXPECT_EQ(contentOf(join(filled(1'020, '\n'), text("%PDF-1.4"))), other);
+}
+
+TEST(KXFileContent, KnowsNothingOfTextsAndLists)
+{
+    for (char const* head : { "BMW is a car", "#EXTM3U\nfile:///etc/passwd", "concat:a|b",
+             "ffconcat", "[playlist]", "P6 1 1 255 ", "/* XPM */", "PK\3\4" })
+        EXPECT_EQ(contentOf(head), other) << head;
+}
+
+TEST(KXFileContent, ShortHeadsAreNoHarm)
+{
+    Bytes const whole = join(atom("ftyp", text("heic")), zeros(20));
+    for (Bytes const& file :
+        { whole, png(3, 3), packets(0, 188), text("BM\0\0\0\0\0\0\0\0\0\0") }) {
+        for (std::size_t length = 0; length < std::min<std::size_t>(file.size(), 40); ++length)
+            (void)contentOfFileWithHead(std::span(file).first(length));
+    }
+    EXPECT_EQ(contentOfFileWithHead({}), other);
+    EXPECT_EQ(contentOfFileWithHead(text("BM")), other);
+}

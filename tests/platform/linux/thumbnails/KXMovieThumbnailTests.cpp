@@ -1,0 +1,114 @@
+#include "kxmd/platform/linux/thumbnails/KXMovieThumbnailPrivate.h"
+
+#include "support/Builders.h"
+#include "support/Fakes.h"
+#include "support/Pictures.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <map>
+
+using namespace pictures;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// A movie with some frames, which are shown from their time on.
+class FakeMovie final : public KXMovie {
+public:
+    double duration() const override { return length; }
+    KXImage::Ref imageAtTime(double, KXSize) override { return nullptr; }
+    KXImage::Ref keyImageAtTime(double seconds, KXSize) override
+    {
+        asked.push_back(seconds);
+        auto const next = frames.upper_bound(seconds);
+        return next == frames.begin() ? nullptr : std::prev(next)->second;
+    }
+    KXData attachedPicture() const override { return KXData(cover); }
+
+    double length { 0 };
+    std::map<double, KXImage::Ref> frames;
+    build::Bytes cover;
+    std::vector<double> asked;
+};
+
+class KXMovieThumbnail : public testing::Test {
+protected:
+    KXImage::Ref thumbnail() { return thumbnailOfMovie(movie, *loader, { 50, 50 }); }
+
+    FakeMovie movie;
+    std::shared_ptr<KXPictureLoader const> const loader
+        = KXPlatform::platformOfThisMachine()->pictureLoader;
+    KXImage::Ref const black = solid(8, 8, { 0, 0, 0, 255 });
+};
+
+}
+
+TEST_F(KXMovieThumbnail, IsAFrameATenthIn)
+{
+    movie.length = 100;
+    movie.frames = { { 0, black }, { 9, quarters(8, 8) }, { 50, gradient(8, 8) } };
+    EXPECT_EQ(thumbnail(), movie.frames[9]);
+    EXPECT_THAT(movie.asked, ElementsAre(10));
+}
+
+TEST_F(KXMovieThumbnail, LiesWithinTheFirstHalfMinuteOfALongMovie)
+{
+    movie.length = 7'200;
+    movie.frames = { { 0, quarters(8, 8) } };
+    EXPECT_TRUE(thumbnail());
+    EXPECT_THAT(movie.asked, ElementsAre(30));
+}
+
+TEST_F(KXMovieThumbnail, BlankFrameGivesWayToOneOfThePlot)
+{
+    movie.length = 90;
+    movie.frames = { { 0, black }, { 20, gradient(64, 64) } };
+    EXPECT_EQ(thumbnail(), movie.frames[20]);
+    EXPECT_THAT(movie.asked, ElementsAre(9, 30));
+}
+
+TEST_F(KXMovieThumbnail, BlankFrameIsBetterThanNone)
+{
+    movie.length = 90;
+    movie.frames = { { 0, black } };
+    EXPECT_EQ(thumbnail(), black);
+}
+
+TEST_F(KXMovieThumbnail, FirstFrameServesWhenTheRestCannotBeDecoded)
+{
+    for (double const duration : { 0.0, -5.0, std::numeric_limits<double>::quiet_NaN(),
+             std::numeric_limits<double>::infinity() }) {
+        movie.length = duration;
+        movie.frames = { { 0, quarters(8, 8) } };
+        EXPECT_EQ(thumbnail(), movie.frames[0]) << duration;
+    }
+}
+
+TEST_F(KXMovieThumbnail, IsTheFrameOfAMovieThatHasACover)
+{
+    movie.frames = { { 0, quarters(8, 8) } };
+    auto const cover = loader->pngRepresentation(*solid(9, 9, red));
+    movie.cover.assign(cover.bytes().begin(), cover.bytes().end());
+    EXPECT_EQ(thumbnail(), movie.frames[0]);
+}
+
+TEST_F(KXMovieThumbnail, IsTheCoverOfMusic)
+{
+    auto const cover = loader->pngRepresentation(*solid(9, 9, red));
+    movie.cover.assign(cover.bytes().begin(), cover.bytes().end());
+    auto const image = thumbnail();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(pixel(*image, 4, 4), red);
+}
+
+TEST_F(KXMovieThumbnail, CoverThatIsNoPlainPictureIsNotDecoded)
+{
+    for (char const* bytes :
+        { "", "a letter", "<svg xmlns='http://www.w3.org/2000/svg'/>", "RIFF....WEBPVP8 " }) {
+        movie.cover = build::text(bytes);
+        EXPECT_FALSE(thumbnail()) << bytes;
+    }
+}

@@ -1,0 +1,142 @@
+#include "kxmd/platform/linux/thumbnails/KXSharedThumbnailFolderPrivate.h"
+
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <glib.h>
+#include <sys/stat.h>
+
+using namespace build;
+namespace files = std::filesystem;
+
+namespace {
+
+Bytes textChunk(std::string const& key, std::string const& value)
+{
+    return pngChunk("tEXt", join(text(key), u8(0), text(value)));
+}
+
+class KXSharedThumbnailFolderTest : public testing::Test {
+protected:
+    std::string address() const
+    {
+        gchar* const uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
+        std::string const copy = uri;
+        g_free(uri);
+        return copy;
+    }
+
+    std::string time() const
+    {
+        struct stat status { };
+        EXPECT_EQ(::stat(path.c_str(), &status), 0);
+        return std::to_string(status.st_mtime);
+    }
+
+    /// Keeps a thumbnail with these texts in the folder for a size.
+    void keep(std::string const& size, std::vector<Bytes> const& texts) const
+    {
+        gchar* const digest = g_compute_checksum_for_string(G_CHECKSUM_MD5, address().c_str(), -1);
+        files::create_directories(folder.path() / size);
+        Bytes const whole = png(1, 1);
+        auto const behindHeader = whole.begin() + 33;
+        folder.write(size + "/" + digest + ".png",
+            join(Bytes(whole.begin(), behindHeader), concatenated(texts),
+                Bytes(behindHeader, whole.end())));
+        g_free(digest);
+    }
+
+    void keepValid(std::string const& size) const
+    {
+        keep(size, { textChunk("Thumb::URI", address()), textChunk("Thumb::MTime", time()) });
+    }
+
+    /// The side length of the thumbnail that is chosen; 0 for none.
+    int chosen(int sideLength) const
+    {
+        auto const entry
+            = KXSharedThumbnailFolder(folder.path().string()).entryForPath(path, sideLength);
+        EXPECT_TRUE(!entry || files::is_regular_file(entry->path));
+        return entry ? entry->sideLength : 0;
+    }
+
+    TemporaryFolder const folder;
+    std::string const path = folder.write("a \xC3\xB6 #file%.odt", text("letter"));
+};
+
+}
+
+TEST_F(KXSharedThumbnailFolderTest, WithoutThumbnailThereIsNone) { EXPECT_EQ(chosen(128), 0); }
+
+TEST_F(KXSharedThumbnailFolderTest, ChoosesTheSmallestThatIsLargeEnough)
+{
+    keepValid("normal");
+    keepValid("x-large");
+    EXPECT_EQ(chosen(100), 128);
+    EXPECT_EQ(chosen(128), 128);
+    EXPECT_EQ(chosen(129), 512);
+    EXPECT_EQ(chosen(2000), 512);
+    keepValid("large");
+    EXPECT_EQ(chosen(129), 256);
+    keepValid("xx-large");
+    EXPECT_EQ(chosen(513), 1024);
+}
+
+TEST_F(KXSharedThumbnailFolderTest, ThumbnailOfAnEarlierStateIsNone)
+{
+    keepValid("normal");
+    files::last_write_time(path, files::last_write_time(path) - std::chrono::hours(1));
+    EXPECT_EQ(chosen(128), 0);
+}
+
+TEST_F(KXSharedThumbnailFolderTest, TextsMustBeThereAndMatch)
+{
+    Bytes const uri = textChunk("Thumb::URI", address());
+    Bytes const mtime = textChunk("Thumb::MTime", time());
+    for (auto const& texts : std::vector<std::vector<Bytes>> { {}, { uri }, { mtime },
+             { uri, textChunk("Thumb::MTime", "") },
+             { uri, textChunk("Thumb::MTime", time() + "1") },
+             { uri, textChunk("Thumb::MTime", "x" + time()) },
+             { textChunk("Thumb::URI", "file:///other"), mtime },
+             { uri, mtime, textChunk("Thumb::Size", "7") },
+             { uri, pngChunk("tEXt", text("Thumb::MTime" + time())) } }) {
+        keep("normal", texts);
+        EXPECT_EQ(chosen(128), 0);
+    }
+    for (auto const& texts :
+        std::vector<std::vector<Bytes>> { { mtime, uri, textChunk("Thumb::Size", "6") },
+            { textChunk("Software", "x"), uri, mtime },
+            { uri, textChunk("Thumb::MTime", time() + ".25") } }) {
+        keep("normal", texts);
+        EXPECT_EQ(chosen(128), 128);
+    }
+}
+
+TEST_F(KXSharedThumbnailFolderTest, DamagedThumbnailIsNone)
+{
+    gchar* const digest = g_compute_checksum_for_string(G_CHECKSUM_MD5, address().c_str(), -1);
+    std::string const name = std::string("normal/") + digest + ".png";
+    g_free(digest);
+    keepValid("normal");
+    Bytes const whole = bytesOfFile(folder.path() / name);
+    std::size_t const needed = whole.size() - 12; // All but IEND.
+    for (std::size_t length = 0; length < needed; ++length) {
+        folder.write(name, Bytes(whole.begin(), whole.begin() + static_cast<int>(length)));
+        if (length < needed - 4) { // The last checksum is not looked at.
+            EXPECT_EQ(chosen(128), 0) << length;
+        }
+    }
+    keep("normal", std::vector<Bytes>(1'000, textChunk("Software", "x")));
+    EXPECT_EQ(chosen(128), 0);
+    folder.write(
+        name, join(Bytes(whole.begin(), whole.begin() + 33), u32(0xFFFFFFFF), text("tEXt")));
+    EXPECT_EQ(chosen(128), 0);
+}
+
+TEST_F(KXSharedThumbnailFolderTest, FileThatIsGoneHasNone)
+{
+    keepValid("normal");
+    files::remove(path);
+    EXPECT_EQ(chosen(128), 0);
+}
