@@ -1,7 +1,7 @@
 #include "kxmd/host/KXLog.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
-#include "kxmd/mp4/KXMP4CoverLimitPrivate.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
+#include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include <utility>
@@ -45,12 +45,13 @@ bool KXMDFileMetaMP4::removeAlbumCoverFromData(KXMutableData::Ref const& data)
     if (!parseMutableData(data) || atomsWithPath(chunkOffsetTablePath).empty())
         return false;
     auto covers = atomsWithPath(coverPath);
-    if (!areCoversFewEnough(covers, *mp4Atom())) {
+    if (!canRemoveInGoodTime(covers.size(), *mp4Atom())) {
         KXLog("Metadata", "KXMDFileMetaMP4->too many album covers, none is removed");
         return false;
     }
+    std::size_t left = covers.size(); // Sizes that contradict each other may bring up more.
     for (; !covers.empty(); covers = atomsWithPath(coverPath)) {
-        if (!covers.back()->removeSelfFromMutableData(*data) || !parseMutableData(data))
+        if (!left-- || !covers.back()->removeSelfFromMutableData(*data) || !parseMutableData(data))
             return false;
     }
     return true;

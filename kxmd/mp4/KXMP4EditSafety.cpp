@@ -1,10 +1,10 @@
 #include "kxmd/mp4/KXMP4EditSafety.h"
 
 #include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/mp4/KXMP4CoverLimitPrivate.h"
 #include "kxmd/mp4/KXMP4EditReasonsPrivate.h"
 #include "kxmd/mp4/KXMP4MediaOffsetCheckPrivate.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
+#include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
 
 #include <algorithm>
 #include <string_view>
@@ -61,7 +61,7 @@ std::optional<std::string> KXMP4EditSafety::reasonAgainstEditAt(
 bool KXMP4EditSafety::addRemovalOfAlbumCovers(KXMP4EditPlan& plan) const
 {
     auto const covers = _root->allAtomsWithPath(coverPath);
-    if (!_isMP4 || !areCoversFewEnough(covers, *_root)
+    if (!_isMP4 || !canRemoveInGoodTime(covers.size(), *_root)
         || _root->allAtomsWithPath(chunkOffsetTablePath).empty())
         return false;
     for (auto const& cover : covers)
@@ -95,13 +95,12 @@ std::optional<std::string> KXMP4EditSafety::reasonAgainstCleaning() const
     std::size_t count = 0;
     for (std::string_view const path : cleanedPaths) {
         for (auto const& atom : _root->allAtomsWithPath(path)) {
-            bool const isThere
-                = atom->size() <= _data.length() && atom->offset() <= _data.length() - atom->size();
-            if (!isThere || ++count > mostCleanedAtoms)
-                break;
             plan.remove(atom);
+            ++count;
         }
     }
+    if (!canRemoveInGoodTime(count, *_root))
+        return std::string(reasons::tooManyAtoms);
     return reasonAgainst(std::move(plan));
 }
 

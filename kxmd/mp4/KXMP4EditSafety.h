@@ -41,7 +41,8 @@ public:
     [[nodiscard]] std::optional<std::string> reasonAgainstAddingAlbumCoverOfSize(
         std::uint64_t atomSize) const;
 
-    /// `reasonAgainstCleaning` The same for the removals of `KXMDFileProcessorCleanIPhoneVideo`.
+    /// `reasonAgainstCleaning` The same for the removals of `KXMDFileProcessorCleanIPhoneVideo`,
+    /// also where one of them cannot be made.
     [[nodiscard]] std::optional<std::string> reasonAgainstCleaning() const;
 
 private:

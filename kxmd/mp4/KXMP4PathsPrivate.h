@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 
 // Where the atoms are that tags and covers are read from and edited at.
@@ -13,6 +12,3 @@ inline constexpr std::string_view cleanedPaths[] {
     "moov/udta",
     "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
 };
-// Each removal moves the file's bytes and parses them anew. Recordings have a handful of these
-// atoms; one with more than this was made to keep us busy.
-inline constexpr std::size_t mostCleanedAtoms = 256;

@@ -1,21 +1,35 @@
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
 
+#include "kxmd/host/KXLog.h"
 #include "kxmd/host/KXPath.h"
 #include "kxmd/mp4/KXMP4Atom.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
+#include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
 
 #include <string_view>
 #include <utility>
 
 namespace {
 
-bool hasUselessAtoms(KXMP4Atom& root)
+KXMP4Atom::List uselessAtoms(KXMP4Atom& root)
 {
+    KXMP4Atom::List atoms;
     for (std::string_view const path : cleanedPaths) {
-        if (!root.allAtomsWithPath(path).empty())
-            return true;
+        auto const found = root.allAtomsWithPath(path);
+        atoms.insert(atoms.end(), found.begin(), found.end());
     }
-    return false;
+    return atoms;
+}
+
+/// How many useless atoms the file that `data` reads has; 0 if there are too many to remove.
+std::size_t countOfRemovableAtoms(KXAbstractData& data)
+{
+    auto const root = KXMP4Atom::atomWithAbstractData(data);
+    std::size_t const count = uselessAtoms(*root).size();
+    if (canRemoveInGoodTime(count, *root))
+        return count;
+    KXLog("Metadata", "KXMDFileProcessorCleanIPhoneVideo->too much user data, none is removed");
+    return 0;
 }
 
 /// Removes the first atom at `path` from the file in `data`; whether any bytes went.
@@ -30,17 +44,18 @@ bool removeFirstAtomWithPath(std::string_view path, KXMutableData& data, KXAbstr
     return data.length() != length; // One that is still there would be found again and again.
 }
 
-/// Removes the useless atoms one after another; whether there was any.
-bool removeUselessAtoms(KXMutableData::Ref const& data)
+/// Removes the useless atoms, `count` of them, one after another; whether any bytes went. Sizes
+/// that contradict each other may bring up more, again and again; these stay.
+bool removeUselessAtoms(std::size_t count, KXMutableData::Ref const& data)
 {
-    std::size_t removals = 0;
+    std::uint64_t const length = data->length();
     for (std::string_view const path : cleanedPaths) {
-        while (removals < mostCleanedAtoms
+        while (count
             && removeFirstAtomWithPath(
                 path, *data, *KXMutableAbstractData::abstractDataWithData(data)))
-            ++removals;
+            --count;
     }
-    return removals > 0;
+    return data->length() != length;
 }
 
 }
@@ -61,10 +76,11 @@ KXAbstractData::Ref KXMDFileProcessorCleanIPhoneVideo::processedFileDataForPath(
 std::string KXMDFileProcessorCleanIPhoneVideo::pathOfCleanedCopy(std::string const& path) const
 {
     auto const source = KXAbstractData::abstractDataWithPath(path);
-    if (!source || !hasUselessAtoms(*KXMP4Atom::atomWithAbstractData(*source)))
+    std::size_t const count = source ? countOfRemovableAtoms(*source) : 0;
+    if (!count)
         return {};
     auto const data = _platform->fileManager->mutableDataWithContentsOfFile(path);
-    if (!data || !removeUselessAtoms(data))
+    if (!data || !removeUselessAtoms(count, data))
         return {};
     std::string const folder
         = _platform->temporaryFolders->applicationUniqueTempFolderWithPrefix("metadata-video");
@@ -86,10 +102,7 @@ std::uint64_t KXMDFileProcessorCleanIPhoneVideo::processedFilesizeForFileProxy(
     auto const source = KXAbstractData::abstractDataWithPath(fileProxy.file()->sourcePath());
     if (!source)
         return filesize;
-    auto const root = KXMP4Atom::atomWithAbstractData(*source);
-    for (std::string_view const path : cleanedPaths) {
-        for (auto const& atom : root->allAtomsWithPath(path))
-            filesize -= atom->size();
-    }
+    for (auto const& atom : uselessAtoms(*KXMP4Atom::atomWithAbstractData(*source)))
+        filesize -= atom->size();
     return filesize;
 }

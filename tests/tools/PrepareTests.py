@@ -107,6 +107,15 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(summary["bytesOut"], sum(file["size"] for file in files.values()))
         self.assert_no_temporary_files()
 
+    def test_film_with_lossless_sound_keeps_its_pictures(self):
+        for name, *tags in (("film.mp4", "-metadata", "title=Film"), ("clip.mov",)):
+            encode(os.path.join(self.source, name), *pattern(64, 64), *tone(), "-c:v", "mpeg4", "-c:a", "alac", *tags)
+        files, summary = self.prepared()
+        self.assertEqual({name: file["processors"] for name, file in files.items()},
+                         {"film.mp4": [], "clip.mov": [CLEAN]})
+        for name in files:
+            self.assertEqual(probe(os.path.join(self.out, name))[2]["codec_name"], "mpeg4")
+
     def test_objects_have_exactly_these_fields(self):
         self.place("song.mp3")
         result = self.prepare("--json")

@@ -25,7 +25,8 @@ namespace {
 class Source {
 public:
     explicit Source(std::string const& path)
-        : _descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+        : _path(path)
+        , _descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
         , _openError(_descriptor < 0 ? errno : 0)
         , _before(state())
     {
@@ -40,7 +41,12 @@ public:
 
     int descriptor() const { return _descriptor; }
     std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
-    bool hasChanged() const { return state() != _before; }
+    /// Whether it is another one by now, or gone: processors open it by its path.
+    bool hasChanged() const
+    {
+        struct stat status { };
+        return ::stat(_path.c_str(), &status) != 0 || stateOf(status) != _before;
+    }
 
     /// Why it cannot be read, or nothing.
     std::string error() const
@@ -52,6 +58,8 @@ public:
 
 private:
     struct State {
+        dev_t device { 0 };
+        ino_t node { 0 };
         mode_t mode { 0 };
         off_t size { 0 };
         time_t changeSeconds { 0 };
@@ -64,9 +72,16 @@ private:
         struct stat status { };
         if (_descriptor >= 0)
             ::fstat(_descriptor, &status);
-        return { status.st_mode, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
+        return stateOf(status);
     }
 
+    static State stateOf(struct stat const& status)
+    {
+        return { status.st_dev, status.st_ino, status.st_mode, status.st_size,
+            status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
+    }
+
+    std::string const _path;
     int const _descriptor;
     int const _openError;
     State const _before;
@@ -83,10 +98,12 @@ std::uint64_t largestEditedFile()
     return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) / 4;
 }
 
-bool isLossless(KXMDFileMeta const& meta)
+/// Whether it is music that is worth to be converted; of a film only the sound would be left.
+bool isLosslessAudio(KXMDFileMeta const& meta)
 {
-    return std::ranges::any_of(meta.audioCodecsInfo(),
-        [](KXMDCodecInfo const& info) { return info.codec() == KXMDCodecALAC; });
+    return !meta.containsVideo()
+        && std::ranges::any_of(meta.audioCodecsInfo(),
+            [](KXMDCodecInfo const& info) { return info.codec() == KXMDCodecALAC; });
 }
 
 /// The preparation of one file.
@@ -116,7 +133,7 @@ private:
     {
         _outcome.sizeBefore = _outcome.predictedSize = _source.size();
         readTags();
-        if (_options.converts && isLossless(*_meta))
+        if (_options.converts && isLosslessAudio(*_meta))
             convert();
         else if (_options.cleans && isRecording())
             clean();
@@ -227,8 +244,8 @@ private:
         KXMDFileProcessorCleanIPhoneVideo const processor(platform);
         use(processor, "KXMDFileProcessorCleanIPhoneVideo");
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
-        if (_data && _data->length() == size)
-            takeBack(size, "copied as it is: cannot be cleaned");
+        if (!_data || _data->length() != _outcome.predictedSize)
+            _outcome.error = "cannot be cleaned";
     }
 
     void insertCover()

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "kxmd/mp4/KXMP4Atom.h"
+
+#include <algorithm>
+#include <cstddef>
+
+/// Whether `count` atoms of the file that `root` stands for can be removed in good time.
+///
+/// Each removal moves the file's bytes and parses them anew. Real files have a handful to remove;
+/// one with very many of them, or with many among a million atoms, was made to keep us busy.
+inline bool canRemoveInGoodTime(std::size_t count, KXMP4Atom& root)
+{
+    constexpr std::uint64_t aHandful = 16, mostParsedAtoms = 1u << 25,
+                            mostMovedBytes = std::uint64_t { 1 } << 38;
+    if (count <= aHandful)
+        return true;
+    if (count > mostMovedBytes / std::max<std::uint64_t>(root.size(), 1))
+        return false;
+    std::uint64_t atoms = 0;
+    root.visitDepthFirst(
+        [&](KXMP4Atom&, std::size_t) { return ++atoms * count <= mostParsedAtoms; });
+    return atoms * count <= mostParsedAtoms;
+}
