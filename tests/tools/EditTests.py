@@ -302,7 +302,7 @@ class EditTests(CommandTestCase):
         path = self.write("text", b"Dear diary")
         result = run("convert", "--json", path, "-o", self.out)
         self.assertEqual(result.status, 1)
-        self.assertTrue(result.errors[0].startswith(f"afconvert: {path}: "), result.errors)
+        self.assertTrue(result.errors[0].startswith(f"[Metadata] afconvert: {path}: "), result.errors)
         self.assertEqual(result.errors[1:], [f"kxmd: {path}: cannot be converted"])
         self.assertEqual(result.objects()[0]["ok"], False)
         self.assertFalse(os.path.exists(self.out))

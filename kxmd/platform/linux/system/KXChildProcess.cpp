@@ -1,102 +1,19 @@
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 
+#include "kxmd/platform/linux/system/KXPipePrivate.h"
+#include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-/// Attributes of the process to be: a group of its own, and no signal blocked or ignored.
-class Attributes {
-public:
-    Attributes()
-    {
-        posix_spawnattr_init(&_attributes);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&_attributes, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&_attributes, &signals);
-        posix_spawnattr_setpgroup(&_attributes, 0);
-        posix_spawnattr_setflags(
-            &_attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    ~Attributes() { posix_spawnattr_destroy(&_attributes); }
-    Attributes(Attributes const&) = delete;
-    Attributes& operator=(Attributes const&) = delete;
-
-    posix_spawnattr_t const* get() const { return &_attributes; }
-
-private:
-    posix_spawnattr_t _attributes;
-};
-
-/// Files of the process to be: nothing to read, standard output into `output`, no other file of
-/// ours.
-class FileActions {
-public:
-    explicit FileActions(int output)
-    {
-        posix_spawn_file_actions_init(&_actions);
-        // First of all: in a host that closed its standard files it may be one of these numbers.
-        posix_spawn_file_actions_adddup2(&_actions, output, STDOUT_FILENO);
-        posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addclosefrom_np(&_actions, STDERR_FILENO + 1);
-    }
-    ~FileActions() { posix_spawn_file_actions_destroy(&_actions); }
-    FileActions(FileActions const&) = delete;
-    FileActions& operator=(FileActions const&) = delete;
-
-    posix_spawn_file_actions_t const* get() const { return &_actions; }
-
-private:
-    posix_spawn_file_actions_t _actions;
-};
-
-/// Owns one end of a pipe.
-class Descriptor {
-public:
-    explicit Descriptor(int number)
-        : _number(number)
-    {
-    }
-    ~Descriptor() { close(); }
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-
-    int number() const { return _number; }
-    void close()
-    {
-        if (_number >= 0)
-            ::close(std::exchange(_number, -1));
-    }
-
-private:
-    int _number;
-};
-
-pid_t spawn(std::vector<std::string> const& arguments, int output)
-{
-    std::vector<char*> pointers;
-    for (auto const& argument : arguments)
-        pointers.push_back(const_cast<char*>(argument.c_str())); // Only read.
-    pointers.push_back(nullptr);
-    pid_t process = -1;
-    bool const isStarted = posix_spawn(&process, pointers[0], FileActions(output).get(),
-                               Attributes().get(), pointers.data(), environ)
-        == 0;
-    return isStarted ? process : -1;
-}
 
 void limit(pid_t process, __rlimit_resource resource, std::uint64_t most)
 {
@@ -173,16 +90,18 @@ bool endProcess(pid_t process)
 
 std::optional<KXData> KXChildProcess::run() const
 {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0)
+    KXPipe pipe;
+    if (!pipe.isOpen())
         return std::nullopt;
-    Descriptor const output(ends[0]);
-    Descriptor input(ends[1]);
     auto const end = Clock::now() + deadline;
-    pid_t const process = spawn(arguments, input.number());
-    input.close();
-    if (process < 0)
+    KXProgramStart const program {
+        .arguments = arguments, .target = pipe.writingEnd(), .isApart = true
+    };
+    auto const started = program.start();
+    pipe.closeWritingEnd();
+    if (!started)
         return std::nullopt;
+    pid_t const process = *started;
 
     // It runs already, but has not seen the file yet.
     limit(process, RLIMIT_CORE, 0);
@@ -192,7 +111,7 @@ std::optional<KXData> KXChildProcess::run() const
 
     std::vector<std::uint8_t> bytes;
     bool const isOver
-        = readAllTo(bytes, output.number(), mostOutputBytes, end) && waitFor(process, end);
+        = readAllTo(bytes, pipe.readingEnd(), mostOutputBytes, end) && waitFor(process, end);
     bool const isWell = endProcess(process);
     if (!isOver || !isWell)
         return std::nullopt;

@@ -1,47 +1,106 @@
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 
+#include "kxmd/host/KXLog.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
+#include "kxmd/platform/linux/system/KXPipePrivate.h"
+#include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <csignal>
-#include <spawn.h>
+#include <poll.h>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
+extern "C" {
+#include <sys/pidfd.h> // Does not say by itself that it is C before glibc 2.37.
+}
+
 namespace {
 
 constexpr std::string_view converter = "/usr/bin/afconvert";
+constexpr std::size_t mostLogged = 4096; // Bytes of what one run of a tool says.
 
-/// Attributes of the process to be. The thread that starts it may block signals for reasons of its
-/// own, and its host may ignore broken pipes; the program expects neither.
-class Attributes {
-public:
-    Attributes()
-    {
-        posix_spawnattr_init(&_attributes);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&_attributes, &signals);
-        sigaddset(&signals, SIGPIPE);
-        posix_spawnattr_setsigdefault(&_attributes, &signals);
-        posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    ~Attributes() { posix_spawnattr_destroy(&_attributes); }
-    Attributes(Attributes const&) = delete;
-    Attributes& operator=(Attributes const&) = delete;
-
-    posix_spawnattr_t const* get() const { return &_attributes; }
-
-private:
-    posix_spawnattr_t _attributes;
-};
-
-/// The program that is run for `path`.
-std::string programForPath(std::string const& path)
+/// Whether our own converter is to stand in for the program at `path`.
+bool isMissingConverter(std::string const& path)
 {
-    bool const isMissing = path == converter && ::access(path.c_str(), X_OK) != 0;
-    return isMissing ? pathBesideLibrary(KXMD_CONVERTER) : path;
+    return path == converter && ::access(path.c_str(), X_OK) != 0;
+}
+
+/// Asks our converter to end with this process, which it must not do for whoever else starts it.
+/// The system lets it end with the thread that started it; that one waits for it here.
+std::string requestToEndWithUs() { return "KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()); }
+
+/// Takes the next piece of what a tool says, which is kept up to the bound. False at the end.
+bool readPieceTo(std::string& said, int descriptor)
+{
+    std::array<char, mostLogged> piece;
+    ssize_t const count = ::read(descriptor, piece.data(), piece.size());
+    if (count < 0)
+        return errno == EINTR;
+    auto const length = static_cast<std::size_t>(count);
+    said.append(piece.data(), std::min(length, mostLogged - said.size()));
+    return length > 0;
+}
+
+/// What a tool says until its end. All of it is read, so that the tool never waits for us; but not
+/// for what it may have left behind with its end of the pipe in hand.
+std::string allThatIsSaidBy(pid_t tool, int descriptor)
+{
+    int const tellsTheEnd = ::pidfd_open(tool, 0); // None, -1, is passed over.
+    pollfd waited[] { { descriptor, POLLIN, 0 }, { tellsTheEnd, POLLIN, 0 } };
+    std::string said;
+    for (;;) {
+        if (::poll(waited, std::size(waited), -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            break;
+        }
+        bool const hasMore = waited[0].revents, isOver = waited[1].revents;
+        if (isOver && (!hasMore || said.size() == mostLogged))
+            break;
+        if (hasMore && !readPieceTo(said, descriptor))
+            break;
+    }
+    if (tellsTheEnd >= 0)
+        ::close(tellsTheEnd);
+    return said;
+}
+
+/// A tool repeats names, which may hold anything; none may steer the terminal that shows the log.
+std::string withoutControlCharacters(std::string_view text)
+{
+    std::string shown(text);
+    std::ranges::replace_if(
+        shown, [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    // U+0080 to U+009F are controls as well: C2 80 to C2 9F in UTF-8.
+    for (std::size_t at = 0; (at = shown.find('\xC2', at)) != std::string::npos; ++at) {
+        if (at + 1 < shown.size() && (shown[at + 1] & 0xE0) == 0x80)
+            shown.replace(at, 2, "?");
+    }
+    return shown;
+}
+
+void logLinesOf(std::string_view said)
+{
+    while (!said.empty()) {
+        std::string_view const line = said.substr(0, said.find_first_of("\r\n"));
+        if (!line.empty())
+            KXLog("Metadata", "%s", withoutControlCharacters(line).c_str());
+        said.remove_prefix(std::min(line.size() + 1, said.size()));
+    }
+}
+
+/// Its exit status, once it is over; absent when it was ended by a signal.
+std::optional<int> exitStatusOf(pid_t tool)
+{
+    int status;
+    while (::waitpid(tool, &status, 0) < 0) {
+        if (errno != EINTR)
+            return std::nullopt; // Taken away by a host that does not care for its children's ends.
+    }
+    return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
 }
 
 }
@@ -49,19 +108,25 @@ std::string programForPath(std::string const& path)
 std::optional<int> KXLinuxTaskRunner::runToolAtPath(
     std::string const& path, std::vector<std::string> const& arguments) const
 {
-    std::string program = programForPath(path);
-    std::vector<char*> words { program.data() };
-    for (std::string const& argument : arguments)
-        words.push_back(const_cast<char*>(argument.c_str())); // Only read.
-    words.push_back(nullptr);
-    pid_t child;
-    if (::posix_spawn(&child, program.c_str(), nullptr, Attributes().get(), words.data(), environ)
-        != 0)
+    KXPipe pipe;
+    if (!pipe.isOpen())
         return std::nullopt;
-    int status;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return std::nullopt; // Taken away by a host that does not care for its children's ends.
+    // What goes wrong is said on standard error; what else a tool may have to say, such as how far
+    // it is, would only fill the log.
+    KXProgramStart program {
+        .arguments = { path }, .target = pipe.writingEnd(), .stream = STDERR_FILENO
+    };
+    if (isMissingConverter(path)) {
+        program.arguments = { pathBesideLibrary(KXMD_CONVERTER) };
+        program.variable = requestToEndWithUs();
     }
-    return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
+    program.arguments.insert(program.arguments.end(), arguments.begin(), arguments.end());
+    auto const tool = program.start();
+    pipe.closeWritingEnd();
+    if (!tool)
+        return std::nullopt;
+    std::string const said = allThatIsSaidBy(*tool, pipe.readingEnd());
+    auto const status = exitStatusOf(*tool);
+    logLinesOf(said);
+    return status;
 }

@@ -1,20 +1,26 @@
+#include "kxmd/host/KXLog.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include "support/Files.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 using namespace build;
+using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Optional;
+using testing::StartsWith;
 namespace files = std::filesystem;
 
 namespace {
@@ -87,18 +93,120 @@ TEST(KXLinuxTaskRunner, EnvironmentIsKept)
     EXPECT_THAT(runScript("test -z \"$KXMD_TEST_VARIABLE\""), Optional(0));
 }
 
-TEST(KXLinuxTaskRunner, StreamsAndWorkingFolderAreKept)
+TEST(KXLinuxTaskRunner, WorkingFolderAndProcessGroupAreKept)
 {
-    for (int const stream : { 0, 1, 2 }) {
-        std::array<char, 4096> ours {};
-        std::string const link = "/proc/self/fd/" + std::to_string(stream);
-        ASSERT_GT(::readlink(link.c_str(), ours.data(), ours.size() - 1), 0);
-        EXPECT_THAT(runScript("test \"$(readlink /proc/$$/fd/$1)\" = \"$2\"",
-                        { std::to_string(stream), ours.data() }),
-            Optional(0));
-    }
     EXPECT_THAT(
         runScript("test \"$(pwd -P)\" = \"$1\"", { files::current_path().string() }), Optional(0));
+    // The fifth field of /proc/PID/stat; the shell's name has no blank.
+    EXPECT_THAT(runScript("read -r a b c d group rest < /proc/$$/stat; test $group = $1",
+                    { std::to_string(::getpgrp()) }),
+        Optional(0));
+}
+
+TEST(KXLinuxTaskRunner, NothingIsReadAndOnlyStandardErrorIsHeard)
+{
+    LogCapture const log;
+    EXPECT_THAT(runScript("read -r line && exit 1; echo said; "
+                          "test $(readlink /proc/$$/fd/0) = /dev/null || exit 2; "
+                          "test $(readlink /proc/$$/fd/1) = /dev/null || exit 3"),
+        Optional(0));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(KXLinuxTaskRunner, SeesNoFileOfOurs)
+{
+    int const descriptor = ::open("/dev/null", O_RDONLY); // Left open for other programs.
+    ASSERT_GE(descriptor, 0);
+    // Its standard files, and the folder that is listed.
+    EXPECT_THAT(run("/bin/sh", { "-c", "test $(ls /proc/self/fd | wc -l) = 4" }), Optional(0));
+    ::close(descriptor);
+}
+
+TEST(KXLinuxTaskRunner, WhatIsSaidIsLoggedLineByLine)
+{
+    LogCapture const log;
+    EXPECT_THAT(
+        runScript("printf '%s\\n\\n' 'first %s%n' >&2; printf 'second\\r\\nlast' >&2; exit 3"),
+        Optional(3));
+    EXPECT_THAT(
+        log.lines(), ElementsAre("Metadata: first %s%n", "Metadata: second", "Metadata: last"));
+}
+
+TEST(KXLinuxTaskRunner, WhatIsSaidBeforeASignalIsLogged)
+{
+    LogCapture const log;
+    EXPECT_EQ(runScript("echo last words >&2; kill -KILL $$"), std::nullopt);
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: last words"));
+}
+
+TEST(KXLinuxTaskRunner, WhatIsSaidCannotSteerTheTerminal)
+{
+    LogCapture const log;
+    // Escape, bell, zero, delete, and U+009B, by which sequences begin as well; then é and a byte
+    // that is no UTF-8, as names may have.
+    EXPECT_THAT(
+        runScript("printf 'a\\033[31m\\007\\000\\177\\302\\2332J \\303\\251\\377\\302A' >&2"),
+        Optional(0));
+    EXPECT_THAT(log.lines(),
+        ElementsAre("Metadata: a?[31m????2J \xC3\xA9\xFF\xC2"
+                    "A"));
+}
+
+TEST(KXLinuxTaskRunner, MuchThatIsSaidNeitherBlocksNorFillsTheLog)
+{
+    LogCapture const log;
+    EXPECT_THAT(runScript("head -c 3000000 /dev/zero | tr '\\0' x >&2"), Optional(0));
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: " + std::string(4096, 'x')));
+}
+
+TEST(KXLinuxTaskRunner, ToolMayCloseWhatItIsHeardBy)
+{
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_THAT(runScript("exec 2>&-; sleep 0.3; exit 4"), Optional(4));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+}
+
+TEST(KXLinuxTaskRunner, WhatAToolLeavesBehindIsNotWaitedFor)
+{
+    auto const start = std::chrono::steady_clock::now();
+    {
+        LogCapture const log;
+        EXPECT_THAT(runScript("sleep 20 & echo said >&2; exit 0"), Optional(0));
+        EXPECT_THAT(log.lines(), ElementsAre("Metadata: said"));
+        EXPECT_THAT(runScript("yes >&2 & exit 0"), Optional(0)); // Ends by its broken pipe.
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+}
+
+TEST(KXLinuxTaskRunner, HostMayHaveClosedItsStandardFiles)
+{
+    // In a process of its own, which the test framework needs no file of. Whichever files are
+    // missing, the pipe takes their numbers.
+    for (int closed = 1; closed < 8; ++closed) {
+        pid_t const host = ::fork();
+        if (host == 0) {
+            std::string said;
+            setLogSink([&said](std::string_view, std::string_view text) { said += text; });
+            for (int number : { 0, 1, 2 }) {
+                if (closed & 1 << number)
+                    ::close(number);
+            }
+            auto const status = runScript("read -r line || echo heard >&2; echo unheard; exit 5");
+            ::_exit(status == 5 && said == "heard" ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(host, &status, 0), host);
+        EXPECT_EQ(status, 0) << closed;
+    }
+}
+
+TEST(KXLinuxTaskRunner, HostMayIgnoreTheEndsOfItsChildren)
+{
+    LogCapture const log;
+    auto* const before = std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(runScript("echo said >&2; exit 0"), std::nullopt); // Nobody knows its status.
+    std::signal(SIGCHLD, before);
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: said"));
 }
 
 TEST(KXLinuxTaskRunner, WaitsForTheEnd)
@@ -128,6 +236,14 @@ TEST(KXLinuxTaskRunner, BrokenPipesEndTheProgramAsUsual)
     std::signal(SIGPIPE, before);
 }
 
+TEST(KXLinuxTaskRunner, HangUpThatIsIgnoredStaysIgnored)
+{
+    auto* const before = std::signal(SIGHUP, SIG_IGN);
+    EXPECT_THAT(runScript("kill -HUP $$; exit 6"), Optional(6));
+    std::signal(SIGHUP, before);
+    EXPECT_EQ(runScript("kill -HUP $$; exit 6"), std::nullopt);
+}
+
 TEST(KXLinuxTaskRunner, RunsSeveralAtOnce)
 {
     std::vector<Status> results(8);
@@ -141,11 +257,18 @@ TEST(KXLinuxTaskRunner, RunsSeveralAtOnce)
         EXPECT_THAT(results[i], Optional(static_cast<int>(i)));
 }
 
+TEST(KXLinuxTaskRunner, OnlyOurConverterIsAskedToEndWithUs)
+{
+    EXPECT_THAT(runScript("test -z \"$KXMD_CONVERTER_PARENT\""), Optional(0));
+}
+
 TEST(KXLinuxTaskRunner, StandsInForTheConverterThatIsMissing)
 {
     if (::access("/usr/bin/afconvert", X_OK) == 0)
         GTEST_SKIP() << "this machine has a converter of its own";
+    LogCapture const log;
     EXPECT_THAT(run("/usr/bin/afconvert", { "/no/such/source", "/no/such/target" }), Optional(1));
+    EXPECT_THAT(log.lines(), ElementsAre(StartsWith("Metadata: afconvert: /no/such/source: ")));
     EXPECT_THAT(run("/usr/bin/afconvert", {}), Optional(2));
     EXPECT_EQ(run("/usr/local/bin/afconvert", {}), std::nullopt); // For no other path.
 }

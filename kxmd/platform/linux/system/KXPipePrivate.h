@@ -1,0 +1,38 @@
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <utility>
+
+/// A pipe from another program to us. Neither end is seen by programs that are not given it.
+class KXPipe {
+public:
+    KXPipe()
+    {
+        if (::pipe2(_ends, O_CLOEXEC) != 0)
+            _ends[0] = _ends[1] = -1;
+    }
+    ~KXPipe()
+    {
+        closeWritingEnd();
+        if (isOpen())
+            ::close(_ends[0]);
+    }
+    KXPipe(KXPipe const&) = delete;
+    KXPipe& operator=(KXPipe const&) = delete;
+
+    /// False when the system had none left.
+    bool isOpen() const { return _ends[0] >= 0; }
+    int readingEnd() const { return _ends[0]; }
+    int writingEnd() const { return _ends[1]; }
+
+    /// To be called when the other program has its own: only then does reading come to an end.
+    void closeWritingEnd()
+    {
+        if (_ends[1] >= 0)
+            ::close(std::exchange(_ends[1], -1));
+    }
+
+private:
+    int _ends[2];
+};
