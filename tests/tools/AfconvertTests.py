@@ -1,7 +1,6 @@
 import math
 import os
 import resource
-import shutil
 import signal
 import struct
 import subprocess
@@ -9,7 +8,7 @@ import time
 
 from audio import (AFCONVERT, TAGS, afconvert, attached, convert, cover_bytes, encode, pattern, probe, samples,
                    tag_arguments, tone)
-from support import CommandTestCase, run
+from support import COMMAND, CommandTestCase, run
 
 PACKET = 1024  # Samples of an AAC packet (ISO/IEC 14496-3).
 
@@ -282,9 +281,9 @@ class AfconvertTests(CommandTestCase):
 
     # How it ends.
 
-    def start_long_conversion(self, starter=()):
+    def start_long_conversion(self):
         source = encode(self.path("long.wav"), *tone(600))
-        return subprocess.Popen([*starter, AFCONVERT, source, self.target], stdin=subprocess.DEVNULL)
+        return subprocess.Popen([AFCONVERT, source, self.target], stdin=subprocess.DEVNULL)
 
     def test_signal_leaves_no_file(self):
         for number in (signal.SIGTERM, signal.SIGKILL):
@@ -294,16 +293,79 @@ class AfconvertTests(CommandTestCase):
             self.assertEqual(process.wait(timeout=10), -number)
             self.assertEqual(os.listdir(self.folder), ["long.wav"])
 
-    def test_ends_with_whoever_waits_for_it(self):
-        script = shutil.which("sh")
-        process = self.start_long_conversion((script, "-c", '"$@" & echo $! > "$0.pid"; wait', self.path("child")))
-        time.sleep(0.3)
+    def start_from_a_shell(self, script, seconds=600):
+        """A conversion in the background of a shell, which runs `script` first. Returns shell and converter."""
+        source = encode(self.path("long.wav"), *tone(seconds))
+        shell = subprocess.Popen(["sh", "-c", script + '"$@" & echo $!; wait', "sh", AFCONVERT, source, self.target],
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+        self.addCleanup(shell.stdout.close)
+        return shell, int(shell.stdout.readline())
+
+    def is_running(self, process):
+        try:
+            return self.read(f"/proc/{process}/stat").split(b") ")[1][:1] != b"Z"
+        except (FileNotFoundError, ProcessLookupError):
+            return False
+
+    def assert_ends(self, process):
+        deadline = time.monotonic() + 10
+        while self.is_running(process) and time.monotonic() < deadline:
+            time.sleep(0.02)
+        self.assertFalse(self.is_running(process))
+
+    def kill(self, process):
         process.kill()
         process.wait()
-        with open(self.path("child.pid")) as file:
-            child = int(file.read())
-        deadline = time.monotonic() + 10
-        while os.path.exists(f"/proc/{child}/exe") and time.monotonic() < deadline:
+
+    def test_ends_with_a_starter_that_asks_for_it(self):
+        shell, converter = self.start_from_a_shell("export KXMD_CONVERTER_PARENT=$$; ")
+        time.sleep(0.5)
+        self.assertTrue(self.is_running(converter))
+        self.kill(shell)
+        self.assert_ends(converter)
+        self.assertEqual(os.listdir(self.folder), ["long.wav"])
+
+    def test_ends_with_a_starter_that_is_gone_at_once(self):
+        shell, converter = self.start_from_a_shell("export KXMD_CONVERTER_PARENT=$$; ")
+        self.kill(shell)
+        self.assert_ends(converter)
+        self.assertEqual(os.listdir(self.folder), ["long.wav"])
+
+    def test_does_not_begin_for_a_starter_that_is_gone(self):
+        source = self.alac()
+        with subprocess.Popen(["true"]) as gone:
+            environment = {**os.environ, "KXMD_CONVERTER_PARENT": str(gone.pid)}
+        self.assertEqual(convert(source, self.target, env=environment), (1, []))
+        self.assertEqual(os.listdir(self.folder), ["source.m4a"])
+
+    def test_outlives_a_shell_that_is_gone(self):
+        shell, converter = self.start_from_a_shell("", seconds=60)
+        time.sleep(0.3)
+        self.kill(shell)
+        deadline = time.monotonic() + 60
+        while self.is_running(converter) and time.monotonic() < deadline:
             time.sleep(0.02)
-        self.assertFalse(os.path.exists(f"/proc/{child}/exe") and os.path.realpath(f"/proc/{child}/exe") == AFCONVERT)
-        self.assertNotIn("target.m4a", os.listdir(self.folder))
+        self.assertAlmostEqual(float(probe(self.target)[1]["duration"]), 60, delta=0.03)
+
+    def test_ends_with_the_command_that_started_it(self):
+        """However early that is killed: converters know their parent before their libraries are loaded."""
+        source = encode(self.path("long.wav"), *tone(600))
+        environment = {**os.environ, "XDG_CACHE_HOME": self.path("cache")}
+        for pause in (0, 0.01, 0.05, 0.1, 0.5):
+            with self.subTest(pause=pause):
+                command = subprocess.Popen([COMMAND, "convert", source, "-o", self.target], env=environment,
+                                           stdin=subprocess.DEVNULL)
+                converter = self.child_of(command)
+                time.sleep(pause)
+                self.kill(command)
+                self.assert_ends(converter)
+                self.assertFalse(os.path.exists(self.target))
+
+    def child_of(self, process):
+        children = f"/proc/{process.pid}/task/{process.pid}/children"
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline:
+            found = self.read(children).split()
+            if found:
+                return int(found[0])
+        self.fail("no conversion was started")

@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string>
 #include <sys/prctl.h>
+#include <unistd.h>
+#include <vector>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -42,6 +45,18 @@ std::string shown(std::string text)
     return text;
 }
 
+/// Ends with the process that started us, if that is the library and says so: nobody waits for the
+/// result then. A shell that is gone may well have left us to work on. False when it is too late.
+bool isStarterThere()
+{
+    char const* const starter = std::getenv("KXMD_CONVERTER_PARENT");
+    if (!starter)
+        return true;
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    // It may have ended before that, while our libraries were being loaded.
+    return std::to_string(::getppid()) == starter;
+}
+
 int convertAsAsked(std::vector<std::string> const& words)
 {
     std::string problem;
@@ -66,7 +81,8 @@ int main(int argumentCount, char** arguments)
 {
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
-    ::prctl(PR_SET_PDEATHSIG, SIGTERM); // Nobody waits for the result any more.
+    if (!isStarterThere())
+        return cannotConvert; // And nobody to tell.
     std::vector<std::string> const words(arguments + 1, arguments + argumentCount);
     bool const isOne = words.size() == 1;
     if (isOne && (words[0] == "-h" || words[0] == "--help")) {
