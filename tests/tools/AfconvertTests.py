@@ -190,6 +190,98 @@ class AfconvertTests(CommandTestCase):
         self.write("a.m4a", content.replace(jpeg, b"\xff" * len(jpeg)))
         self.assertAlmostEqual(float(self.assert_converted(source)[1]["duration"]), 1, delta=0.03)
 
+    def cover_atom(self, kind, picture, claimed=0, data_claimed=0):
+        """A cover whose type indicator is `kind`; its sizes claim as many bytes more than it has."""
+        data = struct.pack(">I4sII", len(picture) + 16 + data_claimed, b"data", kind, 0) + picture
+        return struct.pack(">I4s", len(data) + 8 + claimed, b"covr") + data
+
+    def with_covers(self, *covers):
+        """A source whose tag list ends with these atoms; the list is the end of the file."""
+        content = bytearray(self.read(self.alac()))
+        for kind in (b"moov", b"udta", b"meta", b"ilst"):
+            start = content.rindex(kind) - 4
+            size, = struct.unpack_from(">I", content, start)
+            self.assertEqual(start + size, len(content))
+            struct.pack_into(">I", content, start, size + sum(map(len, covers)))
+        return self.write("covered.m4a", bytes(content) + b"".join(covers))
+
+    def picture(self, name, size=320):
+        return self.read(encode(self.path(name), *pattern(size, size), "-frames:v", "1"))
+
+    def test_cover_of_undeclared_format_is_kept(self):
+        """A type indicator of 0 leaves the format open; older taggers wrote that, or a wrong one."""
+        for name in ("cover.jpg", "cover.png", "cover.bmp"):
+            picture = self.picture(name)
+            for kind in (0, 1, 12, 21, 0xFFFFFFFF):
+                with self.subTest(name=name, kind=kind):
+                    cover = self.assert_converted(self.with_covers(self.cover_atom(kind, picture)))[2]
+                    self.assertEqual((cover["width"], cover["height"]), (320, 320))
+                    self.assertEqual(cover_bytes(self.target), picture)
+                    if name != "cover.bmp":
+                        info, = run("info", "--json", self.target).objects()
+                        self.assertTrue(info["cover"]["valid"])
+
+    def test_first_cover_that_can_be_kept_is_kept(self):
+        jpeg, png = self.picture("cover.jpg"), self.picture("cover.png")
+        for covers, kept in (((self.cover_atom(13, jpeg), self.cover_atom(0, png)), jpeg),
+                             ((self.cover_atom(0, b"GIF89a" + bytes(100)), self.cover_atom(0, png)), png),
+                             ((self.cover_atom(0, jpeg, data_claimed=1), self.cover_atom(0, png)), png)):
+            self.assert_converted(self.with_covers(*covers))
+            self.assertEqual(cover_bytes(self.target), kept)
+
+    def assert_left_out(self, source):
+        _, audio, cover = self.assert_converted(source)
+        self.assertAlmostEqual(float(audio["duration"]), 1, delta=0.03)
+        self.assertIsNone(cover)
+
+    def test_cover_that_is_none_is_left_out(self):
+        jpeg, png = self.picture("cover.jpg"), self.picture("cover.png")
+        for picture in (b"", b"\xff", b"\xff\xd8\xff", b"\xff\xd8\xff" + bytes(1000), jpeg[:100], png[:20],
+                        b"BM" + bytes(1000), b"BMtext", b"GIF89a" + bytes(100), b"text" * 100, b"\0" + jpeg,
+                        png.replace(b"IHDR", b"IHDr")):
+            with self.subTest(picture=picture[:20]):
+                self.assert_left_out(self.with_covers(self.cover_atom(0, picture)))
+
+    def test_cover_that_claims_more_than_it_has_is_left_out(self):
+        jpeg = self.picture("cover.jpg")
+        length = len(jpeg) + 16
+        for more in (1, 100, 1 << 31, 0xFFFFFFFF - length - 8, -length, 8 - length, 16 - length):
+            with self.subTest(data=more):
+                self.assert_left_out(self.with_covers(self.cover_atom(0, jpeg, data_claimed=more)))
+        for claimed in (100, 1 << 31):
+            with self.subTest(claimed=claimed):
+                self.assert_left_out(self.with_covers(self.cover_atom(0, jpeg, claimed, claimed)))
+        atom = self.cover_atom(0, jpeg)
+        for length in range(len(atom) - 1, 0, -len(atom) // 12):
+            self.assert_left_out(self.with_covers(atom[:length]))
+
+    def test_huge_cover_is_left_out(self):
+        jpeg = self.picture("cover.jpg")
+        large = jpeg + bytes(20_000_000)
+        self.assert_converted(self.with_covers(self.cover_atom(0, large)))
+        self.assertEqual(cover_bytes(self.target), large)
+        source = self.with_covers(self.cover_atom(0, jpeg + bytes(70_000_000)))
+        self.assert_left_out(source)
+
+    def test_cover_of_gigabytes_takes_no_memory(self):
+        jpeg = self.picture("cover.jpg")
+        source = self.with_covers(self.cover_atom(0, jpeg))
+        more = 3_000_000_000
+        with open(source, "r+b") as file:
+            content = file.read()
+            for kind in (b"moov", b"udta", b"meta", b"ilst", b"covr", b"data"):
+                start = content.rindex(kind) - 4
+                size, = struct.unpack_from(">I", content, start)
+                file.seek(start)
+                file.write(struct.pack(">I", size + more))
+            file.truncate(len(content) + more)  # Of which the disk holds nothing.
+        process = subprocess.Popen([AFCONVERT, source, self.target], stdin=subprocess.DEVNULL)
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(process.returncode, 0)
+        self.assertLess(usage.ru_maxrss, 500_000)  # In KiB.
+        self.assertIsNone(probe(self.target)[2])
+
     def test_target_takes_a_cover(self):
         picture = encode(self.path("cover.jpg"), *pattern(320, 320), "-frames:v", "1")
         self.assert_converted(self.alac())

@@ -49,13 +49,16 @@ AudioReader::AudioReader(std::string const& path)
         throw ConversionError("has audio of no rate or no channels");
 }
 
-AVStream const* AudioReader::cover() const
+std::optional<CoverPicture> AudioReader::cover() const
 {
     for (AVStream const* const stream : std::span(_input->streams, _input->nb_streams)) {
-        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC && stream->attached_pic.size > 0)
-            return stream;
+        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC && stream->attached_pic.size > 0) {
+            auto const& codec = *stream->codecpar;
+            return CoverPicture { codec.codec_id, codec.width, codec.height,
+                PacketRef(allocated(av_packet_clone(&stream->attached_pic))) };
+        }
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 AVFrame const* AudioReader::nextFrame()

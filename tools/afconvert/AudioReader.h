@@ -1,8 +1,10 @@
 #pragma once
 
+#include "CoverPicture.h"
 #include "FFmpegRefs.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /// Decodes the audio of a file from its start to its end.
@@ -19,8 +21,8 @@ public:
     /// The tags of the file, with those of the audio behind them.
     AVDictionary const* fileTags() const { return _input->metadata; }
     AVDictionary const* streamTags() const { return _audio->metadata; }
-    /// The picture that is attached as cover, or null.
-    AVStream const* cover() const;
+    /// The picture that is attached as cover.
+    std::optional<CoverPicture> cover() const;
 
 private:
     bool sendNextPacket();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -100,20 +101,20 @@ void AudioWriter::addTags(AVDictionary const* tags)
     av_dict_copy(&_output->metadata, tags, AV_DICT_DONT_OVERWRITE);
 }
 
-void AudioWriter::addCover(AVStream const& cover)
+void AudioWriter::addCover(CoverPicture cover)
 {
-    AVCodecID const format = cover.codecpar->codec_id;
-    bool const isFormatOfCovers
-        = format == AV_CODEC_ID_MJPEG || format == AV_CODEC_ID_PNG || format == AV_CODEC_ID_BMP;
-    bool const isMeasured = cover.codecpar->width > 0 && cover.codecpar->height > 0;
+    bool const isFormatOfCovers = cover.format == AV_CODEC_ID_MJPEG
+        || cover.format == AV_CODEC_ID_PNG || cover.format == AV_CODEC_ID_BMP;
+    bool const isMeasured = cover.width > 0 && cover.height > 0;
     if (!isFormatOfCovers || !isMeasured) // A picture that is damaged must not take the music.
         return;
     _coverStream = allocated(avformat_new_stream(_output.get(), nullptr));
-    checked(avcodec_parameters_copy(_coverStream->codecpar, cover.codecpar), "cannot be written");
-    _coverStream->codecpar->codec_tag = 0; // Each container has its own.
+    _coverStream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    _coverStream->codecpar->codec_id = cover.format;
+    _coverStream->codecpar->width = cover.width;
+    _coverStream->codecpar->height = cover.height;
     _coverStream->disposition = AV_DISPOSITION_ATTACHED_PIC;
-    _coverStream->time_base = cover.time_base;
-    _cover = &cover;
+    _cover = std::move(cover);
 }
 
 void AudioWriter::begin()
@@ -125,7 +126,7 @@ void AudioWriter::begin()
     checked(status, "cannot be written");
     if (!_cover)
         return;
-    checked(av_packet_ref(_packet.get(), &_cover->attached_pic), "cannot be written");
+    checked(av_packet_ref(_packet.get(), _cover->content.get()), "cannot be written");
     _packet->stream_index = _coverStream->index;
     checked(av_interleaved_write_frame(_output.get(), _packet.get()), "cannot be written");
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "CoverPicture.h"
 #include "FFmpegRefs.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 struct OutputFree {
@@ -18,7 +20,7 @@ public:
     /// Adds the tags that the file does not have yet.
     void addTags(AVDictionary const* tags);
     /// Attaches a picture as cover, if this kind of file can hold one of its format.
-    void addCover(AVStream const& cover);
+    void addCover(CoverPicture cover);
 
     /// Writes what comes in front of the audio; tags and cover are there.
     void begin();
@@ -42,6 +44,6 @@ private:
     PacketRef _packet;
     AVStream* _audio { nullptr };
     AVStream* _coverStream { nullptr };
-    AVStream const* _cover { nullptr };
+    std::optional<CoverPicture> _cover;
     std::int64_t _nextSample { 0 };
 };

@@ -3,10 +3,12 @@
 #include "Arguments.h"
 #include "AudioReader.h"
 #include "AudioWriter.h"
+#include "CoverPicture.h"
 #include "tools/kxmd/AtomicFile.h"
 
 #include <array>
 #include <filesystem>
+#include <utility>
 
 extern "C" {
 #include <libavutil/error.h>
@@ -48,8 +50,11 @@ void convert(Arguments const& arguments)
         AudioWriter writer(target.openPath(), reader.decoder(), arguments.bitRate);
         writer.addTags(reader.fileTags());
         writer.addTags(reader.streamTags()); // Where Ogg keeps them.
-        if (auto const* const cover = reader.cover())
-            writer.addCover(*cover);
+        auto cover = reader.cover();
+        if (!cover)
+            cover = coverOfMP4File(arguments.source);
+        if (cover)
+            writer.addCover(std::move(*cover));
         writer.begin();
         while (auto const* const frame = reader.nextFrame())
             writer.write(*frame);

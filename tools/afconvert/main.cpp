@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <kxmd/host/KXLog.h>
 #include <string>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -80,6 +81,7 @@ int convertAsAsked(std::vector<std::string> const& words)
 int main(int argumentCount, char** arguments)
 {
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
+    setLogSink({});
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
     if (!isStarterThere())
         return cannotConvert; // And nobody to tell.
