@@ -66,9 +66,12 @@ private:
     void takeDataReferences(Box const& box);
     std::string_view checkTables();
     std::string_view checkTable32(Table const& table, bool isWritten);
-    std::string_view checkEndOfTable32(std::uint64_t position);
+    std::string_view checkEntry32(
+        std::uint64_t entry, std::uint64_t smallest, bool isCorrected, Track const& track) const;
+    bool isEntryChanged(std::uint64_t offset, std::uint64_t index);
+    std::optional<std::uint64_t> largestFieldSeen(std::uint64_t offset, std::uint64_t position);
     std::string_view checkTable64(Table const& table);
-    std::string_view checkFalseTable(std::uint64_t offset);
+    bool isTableOrLeftAlone(std::uint64_t offset);
 
     KXAbstractData& _data;
     KXMP4EditPlan const& _plan;

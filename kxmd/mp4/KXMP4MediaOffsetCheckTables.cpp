@@ -2,11 +2,16 @@
 #include "kxmd/mp4/KXMP4MediaOffsetCheckPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace {
 
-constexpr std::uint64_t entriesOffset = 16; // Header, version and flags, entry count.
+// Of a 32-bit table, from the first byte of its atom on and in bytes.
+constexpr std::uint64_t headerSize = 8;
+constexpr std::uint64_t entryCountOffset = 12;
+constexpr std::uint64_t entriesOffset = 16;
+constexpr std::uint64_t entrySize = 4;
 
 }
 
@@ -33,82 +38,107 @@ std::string_view KXMP4MediaOffsetCheck::checkTables()
     auto const& written = _outline.tables();
     if (std::ranges::adjacent_find(written) != written.end())
         return reasons::sizesDoNotNest; // One table, corrected twice.
-    std::vector<std::uint64_t> genuine;
     for (Table const& table : _tables) {
         std::string_view reason;
         bool const isForeign
             = !_tracks[table.track].hasOwnMedia && _tracks[table.track].hasForeignMedia;
-        if (table.kind == TableKind::offsets32) {
-            bool const isWritten = std::ranges::binary_search(written, table.offset);
-            genuine.push_back(table.offset);
-            reason = checkTable32(table, isWritten);
-        } else if (!isForeign) {
+        if (table.kind == TableKind::offsets32)
+            reason = checkTable32(table, std::ranges::binary_search(written, table.offset));
+        else if (!isForeign)
             reason = checkTable64(table);
-        }
         if (!reason.empty())
             return reason;
     }
-    std::ranges::sort(genuine);
-    for (std::uint64_t const offset : written) {
-        if (std::ranges::binary_search(genuine, offset))
-            continue;
-        if (auto const reason = checkFalseTable(offset); !reason.empty())
-            return reason;
-    }
-    return {};
+    std::erase_if(_tables, [](Table const& table) { return table.kind != TableKind::offsets32; });
+    bool const areLookAlikesLeftAlone = std::ranges::all_of(
+        written, [this](std::uint64_t offset) { return isTableOrLeftAlone(offset); });
+    return areLookAlikesLeftAlone ? std::string_view() : reasons::noTable;
 }
 
 /// ISO/IEC 14496-12, 8.7.5. An edit corrects the entries up to the first that lies in front of it:
 /// each entry moves as the smallest so far does.
 std::string_view KXMP4MediaOffsetCheck::checkTable32(Table const& table, bool isWritten)
 {
-    constexpr std::uint64_t entrySize = 4,
-                            largestOffset = std::numeric_limits<std::uint32_t>::max();
-    Track const& track = _tracks[table.track];
+    // Behind a 64-bit size the fields are not where the edit takes them from.
+    bool const isCorrected = isWritten && table.begin == table.offset + headerSize;
     KXMP4FieldCursor fields(_data, table.begin + 4, table.end);
     std::uint64_t const claimed = fields.number(4);
     std::uint64_t const count = std::min(claimed, fields.bytesLeft() / entrySize);
-    if (isWritten && table.begin != table.offset + 8 && claimed)
-        return reasons::noTable; // Its fields are taken from where those of small atoms are.
     std::uint64_t smallest = std::numeric_limits<std::uint64_t>::max();
     for (std::uint64_t i = 0; i < count; ++i) {
         std::uint64_t const entry = fields.number(entrySize);
         if (!fields.isGood())
             return {}; // The file has become shorter.
         smallest = std::min(smallest, entry);
-        if (entry < _plan.start())
-            continue;
-        bool const isMoved = isWritten && smallest >= _plan.start();
-        if (track.hasForeignMedia && (track.hasOwnMedia || isMoved))
-            return reasons::mediaElsewhere;
-        if (track.hasForeignMedia)
-            continue;
-        if (_plan.isRemoved(entry))
-            return reasons::mediaRemoved;
-        if (!isMoved && _plan.isKept(entry))
-            continue;
-        if (!isWritten)
-            return reasons::tableNotCorrected;
-        if (_plan.movedBy(entry) != _plan.movedBy(smallest))
-            return reasons::straddlingTable;
-        if (entry + static_cast<std::uint64_t>(_plan.movedBy(entry)) > largestOffset)
-            return reasons::offsetPast4GiB;
+        auto const reason = checkEntry32(entry, smallest, isCorrected, _tracks[table.track]);
+        if (!reason.empty())
+            return reason;
     }
-    bool const runsOn = isWritten && claimed > count && smallest >= _plan.start();
-    return runsOn ? checkEndOfTable32(fields.position()) : std::string_view();
+    bool const isStoppedWithin = isCorrected && smallest < _plan.start();
+    if (!isWritten || isStoppedWithin || !isEntryChanged(table.offset, isCorrected ? count : 0))
+        return {};
+    bool const hasCount = isCorrected && table.end >= table.offset + entriesOffset;
+    return hasCount ? reasons::tableTooLong : reasons::noTable;
 }
 
-/// What stands behind a table that claims more, and is corrected unless it lies in front of the
-/// edit when it is taken for an entry.
-std::string_view KXMP4MediaOffsetCheck::checkEndOfTable32(std::uint64_t position)
+/// An entry that is corrected as far as `smallest`, the smallest up to it, lets it be.
+std::string_view KXMP4MediaOffsetCheck::checkEntry32(
+    std::uint64_t entry, std::uint64_t smallest, bool isCorrected, Track const& track) const
 {
+    constexpr std::uint64_t largestOffset = std::numeric_limits<std::uint32_t>::max();
+    if (entry < _plan.start())
+        return {};
+    bool const isMoved = isCorrected && smallest >= _plan.start();
+    if (track.hasForeignMedia)
+        return track.hasOwnMedia || isMoved ? reasons::mediaElsewhere : std::string_view();
+    if (_plan.isRemoved(entry))
+        return reasons::mediaRemoved;
+    if (!isMoved && _plan.isKept(entry))
+        return {};
+    if (!isCorrected)
+        return reasons::tableNotCorrected;
+    if (_plan.movedBy(entry) != _plan.movedBy(smallest))
+        return reasons::straddlingTable;
+    if (entry + static_cast<std::uint64_t>(_plan.movedBy(entry)) > largestOffset)
+        return reasons::offsetPast4GiB;
+    return {};
+}
+
+/// Whether an edit that takes the atom at `offset` for a 32-bit table, and has changed its entries
+/// in front of the one with the number `index`, goes on to change that one.
+bool KXMP4MediaOffsetCheck::isEntryChanged(std::uint64_t offset, std::uint64_t index)
+{
+    auto const count = largestFieldSeen(offset, offset + entryCountOffset);
+    if (count && *count <= index)
+        return false;
+    auto const entry = largestFieldSeen(offset, offset + entriesOffset + index * entrySize);
+    return !entry || *entry >= _plan.start();
+}
+
+/// The largest number that the edits may see in the four bytes at `position`, which they take for a
+/// field of the atom at `offset`. Absent when it is not known, as where the file ends.
+///
+/// An edit writes the sizes of the atoms around it before it looks at tables. The one that inserts
+/// is the last: no size is larger meanwhile than it was or than it will be.
+std::optional<std::uint64_t> KXMP4MediaOffsetCheck::largestFieldSeen(
+    std::uint64_t offset, std::uint64_t position)
+{
+    constexpr std::uint64_t width = 4;
     KXMP4FieldCursor fields(_data, position, _data.length());
-    std::uint64_t const next = fields.number(4);
-    bool const isApart = _plan.movedBy(position - 1) == _plan.movedBy(position + 3);
-    auto const* const node = _outline.nodeAt(position);
-    std::uint64_t const grown = next + static_cast<std::uint64_t>(node ? node->growth : 0);
-    bool const isInFront = std::max(next, grown) < _plan.start();
-    return fields.isGood() && isApart && isInFront ? std::string_view() : reasons::tableTooLong;
+    std::uint64_t const number = fields.number(width);
+    if (!fields.isGood() || _plan.editsWithin(offset, position + width))
+        return {};
+    for (std::uint64_t place = position - width + 1; place < position + width; ++place) {
+        auto const* const node = _outline.nodeAt(place);
+        if (!node || !node->editsInside)
+            continue;
+        if (place < position)
+            return {}; // The lower bytes of a size may become anything.
+        auto const shift = 8 * (place - position);
+        std::uint64_t const grown = node->size + static_cast<std::uint64_t>(node->growth);
+        return std::max(number, number - (node->size >> shift) + (grown >> shift));
+    }
+    return number;
 }
 
 /// Entries of 64 bits, or the offsets of sample auxiliary information, which are never corrected.
@@ -118,25 +148,26 @@ std::string_view KXMP4MediaOffsetCheck::checkTable64(Table const& table)
         return checkAuxiliaryOffsets(
             { .offset = table.offset, .headerSize = table.begin - table.offset, .end = table.end },
             false);
-    constexpr std::uint64_t entrySize = 8;
+    constexpr std::uint64_t wideEntrySize = 8;
     KXMP4FieldCursor fields(_data, table.begin + 4, table.end);
     std::uint64_t const claimed = fields.number(4);
-    std::uint64_t const count = std::min(claimed, fields.bytesLeft() / entrySize);
+    std::uint64_t const count = std::min(claimed, fields.bytesLeft() / wideEntrySize);
     for (std::uint64_t i = 0; i < count && fields.isGood(); ++i) {
-        if (!_plan.isKept(fields.number(entrySize)))
+        if (!_plan.isKept(fields.number(wideEntrySize)))
             return reasons::table64;
     }
     return {};
 }
 
-/// An atom that the tree takes for a table in a place where none belongs, at `offset`.
-std::string_view KXMP4MediaOffsetCheck::checkFalseTable(std::uint64_t offset)
+/// Whether what the tree takes for a table at `offset` is one, or else is not changed.
+bool KXMP4MediaOffsetCheck::isTableOrLeftAlone(std::uint64_t offset)
 {
-    KXMP4FieldCursor fields(_data, offset + 12, _data.length());
-    std::uint64_t const count = fields.number(4);
-    std::uint64_t const first = count ? fields.number(4) : 0;
-    bool const isApart
-        = _plan.movedBy(offset) == _plan.movedBy(offset + entriesOffset + 3); // No edit in it.
-    bool const isLeftAlone = fields.isGood() && isApart && first < _plan.start();
-    return isLeftAlone ? std::string_view() : reasons::noTable;
+    // The tables were found in the order of the file, and none reaches into another.
+    if (std::ranges::binary_search(_tables, offset, {}, &Table::offset))
+        return true;
+    std::uint64_t const firstField = offset + entryCountOffset;
+    std::uint64_t const end = offset + entriesOffset + entrySize;
+    auto const next = std::ranges::lower_bound(_tables, end, {}, &Table::offset);
+    bool const isInTable = next != _tables.begin() && std::prev(next)->end > firstField;
+    return !isInTable && !isEntryChanged(offset, 0); // In a table, fields may become anything.
 }

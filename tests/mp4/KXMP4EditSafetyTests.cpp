@@ -1,84 +1,15 @@
-#include "kxmd/mp4/KXMP4EditSafety.h"
-
 #include "support/AtomTrees.h"
-#include "support/Builders.h"
+#include "support/EditableMovies.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
-
 using namespace build;
+using namespace editable;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-constexpr std::uint32_t mediaLength = 64;
-
-Bytes const cover = covr(13, jpeg(8, 8, 100));
-Bytes const title = tagAtom("\xA9nam", "Title");
-Bytes const userData = userDataWithTags(join(cover, title));
-
-/// The movie atom in front of its media, whose position `moovFor` is given.
-Bytes moovFirst(std::function<Bytes(std::uint32_t media)> const& moovFor)
-{
-    auto const position = static_cast<std::uint32_t>(ftyp().size() + moovFor(0).size() + 8);
-    return join(ftyp(), moovFor(position), atom("mdat", filled(mediaLength, 'm')));
-}
-
-/// The media in front of the movie atom.
-Bytes moovLast(std::function<Bytes(std::uint32_t media)> const& moovFor)
-{
-    auto const position = static_cast<std::uint32_t>(ftyp().size() + 8);
-    return join(ftyp(), atom("mdat", filled(mediaLength, 'm')), moovFor(position));
-}
-
-/// A sound track with the atoms of its sample table, and what it has instead of data information.
-Bytes trackWithTables(Bytes const& tables, Bytes const& dataInformation = {})
-{
-    return atom("trak",
-        atom("mdia", hdlr("soun"),
-            atom("minf", atom("smhd", zeros(8)), dataInformation,
-                atom("stbl", stsd(soundEntry("mp4a")), tables))));
-}
-
-Bytes moovWithTables(Bytes const& tables, Bytes const& dataInformation = {})
-{
-    return atom("moov", trackWithTables(tables, dataInformation), userData);
-}
-
-Bytes co64(std::vector<std::uint64_t> const& offsets)
-{
-    Bytes entries;
-    for (std::uint64_t const offset : offsets)
-        entries = join(std::move(entries), u64(offset));
-    return atom("co64", u32(0), u32(static_cast<std::uint32_t>(offsets.size())), entries);
-}
-
-Bytes largeAtom(std::string_view type, Bytes const& payload)
-{
-    return join(u32(1), text(type), u64(payload.size() + 16), payload);
-}
-
-/// The reason against adding a cover; empty when there is none.
-std::string reasonAgainstAdding(Bytes const& file, std::uint64_t size = 1000)
-{
-    auto const data = reader(file);
-    return KXMP4EditSafety(*data).reasonAgainstAddingAlbumCoverOfSize(size).value_or("");
-}
-
-std::string reasonAgainstRemoving(Bytes const& file)
-{
-    auto const data = reader(file);
-    return KXMP4EditSafety(*data).reasonAgainstRemovingAlbumCover().value_or("");
-}
-
-std::string reasonAgainstCleaning(Bytes const& file)
-{
-    auto const data = reader(file);
-    return KXMP4EditSafety(*data).reasonAgainstCleaning().value_or("");
-}
 
 /// A fragment whose header has `headerFields`, with one sample, and its media.
 Bytes fragment(std::uint32_t headerFlags, Bytes const& headerFields, std::uint32_t dataOffset)
@@ -123,19 +54,6 @@ TEST(KXMP4EditSafety, FilesWithoutCoversAndUserDataHaveNothingToEdit)
     EXPECT_THAT(reasonAgainstCleaning(file), IsEmpty());
 }
 
-TEST(KXMP4EditSafety, A64BitTableMattersWhenItsMediaMoves)
-{
-    auto const moov = [](std::uint32_t media) {
-        return atom("moov", trackWithTables(stco({ media })), trackWithTables(co64({ media + 8 })),
-            userData);
-    };
-    EXPECT_THAT(reasonAgainstAdding(moovFirst(moov)), HasSubstr("64-bit chunk offset table"));
-    EXPECT_THAT(reasonAgainstRemoving(moovFirst(moov)), HasSubstr("64-bit chunk offset table"));
-    EXPECT_THAT(reasonAgainstCleaning(moovFirst(moov)), HasSubstr("64-bit chunk offset table"));
-    EXPECT_THAT(reasonAgainstAdding(moovLast(moov)), IsEmpty());
-    EXPECT_THAT(reasonAgainstCleaning(moovLast(moov)), IsEmpty());
-}
-
 TEST(KXMP4EditSafety, ACoverOfTheSameSizeMovesNothing)
 {
     auto const file = moovFirst([](std::uint32_t media) {
@@ -144,103 +62,6 @@ TEST(KXMP4EditSafety, ACoverOfTheSameSizeMovesNothing)
     });
     EXPECT_THAT(reasonAgainstAdding(file, cover.size()), IsEmpty());
     EXPECT_FALSE(reasonAgainstAdding(file, cover.size() + 1).empty());
-}
-
-TEST(KXMP4EditSafety, FilesWithout32BitTablesAreNotEditedByCovers)
-{
-    auto const file
-        = moovFirst([](std::uint32_t media) { return moovWithTables(co64({ media })); });
-    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
-    EXPECT_FALSE(reasonAgainstCleaning(file).empty());
-}
-
-TEST(KXMP4EditSafety, TablesThatStraddleTheEditMatterByTheOrderOfTheirEntries)
-{
-    auto const file = [](bool isMediaInFrontFirst) {
-        Bytes const front = join(ftyp(), atom("mdat", filled(mediaLength, 'f')));
-        auto const inFront = static_cast<std::uint32_t>(ftyp().size() + 8);
-        auto const moov = [&](std::uint32_t behind) {
-            return moovWithTables(isMediaInFrontFirst ? stco({ inFront, behind, behind + 8 })
-                                                      : stco({ behind, behind + 8, inFront }));
-        };
-        auto const behind = static_cast<std::uint32_t>(front.size() + moov(0).size() + 8);
-        return join(front, moov(behind), atom("mdat", filled(mediaLength, 'b')));
-    };
-    EXPECT_THAT(reasonAgainstAdding(file(true)), HasSubstr("entries in front of the edit"));
-    EXPECT_THAT(reasonAgainstAdding(file(false)), IsEmpty());
-}
-
-TEST(KXMP4EditSafety, EntriesPast4GiBWrap)
-{
-    auto const file = moovFirst([](std::uint32_t media) {
-        return moovWithTables(stco({ media, 0xFFFFFF00 }));
-    });
-    auto const growth = static_cast<std::uint64_t>(0xFF);
-    EXPECT_THAT(reasonAgainstAdding(file, cover.size() + growth), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(file, cover.size() + growth + 1), HasSubstr("4 GiB"));
-}
-
-TEST(KXMP4EditSafety, MediaInTheRemovedAtomMatters)
-{
-    auto const file = [](std::uint32_t intoCover) {
-        auto const moov = [&](std::uint32_t position) {
-            return moovWithTables(stco({ position + intoCover }));
-        };
-        auto const position = static_cast<std::uint32_t>(
-            ftyp().size() + moov(0).size() - title.size() - cover.size());
-        return join(ftyp(), moov(position), atom("mdat", zeros(8)));
-    };
-    EXPECT_THAT(reasonAgainstRemoving(file(0)), HasSubstr("media would be removed"));
-    EXPECT_THAT(reasonAgainstRemoving(file(static_cast<std::uint32_t>(cover.size()) - 1)),
-        HasSubstr("media would be removed"));
-    EXPECT_THAT(reasonAgainstRemoving(file(static_cast<std::uint32_t>(cover.size()))), IsEmpty());
-}
-
-TEST(KXMP4EditSafety, TablesThatClaimMoreThanTheyHoldMatterWhenWhatFollowsIsChanged)
-{
-    // What follows is a size, which is changed when it is larger than the edit's place.
-    auto const moovWith = [](std::uint32_t next) {
-        return [next](std::uint32_t media) {
-            Bytes const table = atom("stco", u32(0), u32(5), u32(media), u32(media));
-            return atom(
-                "moov", userData, trackWithTables(join(table, atom("free", zeros(next - 8)))));
-        };
-    };
-    EXPECT_THAT(reasonAgainstAdding(moovFirst(moovWith(50))), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(moovFirst(moovWith(2000))), HasSubstr("claims more entries"));
-    EXPECT_THAT(reasonAgainstAdding(moovLast(moovWith(2000))), IsEmpty());
-}
-
-TEST(KXMP4EditSafety, AnUnboundedClaimAtTheEndOfTheFileMatters)
-{
-    Bytes const table = atom("stco", u32(0), u32(0xFFFFFFFF), u32(5000), u32(6000));
-    auto const moov = join(ftyp(), atom("moov", userData, trackWithTables(table)));
-    EXPECT_THAT(reasonAgainstAdding(moov), HasSubstr("claims more entries"));
-}
-
-TEST(KXMP4EditSafety, WhatOnlyLooksLikeATableMattersWhenItIsChanged)
-{
-    auto const fileWith = [](Bytes const& table) {
-        return join(
-            moovFirst([](std::uint32_t media) { return moovWithTables(stco({ media })); }), table);
-    };
-    EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 9000 }))), HasSubstr("no chunk offset table"));
-    EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 5 }))), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(fileWith(stco({}))), IsEmpty());
-}
-
-TEST(KXMP4EditSafety, LookAlikesBehindA64BitSizeMatter)
-{
-    // The tree takes the size 1 as it is, and the next bytes for atoms.
-    auto const fileWith = [](std::uint32_t entry) {
-        Bytes const moov = moovWithTables(stco({}));
-        // At its second byte: 00 00 01 6D, a size; what lies behind that is a table.
-        Bytes media = zeros(0x16D + 1 - 16);
-        media = join(std::move(media), stco({ entry }), zeros(8));
-        return join(ftyp(), moov, largeAtom("mdat", media));
-    };
-    EXPECT_THAT(reasonAgainstAdding(fileWith(9000)), HasSubstr("no chunk offset table"));
-    EXPECT_THAT(reasonAgainstAdding(fileWith(5)), IsEmpty());
 }
 
 TEST(KXMP4EditSafety, Media64BitSizesAndOpenEndsAreNoHindrance)
@@ -252,25 +73,6 @@ TEST(KXMP4EditSafety, Media64BitSizesAndOpenEndsAreNoHindrance)
         reasonAgainstAdding(join(ftyp(), moov(end + 16), largeAtom("mdat", media))), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(join(ftyp(), moov(end + 8), atomClaiming(0, "mdat", media))),
         IsEmpty());
-}
-
-TEST(KXMP4EditSafety, MediaInAnotherFileDoesNotMove)
-{
-    auto const information = [](std::uint32_t flags) {
-        return atom("dinf", atom("dref", u32(0), u32(1), atom("url ", u32(flags))));
-    };
-    auto const file = [&](std::uint32_t flags, std::uint32_t entry) {
-        return moovFirst(
-            [&](std::uint32_t) { return moovWithTables(stco({ entry }), information(flags)); });
-    };
-    EXPECT_THAT(reasonAgainstAdding(file(0, 9000)), HasSubstr("another file"));
-    EXPECT_THAT(reasonAgainstAdding(file(0, 5)), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(file(1, 9000)), IsEmpty());
-    auto const foreign64 = moovFirst([&](std::uint32_t media) {
-        return atom("moov", trackWithTables(stco({ media })),
-            trackWithTables(co64({ 9000 }), information(0)), userData);
-    });
-    EXPECT_THAT(reasonAgainstAdding(foreign64), IsEmpty());
 }
 
 TEST(KXMP4EditSafety, FragmentsThatCountFromTheirStartAreSafe)
