@@ -1,6 +1,7 @@
 #include "kxmd/mp4/KXMP4EditOutlinePrivate.h"
 
 #include "kxmd/mp4/KXMP4AtomSampleTable.h"
+#include "kxmd/mp4/KXMP4AtomTypesPrivate.h"
 #include "kxmd/mp4/KXMP4EditReasonsPrivate.h"
 
 #include <algorithm>
@@ -10,15 +11,18 @@ namespace {
 
 constexpr std::uint64_t headerSize = 8;
 
-/// Where the walk goes on behind an atom. One without children that runs past its parent is the
-/// parent's last, whatever it claims.
-std::uint64_t endOfWalked(KXMP4Atom& atom)
+/// How far the parse follows the size that an atom claims. One that is never read as atoms and runs
+/// past its parent is just the parent's last. Of the others some are read as atoms and some are
+/// not: to tell which may take a way up the whole tree, and all of them are given their full size.
+std::uint64_t endOfWalked(KXMP4Atom const& atom)
 {
     std::uint64_t const end = atom.offset() + atom.size();
-    KXMP4Atom* const parent = atom.parent();
-    if (!parent->parent() || atom.isContainerAtom())
+    KXMP4Atom const& parent = *atom.parent();
+    std::uint64_t const endOfParent = parent.offset() + parent.size();
+    if (end <= endOfParent || !parent.parent())
         return end;
-    return std::min(end, parent->offset() + parent->size());
+    bool const isNeverWalked = containerRuleOfTag(atom.tag()) == KXMP4ContainerRule::never;
+    return isNeverWalked ? endOfParent : end;
 }
 
 }
@@ -31,6 +35,12 @@ std::string_view KXMP4EditOutline::takePlanOfTree(KXMP4EditPlan const& plan, KXM
     }
     if (auto const reason = checkNodes(); !reason.empty())
         return reason;
+    if (auto const reason = indexNodesByOffset(); !reason.empty())
+        return reason;
+    if (plan.edits().size() > 1) {
+        if (auto const reason = checkHeaders(root); !reason.empty())
+            return reason;
+    }
     return visitTree(plan, root);
 }
 
@@ -82,36 +92,76 @@ std::string_view KXMP4EditOutline::checkNodes() const
     return {};
 }
 
-/// Finds the tables, and makes sure that the edited file is parsed into the same atoms again: none
-/// but those around an edit may reach over it.
+/// Whether all edits find the same atoms. Between two of them the file is parsed anew, with sizes
+/// that were corrected: so each header must lie behind the one that is read before it, neither in
+/// it nor back among bytes that were walked already.
+std::string_view KXMP4EditOutline::checkHeaders(KXMP4Atom& root) const
+{
+    constexpr std::uint64_t large = 1;
+    std::string_view reason;
+    KXMP4Atom const* last = nullptr;
+    root.visitDepthFirst([&](KXMP4Atom& atom, std::size_t depth) {
+        if (depth == 0)
+            return true;
+        if (last && atom.offset() < last->offset() + headerSize) {
+            // In front of a 64-bit size stands a 1, which the tree takes for the size: the next
+            // atom begins a byte further on. That is no harm while nothing is written there.
+            bool const isInLarge = last->size() == large && atom.offset() > last->offset();
+            if (!isInLarge || nodeOf(atom).editsInside)
+                reason = reasons::sizesDoNotNest;
+        }
+        last = &atom;
+        return reason.empty();
+    });
+    return reason;
+}
+
+/// Finds the tables, and makes sure that no atoms but those around an edit reach over it: the
+/// edited file is then parsed into the same atoms again.
 std::string_view KXMP4EditOutline::visitTree(KXMP4EditPlan const& plan, KXMP4Atom& root)
 {
     std::string_view reason;
     std::size_t removedDepth = 0; // Of the removed atom whose children are being visited; or 0.
     root.visitDepthFirst([&](KXMP4Atom& atom, std::size_t depth) {
-        if (depth == 0 || (removedDepth && depth > removedDepth))
+        if (depth == 0)
             return true;
-        removedDepth = 0;
-        auto const index = _indexes.find(&atom);
-        Node const node = index != _indexes.end() ? _nodes[index->second] : Node();
-        std::size_t const expected = node.editsInside + (node.isRemoved ? 1 : 0);
-        if (plan.editsWithin(atom.offset(), atom.offset() + atom.size()) != expected
-            && plan.editsWithin(atom.offset(), endOfWalked(atom)) != expected) {
-            reason = reasons::sizesDoNotNest;
-            return false;
+        if (depth <= removedDepth)
+            removedDepth = 0;
+        bool const isTable = dynamic_cast<KXMP4AtomSampleTable*>(&atom);
+        if (removedDepth) {
+            // An edit in front corrects it before it goes, also what lies behind what is removed.
+            if (isTable && plan.edits().size() > 1)
+                reason = reasons::noTable;
+            return reason.empty();
         }
+        Node const node = nodeOf(atom);
+        std::size_t const ownEdits = node.editsInside + (node.isRemoved ? 1 : 0);
+        if (plan.editsWithin(atom.offset(), endOfWalked(atom)) != ownEdits)
+            reason = reasons::sizesDoNotNest;
         if (node.isRemoved)
             removedDepth = depth;
-        else if (dynamic_cast<KXMP4AtomSampleTable*>(&atom))
+        else if (isTable)
             _tables.push_back(atom.offset());
-        return true;
+        return reason.empty();
     });
     std::ranges::sort(_tables);
+    return reason;
+}
+
+std::string_view KXMP4EditOutline::indexNodesByOffset()
+{
     for (std::size_t i = 0; i < _nodes.size(); ++i) {
         if (!_indexesByOffset.try_emplace(_nodes[i].offset, i).second)
             return reasons::sizesDoNotNest;
     }
-    return reason;
+    return {};
+}
+
+/// For an atom that no edit concerns, one without edits.
+KXMP4EditOutline::Node KXMP4EditOutline::nodeOf(KXMP4Atom const& atom) const
+{
+    auto const found = _indexes.find(&atom);
+    return found != _indexes.end() ? _nodes[found->second] : Node();
 }
 
 KXMP4EditOutline::Node* KXMP4EditOutline::nodeAt(std::uint64_t offset)

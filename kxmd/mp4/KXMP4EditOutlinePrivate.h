@@ -39,6 +39,9 @@ private:
     std::string_view addNodes(KXMP4EditPlan::Edit const& edit);
     std::size_t indexOfNode(KXMP4Atom const& atom);
     std::string_view checkNodes() const;
+    std::string_view indexNodesByOffset();
+    std::string_view checkHeaders(KXMP4Atom& root) const;
+    Node nodeOf(KXMP4Atom const& atom) const;
     std::string_view visitTree(KXMP4EditPlan const& plan, KXMP4Atom& root);
 
     std::vector<Node> _nodes;

@@ -253,5 +253,8 @@ TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableMatters)
     };
     auto const file = moovFirst(moov);
     ASSERT_EQ(lastAtom(treeOf(file), "moov/trak/edts/udta/stco")->size(), 0x70000000u);
-    EXPECT_THAT(reasonAgainstAdding(file), HasSubstr("no chunk offset table"));
+    auto const edited = lastAtom(treeOf(file), "moov/udta");
+    auto const data = reader(file);
+    auto const reason = KXMP4EditSafety(*data).reasonAgainstEditAt(edited->offset(), 1000);
+    EXPECT_THAT(reason.value_or(""), HasSubstr("no chunk offset table"));
 }

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 using namespace build;
 using namespace editable;
 using testing::HasSubstr;
@@ -189,6 +191,103 @@ TEST(KXMP4EditSafety, AnAtomWithoutChildrenThatRunsPastItsParentIsNoHindranceInF
         return atom("moov", container, trackWithTables(stco({ media })), userData);
     });
     EXPECT_FALSE(reasonAgainstAdding(walkedTwice).empty());
+}
+
+TEST(KXMP4EditSafety, TheTimeForDeepAtomsThatRunPastTheirParentIsInProportionToTheFile)
+{
+    constexpr std::uint32_t depth = 100000;
+    Bytes const runsPast = join(u32(16), text("udta"), u32(0x7FFFFFFF), text("stsd"));
+    Bytes deep;
+    deep.reserve(depth * (8 + runsPast.size()));
+    for (std::uint32_t i = 0; i < depth; ++i) {
+        auto const inside = static_cast<std::uint32_t>(depth * runsPast.size()) + 8 * (depth - i);
+        for (Bytes const& field : { u32(inside), text("udta") })
+            deep.insert(deep.end(), field.begin(), field.end());
+    }
+    for (std::uint32_t i = 0; i < depth; ++i)
+        deep.insert(deep.end(), runsPast.begin(), runsPast.end());
+    Bytes const moov = moovWithTables(stco({ 40 }));
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(reasonAgainstAdding(join(ftyp(), deep, moov)).empty());
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), moov, deep)), IsEmpty());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30)); // Or minutes.
+}
+
+TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreWhileItsOtherParentIsThereMatters)
+{
+    // The metadata of the second user data runs on into the track, which is so found twice until
+    // all user data is gone.
+    Bytes const otherData = atom("udta", tagAtom("\xA9nam", "Other"));
+    auto const reason = [&](Bytes const& firstData, std::uint32_t excess) {
+        return reasonAgainstCleaning(moovFirst([&](std::uint32_t media) {
+            Bytes const list = atomClaiming(
+                static_cast<std::uint32_t>(8 + cover.size()) + excess, "ilst", cover);
+            auto const size = static_cast<std::uint32_t>(12 + list.size()) + excess;
+            Bytes const data = atom("udta", atomClaiming(size, "meta", u32(0), list));
+            return atom("moov", firstData, data, trackWithTables(stco({ media })));
+        }));
+    };
+    auto const track = static_cast<std::uint32_t>(trackWithTables(stco({ 0 })).size());
+    EXPECT_THAT(reason(otherData, 0), IsEmpty());
+    EXPECT_THAT(reason({}, track), IsEmpty());
+    EXPECT_FALSE(reason(otherData, track).empty());
+}
+
+TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreBeforeItIsRemovedMatters)
+{
+    // It has no room for its entries: those are what follows the user data.
+    Bytes const table = atom("stco", u32(0), u32(100));
+    auto const reason = [&](Bytes const& firstData) {
+        return reasonAgainstCleaning(moovFirst([&](std::uint32_t media) {
+            return atom("moov", firstData, atom("udta", table), trackWithTables(stco({ media })));
+        }));
+    };
+    EXPECT_THAT(reason({}), IsEmpty());
+    EXPECT_THAT(reason(atom("udta", title)), HasSubstr("no chunk offset table"));
+}
+
+TEST(KXMP4EditSafety, AnAtomWhoseTypeIsASizeThatIsCorrectedMatters)
+{
+    // A detour leads to an atom of four bytes. Its type is the size of the movie, and that of a
+    // table once the cover is gone: the movie's first atoms would be its entries.
+    auto const fileWithDetour = [](std::uint32_t sizeOfMovie) {
+        Bytes const padding = atom("free", zeros(16), u32(4));
+        auto const toLastField = static_cast<std::uint32_t>(8 + padding.size() - 4);
+        Bytes const detour = atom(
+            "udta", atomClaiming(8 + toLastField + 1, "edts", atomClaiming(toLastField, "free")));
+        Bytes const moov = moovWithTables(stco({ 40 }));
+        return join(ftyp(), detour, padding,
+            atomClaiming(sizeOfMovie, "moov", Bytes(moov.begin() + 8, moov.end())));
+    };
+    constexpr std::uint32_t typeOfTable = 0x7374636F;
+    auto const file = fileWithDetour(typeOfTable);
+    ASSERT_EQ(lastAtom(treeOf(file), "udta/edts/stco")->size(), 4u);
+    EXPECT_FALSE(reasonAgainstAdding(file).empty());
+    auto const sizeWithCover = typeOfTable + static_cast<std::uint32_t>(cover.size());
+    EXPECT_FALSE(reasonAgainstAdding(fileWithDetour(sizeWithCover)).empty());
+}
+
+TEST(KXMP4EditSafety, ALargeAtomMattersOnlyWhereASizeInItsHeaderIsCorrected)
+{
+    // To the tree it has a size of 1, and the next atom begins a byte behind it: a container of 300
+    // bytes, which takes the last byte of its size from the type of the large one.
+    auto const reason = [](Bytes const& largeInEntry, Bytes const& largeBehind) {
+        return reasonAgainstCleaning(join(moovFirst([&](std::uint32_t media) {
+            Bytes const track = atom("trak",
+                atom("mdia", hdlr("soun"),
+                    atom("minf",
+                        atom("stbl", stsd(soundEntry("mp4a", largeInEntry)), stco({ media })))));
+            return atom("moov", track, atom("udta", title), atom("udta", title));
+        }),
+            largeBehind));
+    };
+    Bytes const removed = atom("mp4a", zeros(100));
+    Bytes const rest = join(removed, atom("free", zeros(300 - 8 - removed.size() - 8)));
+    Bytes const shared = join(u32(1), u8(300 - 256), text("wave"), rest);
+    Bytes const apart = atom("wave", rest);
+    EXPECT_THAT(reason(apart, {}), IsEmpty());
+    EXPECT_THAT(reason(apart, shared), IsEmpty());
+    EXPECT_FALSE(reason(shared, {}).empty());
 }
 
 TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
