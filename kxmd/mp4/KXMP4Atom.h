@@ -149,8 +149,8 @@ public:
     /// `removeSelfFromMutableData:` Removes the atom from the file and from its parent.
     ///
     /// False, with nothing changed, when the atom is not all there or not in a tree any more; false
-    /// as well when a size or a
-    /// chunk offset table does not lie within the buffer, which is then edited in part.
+    /// as well when a size or a chunk offset table does not lie within the buffer, which is then
+    /// edited in part.
     bool removeSelfFromMutableData(KXMutableData& data);
 
     /// `insertBeforeSelfInMutableData:atomData:` Inserts the bytes of a whole atom in front of this

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/host/KXExport.h"
+#include "kxmd/mp3/KXMDFileMetaMP3.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// Tells beforehand whether an edit of the cover leaves an MP3 file's music and the other frames of
+/// its ID3v2 tag to other programs as they were.
+///
+/// The edits of `KXMDFileMetaMP3` take frames to lie where they read them. That is right for most
+/// files; damaged tags, and a few that we read in our own way, lose music or frames. The edits
+/// themselves do not ask; whoever makes them should.
+///
+/// A reason is a part of an English sentence for a person: "a cover runs past the end of the tag".
+/// Where there is nothing to edit, there is none. One thread at a time.
+class KX_EXPORT KXMP3EditSafety {
+public:
+    /// `initWithAbstractData:` Reads the tag of the file that `data` reads, which is then no longer
+    /// needed.
+    explicit KXMP3EditSafety(KXAbstractData& data);
+
+    /// `reasonAgainstRemovingAlbumCover` Why `removeAlbumCoverFromData:` of `KXMDFileMetaMP3` would
+    /// do harm; absent when it does not.
+    [[nodiscard]] std::optional<std::string> reasonAgainstRemovingAlbumCover() const;
+
+    /// `reasonAgainstAddingAlbumCoverOfSize:` The same for `addAlbumCover:toData:`, which removes
+    /// the covers that are there. `frameSize` in bytes, as `albumCoverSizeForImage:` tells it.
+    [[nodiscard]] std::optional<std::string> reasonAgainstAddingAlbumCoverOfSize(
+        std::uint64_t frameSize) const;
+
+private:
+    [[nodiscard]] bool hasCoverPastItsEnd() const;
+    [[nodiscard]] bool isReadByOthersAlike(KXAbstractData& data) const;
+    [[nodiscard]] bool endsLaterForOthers(
+        KXMDFileMetaMP3Frame const& frame, KXAbstractData& data, bool onlyWithMore) const;
+
+    KXMDFileMetaMP3 _meta;
+    bool _isMP3;
+    bool _isReadByOthersAlike;
+};
