@@ -32,15 +32,8 @@ except ImportError:
     mutagen = None
 
 SKIPPED = 77
-# ID3v2 tags that we deliberately read in our own way, so that a cover is put where others see no frame.
-UNLIKE_OTHERS = {
-    "Borewit-music-metadata__id3v2-xheader.mp3",  # An extended header of ID3v2.4.
-    "polyfloyd-rust-id3__github-issue-60.id3",  # The same.
-    "polyfloyd-rust-id3__id3v24_ext.id3",  # The same.
-    "tinytag-tinytag__cbr.mp3",  # The same.
-    "Zeugma440-atldotnet__id3v2.4_CTOC_invalidSizeDesc.mp3",  # A size that is not sync-safe.
-    "devsnd-tinytag__with_id3_header.flac",  # Others see the FLAC behind the tag only.
-}
+# A FLAC file behind an ID3v2 tag: others see the tags of the FLAC only, and no cover in front of it.
+UNLIKE_OTHERS = {"devsnd-tinytag__with_id3_header.flac"}
 LARGEST = 600 << 10  # Larger samples say nothing new.
 
 
@@ -67,24 +60,29 @@ def tags_of(path):
     """The tags that mutagen reads, without covers; None where it cannot."""
     if mutagen is None:
         return None
-    try:
-        file = mutagen.File(path)
-    except Exception:  # Whatever it makes of a damaged file.
+    tags = mutagen_tags(path)
+    if tags is None:
         return None
-    if file is None or file.tags is None:
-        return None
-    return {key: str(value) for key, value in file.tags.items()
-            if not key.startswith("APIC") and key != "covr"}
+    return {key: str(value) for key, value in tags.items() if not key.startswith("APIC") and key != "covr"}
+
+
+def mutagen_tags(path):
+    """All tags, with those in front of what mutagen does not know; None where there are none."""
+    for read in (lambda: mutagen.File(path).tags, lambda: mutagen.id3.ID3(path)):
+        try:
+            tags = read()
+        except Exception:  # Whatever it makes of a damaged file.
+            continue
+        if tags is not None:
+            return tags
+    return None
 
 
 def cover_of(path):
     """The bytes of the first cover that mutagen reads; None where it cannot."""
     if mutagen is None:
         return None
-    try:
-        tags = mutagen.File(path).tags
-    except Exception:
-        return None
+    tags = mutagen_tags(path)
     if isinstance(tags, mutagen.mp4.MP4Tags):
         return bytes(tags["covr"][0]) if tags.get("covr") else None
     pictures = tags.getall("APIC") if isinstance(tags, mutagen.id3.ID3) else []
@@ -135,18 +133,36 @@ class Edits:
         survives = self.survives(after)
         polite = self.run(*operation)
         is_allowed = self.output.exists()
-        if after == self.before and polite.get("reason") == "cannot be cleaned":
+        politely_edited = self.output.read_bytes() if is_allowed else None
+        if not is_allowed and self.is_left_uncleaned(operation, after):
             return  # Refused for its sake, not for that of the media.
-        if is_allowed != survives:
-            self.blame(name, f"media survives: {survives}, reason: {polite.get('reason')}")
+        harm = self.harm(name, after, expected) if survives and after != self.before else []
+        if survives and not is_allowed and not harm and self.is_read_by_others():
+            self.blame(name, f"is refused without need: {polite.get('reason')}")
+        if is_allowed and not survives:
+            self.blame(name, "the media does not survive")
+        if is_allowed:
+            self.problems += harm
         self.answers.setdefault(name, "safe" if is_allowed else "dangerous")
         if forced.get("bytesAfter") != len(after):
             self.blame(name, "reports another size")
-        if is_allowed and self.output.read_bytes() != after:
+        if is_allowed and politely_edited != after:
             self.blame(name, "--force makes another file")
-        if survives and after != self.before:
-            self.output.write_bytes(after)
-            expected(name, after)
+
+    def is_left_uncleaned(self, operation, after):
+        return operation == ("clean",) and after == self.before and bool(media_atoms.user_data(self.before))
+
+    def is_read_by_others(self):
+        """Whether there are others to tell if the tags of music survive."""
+        return self.is_movie or tags_of(self.source) is not None
+
+    def harm(self, name, after, expected):
+        """What is wrong with an edited file whose media is as it was."""
+        self.output.write_bytes(after)
+        problems, self.problems = self.problems, []
+        expected(name, after)
+        harm, self.problems = self.problems, problems
+        return harm
 
     def survives(self, after):
         if self.is_movie and media_atoms.places_named(self.before) != media_atoms.places_named(after):
@@ -161,7 +177,7 @@ class Edits:
 
     def expect_tags(self, name):
         before, after = tags_of(self.source), tags_of(self.output)
-        if before != after:
+        if before is not None and before != after:
             self.blame(name, "other tags")
 
     def expect_no_cover(self, name, after):

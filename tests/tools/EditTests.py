@@ -1,11 +1,12 @@
 import os
 import resource
+import signal
 import struct
 import time
 
 import pictures
 from audio import attached, encode, pattern, samples, tone
-from support import CommandTestCase, atom, mp4, run, sound_entry, tag_atom, track, user_data, video_entry
+from support import CommandTestCase, atom, mp4, on_card, run, sound_entry, tag_atom, track, user_data, video_entry
 
 TITLE = tag_atom(b"\xa9nam", "Title")
 
@@ -107,7 +108,9 @@ class EditTests(CommandTestCase):
                               ("id3v2.1.mp3", b"ID3\x01\0\0\0\0\0\x20" + bytes(100))):
             with self.subTest(name=name):
                 path = self.write(name, content)
-                self.assert_refused(run("-q", "cover", "add", "--json", path, self.picture, "-o", self.out), path)
+                reason = self.assert_refused(
+                    run("-q", "cover", "add", "--json", path, self.picture, "-o", self.out), path)
+                self.assertIn(reason, ("has no place for a cover", "is neither an MP3 file with tags nor an MP4 file"))
 
     def test_file_that_is_no_music_is_refused_even_by_force(self):
         for name, content in (("text", b"Dear diary"), ("empty", b""), ("jpeg", b"\xff\xd8\xff\xe0" + bytes(20))):
@@ -156,6 +159,52 @@ class EditTests(CommandTestCase):
         picture = self.path("missing.png")
         self.assert_failure(run("cover", "add", self.music("a.mp3"), picture, "-o", self.out), picture)
         self.assertFalse(os.path.exists(self.out))
+
+    def test_objects_tell_what_standard_error_tells(self):
+        music, missing = self.music("a.mp3"), self.path("missing")
+        size = os.path.getsize(music)
+        unread = {"path": missing, "ok": False, "bytesBefore": 0, "bytesAfter": 0, "reason": "cannot be read"}
+        unwritten = {"path": music, "ok": False, "bytesBefore": size, "bytesAfter": size,
+                     "reason": "its output cannot be written"}
+        for action, *others in (("cover", "extract"), ("cover", "remove"), ("cover", "add"), ("clean",), ("convert",)):
+            picture = [self.picture] if "add" in others else []
+            out = "out.png" if "extract" in others else "out"
+            with self.subTest(action=action, others=others):
+                words = (action, *others, "--json")
+                self.assertEqual(run(*words, missing, *picture, "-o", self.path(out)).objects(), [unread])
+                nowhere = self.path("no-folder/" + out)
+                result = run(*words, music, *picture, "-o", nowhere)
+                self.assert_failure(result, nowhere, "No such file or directory")
+                self.assertEqual(result.objects(), [unwritten])
+        words = ("cover", "add", "--json", music)
+        result = run(*words, missing, "-o", self.out)
+        self.assert_failure(result, missing)
+        self.assertEqual(result.objects(), [{**unwritten, "reason": "there is no picture to insert"}])
+        self.assertFalse(os.path.exists(self.out))
+
+    def test_place_of_the_result_is_looked_at_before_the_work(self):
+        nowhere = self.path("no-folder/out")
+        for action in ("clean", "convert"):  # What the converter says of the text comes first, were it run.
+            self.assert_failure(run(action, self.write("text", b"Dear diary"), "-o", nowhere), nowhere)
+
+    def test_cover_that_reaches_into_the_sound_is_refused_unless_forced(self):
+        content = self.read(self.music("a.mp3"))
+        tag = b"ID3\3\0\0" + bytes((0, 0, 0, 60))
+        cover = b"APIC" + (500).to_bytes(4, "big") + bytes(2)
+        path = self.write("wild.mp3", tag + cover + bytes(50) + content[content.index(b"\xff\xfb"):])
+        for words in (("add", self.picture), ("remove",)):
+            command = ("cover", words[0], "--json", path, *words[1:], "-o", self.out)
+            self.assertEqual(self.assert_refused(run(*command), path), "a cover runs past the end of the tag")
+        forced = run("cover", "remove", "--json", "--force", path, "-o", self.out)
+        self.assert_done(forced, path, ok=True, bytesBefore=os.path.getsize(path),
+                         bytesAfter=os.path.getsize(path) - 510)
+
+    def test_tag_that_others_read_in_another_way_is_refused(self):
+        title = b"TIT2" + bytes((0, 0, 0, 6, 0, 0)) + b"\0Title"
+        extended = bytes((0, 0, 0, 6, 1, 0))
+        path = self.write("extended.mp3", b"ID3\4\0\x40" + bytes((0, 0, 0, 36)) + extended + bytes(4) + title + bytes(300))
+        self.assertEqual(self.assert_refused(run("-q", "cover", "add", "--json", path, self.picture, "-o", self.out), path),
+                         "frames of its tag would not be found by other programs")
 
     def test_edit_that_would_break_the_media_is_refused_unless_forced(self):
         path = self.music("a.m4a", "-c:a", "aac", "-movflags", "frag_keyframe+empty_moov")
@@ -235,6 +284,15 @@ class EditTests(CommandTestCase):
                 self.assertEqual(run("cover", "remove", music, "-o", out).errors, [])
             self.assertEqual(self.read(out), self.read(music))
 
+    def test_phone_card_takes_results(self):
+        music = self.music("a.mp3")
+        for _ in range(2):  # There it is replaced.
+            self.assertEqual(run("cover", "add", music, self.picture, "-o", self.out, env=on_card()).errors, [])
+        self.assertEqual(run("convert", encode(self.path("b.m4a"), *tone(), "-c:a", "alac"), "-o", self.path("b.out"),
+                             env=on_card()).errors, [])
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.mp3", "b.m4a", "b.out", "out", "picture.png"])
+        self.assertEqual(samples(self.out), samples(music))
+
     def test_wrong_usage(self):
         music = self.music("a.mp3")
         for arguments in (("cover",), ("cover", "frobnicate", music), ("cover", "remove", music), ("clean", music),
@@ -306,6 +364,11 @@ class EditTests(CommandTestCase):
         self.assertEqual(result.errors[1:], [f"kxmd: {path}: cannot be converted"])
         self.assertEqual(result.objects()[0]["ok"], False)
         self.assertFalse(os.path.exists(self.out))
+
+    def test_convert_hears_of_the_end_of_the_converter(self):
+        lossless = encode(self.path("a.m4a"), *tone(), "-c:a", "alac")
+        forget = lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)  # As some programs leave it behind.
+        self.assertEqual(run("convert", lossless, "-o", self.out, preexec_fn=forget).errors, [])
 
     def test_nothing_is_left_in_the_cache_folder(self):
         environment = {**os.environ, "XDG_CACHE_HOME": self.path("cache")}

@@ -5,11 +5,12 @@ import resource
 import shutil
 import signal
 import subprocess
+import tempfile
 import time
 
 import pictures
 from audio import attached, encode, pattern, probe, samples, tone
-from support import COMMAND, CommandTestCase, run
+from support import COMMAND, CommandTestCase, on_card, run
 
 CONVERT, CLEAN, COVER = ("KXMDFileProcessor" + name for name in ("ConvertALAC", "CleanIPhoneVideo", "AddAlbumCover"))
 
@@ -18,8 +19,7 @@ class PrepareTests(CommandTestCase):
     @classmethod
     def setUpClass(cls):
         """One file of each kind, encoded once."""
-        cls.made = os.path.join("/tmp", f"kxmd-prepare-{os.getpid()}")
-        os.mkdir(cls.made)
+        cls.made = tempfile.mkdtemp()
         cls.addClassCleanup(shutil.rmtree, cls.made)
         path = lambda name: os.path.join(cls.made, name)
         album = ("-metadata", "album=Sines", "-metadata", "artist=The Oscillators")
@@ -181,8 +181,10 @@ class PrepareTests(CommandTestCase):
 
     def test_converted_copy_is_named_m4a(self):
         shutil.copy(os.path.join(self.made, "lossless.m4a"), os.path.join(self.source, "a.b.mp4"))
-        shutil.copy(os.path.join(self.made, "lossless.m4a"), os.path.join(self.source, "plain"))
-        self.assertEqual(sorted(self.prepared()[0]), ["a.b.m4a", "plain.m4a"])
+        for name in ("plain", "Op. 9 No. 2", ".mp4", "LOUD.M4A"):
+            shutil.copy(os.path.join(self.made, "lossless.m4a"), os.path.join(self.source, name))
+        self.assertEqual(sorted(self.prepared()[0]),
+                         [".mp4.m4a", "LOUD.m4a", "Op. 9 No. 2.m4a", "a.b.m4a", "plain.m4a"])
 
     def test_file_that_an_edit_would_break_is_copied_and_reported(self):
         self.place("fragments.m4a")
@@ -291,6 +293,25 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(result.errors, [f"kxmd: {second}: another file has the same target"])
         self.assertEqual(self.read(os.path.join(self.out, "x.mp3")), self.read(first))
 
+    def test_two_names_of_one_folder(self):
+        first, second = self.place("a/x.mp3", "song.mp3"), self.put("b/x.mp3", b"another")
+        os.makedirs(os.path.join(self.out, "a"))
+        os.symlink("a", os.path.join(self.out, "b"))
+        result = self.prepare()
+        self.assertEqual(result.errors, [f"kxmd: {second}: another file has the same target"])
+        self.assertEqual(self.read(os.path.join(self.out, "a/x.mp3")), self.read(first))
+
+    def test_converted_copy_does_not_take_the_place_of_a_file(self):
+        for name in ("a.mov", "a.mp4", "b.mp4"):
+            self.place(name, "lossless.m4a")
+        self.place("b.m4a", "song.m4a")
+        for jobs in ("1", "8"):
+            files, _ = self.prepared("-j", jobs)
+            self.assertEqual({name: os.path.basename(file["source"]) for name, file in files.items()},
+                             {"a.m4a": "a.mov", "a.mp4.m4a": "a.mp4", "b.m4a": "b.m4a", "b.mp4.m4a": "b.mp4"})
+            self.assertEqual(sorted(os.listdir(self.out)), sorted(files))
+            shutil.rmtree(self.out)
+
     def test_source_given_twice(self):
         first = self.place("x.mp3", "song.mp3")
         result = self.prepare(self.source, self.source)
@@ -344,6 +365,19 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(self.prepare("--playlist", "Mix").status, 0)
         self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")),
                          ".\\b\\2.mp3\r\n.\\b\\c\\1.mp3\r\n.\\é.m4a".encode())
+
+    def test_playlist_lists_sound_of_any_kind(self):
+        bare = self.read(encode(self.path("bare.mp3"), *tone(), "-id3v2_version", "0"))
+        self.assertNotEqual(bare[:3], b"ID3")
+        self.put("bare.mp3", bare)
+        for name, codec in (("a.flac", "flac"), ("a.ogg", "libvorbis"), ("a.opus", "libopus"), ("a.wav", "pcm_s16le")):
+            encode(os.path.join(self.source, name), *tone(), "-c:a", codec)
+        self.place("film.mp4")
+        self.put("others.m3u", b"#EXTM3U\r\na.mp3\r\n")
+        self.put("cover.jpg", self.read(os.path.join(self.made, "cover.jpg")))
+        self.assertEqual(self.prepare("--playlist", "Mix").status, 0)
+        self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")).split(b"\r\n"),
+                         [b".\\a.flac", b".\\a.ogg", b".\\a.opus", b".\\a.wav", b".\\bare.mp3"])
 
     def test_playlist_without_audio(self):
         self.put("notes.txt", b"Dear diary")
@@ -450,7 +484,7 @@ class PrepareTests(CommandTestCase):
 
     def wait_for_some_files(self):
         deadline = time.monotonic() + 30
-        while time.monotonic() < deadline and not (os.path.exists(self.out) and self.hashes(self.out)):
+        while time.monotonic() < deadline and not any(names for _, _, names in os.walk(self.out)):
             time.sleep(0.005)
 
     def test_killed_in_the_middle(self):
@@ -467,14 +501,29 @@ class PrepareTests(CommandTestCase):
                 self.assertEqual(process.wait(timeout=30), -number)
                 found = self.hashes(self.out)
                 self.assertLess(len(found), len(expected))
-                # Hidden parts only where a file cannot do without a name.
-                self.assertEqual(found, {name: expected[name] for name in found if ".kxmd-part-" not in name})
+                if number == signal.SIGKILL:  # Hidden parts only where a file cannot do without a name.
+                    found = {name: content for name, content in found.items() if ".kxmd-part-" not in name}
+                self.assertEqual(found, {name: expected[name] for name in found})
                 self.assertEqual(self.hashes(self.source), before)
                 if number != signal.SIGKILL:
                     self.assert_no_temporary_files()
                 shutil.rmtree(self.path("cache"), ignore_errors=True)
         self.assertEqual(self.prepare().status, 0)
         self.assertEqual(self.hashes(self.out), expected)
+
+    def test_phone_card_is_left_without_parts(self):
+        self.place_collection(1000)
+        self.environment = on_card(self.environment)
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            with self.subTest(number=number):
+                process = self.start()
+                self.wait_for_some_files()
+                process.send_signal(number)
+                self.assertEqual(process.wait(timeout=30), -number)
+                self.assertEqual([name for name in self.hashes(self.out) if ".kxmd-part-" in name], [])
+        result = self.prepare()
+        self.assertEqual((result.status, result.errors), (0, []))
+        self.assertEqual(self.hashes(self.out).keys(), self.hashes(self.source).keys())
 
     def test_signal_ends_conversions_and_removes_their_files(self):
         encode(os.path.join(self.source, "long.m4a"), *tone(900), "-c:a", "alac")

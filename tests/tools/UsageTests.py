@@ -60,6 +60,7 @@ class UsageTests(CommandTestCase):
         source = os.path.join(os.path.dirname(__file__), "../../tools/kxmd/kxmd.bash-completion")
         script = """
             compopt() { :; }
+            __ltrim_colon_completions() { [[ $1 != *:* ]] || COMPREPLY=("${COMPREPLY[@]#"${1%"${1##*:}"}"}"); }
             _get_comp_words_by_ref() {
                 words=("${typed[@]}"); cword=$((${#typed[@]} - 1))
                 current=${typed[cword]}; previous=${typed[cword - 1]}

@@ -36,6 +36,14 @@ def run(*arguments, stack=None, **options):
         [COMMAND, *arguments], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=100, **options))
 
 
+def on_card(environment=os.environ):
+    """An environment in which files lie on a phone's card, whose file system knows no files without a name and no
+    permissions."""
+    options = environment.get("ASAN_OPTIONS", "")
+    return {**environment, "LD_PRELOAD": os.environ["KXMD_PHONE_CARD"],
+            "ASAN_OPTIONS": options + ":verify_asan_link_order=0"}
+
+
 class CommandTestCase(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="kxmd-tests-")

@@ -4,7 +4,7 @@
 #include "AudioReader.h"
 #include "AudioWriter.h"
 #include "CoverPicture.h"
-#include "tools/kxmd/AtomicFile.h"
+#include "tools/files/AtomicFile.h"
 
 #include <array>
 #include <filesystem>

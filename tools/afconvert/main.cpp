@@ -3,6 +3,8 @@
 #include "Arguments.h"
 #include "Conversion.h"
 #include "FFmpegRefs.h"
+#include "tools/files/AtomicFile.h"
+#include "tools/files/CleanUpOnSignal.h"
 
 #include <algorithm>
 #include <csignal>
@@ -95,5 +97,6 @@ int main(int argumentCount, char** arguments)
         std::puts("afconvert (kxmd) " KXMD_VERSION);
         return EXIT_SUCCESS;
     }
+    CleanUpOnSignal const cleanUp(removePartsForGood);
     return convertAsAsked(words);
 }

@@ -1,22 +1,22 @@
 // kxmd cover: takes the album cover out of a music file, removes it, or adds one.
 
 #include "Commands.h"
+#include "CoverSafety.h"
 #include "EditOutput.h"
 #include "PictureOutput.h"
 #include "Session.h"
 #include "Usage.h"
 
 #include <kxmd/core/KXMDFileMeta.h>
-#include <kxmd/mp4/KXMP4EditSafety.h>
 #include <kxmd/platform/KXPlatform.h>
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace {
 
-/// Says why an edit breaks the media; absent when it does not.
-using Danger = std::function<std::optional<std::string>(KXMP4EditSafety const& safety)>;
+using Reason = std::optional<std::string>;
 using Edit = std::function<bool(KXMutableData::Ref const& data)>;
 
 constexpr char const* noMusic = "is neither an MP3 file with tags nor an MP4 file";
@@ -27,55 +27,62 @@ struct LoadedFile {
     KXMDFileMeta::Ref meta; ///< Null when there is no such file.
 };
 
-/// The file that is edited; reported when it cannot be read.
+/// The file that is edited; reported when it cannot be.
 LoadedFile loadedFile(EditOptions const& options, Session& session)
 {
-    LoadedFile file;
-    file.data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
-    if (!file.data) {
-        auto const unheld = KXAbstractData::abstractDataWithPath(options.path);
-        if (unheld)
-            reportRefusal(options, "does not fit into memory", unheld->length(), session);
-        else
-            session.reportUnreadable(options.path);
-        return file;
+    auto const input = editedInput(options, session);
+    if (!input)
+        return {};
+    auto data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
+    if (!data) {
+        reportRefusal(options, "does not fit into memory", input->length(), session);
+        return {};
     }
-    file.meta = KXMDFileMeta::fileMetaWithAbstractData(
-        *KXMutableAbstractData::abstractDataWithData(file.data));
-    if (!file.meta || file.meta->metaType() == KXMDMetaTypeUnknown) {
-        reportRefusal(options, noMusic, file.data->length(), session);
-        file.meta = nullptr;
+    auto meta = KXMDFileMeta::fileMetaWithAbstractData(
+        *KXMutableAbstractData::abstractDataWithData(data));
+    if (!meta || meta->metaType() == KXMDMetaTypeUnknown) {
+        reportRefusal(options, noMusic, data->length(), session);
+        return {};
     }
-    return file;
+    return { std::move(data), std::move(meta) };
 }
 
-void edit(EditOptions const& options, LoadedFile const& file, char const* what,
-    Danger const& dangerOf, Edit const& editData, Session& session)
+/// What is done to a cover, in the words of the report.
+struct Deed {
+    char const* done;
+    char const* cannotBeDone;
+};
+
+/// Edits a file unless `reasonFor` finds one why its media would not survive it, and writes it.
+void edit(EditOptions const& options, LoadedFile const& file, Deed const& deed,
+    std::function<Reason(KXAbstractData& data)> const& reasonFor, Edit const& editData,
+    Session& session)
 {
     auto const reader = KXMutableAbstractData::abstractDataWithData(file.data);
     std::uint64_t const bytesBefore = file.data->length();
-    if (file.meta->metaType() == KXMDMetaTypeMP4
-        && !isAllowed(options, dangerOf(KXMP4EditSafety(*reader)), bytesBefore, session))
+    if (!isAllowed(
+            options, [&] { return reasonFor(*reader); }, bytesBefore, session))
         return;
     if (!editData(file.data))
-        return reportRefusal(options, "its cover cannot be edited", bytesBefore, session);
+        return reportRefusal(options, deed.cannotBeDone, bytesBefore, session);
     auto const edited = KXMutableAbstractData::abstractDataWithData(file.data);
-    if (writeEdited(options, *edited, session))
-        reportEdit(options, what, bytesBefore, edited->length(), session);
+    if (writeEdited(options, *edited, bytesBefore, session))
+        reportEdit(options, deed.done, bytesBefore, edited->length(), session);
 }
 
 void extractCover(EditOptions const& options, Session& session)
 {
-    auto const data = KXAbstractData::abstractDataWithPath(options.path);
+    auto const data = editedInput(options, session);
     if (!data)
-        return session.reportUnreadable(options.path);
+        return;
     std::uint64_t const length = data->length();
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*data);
     auto const cover = meta ? meta->albumCoverFromData(*data) : nullptr;
     if (!cover)
         return reportRefusal(options, "has no cover that can be shown", length, session);
-    if (writePicture(cover, options.output, { options.path }, session))
-        reportEdit(options, "cover extracted", length, length, session);
+    if (!writePicture(cover, options.output, { options.path }, session))
+        return writeRefusal(options, "its cover cannot be written", length, session);
+    reportEdit(options, "cover extracted", length, length, session);
 }
 
 void removeCover(EditOptions const& options, Session& session)
@@ -84,45 +91,39 @@ void removeCover(EditOptions const& options, Session& session)
     if (!file.meta)
         return;
     edit(
-        options, file, "covers removed",
-        [](KXMP4EditSafety const& safety) { return safety.reasonAgainstRemovingAlbumCover(); },
+        options, file, { "covers removed", "its covers cannot be removed" },
+        [&file](auto& data) { return reasonAgainstRemovingCover(*file.meta, data); },
         [&file](auto const& data) { return file.meta->removeAlbumCoverFromData(data); }, session);
 }
 
-/// The picture in the file at `path`, at its own size; null, and reported, when there is none.
-KXImage::Ref loadedPicture(std::string const& path, Session& session)
+/// The picture to insert, at its own size; null, and reported, when there is none.
+KXImage::Ref loadedPicture(EditOptions const& options, LoadedFile const& file, Session& session)
 {
-    auto const data = KXAbstractData::abstractDataWithPath(path);
-    if (!data) {
-        session.reportUnreadable(path);
-        return nullptr;
-    }
-    auto image = KXPlatform::shared()->pictureLoader->imageInData(*data, data->length(), {});
-    if (!image)
-        session.reportError(path, "is no picture that can be read");
-    return image;
+    auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
+    auto const& loader = KXPlatform::shared()->pictureLoader;
+    auto image = data ? loader->imageInData(*data, data->length(), {}) : nullptr;
+    if (image)
+        return image;
+    if (data)
+        session.reportError(options.picturePath, "is no picture that can be read");
+    else
+        session.reportUnreadable(options.picturePath);
+    writeRefusal(options, "there is no picture to insert", file.data->length(), session);
+    return nullptr;
 }
 
 void addCover(EditOptions const& options, Session& session)
 {
     auto const file = loadedFile(options, session);
-    auto const image = loadedPicture(options.picturePath, session);
-    if (!file.meta || !image)
+    auto const image = file.meta ? loadedPicture(options, file, session) : nullptr;
+    if (!image)
         return;
+    char const* const cannotBeDone
+        = file.meta->canInsertAlbumCover() ? "no cover can be added" : "has no place for a cover";
     edit(
-        options, file, "cover added",
-        [&](KXMP4EditSafety const& safety) {
-            return safety.reasonAgainstAddingAlbumCoverOfSize(
-                file.meta->albumCoverSizeForImage(image));
-        },
-        [&](auto const& data) {
-            // A size field of ID3v2 that is too short for the picture loses frames.
-            return file.meta->addAlbumCoverToData(image, data)
-                && (options.isForced
-                    || file.meta->albumCoverSizeForEmbeddedTags()
-                        == file.meta->albumCoverSizeForImage(image));
-        },
-        session);
+        options, file, { "cover added", cannotBeDone },
+        [&](auto& data) { return reasonAgainstAddingCover(*file.meta, image, data); },
+        [&](auto const& data) { return file.meta->addAlbumCoverToData(image, data); }, session);
 }
 
 CLI::App* addAction(CLI::App& cover, Session& session, char const* name, char const* description,

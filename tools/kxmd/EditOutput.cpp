@@ -6,18 +6,43 @@
 
 #include <kxmd/host/KXAbstractData.h>
 
-bool writeEdited(EditOptions const& options, KXAbstractData& data, Session& session)
-{
-    return writeOutputFile(options.output, { options.path, options.picturePath }, data, session);
+namespace {
+
+constexpr char const* cannotWrite = "its output cannot be written";
+
 }
 
-bool isAllowed(EditOptions const& options, std::optional<std::string> const& reason,
-    std::uint64_t bytesBefore, Session& session)
+KXAbstractData::Ref editedInput(EditOptions const& options, Session& session)
 {
-    if (!reason || options.isForced)
+    auto data = KXAbstractData::abstractDataWithPath(options.path);
+    if (!data) {
+        session.reportUnreadable(options.path);
+        writeRefusal(options, "cannot be read", 0, session);
+        return nullptr;
+    }
+    if (canWriteOutputFile(options.output, { options.path, options.picturePath }, session))
+        return data;
+    writeRefusal(options, cannotWrite, data->length(), session);
+    return nullptr;
+}
+
+bool writeEdited(
+    EditOptions const& options, KXAbstractData& data, std::uint64_t bytesBefore, Session& session)
+{
+    if (writeOutputFile(options.output, { options.path, options.picturePath }, data, session))
         return true;
-    reportRefusal(options, *reason, bytesBefore, session);
+    writeRefusal(options, cannotWrite, bytesBefore, session);
     return false;
+}
+
+bool isAllowed(EditOptions const& options,
+    std::function<std::optional<std::string>()> const& reason, std::uint64_t bytesBefore,
+    Session& session)
+{
+    auto const found = options.isForced ? std::nullopt : reason();
+    if (found)
+        reportRefusal(options, *found, bytesBefore, session);
+    return !found;
 }
 
 void reportEdit(EditOptions const& options, std::string const& what, std::uint64_t bytesBefore,
@@ -36,6 +61,12 @@ void reportRefusal(EditOptions const& options, std::string const& reason, std::u
     Session& session)
 {
     session.reportError(options.path, reason);
+    writeRefusal(options, reason, bytesBefore, session);
+}
+
+void writeRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
+    Session& session)
+{
     if (options.json)
         session.write(jsonLine({ { "path", options.path }, { "ok", false },
             { "bytesBefore", bytesBefore }, { "bytesAfter", bytesBefore }, { "reason", reason } }));

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -16,13 +18,19 @@ struct EditOptions {
     bool json { false };
 };
 
-/// Writes all that `data` reads to the file at `options.output`; false, reported, when that fails.
-bool writeEdited(EditOptions const& options, KXAbstractData& data, Session& session);
+/// The file at `options.path`; null, reported, when it cannot be read or nothing be written to
+/// `options.output`.
+std::shared_ptr<KXAbstractData> editedInput(EditOptions const& options, Session& session);
 
-/// Whether an edit may be made: `reason` says why the media would not survive it. A refusal is
-/// reported.
-bool isAllowed(EditOptions const& options, std::optional<std::string> const& reason,
-    std::uint64_t bytesBefore, Session& session);
+/// Writes all that `data` reads to the file at `options.output`; false, reported, when that fails.
+bool writeEdited(
+    EditOptions const& options, KXAbstractData& data, std::uint64_t bytesBefore, Session& session);
+
+/// Whether an edit may be made: `reason` says why the media would not survive it, and is only asked
+/// where that matters. A refusal is reported.
+bool isAllowed(EditOptions const& options,
+    std::function<std::optional<std::string>()> const& reason, std::uint64_t bytesBefore,
+    Session& session);
 
 /// Tells in one line that `options.path` became `options.output`.
 void reportEdit(EditOptions const& options, std::string const& what, std::uint64_t bytesBefore,
@@ -30,4 +38,8 @@ void reportEdit(EditOptions const& options, std::string const& what, std::uint64
 
 /// Tells that nothing was written, and why.
 void reportRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
+    Session& session);
+
+/// The same, in JSON if that is wanted, where standard error has heard of it.
+void writeRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
     Session& session);

@@ -1,7 +1,7 @@
 #include "OutputFile.h"
 
-#include "AtomicFile.h"
 #include "Session.h"
+#include "tools/files/AtomicFile.h"
 
 #include <kxmd/host/KXAbstractData.h>
 
@@ -21,9 +21,9 @@ std::string pathBehindLinks(std::string const& path)
     return error ? path : behind.string();
 }
 
-/// Writes a file by `write`, which appends to it.
+/// Hands the file for `path` to `write`, which writes it, unless it is one of `inputs`.
 template <class Write>
-bool writeWhole(
+bool withOutputFile(
     std::string const& path, std::vector<std::string> const& inputs, Write write, Session& session)
 {
     bool const isInput = std::ranges::any_of(inputs, [&path](std::string const& input) {
@@ -35,7 +35,7 @@ bool writeWhole(
         return false;
     }
     AtomicFile file(pathBehindLinks(path));
-    if (file.open() && write(file) && file.commit())
+    if (file.open() && write(file))
         return true;
     session.reportError(path, file.error().empty() ? "the input changed" : file.error());
     return false;
@@ -43,18 +43,27 @@ bool writeWhole(
 
 }
 
+bool canWriteOutputFile(
+    std::string const& path, std::vector<std::string> const& inputs, Session& session)
+{
+    return withOutputFile(
+        path, inputs, [](AtomicFile const&) { return true; }, session);
+}
+
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     std::span<std::uint8_t const> bytes, Session& session)
 {
-    return writeWhole(
-        path, inputs, [bytes](AtomicFile& file) { return file.write(bytes); }, session);
+    return withOutputFile(
+        path, inputs, [bytes](AtomicFile& file) { return file.write(bytes) && file.commit(); },
+        session);
 }
 
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     KXAbstractData& data, Session& session)
 {
-    return writeWhole(
-        path, inputs, [&data](AtomicFile& file) { return appendData(data, file); }, session);
+    return withOutputFile(
+        path, inputs, [&data](AtomicFile& file) { return appendData(data, file) && file.commit(); },
+        session);
 }
 
 bool appendData(KXAbstractData& data, AtomicFile& file)

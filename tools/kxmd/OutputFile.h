@@ -19,5 +19,9 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     KXAbstractData& data, Session& session);
 
+/// Whether a result can be written there at all, asked before the work; reports why not.
+bool canWriteOutputFile(
+    std::string const& path, std::vector<std::string> const& inputs, Session& session);
+
 /// Appends all that `data` reads to `file`; false when it can be read no longer or not be written.
 bool appendData(KXAbstractData& data, AtomicFile& file);

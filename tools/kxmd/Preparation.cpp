@@ -1,8 +1,11 @@
 #include "Preparation.h"
 
-#include "AtomicFile.h"
+#include "ContentType.h"
+#include "CoverSafety.h"
 #include "OutputFile.h"
+#include "SourceFile.h"
 #include "TemporaryFolder.h"
+#include "tools/files/AtomicFile.h"
 
 #include <kxmd/core/KXMDFileMetaController.h>
 #include <kxmd/mp4/KXMP4EditSafety.h>
@@ -11,81 +14,14 @@
 #include <kxmd/processors/KXMDFileProcessorConvertALAC.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
+#include <array>
 #include <optional>
-#include <sys/stat.h>
+#include <string_view>
+#include <strings.h>
 #include <unistd.h>
 #include <utility>
 
 namespace {
-
-/// A file held open, so that it can be told whether it changed.
-class Source {
-public:
-    explicit Source(std::string const& path)
-        : _path(path)
-        , _descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
-        , _openError(_descriptor < 0 ? errno : 0)
-        , _before(state())
-    {
-    }
-    ~Source()
-    {
-        if (_descriptor >= 0)
-            ::close(_descriptor);
-    }
-    Source(Source const&) = delete;
-    Source& operator=(Source const&) = delete;
-
-    int descriptor() const { return _descriptor; }
-    std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
-    /// Whether it is another one by now, or gone: processors open it by its path.
-    bool hasChanged() const
-    {
-        struct stat status { };
-        return ::stat(_path.c_str(), &status) != 0 || stateOf(status) != _before;
-    }
-
-    /// Why it cannot be read, or nothing.
-    std::string error() const
-    {
-        if (_openError)
-            return std::strerror(_openError);
-        return S_ISREG(_before.mode) ? "" : "is not a regular file";
-    }
-
-private:
-    struct State {
-        dev_t device { 0 };
-        ino_t node { 0 };
-        mode_t mode { 0 };
-        off_t size { 0 };
-        time_t changeSeconds { 0 };
-        long changeNanoseconds { 0 };
-        bool operator==(State const&) const = default;
-    };
-
-    State state() const
-    {
-        struct stat status { };
-        if (_descriptor >= 0)
-            ::fstat(_descriptor, &status);
-        return stateOf(status);
-    }
-
-    static State stateOf(struct stat const& status)
-    {
-        return { status.st_dev, status.st_ino, status.st_mode, status.st_size,
-            status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
-    }
-
-    std::string const _path;
-    int const _descriptor;
-    int const _openError;
-    State const _before;
-};
 
 constexpr KXSize largeEnough { 200, 200 };
 constexpr KXSize coverSize { 256, 256 };
@@ -109,15 +45,16 @@ bool isLosslessAudio(KXMDFileMeta const& meta)
 /// The preparation of one file.
 class Preparation {
 public:
-    Preparation(std::string source, std::string target, PreparationOptions const& options,
-        KXPlatform::Ref platform)
+    Preparation(
+        PreparationJob const& job, PreparationOptions const& options, KXPlatform::Ref platform)
         : _options(options)
         , _platform(std::move(platform))
-        , _source(source)
-        , _file(std::make_shared<KXDCSimpleFile>(source))
+        , _convertedTarget(job.convertedTarget)
+        , _source(job.source)
+        , _file(std::make_shared<KXDCSimpleFile>(job.source))
     {
-        _outcome.source = std::move(source);
-        _outcome.target = std::move(target);
+        _outcome.source = job.source;
+        _outcome.target = job.target;
     }
 
     PreparationOutcome run()
@@ -150,7 +87,9 @@ private:
         controller->mergeFileMetaIntoFile(*_meta, *_file);
         if (auto picture = _options.folderPictures.pictureBeside(_outcome.source); !picture.empty())
             _file->setMetadataForKey(std::move(picture), "ThumbnailPath");
-        _outcome.isAudio = !_meta->audioCodecsInfo().empty() && !_meta->containsVideo();
+        bool const isMusic = !_meta->audioCodecsInfo().empty() && !_meta->containsVideo();
+        bool const isUnknown = _meta->metaType() == KXMDMetaTypeUnknown;
+        _outcome.isAudio = isMusic || (isUnknown && isSound(_outcome.source, _source.descriptor()));
     }
 
     void setMeta(KXMDFileMeta::Ref meta)
@@ -173,7 +112,9 @@ private:
         if (!canHaveOne || _meta->hasValidAlbumCover())
             return false;
         constexpr KXSize asItIs { 4096, 4096 };
-        auto const embedded = _platform->thumbnailService->imageForPath(_outcome.source, asItIs);
+        auto const embedded = _data // A conversion may have lost what the source had.
+            ? _meta->albumCoverFromData(*_data)
+            : _platform->thumbnailService->imageForPath(_outcome.source, asItIs);
         return !embedded || embedded->size().width < largeEnough.width
             || embedded->size().height < largeEnough.height;
     }
@@ -207,10 +148,7 @@ private:
 
     void convert()
     {
-        std::string target = convertedTarget(_outcome.target);
-        if (target != _outcome.target)
-            _outcome.error = _options.targets.claim(target);
-        auto const platform = _outcome.isDone() ? platformWithTemporaryFolder() : nullptr;
+        auto const platform = platformWithTemporaryFolder();
         if (!platform)
             return;
         KXMDFileProcessorConvertALAC const processor(platform);
@@ -223,7 +161,7 @@ private:
         }
         _isConverted = true;
         setMeta(meta); // The next processor is asked about the file that there is now.
-        _outcome.target = std::move(target);
+        _outcome.target = _convertedTarget;
     }
 
     void clean()
@@ -261,9 +199,7 @@ private:
             return;
         }
         auto const reader = KXMutableAbstractData::abstractDataWithData(data);
-        if (_meta->metaType() == KXMDMetaTypeMP4
-            && isDangerous(KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(
-                _meta->albumCoverSizeForImage(picture))))
+        if (isDangerous(reasonAgainstAddingCover(*_meta, picture, *reader)))
             return;
         std::uint64_t const size = _outcome.predictedSize;
         use(processor, "KXMDFileProcessorAddAlbumCover");
@@ -310,11 +246,13 @@ private:
         AtomicFile target(_outcome.target);
         bool const isWritten = target.open()
             && (_data ? appendData(*_data, target) : target.writeContentsOf(_source.descriptor()))
-            && !_source.hasChanged() && target.commit();
-        if (!isWritten) {
+            && !_source.hasChanged();
+        if (isWritten)
+            _outcome.error = _options.targets.place(target, _outcome.target);
+        else
             _outcome.error = target.error().empty() ? "changed while it was read" : target.error();
+        if (!_outcome.isDone())
             return;
-        }
         _outcome.size = _data ? _data->length() : _source.size();
         // The size of a conversion is only known when it is done.
         if (_outcome.size != _outcome.predictedSize && !_isConverted)
@@ -323,7 +261,8 @@ private:
 
     PreparationOptions const& _options;
     KXPlatform::Ref const _platform;
-    Source const _source;
+    std::string const _convertedTarget;
+    SourceFile const _source;
     std::unique_lock<std::mutex> _largeFileLock;
     std::optional<TemporaryFolder> _folder; ///< Outlives the readers over what is in it.
     KXDCFile::Ref const _file;
@@ -335,17 +274,22 @@ private:
 
 }
 
-PreparationOutcome preparedFile(std::string const& source, std::string target,
-    PreparationOptions const& options, KXPlatform::Ref const& platform)
+PreparationOutcome preparedFile(
+    PreparationJob const& job, PreparationOptions const& options, KXPlatform::Ref const& platform)
 {
-    return Preparation(source, std::move(target), options, platform).run();
+    return Preparation(job, options, platform).run();
 }
 
 std::string convertedTarget(std::string const& target)
 {
-    std::size_t const slash = target.rfind('/');
-    std::size_t const name = slash == std::string::npos ? 0 : slash + 1;
-    std::size_t const stop = target.rfind('.');
-    bool const hasExtension = stop != std::string::npos && stop > name;
-    return (hasExtension ? target.substr(0, stop) : target) + ".m4a";
+    // Of files that may hold lossless audio; a dot in a title begins no extension.
+    constexpr std::array<std::string_view, 9> extensions { ".m4a", ".m4b", ".m4r", ".mp4", ".m4v",
+        ".mov", ".qt", ".3gp", ".alac" };
+    auto const endsWith = [&target](std::string_view extension) {
+        std::size_t const length = target.size() - std::min(target.size(), extension.size());
+        bool const hasName = length && target[length - 1] != '/';
+        return hasName && ::strcasecmp(target.c_str() + length, extension.data()) == 0;
+    };
+    bool const hasExtension = std::ranges::any_of(extensions, endsWith);
+    return (hasExtension ? target.substr(0, target.rfind('.')) : target) + ".m4a";
 }

@@ -36,11 +36,17 @@ struct PreparationOutcome {
     bool isDone() const { return error.empty(); }
 };
 
-/// Prepares the file at `source` for a phone and writes it to `target`, whose folder exists;
-/// `target` gets another extension when the file is converted. Safe to call for different files on
-/// several threads at once; holds at most the one file in memory, if that is large none beside it.
-PreparationOutcome preparedFile(std::string const& source, std::string target,
-    PreparationOptions const& options, KXPlatform::Ref const& platform);
+/// A file, and where it goes.
+struct PreparationJob {
+    std::string source;
+    std::string target; ///< Its folder exists.
+    std::string convertedTarget; ///< Where it goes if it is converted.
+};
 
-/// The target of a file once it is converted.
+/// Prepares a file for a phone and writes it to its target. Safe to call for different files on
+/// several threads at once; holds at most the one file in memory, if that is large none beside it.
+PreparationOutcome preparedFile(
+    PreparationJob const& job, PreparationOptions const& options, KXPlatform::Ref const& platform);
+
+/// The target of a file once it is converted: named .m4a instead of its own extension.
 std::string convertedTarget(std::string const& target);

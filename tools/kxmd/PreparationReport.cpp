@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <string_view>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -62,6 +63,7 @@ PreparationReport::PreparationReport(
     std::vector<FoundFile> const& files, std::string folder, bool isJSON, Session& session)
     : _folder(std::move(folder))
     , _isJSON(isJSON)
+    , _showsAll(!::isatty(STDOUT_FILENO) || !::isatty(STDERR_FILENO))
     , _session(session)
 {
     _progress.emplace(session.standardError(), "files", amountOf(files));
@@ -78,10 +80,14 @@ void PreparationReport::count(PreparationOutcome const& outcome)
     _totals.bytesOut += outcome.isDone() ? outcome.size : 0;
 }
 
+void PreparationReport::advance(PreparationOutcome const& outcome)
+{
+    _progress->advanceBy({ .items = 1, .bytes = outcome.sizeBefore });
+}
+
 void PreparationReport::add(PreparationOutcome const& outcome)
 {
     count(outcome);
-    _progress->advanceBy({ .items = 1, .bytes = outcome.sizeBefore });
     if (!outcome.isDone())
         _session.reportError(outcome.source, outcome.error);
     if (_isJSON) {
@@ -92,8 +98,7 @@ void PreparationReport::add(PreparationOutcome const& outcome)
             { "error", outcome.isDone() ? outcome.remark : outcome.error } }));
         return;
     }
-    bool const showsAll = !_session.standardError().statusWidth();
-    if (outcome.isDone() && (showsAll || !outcome.remark.empty()))
+    if (outcome.isDone() && (_showsAll || !outcome.remark.empty()))
         _session.write(lineOf(outcome, _folder));
 }
 

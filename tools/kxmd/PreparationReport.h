@@ -20,6 +20,8 @@ public:
     PreparationReport(
         std::vector<FoundFile> const& files, std::string folder, bool isJSON, Session& session);
 
+    /// Counts a file as worked on, whose outcome is added in its turn. Safe on several threads.
+    void advance(PreparationOutcome const& outcome);
     void add(PreparationOutcome const& outcome);
     void finish();
 
@@ -38,6 +40,7 @@ private:
 
     std::string const _folder;
     bool const _isJSON;
+    bool const _showsAll; ///< Nobody watches a bar.
     Session& _session;
     std::chrono::steady_clock::time_point const _start { std::chrono::steady_clock::now() };
     std::optional<ProgressBar> _progress;

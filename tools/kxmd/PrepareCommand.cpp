@@ -1,6 +1,5 @@
 // kxmd prepare: makes a collection ready for a phone.
 
-#include "CleanUpOnSignal.h"
 #include "Commands.h"
 #include "FileWalk.h"
 #include "OrderedWork.h"
@@ -42,6 +41,19 @@ std::string problemOfPlaylistName(std::string const& typed)
     return isName ? "" : "\"" + name + "\" is no name of a file";
 }
 
+std::string problemOfFolderName(std::string const& typed)
+{
+    return withoutLiteralMark(typed).empty() ? "is empty" : "";
+}
+
+/// Without slashes at its end, so that paths below it read well; the root stays what it is.
+std::string folderFromArgument(std::string folder)
+{
+    while (folder.size() > 1 && folder.back() == '/')
+        folder.pop_back();
+    return folder;
+}
+
 /// Makes the folder of each target. A file whose folder cannot be made fails later by itself.
 void createFolders(std::vector<FoundFile> const& files, std::string const& folder)
 {
@@ -60,6 +72,17 @@ std::string targetOf(FoundFile const& file, Options const& options)
     return options.folder + '/' + file.relativePath;
 }
 
+/// A file and its targets. Where that of a conversion belongs to another file, as of a.mov beside
+/// a.mp4, it keeps its extension and gets one more.
+PreparationJob jobFor(FoundFile const& file, Options const& options, Targets& targets)
+{
+    std::string const target = targetOf(file, options);
+    std::string converted = convertedTarget(target);
+    if (converted != target && !targets.claim(converted).empty())
+        converted = target + ".m4a";
+    return { .source = file.path, .target = target, .convertedTarget = std::move(converted) };
+}
+
 PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::string error)
 {
     return { .source = file.path,
@@ -75,7 +98,6 @@ PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::s
 
 void prepare(Options const& options, Session& session)
 {
-    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     auto const platform = KXPlatform::shared();
     removeForgottenTemporaryFolders(*platform);
     std::error_code error;
@@ -90,9 +112,13 @@ void prepare(Options const& options, Session& session)
         targets.protect(file.path);
     Playlist playlist(options.folder, options.playlist);
     playlist.claim(targets, session);
-    std::vector<std::string> refusals; // Claimed in the order of the files, whoever is done first.
+    // Claimed in the order of the files, whoever is done first.
+    std::vector<std::string> refusals;
     for (FoundFile const& file : files)
         refusals.push_back(targets.claim(targetOf(file, options)));
+    std::vector<PreparationJob> jobs;
+    for (FoundFile const& file : files)
+        jobs.push_back(jobFor(file, options, targets));
     FolderPictures folderPictures;
     std::mutex largeFiles;
     PreparationOptions const preparation { .insertsCovers = !options.leavesCovers,
@@ -105,9 +131,10 @@ void prepare(Options const& options, Session& session)
     workInOrder(
         files.size(), options.jobs,
         [&](std::size_t i) {
-            return refusals[i].empty()
-                ? preparedFile(files[i].path, targetOf(files[i], options), preparation, platform)
-                : refusedFile(files[i], targetOf(files[i], options), refusals[i]);
+            auto outcome = refusals[i].empty() ? preparedFile(jobs[i], preparation, platform)
+                                               : refusedFile(files[i], jobs[i].target, refusals[i]);
+            report.advance(outcome);
+            return outcome;
         },
         [&](std::size_t, PreparationOutcome outcome) {
             report.add(outcome);
@@ -125,6 +152,7 @@ void addPrepareCommand(CLI::App& app, Session& session)
         app, session, "prepare", "Make music and videos ready for a phone, into a folder");
     auto const options = std::make_shared<Options>();
     addText(*command, "--to", options->folder, "Folder to write the prepared files to");
+    command->get_option("--to")->check(problemOfFolderName);
     addOptionalText(
         *command, "--playlist", options->playlist, "Also write a playlist of this name");
     command->get_option("--playlist")->check(problemOfPlaylistName);
@@ -135,5 +163,8 @@ void addPrepareCommand(CLI::App& app, Session& session)
         ->check(CLI::Range(1u, 256u));
     command->add_flag("--json", options->json, "Print a JSON object for each file");
     options->paths = addFiles(*command, "Files and folders to prepare");
-    command->callback([options, &session] { prepare(*options, session); });
+    command->callback([options, &session] {
+        options->folder = folderFromArgument(std::move(options->folder));
+        prepare(*options, session);
+    });
 }

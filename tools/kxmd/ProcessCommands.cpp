@@ -1,6 +1,5 @@
 // kxmd clean and kxmd convert: one of the library's processors on one file.
 
-#include "CleanUpOnSignal.h"
 #include "Commands.h"
 #include "EditOutput.h"
 #include "JSONLine.h"
@@ -55,36 +54,34 @@ void run(EditOptions const& options, Process const& process, KXAbstractData::Ref
     std::uint64_t const predicted = process.processor.processedFilesizeForFileProxy(proxy, before);
     auto const processed = process.processor.processedFileDataForFileProxy(proxy, source);
     bool const isChanged = processed && (process.makesAnew || processed->length() != before);
-    bool const isAsked = predicted != before; // What was found has to go.
-    if (!processed || (isAsked && !isChanged && !options.isForced))
+    // What was found has to go, all of it.
+    bool const isAsDone = process.makesAnew || (processed && processed->length() == predicted);
+    if (!processed || (!isAsDone && !options.isForced))
         return reportRefusal(options, process.refusal, before, session);
-    if (writeEdited(options, *processed, session))
+    if (writeEdited(options, *processed, before, session))
         reportProcessed(options, isChanged,
             { before, predicted <= before ? std::optional(predicted) : std::nullopt,
                 processed->length() },
             session);
 }
 
-/// The file and a folder for what the processor leaves behind; reports what is missing.
-bool isReady(EditOptions const& options, KXAbstractData::Ref const& source,
-    TemporaryFolder const& folder, Session& session)
+/// The file, where there is a folder for what the processor leaves behind; reports what is missing.
+KXAbstractData::Ref inputForFolder(
+    EditOptions const& options, TemporaryFolder const& folder, Session& session)
 {
-    if (!source)
-        session.reportUnreadable(options.path);
-    else if (!folder.platform())
-        session.reportError(options.path, "there is no temporary folder to work in");
-    return source && folder.platform();
+    auto const source = editedInput(options, session);
+    if (!source || folder.platform())
+        return source;
+    reportRefusal(options, "there is no temporary folder to work in", source->length(), session);
+    return nullptr;
 }
 
 void clean(EditOptions const& options, Session& session)
 {
-    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     TemporaryFolder const folder(KXPlatform::shared());
-    auto const source = KXAbstractData::abstractDataWithPath(options.path);
-    if (!isReady(options, source, folder, session))
-        return;
-    if (!isAllowed(
-            options, KXMP4EditSafety(*source).reasonAgainstCleaning(), source->length(), session))
+    auto const source = inputForFolder(options, folder, session);
+    auto const danger = [&source] { return KXMP4EditSafety(*source).reasonAgainstCleaning(); };
+    if (!source || !isAllowed(options, danger, source->length(), session))
         return;
     KXMDFileProcessorCleanIPhoneVideo const processor(folder.platform());
     run(options, { processor, false, "cannot be cleaned" }, source, session);
@@ -92,10 +89,9 @@ void clean(EditOptions const& options, Session& session)
 
 void convert(EditOptions const& options, Session& session)
 {
-    CleanUpOnSignal const cleanUp(removeTemporaryFoldersForGood);
     TemporaryFolder const folder(KXPlatform::shared());
-    auto const source = KXAbstractData::abstractDataWithPath(options.path);
-    if (!isReady(options, source, folder, session))
+    auto const source = inputForFolder(options, folder, session);
+    if (!source)
         return;
     KXMDFileProcessorConvertALAC const processor(folder.platform());
     run(options, { processor, true, "cannot be converted" }, source, session);

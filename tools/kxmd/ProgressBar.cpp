@@ -63,7 +63,7 @@ ProgressBar::ProgressBar(StandardError& output, std::string unit, Amount total)
     , _unit(std::move(unit))
     , _total(total)
 {
-    draw(_start);
+    draw(*_state.lock(), _start);
 }
 
 ProgressBar::~ProgressBar()
@@ -74,44 +74,45 @@ ProgressBar::~ProgressBar()
 
 void ProgressBar::advanceBy(Amount done)
 {
-    _done.items += done.items;
-    _done.bytes += done.bytes;
+    auto const state = _state.lock();
+    state->done.items += done.items;
+    state->done.bytes += done.bytes;
     auto const now = Clock::now();
-    if (now - _lastDrawing >= shortestPause)
-        draw(now);
+    if (now - state->lastDrawing >= shortestPause)
+        draw(*state, now);
 }
 
-void ProgressBar::draw(Clock::time_point now)
+void ProgressBar::draw(State& state, Clock::time_point now)
 {
     constexpr std::size_t shortestBar = 10;
     constexpr std::size_t longestBar = 40;
-    _lastDrawing = now;
+    state.lastDrawing = now;
     std::size_t const width = _output.statusWidth();
     if (!width)
         return;
-    std::string status = textAt(now);
+    std::string status = textAt(now, state.done);
     if (width > status.size() + shortestBar)
-        status = barOfWidth(std::min(longestBar, width - status.size() - 1), partDone()) + " "
-            + status;
+        status = barOfWidth(std::min(longestBar, width - status.size() - 1), partOf(state.done))
+            + " " + status;
     _output.showStatus(status.substr(0, width));
 }
 
 /// By bytes, where they are known: files differ in length.
-double ProgressBar::partDone() const
+double ProgressBar::partOf(Amount done) const
 {
-    auto const [done, total] = _total.bytes ? std::pair(_done.bytes, _total.bytes)
-                                            : std::pair(_done.items, _total.items);
-    return total ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total)) : 1;
+    auto const [part, whole]
+        = _total.bytes ? std::pair(done.bytes, _total.bytes) : std::pair(done.items, _total.items);
+    return whole ? std::min(1.0, static_cast<double>(part) / static_cast<double>(whole)) : 1;
 }
 
-std::string ProgressBar::textAt(Clock::time_point now) const
+std::string ProgressBar::textAt(Clock::time_point now, Amount done) const
 {
     std::string text
-        = std::to_string(_done.items) + " of " + std::to_string(_total.items) + " " + _unit;
+        = std::to_string(done.items) + " of " + std::to_string(_total.items) + " " + _unit;
     if (_total.bytes)
-        text += ", " + textOfBytes(_done.bytes, _total.bytes);
+        text += ", " + textOfBytes(done.bytes, _total.bytes);
     auto const elapsed = now - _start;
-    double const part = partDone();
+    double const part = partOf(done);
     if (elapsed >= timeToEstimate && part > 0 && part < 1) {
         auto const left = std::chrono::ceil<seconds>(elapsed * ((1 - part) / part));
         text += ", " + textOfTime(left) + " left";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kxmd/host/KXGuarded.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +10,7 @@
 class StandardError;
 
 /// Shows on the last line of the terminal how far a long run has come, and how long it may still
-/// take. Erased with the object; nothing when standard error is no terminal. One thread at a time.
+/// take. Erased with the object; nothing when standard error is no terminal.
 class ProgressBar {
 public:
     struct Amount {
@@ -23,20 +25,24 @@ public:
     ProgressBar(ProgressBar const&) = delete;
     ProgressBar& operator=(ProgressBar const&) = delete;
 
-    /// Counts what was done since the last call. Draws at most ten times a second.
+    /// Counts what was done. Draws at most ten times a second. Safe on several threads.
     void advanceBy(Amount done);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    void draw(Clock::time_point now);
-    double partDone() const;
-    std::string textAt(Clock::time_point now) const;
+    struct State {
+        Amount done;
+        Clock::time_point lastDrawing;
+    };
+
+    void draw(State& state, Clock::time_point now);
+    double partOf(Amount done) const;
+    std::string textAt(Clock::time_point now, Amount done) const;
 
     StandardError& _output;
     std::string const _unit;
     Amount const _total;
-    Amount _done;
     Clock::time_point const _start { Clock::now() };
-    Clock::time_point _lastDrawing;
+    KXGuarded<State> _state;
 };

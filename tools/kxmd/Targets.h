@@ -5,45 +5,34 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <utility>
 
+class AtomicFile;
+
 /// The paths that files are written to, so that no file of a run overwrites another, nor one that
-/// it reads. Safe on several threads.
+/// it reads, whatever the names for it. Safe on several threads.
 class Targets {
 public:
-    /// Says that the file at `path` is read, so nothing may be written over it, by whatever name.
-    void protect(std::string const& path)
-    {
-        if (auto const file = identityOf(path))
-            _state.lock()->sources.insert(*file);
-    }
+    /// Says that the file at `path` is read, so nothing may be written over it.
+    void protect(std::string const& path);
 
-    /// Takes `path` for a file. Why it cannot have it, or nothing.
-    [[nodiscard]] std::string claim(std::string path)
-    {
-        auto const file = identityOf(path);
-        auto const state = _state.lock();
-        if (file && state->sources.contains(*file))
-            return "its target is one of the files to prepare";
-        return state->paths.insert(std::move(path)).second ? ""
-                                                           : "another file has the same target";
-    }
+    /// Takes `path`, whose folder is there, for a file. Why it cannot have it, or nothing.
+    [[nodiscard]] std::string claim(std::string const& path);
+
+    /// Puts `file` in its place at `path`. Why that is not possible, or nothing. On a phone's file
+    /// system two names that differ in case may be one: the file that came first stays.
+    [[nodiscard]] std::string place(AtomicFile& file, std::string const& path);
 
 private:
     using Identity = std::pair<dev_t, ino_t>;
     struct State {
         std::set<Identity> sources;
-        std::set<std::string> paths;
+        std::set<std::pair<std::optional<Identity>, std::string>> names; ///< By folder.
+        std::set<Identity> placed;
     };
 
-    static std::optional<Identity> identityOf(std::string const& path)
-    {
-        struct stat status;
-        if (::stat(path.c_str(), &status) != 0)
-            return std::nullopt;
-        return Identity { status.st_dev, status.st_ino };
-    }
+    static std::optional<Identity> identityOf(std::string const& path);
 
     KXGuarded<State> _state;
 };

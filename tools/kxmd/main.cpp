@@ -3,7 +3,10 @@
 
 #include "Commands.h"
 #include "Session.h"
+#include "TemporaryFolder.h"
 #include "Usage.h"
+#include "tools/files/AtomicFile.h"
+#include "tools/files/CleanUpOnSignal.h"
 
 #include <kxmd/host/KXLog.h>
 
@@ -87,6 +90,11 @@ int main(int argumentCount, char** arguments)
 {
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
     std::signal(SIGXFSZ, SIG_IGN); // and so is a file that grows too long.
+    std::signal(SIGCHLD, SIG_DFL); // How a converter ended would be lost.
+    CleanUpOnSignal const cleanUp([] {
+        removeTemporaryFoldersForGood();
+        removePartsForGood();
+    });
     Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);

@@ -1,6 +1,7 @@
-#include "CleanUpOnSignal.h"
+#include "tools/files/CleanUpOnSignal.h"
 
 #include <pthread.h>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -25,11 +26,17 @@ CleanUpOnSignal::CleanUpOnSignal(std::function<void()> cleanUp)
             sigaddset(&_signals, signal);
     }
     pthread_sigmask(SIG_BLOCK, &_signals, nullptr);
-    _thread = std::thread([this] { wait(); });
+    try {
+        _thread = std::thread([this] { wait(); });
+    } catch (std::system_error const&) { // No more threads: signals end us at once.
+        pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
+    }
 }
 
 CleanUpOnSignal::~CleanUpOnSignal()
 {
+    if (!_thread.joinable())
+        return;
     _isOver = true;
     pthread_kill(_thread.native_handle(), wakeUp);
     _thread.join();

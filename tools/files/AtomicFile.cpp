@@ -1,10 +1,12 @@
-#include "AtomicFile.h"
+#include "tools/files/AtomicFile.h"
+
+#include <kxmd/host/KXGuarded.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
+#include <set>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,15 +37,33 @@ std::string folderOf(std::string const& path)
     return name ? path.substr(0, name) : ".";
 }
 
-/// Lets a file take after the one that it replaces, if there is one: as private as that was, and on
-/// the disk before, so that neither is lost with the power.
-bool takeAfter(std::string const& replaced, int descriptor)
+/// The parts of this process that have names.
+struct Parts {
+    std::set<std::string> paths;
+    bool isOver { false };
+};
+
+KXGuarded<Parts>& parts()
+{
+    static KXGuarded<Parts> shared;
+    return shared;
+}
+
+/// Gives a file the permissions of another. Those of a phone's card or of a share often know none,
+/// and say so in different ways; then there is nothing to keep private either.
+void takePermissions(struct stat const& other, int descriptor)
 {
     constexpr mode_t permissions = 0777;
-    struct stat status;
-    if (::stat(replaced.c_str(), &status) != 0)
-        return true;
-    return ::fchmod(descriptor, status.st_mode & permissions) == 0 && ::fdatasync(descriptor) == 0;
+    struct stat own;
+    if (::fstat(descriptor, &own) != 0
+        || (own.st_mode & permissions) != (other.st_mode & permissions))
+        static_cast<void>(::fchmod(descriptor, other.st_mode & permissions));
+}
+
+/// Whether a file is on the disk, as far as its file system can tell.
+bool isOnDisk(int descriptor)
+{
+    return ::fdatasync(descriptor) == 0 || errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
 }
 
 }
@@ -56,8 +76,10 @@ AtomicFile::AtomicFile(std::string path)
 
 AtomicFile::~AtomicFile()
 {
-    if (_hasName)
+    if (_hasName) {
         ::unlink(_partPath.c_str());
+        dropName();
+    }
     if (_descriptor >= 0) // Last, since a part is ours as long as it is open.
         ::close(_descriptor);
 }
@@ -80,9 +102,14 @@ bool AtomicFile::open()
     return _descriptor >= 0 || openPart();
 }
 
+bool AtomicFile::openPart()
+{
+    return takeName([this] { return openNamed(); }) && (::ftruncate(_descriptor, 0) == 0 || fail());
+}
+
 /// Where files must have a name: takes over what a killed run left, but not what another run is
 /// writing right now.
-bool AtomicFile::openPart()
+bool AtomicFile::openNamed()
 {
     _descriptor = ::open(
         _partPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, readableByAll);
@@ -99,8 +126,37 @@ bool AtomicFile::openPart()
         _error = "was written by another program";
         return false;
     }
+    return true;
+}
+
+/// Lets `make` put a file at the part's path, and remembers it. Nothing is made when the process is
+/// about to end, nor does it end in between.
+bool AtomicFile::takeName(std::function<bool()> const& make)
+{
+    auto const named = parts().lock();
+    if (named->isOver) {
+        _error = "was interrupted";
+        return false;
+    }
+    if (!make())
+        return false;
+    named->paths.insert(_partPath);
     _hasName = true;
-    return ::ftruncate(_descriptor, 0) == 0 || fail();
+    return true;
+}
+
+void AtomicFile::dropName()
+{
+    parts().lock()->paths.erase(_partPath);
+    _hasName = false;
+}
+
+void removePartsForGood()
+{
+    auto const named = parts().lock();
+    named->isOver = true;
+    for (std::string const& path : named->paths)
+        ::unlink(path.c_str());
 }
 
 std::string AtomicFile::openPath() const
@@ -170,18 +226,33 @@ bool AtomicFile::linkIntoPlace()
         return true;
     if (errno != EEXIST)
         return fail();
-    ::unlink(_partPath.c_str()); // Of a run that was killed.
-    _hasName = link(_partPath);
-    return (_hasName && ::rename(_partPath.c_str(), _path.c_str()) == 0) || fail();
+    bool const hasPart = takeName([&] {
+        ::unlink(_partPath.c_str()); // Of a run that was killed.
+        return link(_partPath) || fail();
+    });
+    return hasPart && (::rename(_partPath.c_str(), _path.c_str()) == 0 || fail());
+}
+
+bool AtomicFile::settle()
+{
+    struct stat replaced;
+    if (::stat(_path.c_str(), &replaced) == 0) {
+        takePermissions(replaced, _descriptor);
+        if (!isOnDisk(_descriptor))
+            return fail();
+    }
+    _isSettled = true;
+    return true;
 }
 
 bool AtomicFile::commit()
 {
-    if (!takeAfter(_path, _descriptor))
-        return fail();
+    if (!_isSettled && !settle())
+        return false;
     bool const isInPlace
         = _hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace();
-    _hasName = _hasName && !isInPlace;
+    if (_hasName && isInPlace)
+        dropName();
     // Some file systems tell only now that there was no room.
     if (::close(std::exchange(_descriptor, -1)) != 0 && isInPlace) {
         fail();

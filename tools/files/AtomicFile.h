@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 
@@ -21,7 +22,10 @@ public:
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
     /// Appends what the file behind `descriptor` holds from its start on, up to its end.
     [[nodiscard]] bool writeContentsOf(int descriptor);
-    /// Puts the file in place, of another one if there is one.
+    /// Gets the file ready for its place: as private as the one that is there, if there is one, and
+    /// on the disk, so that neither is lost with the power.
+    [[nodiscard]] bool settle();
+    /// Puts the file in place, of another one if there is one; settles it first.
     [[nodiscard]] bool commit();
 
     /// Where another writer finds the file while it is open.
@@ -33,6 +37,9 @@ public:
 private:
     bool fail();
     bool openPart();
+    bool openNamed();
+    bool takeName(std::function<bool()> const& make);
+    void dropName();
     bool copyByKernel(int descriptor, bool& isSupported);
     bool linkIntoPlace();
 
@@ -40,5 +47,10 @@ private:
     std::string const _partPath; ///< Beside it, hidden, the same for each run.
     int _descriptor { -1 };
     bool _hasName { false }; ///< Whether there is a file at the part's path.
+    bool _isSettled { false };
     std::string _error;
 };
+
+/// Removes what files that are being written left beside their places; none can be begun any more.
+/// For a process that is about to end. Safe on any thread.
+void removePartsForGood();

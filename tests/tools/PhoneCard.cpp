@@ -1,0 +1,42 @@
+// Preloaded into a program, lets its files lie on a phone's card: a FAT file system, as the kernel
+// or a helper in user space serves it.
+
+#include <cerrno>
+#include <cstdarg>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+extern "C" {
+
+/// Knows no files without a name.
+[[gnu::visibility("default")]] int open(char const* path, int flags, ...)
+{
+    if ((flags & O_TMPFILE) == O_TMPFILE) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    std::va_list arguments;
+    va_start(arguments, flags);
+    unsigned const mode = flags & O_CREAT ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
+    using Open = int (*)(char const*, int, ...);
+    static auto const next = reinterpret_cast<Open>(::dlsym(RTLD_NEXT, "open"));
+    return next(path, flags, mode);
+}
+
+/// Knows no permissions.
+[[gnu::visibility("default")]] int fchmod(int, mode_t) noexcept
+{
+    errno = EPERM;
+    return -1;
+}
+
+/// Cannot be waited for.
+[[gnu::visibility("default")]] int fdatasync(int)
+{
+    errno = EINVAL;
+    return -1;
+}
+}

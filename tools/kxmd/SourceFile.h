@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+
+/// A file that is read, held open so that it can be told whether it changed meanwhile.
+class SourceFile {
+public:
+    explicit SourceFile(std::string path);
+    ~SourceFile();
+    SourceFile(SourceFile const&) = delete;
+    SourceFile& operator=(SourceFile const&) = delete;
+
+    /// Why it cannot be read, or nothing.
+    std::string error() const;
+
+    int descriptor() const { return _descriptor; }
+    /// Its length when it was opened, in bytes.
+    std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
+    /// Whether there is another content at the path by now, or none: processors open it by that.
+    bool hasChanged() const;
+
+private:
+    struct State {
+        dev_t device { 0 };
+        ino_t node { 0 };
+        mode_t mode { 0 };
+        off_t size { 0 };
+        time_t changeSeconds { 0 };
+        long changeNanoseconds { 0 };
+        bool operator==(State const&) const = default;
+    };
+
+    static State stateOf(struct stat const& status);
+    State openState() const;
+
+    std::string const _path;
+    int const _descriptor;
+    int const _openError;
+    State const _before;
+};
