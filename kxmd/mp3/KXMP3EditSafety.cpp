@@ -1,6 +1,8 @@
 #include "kxmd/mp3/KXMP3EditSafety.h"
 
 #include <algorithm>
+#include <array>
+#include <functional>
 
 namespace {
 
@@ -26,15 +28,34 @@ std::uint32_t wordAt(KXAbstractData& data, std::uint64_t offset)
     return data.readUInt32OrZero(KXSwap::yes);
 }
 
-/// Whether a frame of version 2.3 or 2.4 may begin there.
-bool isIdentifierAt(KXAbstractData& data, std::uint64_t offset)
+/// Whether `word` is the identifier of a frame of version 2.3 or 2.4. Some programs fill up those
+/// of version 2.2 with a zero or a space.
+bool isIdentifier(std::uint32_t word)
 {
-    std::uint32_t const word = wordAt(data, offset);
     auto const isLetterOrDigit = [word](int shift) {
         std::uint8_t const byte = word >> shift & 0xFF;
         return (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
     };
-    return isLetterOrDigit(24) && isLetterOrDigit(16) && isLetterOrDigit(8) && isLetterOrDigit(0);
+    bool const isFilledUp = (word & 0xFF) == 0 || (word & 0xFF) == ' ';
+    return isLetterOrDigit(24) && isLetterOrDigit(16) && isLetterOrDigit(8)
+        && (isLetterOrDigit(0) || isFilledUp);
+}
+
+/// Whether all bytes there are zero.
+bool isPadding(KXAbstractData& data, std::uint64_t begin, std::uint64_t end)
+{
+    std::array<std::uint8_t, 4096> piece;
+    data.setOffset(begin);
+    while (begin < end) {
+        std::uint64_t const count = data.readBytesToMaxLength(
+            piece.data(), std::min<std::uint64_t>(end - begin, piece.size()));
+        if (!count)
+            return true; // The file ends.
+        if (std::any_of(piece.begin(), piece.begin() + count, std::identity()))
+            return false;
+        begin += count;
+    }
+    return true;
 }
 
 }
@@ -56,25 +77,33 @@ bool KXMP3EditSafety::isReadByOthersAlike(KXAbstractData& data) const
         return true;
     if (_meta.id3Flags() & extendedHeaderFlag)
         return false;
-    return std::ranges::all_of(*frames, [&](auto const& frame) {
-        bool const isCover = frame->tag() == _meta.albumCoverTag();
-        bool const isLast = frame == frames->back(); // The new cover comes in front of it.
-        return (isLast && !isCover) || !endsLaterForOthers(*frame, data, isCover);
-    });
+    for (std::size_t i = 0; i < frames->size(); ++i) {
+        // What is left of the last cover hides nothing, unless the new one comes behind it.
+        bool const isLastCover
+            = (*frames)[i]->tag() == _meta.albumCoverTag() && i + 2 >= frames->size();
+        auto const length = lengthForOthers(*(*frames)[i], data);
+        if (length == Length::longer || (length == Length::longerAndLast && !isLastCover))
+            return false;
+    }
+    return true;
 }
 
-/// Whether others take a frame to reach over its end; `onlyWithMore`, only if they find more frames
-/// behind it.
-bool KXMP3EditSafety::endsLaterForOthers(
-    KXMDFileMetaMP3Frame const& frame, KXAbstractData& data, bool onlyWithMore) const
+/// Longer, where a frame's size makes sense in eight bits of a byte only: the next frame, or the
+/// end of all, is not where it ends for us, but where it ends then.
+KXMP3EditSafety::Length KXMP3EditSafety::lengthForOthers(
+    KXMDFileMetaMP3Frame const& frame, KXAbstractData& data) const
 {
+    constexpr std::uint64_t identifierSize = 4;
+    std::uint64_t const endOfTag = tagHeaderSize + _meta.headerSize();
     std::uint64_t const end = frame.offset() + frame.size();
-    std::uint64_t const endInEightBits
-        = frame.offset() + frame.headerSize() + wordAt(data, frame.offset() + 4);
-    if (end == endInEightBits || isIdentifierAt(data, end))
-        return false;
-    bool const isEndOfFrames = end >= tagHeaderSize + _meta.headerSize() || !wordAt(data, end);
-    return isIdentifierAt(data, endInEightBits) || (!onlyWithMore && !isEndOfFrames);
+    std::uint64_t const later
+        = frame.offset() + frame.headerSize() + wordAt(data, frame.offset() + identifierSize);
+    if (later == end || later > endOfTag || isIdentifier(wordAt(data, end)))
+        return Length::same;
+    std::uint32_t const next = later + identifierSize <= endOfTag ? wordAt(data, later) : 0;
+    if (isIdentifier(next))
+        return Length::longer;
+    return next || isPadding(data, end, later) ? Length::same : Length::longerAndLast;
 }
 
 std::optional<std::string> KXMP3EditSafety::reasonAgainstRemovingAlbumCover() const

@@ -1,6 +1,7 @@
 #include "kxmd/mp3/KXMP3EditSafety.h"
 
 #include "support/CoverTest.h"
+#include "support/LogCapture.h"
 
 #include <algorithm>
 #include <array>
@@ -61,7 +62,9 @@ constexpr char const* readByUsAlone = "frames of its tag would not be found by o
 
 }
 
-class MP3EditSafety : public CoverTest { };
+class MP3EditSafety : public CoverTest {
+    LogCapture const log;
+};
 
 TEST_F(MP3EditSafety, OrdinaryTagsOfEachVersionMayBeEdited)
 {

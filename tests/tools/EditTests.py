@@ -239,16 +239,21 @@ class EditTests(CommandTestCase):
         music = self.music("a.mp3")
         os.mkdir(self.path("elsewhere"))
         behind = self.path("elsewhere/behind")
-        for before in (None, b"as it was"): # Nothing is behind a link that dangles: it is replaced.
-            if before:
-                self.write("elsewhere/behind", before)
-            os.symlink("elsewhere/behind", self.out)
-            self.assertEqual(run("cover", "remove", music, "-o", self.out).errors, [])
-            self.assertEqual(os.path.islink(self.out), bool(before))
-            self.assertEqual(self.read(self.out), self.read(music))
-            self.assertEqual(os.path.exists(behind), bool(before))
-            os.remove(self.out)
-        self.assertEqual(self.read(behind), self.read(music))
+        os.symlink("behind", self.path("elsewhere/second"))
+        for before in (None, b"as it was"):
+            for link in ("elsewhere/behind", "elsewhere/second", behind):
+                if before:
+                    self.write("elsewhere/behind", before)
+                os.symlink(link, self.out)
+                self.assertEqual(run("cover", "remove", music, "-o", self.out).errors, [])
+                self.assertTrue(os.path.islink(self.out))
+                self.assertFalse(os.path.islink(behind))
+                self.assertEqual(self.read(behind), self.read(music))
+                os.remove(self.out)
+                os.remove(behind)
+        os.symlink("out", self.out)
+        self.assert_failure(run("cover", "remove", music, "-o", self.out), self.out,
+                            "Too many levels of symbolic links")
 
     def test_replaced_file_stays_as_private_as_it_was(self):
         music = self.music("a.mp3")
@@ -258,6 +263,16 @@ class EditTests(CommandTestCase):
             self.assertEqual(run("cover", "remove", music, "-o", self.out).errors, [])
             self.assertEqual(os.stat(self.out).st_mode & 0o7777, mode)
             os.remove(self.out)
+
+    def test_result_is_as_private_as_its_input(self):
+        self.addCleanup(os.umask, os.umask(0o022))
+        music, recording = self.music("a.mp3"), self.recording()
+        for mode in (0o600, 0o640, 0o644):
+            for action in (("cover", "remove", music), ("clean", recording)):
+                os.chmod(action[-1], mode)
+                self.assertEqual(run(*action, "-o", self.out).errors, [])
+                self.assertEqual(os.stat(self.out).st_mode & 0o777, mode)
+                os.remove(self.out)
 
     def test_result_replaces_nothing_but_files(self):
         music = self.music("a.mp3")
@@ -298,7 +313,8 @@ class EditTests(CommandTestCase):
         for arguments in (("cover",), ("cover", "frobnicate", music), ("cover", "remove", music), ("clean", music),
                           ("cover", "add", music, "-o", self.out), ("cover", "extract", music, "-o", "a.gif"),
                           ("cover", "extract", "--force", music, "-o", "a.png"), ("convert", music),
-                          ("convert", "--force", music, "-o", self.out), ("clean", music, music, "-o", self.out)):
+                          ("convert", "--force", music, "-o", self.out), ("clean", music, "-o", ""),
+                          ("clean", music, music, "-o", self.out)):
             with self.subTest(arguments=arguments):
                 self.assert_usage_error(run(*arguments))
         self.assertFalse(os.path.exists(self.out))

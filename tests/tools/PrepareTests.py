@@ -1,6 +1,7 @@
 import hashlib
 import os
 import pty
+import pwd
 import resource
 import shutil
 import signal
@@ -312,6 +313,41 @@ class PrepareTests(CommandTestCase):
             self.assertEqual(sorted(os.listdir(self.out)), sorted(files))
             shutil.rmtree(self.out)
 
+    def test_converted_copies_take_longer_names_until_one_is_free(self):
+        for name in ("a", "b.m4a", "b.mov"):
+            self.place(name, "lossless.m4a")
+        for name in ("a.m4a", "b.mov.m4a"):
+            self.place(name, "song.m4a")
+        for jobs in ("1", "8"):
+            files, _ = self.prepared("-j", jobs)
+            self.assertEqual({name: os.path.basename(file["source"]) for name, file in files.items()},
+                             {"a.m4a": "a.m4a", "a.m4a.m4a": "a", "b.m4a": "b.m4a", "b.mov.m4a": "b.mov.m4a",
+                              "b.mov.m4a.m4a": "b.mov"})
+            shutil.rmtree(self.out)
+
+    def test_copies_are_as_private_as_their_sources(self):
+        self.addCleanup(os.umask, os.umask(0o022))
+        for mode in (0o600, 0o640, 0o644):
+            for name in ("song.mp3", "good.mp3", "lossless.m4a", "recording.mov"):
+                os.chmod(self.place(f"{mode:o}/{name}"), mode)
+        self.prepared()
+        for where, _, names in os.walk(self.out):
+            for name in names:
+                mode = os.stat(os.path.join(where, name)).st_mode & 0o777
+                self.assertEqual(f"{mode:o}", os.path.basename(where), name)
+
+    def test_place_that_cannot_be_written_to_is_named(self):
+        path = self.place("song.mp3")
+        place = os.path.join(self.out, "song.mp3")
+        os.makedirs(place)
+        self.assert_failure(self.prepare(), path, f"cannot be written to {place}: is a folder")
+
+    def test_slashes_behind_the_target_change_nothing(self):
+        self.place("song.mp3")
+        self.out += "//"
+        file, _ = self.prepare("--json").objects()
+        self.assertEqual(file["target"], self.path("out/song.mp3"))
+
     def test_source_given_twice(self):
         first = self.place("x.mp3", "song.mp3")
         result = self.prepare(self.source, self.source)
@@ -379,6 +415,18 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")).split(b"\r\n"),
                          [b".\\a.flac", b".\\a.ogg", b".\\a.opus", b".\\a.wav", b".\\bare.mp3"])
 
+    def test_playlist_replaces_a_link_and_not_what_it_leads_to(self):
+        self.place("song.mp3")
+        self.write("precious", b"as it was")
+        os.mkdir(self.out)
+        for leads_to in ("song.mp3", "../precious"):
+            os.symlink(leads_to, os.path.join(self.out, "Mix.m3u"))
+            self.assertEqual(self.prepare("--playlist", "Mix").errors, [])
+            self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")), b".\\song.mp3")
+            self.assertGreater(os.path.getsize(os.path.join(self.out, "song.mp3")), 1000)
+            os.remove(os.path.join(self.out, "Mix.m3u"))
+        self.assertEqual(self.read(self.path("precious")), b"as it was")
+
     def test_playlist_without_audio(self):
         self.put("notes.txt", b"Dear diary")
         result = self.prepare("--playlist", "Mix")
@@ -445,7 +493,7 @@ class PrepareTests(CommandTestCase):
 
     def test_wrong_usage(self):
         for arguments in ((), (self.source,), ("--to", self.out), (self.source, "--to", self.out, "-j", "0"),
-                          (self.source, "--to", self.out, "-j", "x"), (self.source, "--to", self.out, "-j", "-1")):
+                          (self.source, "--to", ""), (self.source, "--to", self.out, "-j", "x"), (self.source, "--to", self.out, "-j", "-1")):
             with self.subTest(arguments=arguments):
                 self.assert_usage_error(run("prepare", *arguments))
         self.assertFalse(os.path.exists(self.out))
@@ -479,8 +527,8 @@ class PrepareTests(CommandTestCase):
         self.assertTrue(all(file["predictedSize"] == file["size"] for file in files.values()))
 
     def start(self, *arguments, **options):
-        return subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out, *arguments],
-                                env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, **options)
+        return subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out, *arguments], env=self.environment,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, **options)
 
     def wait_for_some_files(self):
         deadline = time.monotonic() + 30
@@ -542,6 +590,17 @@ class PrepareTests(CommandTestCase):
                 if number != signal.SIGKILL:
                     self.assert_no_temporary_files()
 
+    def test_interrupt_of_the_whole_group_is_no_failure_of_a_file(self):
+        for i in range(4):
+            encode(os.path.join(self.source, f"{i}.m4a"), *tone(300), "-c:a", "alac")
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGINT, signal.SIGTERM):
+            process = self.start("-j", "4", "--json", start_new_session=True, stderr=subprocess.PIPE)
+            self.converters_of(process)
+            os.killpg(process.pid, number)  # As a terminal does.
+            _, errors = process.communicate(timeout=30)
+            self.assertEqual((process.returncode, errors), (-number, b""))
+            self.assertEqual(os.listdir(self.out), [])
+
     def converters_of(self, process):
         """Waits until a converter is under way."""
         deadline = time.monotonic() + 30
@@ -576,6 +635,26 @@ class PrepareTests(CommandTestCase):
             os.utime(folder, (long_ago, long_ago))
         self.prepare()
         self.assertEqual(sorted(os.listdir(self.path("cache/kxmd/tmp"))), ["other", "run-new"])
+
+    def test_too_few_threads_slow_the_work_down_only(self):
+        self.place_collection(50)
+        user = pwd.getpwnam("nobody")  # Root is not bound by the limit.
+        if os.getuid() != 0:
+            self.skipTest("only root can become a user without other processes")
+        self.environment["XDG_CACHE_HOME"] = self.path("cache")
+        for folder in (self.folder, self.source):
+            os.chmod(folder, 0o777)
+
+        def become_user_with(most):
+            resource.setrlimit(resource.RLIMIT_NPROC, (most, most))
+            os.setgid(user.pw_gid)
+            os.setuid(user.pw_uid)
+        for most in (1, 2, 3, 5):
+            with self.subTest(most=most):
+                result = self.prepare("-j", "8", preexec_fn=lambda: become_user_with(most))
+                self.assertEqual((result.status, result.errors), (0, []))
+                self.assertEqual(self.hashes(self.out).keys(), self.hashes(self.source).keys())
+                shutil.rmtree(self.out)
 
     def test_reader_that_goes_away_does_not_stop_the_work(self):
         self.place_collection(300)

@@ -4,7 +4,7 @@
 #include "AudioReader.h"
 #include "AudioWriter.h"
 #include "CoverPicture.h"
-#include "tools/files/AtomicFile.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <array>
 #include <filesystem>
@@ -30,10 +30,10 @@ int checked(int code, char const* what)
 
 namespace {
 
-void checkTarget(AtomicFile const& target, bool isDone)
+void checkTarget(AtomicFile const& target, std::string const& path, bool isDone)
 {
     if (!isDone)
-        throw ConversionError("cannot be written: " + target.error());
+        throw ConversionError("cannot be written to " + path + ": " + target.error());
 }
 
 }
@@ -45,7 +45,7 @@ void convert(Arguments const& arguments)
         throw ConversionError("is its own target");
     AudioReader reader(arguments.source);
     AtomicFile target(arguments.target);
-    checkTarget(target, target.open());
+    checkTarget(target, arguments.target, target.open());
     {
         AudioWriter writer(target.openPath(), reader.decoder(), arguments.bitRate);
         writer.addTags(reader.fileTags());
@@ -60,5 +60,5 @@ void convert(Arguments const& arguments)
             writer.write(*frame);
         writer.finish();
     }
-    checkTarget(target, target.commit());
+    checkTarget(target, arguments.target, target.commit());
 }

@@ -3,10 +3,10 @@
 #include "Arguments.h"
 #include "Conversion.h"
 #include "FFmpegRefs.h"
-#include "tools/files/AtomicFile.h"
-#include "tools/files/CleanUpOnSignal.h"
+#include "tools/shared/AtomicFile.h"
+#include "tools/shared/CleanUpOnSignal.h"
+#include "tools/shared/PrintableText.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -40,14 +40,6 @@ Exit status: 0 TARGET is complete, 1 SOURCE cannot be converted, 2 wrong usage.
 
 constexpr int cannotConvert = 1, wrongUsage = 2;
 
-/// Names may hold anything; none may steer the terminal.
-std::string shown(std::string text)
-{
-    std::ranges::replace_if(
-        text, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }, '?');
-    return text;
-}
-
 /// Ends with the process that started us, if that is the library and says so: nobody waits for the
 /// result then. A shell that is gone may well have left us to work on. False when it is too late.
 bool isStarterThere()
@@ -65,14 +57,15 @@ int convertAsAsked(std::vector<std::string> const& words)
     std::string problem;
     auto const arguments = parsedArguments(words, problem);
     if (!arguments) {
-        std::fprintf(
-            stderr, "afconvert: %s\nTry \"afconvert --help\" for more.\n", shown(problem).c_str());
+        std::fprintf(stderr, "afconvert: %s\nTry \"afconvert --help\" for more.\n",
+            withoutControlCharacters(problem).c_str());
         return wrongUsage;
     }
     try {
         convert(*arguments);
     } catch (std::exception const& error) {
-        std::fprintf(stderr, "afconvert: %s: %s\n", shown(arguments->source).c_str(), error.what());
+        std::string const line = arguments->source + ": " + error.what();
+        std::fprintf(stderr, "afconvert: %s\n", withoutControlCharacters(line).c_str());
         return cannotConvert;
     }
     return EXIT_SUCCESS;

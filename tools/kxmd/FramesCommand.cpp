@@ -4,6 +4,7 @@
 #include "JSONLine.h"
 #include "Session.h"
 #include "Usage.h"
+#include "tools/shared/PrintableText.h"
 
 #include <kxmd/mp3/KXMDFileMetaMP3.h>
 

@@ -1,24 +1,45 @@
 #include "OutputFile.h"
 
 #include "Session.h"
-#include "tools/files/AtomicFile.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/host/KXAbstractData.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <optional>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace {
 
-/// The file that `path` stands for: whoever names a link means what it leads to.
-std::string pathBehindLinks(std::string const& path)
+/// The file that `path` stands for: whoever names a link means what it leads to, be it there or
+/// not. Absent for links that lead back to themselves.
+std::optional<std::string> pathBehindLinks(std::string const& path)
 {
+    constexpr int mostLinks = 40; // As many as the kernel follows.
+    std::filesystem::path behind(path);
     std::error_code error;
-    if (!std::filesystem::is_symlink(path, error))
-        return path;
-    auto const behind = std::filesystem::canonical(path, error);
-    return error ? path : behind.string();
+    for (int i = 0; i < mostLinks; ++i) {
+        if (!std::filesystem::is_symlink(behind, error))
+            return behind.string();
+        behind = behind.parent_path() / std::filesystem::read_symlink(behind, error);
+    }
+    return std::nullopt;
+}
+
+/// Those that all of `inputs` have: nobody reads in a result what was hidden before.
+mode_t commonPermissions(std::vector<std::string> const& inputs)
+{
+    mode_t permissions = 0666;
+    for (std::string const& input : inputs) {
+        struct stat status;
+        if (::stat(input.c_str(), &status) == 0)
+            permissions &= status.st_mode;
+    }
+    return permissions;
 }
 
 /// Hands the file for `path` to `write`, which writes it, unless it is one of `inputs`.
@@ -34,8 +55,13 @@ bool withOutputFile(
         session.reportError(path, "is the input itself");
         return false;
     }
-    AtomicFile file(pathBehindLinks(path));
-    if (file.open() && write(file))
+    auto const behind = pathBehindLinks(path);
+    if (!behind) {
+        session.reportError(path, std::strerror(ELOOP));
+        return false;
+    }
+    AtomicFile file(*behind);
+    if (file.open(commonPermissions(inputs)) && write(file))
         return true;
     session.reportError(path, file.error().empty() ? "the input changed" : file.error());
     return false;

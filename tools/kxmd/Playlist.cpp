@@ -4,6 +4,7 @@
 #include "Preparation.h"
 #include "Session.h"
 #include "Targets.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/processors/KXMDFileProcessorCreateM3U.h>
 
@@ -29,7 +30,7 @@ void Playlist::add(PreparationOutcome const& outcome)
             std::make_shared<KXDCSimpleFile>(outcome.source), outcome.target));
 }
 
-void Playlist::write(Session& session) const
+void Playlist::write(Targets& targets, Session& session) const
 {
     if (_path.empty())
         return;
@@ -39,5 +40,9 @@ void Playlist::write(Session& session) const
     auto const data = KXMDFileProcessorCreateM3U().createPlaylistDataForFileProxy(proxy);
     if (!data)
         return session.reportError(_path, "there is no audio to list");
-    writeOutputFile(_path, {}, *data, session);
+    AtomicFile list(_path);
+    bool const isWritten = list.open() && appendData(*data, list);
+    std::string const error = isWritten ? targets.place(list, _path) : list.error();
+    if (!error.empty())
+        session.reportError(_path, error);
 }

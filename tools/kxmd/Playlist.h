@@ -21,7 +21,7 @@ public:
     void add(PreparationOutcome const& outcome);
 
     /// Writes the playlist; nothing, and reported, without files.
-    void write(Session& session) const;
+    void write(Targets& targets, Session& session) const;
 
 private:
     std::string _path; ///< Empty when none is written.

@@ -5,7 +5,7 @@
 #include "OutputFile.h"
 #include "SourceFile.h"
 #include "TemporaryFolder.h"
-#include "tools/files/AtomicFile.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/core/KXMDFileMetaController.h>
 #include <kxmd/mp4/KXMP4EditSafety.h>
@@ -244,13 +244,15 @@ private:
     void write()
     {
         AtomicFile target(_outcome.target);
-        bool const isWritten = target.open()
+        bool const isWritten = target.open(_source.permissions())
             && (_data ? appendData(*_data, target) : target.writeContentsOf(_source.descriptor()))
             && !_source.hasChanged();
         if (isWritten)
             _outcome.error = _options.targets.place(target, _outcome.target);
+        else if (target.error().empty())
+            _outcome.error = "changed while it was read";
         else
-            _outcome.error = target.error().empty() ? "changed while it was read" : target.error();
+            _outcome.error = cannotWrite(_outcome.target, target.error());
         if (!_outcome.isDone())
             return;
         _outcome.size = _data ? _data->length() : _source.size();

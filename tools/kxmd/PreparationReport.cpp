@@ -3,6 +3,7 @@
 #include "JSONLine.h"
 #include "Preparation.h"
 #include "Session.h"
+#include "tools/shared/PrintableText.h"
 
 #include <algorithm>
 #include <array>

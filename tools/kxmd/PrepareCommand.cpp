@@ -73,13 +73,16 @@ std::string targetOf(FoundFile const& file, Options const& options)
 }
 
 /// A file and its targets. Where that of a conversion belongs to another file, as of a.mov beside
-/// a.mp4, it keeps its extension and gets one more.
+/// a.mp4, it keeps its extension and gets one more, or as many as it takes.
 PreparationJob jobFor(FoundFile const& file, Options const& options, Targets& targets)
 {
     std::string const target = targetOf(file, options);
     std::string converted = convertedTarget(target);
-    if (converted != target && !targets.claim(converted).empty())
-        converted = target + ".m4a";
+    std::string longer = target;
+    while (converted != target && !targets.claim(converted).empty()) {
+        longer += ".m4a";
+        converted = longer;
+    }
     return { .source = file.path, .target = target, .convertedTarget = std::move(converted) };
 }
 
@@ -140,7 +143,7 @@ void prepare(Options const& options, Session& session)
             report.add(outcome);
             playlist.add(outcome);
         });
-    playlist.write(session);
+    playlist.write(targets, session);
     report.finish();
 }
 

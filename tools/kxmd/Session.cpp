@@ -1,5 +1,7 @@
 #include "Session.h"
 
+#include "tools/shared/PrintableText.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -24,7 +26,7 @@ std::string whyUnreadable(std::string const& path)
 
 bool Session::write(std::string_view text)
 {
-    if (_outputIsGone)
+    if (_outputIsGone || _standardError.isSilent())
         return false;
     bool const isTaken = _standardError.withoutStatus(
         [text] { return std::fwrite(text.data(), 1, text.size(), stdout) == text.size(); });
@@ -54,24 +56,11 @@ void Session::reportError(std::string_view path, std::string_view problem)
     _exitStatus = ExitStatus::someFileFailed;
     finish(); // So that an error on a terminal follows the results before it.
     std::string line = "kxmd: ";
-    line.append(withoutControlCharacters(path)).append(": ").append(problem).append("\n");
+    line.append(withoutControlCharacters(path))
+        .append(": ")
+        .append(withoutControlCharacters(problem))
+        .append("\n");
     _standardError.writeLines(line);
 }
 
 void Session::reportUnreadable(std::string const& path) { reportError(path, whyUnreadable(path)); }
-
-std::string withoutControlCharacters(std::string_view text)
-{
-    std::string shown(text);
-    for (char& character : shown) {
-        auto const code = static_cast<unsigned char>(character);
-        if (code < 0x20 || code == 0x7F)
-            character = '?';
-    }
-    // The second half of them, U+0080 to U+009F, is two bytes in UTF-8.
-    for (std::size_t at = 0; (at = shown.find('\xC2', at)) != std::string::npos; ++at) {
-        if (at + 1 < shown.size() && static_cast<unsigned char>(shown[at + 1]) < 0xA0)
-            shown.replace(at, 2, "?");
-    }
-    return shown;
-}

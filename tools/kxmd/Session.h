@@ -40,7 +40,3 @@ private:
     ExitStatus _exitStatus { ExitStatus::good };
     bool _outputIsGone { false };
 };
-
-/// `text` with each control character replaced by "?": a name in a file can neither break the line
-/// that it stands in nor steer the terminal.
-std::string withoutControlCharacters(std::string_view text);

@@ -18,6 +18,8 @@ public:
     int descriptor() const { return _descriptor; }
     /// Its length when it was opened, in bytes.
     std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
+    /// Who may read and write it.
+    mode_t permissions() const { return _before.mode & 0666; }
     /// Whether there is another content at the path by now, or none: processors open it by that.
     bool hasChanged() const;
 

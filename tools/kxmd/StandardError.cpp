@@ -37,13 +37,14 @@ StandardError::Gap::~Gap()
 
 void StandardError::writeLines(std::string_view lines)
 {
-    withoutStatus([lines] { write(lines); });
+    if (!_isSilent)
+        withoutStatus([lines] { write(lines); });
 }
 
 void StandardError::showStatus(std::string status)
 {
     auto shown = _status.lock();
-    if (*shown == status)
+    if (*shown == status || _isSilent)
         return;
     write(std::string(eraseLine) + status);
     *shown = std::move(status);

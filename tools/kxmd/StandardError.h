@@ -2,6 +2,7 @@
 
 #include <kxmd/host/KXGuarded.h>
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -21,6 +22,10 @@ public:
 
     /// Shows no status from now on.
     void hideStatus() { _isQuiet = true; }
+
+    /// Shows nothing at all from now on; waits for nobody who is writing.
+    void fallSilent() { _isSilent = true; }
+    bool isSilent() const { return _isSilent; }
 
     /// Runs `write`, which writes to the terminal by another way, while the status is erased.
     template <class Write> auto withoutStatus(Write write)
@@ -45,4 +50,5 @@ private:
 
     KXGuarded<std::string> _status;
     bool _isQuiet { false };
+    std::atomic<bool> _isSilent { false };
 };

@@ -2,6 +2,7 @@
 
 #include <kxmd/host/KXGuarded.h>
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,7 +22,7 @@ public:
     [[nodiscard]] std::string claim(std::string const& path);
 
     /// Puts `file` in its place at `path`. Why that is not possible, or nothing. On a phone's file
-    /// system two names that differ in case may be one: the file that came first stays.
+    /// system two names that differ in case may be one: the file that is done first stays.
     [[nodiscard]] std::string place(AtomicFile& file, std::string const& path);
 
 private:
@@ -29,10 +30,15 @@ private:
     struct State {
         std::set<Identity> sources;
         std::set<std::pair<std::optional<Identity>, std::string>> names; ///< By folder.
-        std::set<Identity> placed;
+        std::map<Identity, std::string> placed; ///< Where they are.
     };
 
-    static std::optional<Identity> identityOf(std::string const& path);
+    static std::optional<Identity> identityBehind(std::string const& path);
+    static std::optional<Identity> identityAt(std::string const& path);
+    static bool isPlaced(State const& state, Identity const& file);
 
     KXGuarded<State> _state;
 };
+
+/// Why a file cannot be written to `path`, where an error is told of another one.
+std::string cannotWrite(std::string const& path, std::string const& why);

@@ -1,6 +1,7 @@
 #include "TextReport.h"
 
 #include "Session.h"
+#include "tools/shared/PrintableText.h"
 
 #include <algorithm>
 

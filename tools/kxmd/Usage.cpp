@@ -2,6 +2,7 @@
 
 #include "Session.h"
 #include "SizeArgument.h"
+#include "tools/shared/PrintableText.h"
 
 #include <kxmd/host/KXLog.h>
 
@@ -112,7 +113,11 @@ void addSize(CLI::App& command, KXSize& size)
 
 void addOutput(CLI::App& command, std::string& path, std::string const& description)
 {
-    auto const take = [&path](std::string const& typed) { path = withoutLiteralMark(typed); };
+    auto const take = [&path](std::string const& typed) {
+        path = withoutLiteralMark(typed);
+        if (path.empty())
+            throw CLI::ValidationError("-o", "names no file");
+    };
     command.add_option_function<std::string>("-o,--output", take, description)->type_name("OUT");
 }
 

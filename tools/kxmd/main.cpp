@@ -5,8 +5,8 @@
 #include "Session.h"
 #include "TemporaryFolder.h"
 #include "Usage.h"
-#include "tools/files/AtomicFile.h"
-#include "tools/files/CleanUpOnSignal.h"
+#include "tools/shared/AtomicFile.h"
+#include "tools/shared/CleanUpOnSignal.h"
 
 #include <kxmd/host/KXLog.h>
 
@@ -91,11 +91,13 @@ int main(int argumentCount, char** arguments)
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
     std::signal(SIGXFSZ, SIG_IGN); // and so is a file that grows too long.
     std::signal(SIGCHLD, SIG_DFL); // How a converter ended would be lost.
-    CleanUpOnSignal const cleanUp([] {
+    Session session;
+    CleanUpOnSignal const cleanUp([&session] {
+        // A signal to all of our group ends converters as well: that is no failure of their files.
+        session.standardError().fallSilent();
         removeTemporaryFoldersForGood();
         removePartsForGood();
     });
-    Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
     CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");

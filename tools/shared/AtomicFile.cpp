@@ -1,4 +1,4 @@
-#include "tools/files/AtomicFile.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/host/KXGuarded.h>
 
@@ -13,8 +13,6 @@
 #include <utility>
 
 namespace {
-
-constexpr mode_t readableByAll = 0666; // As far as the user's mask lets it.
 
 std::size_t startOfName(std::string const& path)
 {
@@ -90,7 +88,7 @@ bool AtomicFile::fail()
     return false;
 }
 
-bool AtomicFile::open()
+bool AtomicFile::open(mode_t permissions)
 {
     struct stat status;
     if (::stat(_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
@@ -98,21 +96,22 @@ bool AtomicFile::open()
         return false;
     }
     // A file without a name vanishes with the process, however that ends.
-    _descriptor = ::open(folderOf(_path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, readableByAll);
-    return _descriptor >= 0 || openPart();
+    _descriptor = ::open(folderOf(_path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, permissions);
+    return _descriptor >= 0 || openPart(permissions);
 }
 
-bool AtomicFile::openPart()
+bool AtomicFile::openPart(mode_t permissions)
 {
-    return takeName([this] { return openNamed(); }) && (::ftruncate(_descriptor, 0) == 0 || fail());
+    return takeName([&] { return openNamed(permissions); })
+        && (::ftruncate(_descriptor, 0) == 0 || fail());
 }
 
 /// Where files must have a name: takes over what a killed run left, but not what another run is
 /// writing right now.
-bool AtomicFile::openNamed()
+bool AtomicFile::openNamed(mode_t permissions)
 {
     _descriptor = ::open(
-        _partPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, readableByAll);
+        _partPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, permissions);
     if (_descriptor < 0)
         return fail();
     if (::flock(_descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {

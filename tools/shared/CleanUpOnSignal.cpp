@@ -1,4 +1,4 @@
-#include "tools/files/CleanUpOnSignal.h"
+#include "tools/shared/CleanUpOnSignal.h"
 
 #include <pthread.h>
 #include <system_error>

@@ -4,6 +4,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <sys/types.h>
 
 /// A file that is written beside its place and put there when it is whole, so that nobody ever sees
 /// half of it. What is not put in place is removed with the object; on most file systems not even a
@@ -16,8 +17,9 @@ public:
     AtomicFile& operator=(AtomicFile const&) = delete;
 
     /// Begins; the folder must exist, and what is at the path must be a file or nothing. False when
-    /// that fails, as all operations below; `error` then tells why.
-    [[nodiscard]] bool open();
+    /// that fails, as all operations below; `error` then tells why. The file gets `permissions` as
+    /// far as the user's mask lets it, unless there is one that it replaces.
+    [[nodiscard]] bool open(mode_t permissions = 0666);
     /// Appends `bytes`.
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
     /// Appends what the file behind `descriptor` holds from its start on, up to its end.
@@ -36,8 +38,8 @@ public:
 
 private:
     bool fail();
-    bool openPart();
-    bool openNamed();
+    bool openPart(mode_t permissions);
+    bool openNamed(mode_t permissions);
     bool takeName(std::function<bool()> const& make);
     void dropName();
     bool copyByKernel(int descriptor, bool& isSupported);
