@@ -41,6 +41,7 @@ struct PreparationJob {
     std::string source;
     std::string target; ///< Its folder exists.
     std::string convertedTarget; ///< Where it goes if it is converted.
+    std::string refusal {}; ///< Why it cannot go there; empty when it can.
 };
 
 /// Prepares a file for a phone and writes it to its target. Safe to call for different files on

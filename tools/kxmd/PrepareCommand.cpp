@@ -54,6 +54,16 @@ std::string folderFromArgument(std::string folder)
     return folder;
 }
 
+/// False, and reported, when it cannot be made.
+bool makeFolder(std::string const& folder, Session& session)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        session.reportError(folder, error.message());
+    return !error;
+}
+
 /// Makes the folder of each target. A file whose folder cannot be made fails later by itself.
 void createFolders(std::vector<FoundFile> const& files, std::string const& folder)
 {
@@ -72,30 +82,49 @@ std::string targetOf(FoundFile const& file, Options const& options)
     return options.folder + '/' + file.relativePath;
 }
 
-/// A file and its targets. Where that of a conversion belongs to another file, as of a.mov beside
+/// Where a file goes if it is converted. Where that belongs to another file, as of a.mov beside
 /// a.mp4, it keeps its extension and gets one more, or as many as it takes.
-PreparationJob jobFor(FoundFile const& file, Options const& options, Targets& targets)
+std::string claimedForConversion(std::string const& target, Targets& targets)
 {
-    std::string const target = targetOf(file, options);
     std::string converted = convertedTarget(target);
     std::string longer = target;
     while (converted != target && !targets.claim(converted).empty()) {
         longer += ".m4a";
         converted = longer;
     }
-    return { .source = file.path, .target = target, .convertedTarget = std::move(converted) };
+    return converted;
 }
 
-PreparationOutcome refusedFile(FoundFile const& file, std::string target, std::string error)
+/// The files with their targets, which are claimed in the order of the files, whoever is done
+/// first.
+std::vector<PreparationJob> jobsFor(
+    std::vector<FoundFile> const& files, Options const& options, Targets& targets)
 {
-    return { .source = file.path,
-        .target = std::move(target),
+    std::vector<PreparationJob> jobs;
+    for (FoundFile const& file : files) {
+        std::string const target = targetOf(file, options);
+        jobs.push_back({ .source = file.path,
+            .target = target,
+            .convertedTarget = target,
+            .refusal = targets.claim(target) });
+    }
+    for (PreparationJob& job : jobs) {
+        if (job.refusal.empty())
+            job.convertedTarget = claimedForConversion(job.target, targets);
+    }
+    return jobs;
+}
+
+PreparationOutcome refusedFile(PreparationJob const& job, std::uint64_t size)
+{
+    return { .source = job.source,
+        .target = job.target,
         .processors = {},
-        .sizeBefore = file.size,
-        .predictedSize = file.size,
+        .sizeBefore = size,
+        .predictedSize = size,
         .size = 0,
         .isAudio = false,
-        .error = std::move(error),
+        .error = job.refusal,
         .remark = {} };
 }
 
@@ -103,11 +132,8 @@ void prepare(Options const& options, Session& session)
 {
     auto const platform = KXPlatform::shared();
     removeForgottenTemporaryFolders(*platform);
-    std::error_code error;
-    fs::create_directories(options.folder, error);
-    if (error)
-        return session.reportError(options.folder, error.message());
-
+    if (!makeFolder(options.folder, session))
+        return;
     auto const files = foundFiles(textsOf(*options.paths), options.folder, session);
     createFolders(files, options.folder);
     Targets targets;
@@ -115,13 +141,7 @@ void prepare(Options const& options, Session& session)
         targets.protect(file.path);
     Playlist playlist(options.folder, options.playlist);
     playlist.claim(targets, session);
-    // Claimed in the order of the files, whoever is done first.
-    std::vector<std::string> refusals;
-    for (FoundFile const& file : files)
-        refusals.push_back(targets.claim(targetOf(file, options)));
-    std::vector<PreparationJob> jobs;
-    for (FoundFile const& file : files)
-        jobs.push_back(jobFor(file, options, targets));
+    auto const jobs = jobsFor(files, options, targets);
     FolderPictures folderPictures;
     std::mutex largeFiles;
     PreparationOptions const preparation { .insertsCovers = !options.leavesCovers,
@@ -134,8 +154,8 @@ void prepare(Options const& options, Session& session)
     workInOrder(
         files.size(), options.jobs,
         [&](std::size_t i) {
-            auto outcome = refusals[i].empty() ? preparedFile(jobs[i], preparation, platform)
-                                               : refusedFile(files[i], jobs[i].target, refusals[i]);
+            auto outcome = jobs[i].refusal.empty() ? preparedFile(jobs[i], preparation, platform)
+                                                   : refusedFile(jobs[i], files[i].size);
             report.advance(outcome);
             return outcome;
         },
