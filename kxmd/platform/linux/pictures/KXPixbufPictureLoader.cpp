@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
 
+#include "kxmd/platform/linux/pictures/KXColourProfilePrivate.h"
 #include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/pictures/KXPixbufImagePrivate.h"
 
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -162,6 +164,14 @@ std::uint64_t skipCoverHeaders(KXAbstractData& data, std::uint64_t length)
         : rest;
 }
 
+/// `profile` in base 64, as gdk-pixbuf hands it out.
+void convertFromProfile(GdkPixbuf& pixbuf, char const* profile)
+{
+    gsize length;
+    GAllocated<guchar> const bytes(g_base64_decode(profile, &length));
+    convertToSRGB(pixbuf, std::span(bytes.get(), length));
+}
+
 }
 
 std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
@@ -200,6 +210,8 @@ KXImage::Ref KXPixbufPictureLoader::imageInData(
     bool const isWhole = isFed && isClosed;
     if (!isWhole && !(isPartial && isDecodedFromTheTop(loader.get())))
         return nullptr;
+    if (char const* const profile = gdk_pixbuf_get_option(decoded, "icc-profile"))
+        convertFromProfile(*decoded, profile);
     GObjectRef<GdkPixbuf> const upright(gdk_pixbuf_apply_embedded_orientation(decoded));
     return upright ? imageOfPixbuf(*upright, shrinkingFactor(*upright, wantedSize)) : nullptr;
 }

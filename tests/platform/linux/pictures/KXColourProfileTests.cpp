@@ -1,0 +1,180 @@
+// Pictures whose colours are not those of sRGB.
+
+#include "kxmd/platform/KXPlatform.h"
+
+#include "support/Exif.h"
+#include "support/Pictures.h"
+
+#include <gtest/gtest.h>
+#include <lcms2.h>
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+
+using namespace build;
+using namespace pictures;
+
+namespace {
+
+constexpr cmsCIExyY whiteD65 { 0.3127, 0.3290, 1 };
+constexpr cmsCIExyYTRIPLE displayP3 { { 0.680, 0.320, 1 }, { 0.265, 0.690, 1 },
+    { 0.150, 0.060, 1 } }; // SMPTE RP 431-2, as phones take photographs.
+constexpr cmsCIExyYTRIPLE rec709 { { 0.640, 0.330, 1 }, { 0.300, 0.600, 1 }, { 0.150, 0.060, 1 } };
+
+Bytes saved(cmsHPROFILE profile)
+{
+    cmsUInt32Number size = 0;
+    EXPECT_TRUE(cmsSaveProfileToMem(profile, nullptr, &size));
+    Bytes bytes(size);
+    EXPECT_TRUE(cmsSaveProfileToMem(profile, bytes.data(), &size));
+    cmsCloseProfile(profile);
+    return bytes;
+}
+
+/// A profile of these primaries, with the curve of sRGB (IEC 61966-2-1).
+Bytes profileOf(cmsCIExyYTRIPLE const& primaries)
+{
+    std::array<double, 5> const parameters { 2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045 };
+    auto* const curve = cmsBuildParametricToneCurve(nullptr, 4, parameters.data());
+    cmsToneCurve* curves[] { curve, curve, curve };
+    Bytes bytes = saved(cmsCreateRGBProfile(&whiteD65, &primaries, curves));
+    cmsFreeToneCurve(curve);
+    return bytes;
+}
+
+/// ISO 15076-1, B.4: the profile in one segment of application data.
+Bytes iccSegment(Bytes const& profile)
+{
+    return app(2, join(text("ICC_PROFILE"), bytes({ 0, 1, 1 }), profile));
+}
+
+/// The bytes in a zlib stream that stores them (RFC 1950, RFC 1951, 3.2.4).
+Bytes stored(Bytes const& content)
+{
+    std::uint32_t low = 1, high = 0;
+    for (std::uint8_t const byte : content) {
+        low = (low + byte) % 65521;
+        high = (high + low) % 65521;
+    }
+    auto const littleEndian = [](std::size_t number) {
+        return bytes({ static_cast<int>(number & 0xFF), static_cast<int>(number >> 8 & 0xFF) });
+    };
+    return join(bytes({ 0x78, 0x01, 0x01 }), littleEndian(content.size()),
+        littleEndian(~content.size()), content, u32(high << 16 | low));
+}
+
+/// The PNG file with a profile behind its header chunk (PNG, 11.3.3.3).
+Bytes withProfile(Bytes const& png, Bytes const& profile)
+{
+    constexpr std::ptrdiff_t endOfHeader = 8 + 25;
+    Bytes const chunk = pngChunk("iCCP", join(text("P"), zeros(2), stored(profile)));
+    return join(Bytes(png.begin(), png.begin() + endOfHeader), chunk,
+        Bytes(png.begin() + endOfHeader, png.end()));
+}
+
+class KXColourProfile : public testing::Test {
+protected:
+    Bytes jpg(KXImage const& image) const { return bytesOf(loader->jpgRepresentation(image)); }
+    Bytes png(KXImage const& image) const { return bytesOf(loader->pngRepresentation(image)); }
+
+    /// The first pixel of a picture in a file.
+    Colour shown(Bytes file) const
+    {
+        auto const data = reader(std::move(file));
+        auto const image = loader->imageInData(*data, data->length(), {});
+        return image ? pixel(*image, 0, 0) : Colour();
+    }
+
+    std::shared_ptr<KXPictureLoader const> const loader
+        = KXPlatform::platformOfThisMachine()->pictureLoader;
+
+private:
+    static Bytes bytesOf(KXData const& data)
+    {
+        return Bytes(data.bytes().begin(), data.bytes().end());
+    }
+};
+
+void expectNear(Colour actual, Colour expected, int tolerance)
+{
+    for (std::size_t channel = 0; channel < actual.size(); ++channel)
+        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << channel;
+}
+
+// Of Display P3, and what it is in sRGB by the matrices of both.
+constexpr Colour wideOrange { 200, 120, 60, 255 }, orange { 213, 115, 42, 255 };
+
+}
+
+TEST_F(KXColourProfile, PhotographsOfPhonesKeepTheirColours)
+{
+    Bytes const file = jpg(*solid(16, 16, wideOrange));
+    expectNear(shown(file), wideOrange, 2);
+    expectNear(shown(withSegment(file, iccSegment(profileOf(displayP3)))), orange, 3);
+}
+
+TEST_F(KXColourProfile, PNGKeepsItsColours)
+{
+    Bytes const file = png(*solid(16, 16, wideOrange));
+    expectNear(shown(withProfile(file, profileOf(displayP3))), orange, 1);
+}
+
+TEST_F(KXColourProfile, AlphaStays)
+{
+    Colour const half { 100, 60, 30, 128 }; // The same orange, premultiplied.
+    Bytes const file = png(*solid(16, 16, half));
+    Colour const converted = shown(withProfile(file, profileOf(displayP3)));
+    expectNear(converted, { 106, 58, 21, 128 }, 1);
+    EXPECT_EQ(converted[3], 128);
+}
+
+TEST_F(KXColourProfile, ColoursOutOfRangeAreTheNearest)
+{
+    Bytes const file = png(*solid(4, 4, { 0, 255, 0, 255 }));
+    expectNear(shown(withProfile(file, profileOf(displayP3))), { 0, 255, 0, 255 }, 1);
+}
+
+TEST_F(KXColourProfile, ProfileOfSRGBChangesNoPixel)
+{
+    Bytes const file = png(*gradient(64, 64));
+    auto const data = reader(withProfile(file, profileOf(rec709)));
+    auto const image = loader->imageInData(*data, data->length(), {});
+    ASSERT_TRUE(image);
+    EXPECT_TRUE(areEqual(*image, *gradient(64, 64)));
+}
+
+TEST_F(KXColourProfile, OtherKindsOfProfilesChangeNothing)
+{
+    Bytes const file = png(*solid(16, 16, wideOrange));
+    auto* const curve = cmsBuildGamma(nullptr, 1.8);
+    Bytes const grey = saved(cmsCreateGrayProfile(&whiteD65, curve));
+    cmsFreeToneCurve(curve);
+    Bytes const lab = saved(cmsCreateLab4Profile(nullptr));
+    for (Bytes const& profile : { grey, lab, Bytes(), Bytes(300, 0x55) })
+        EXPECT_EQ(shown(withProfile(file, profile)), wideOrange);
+}
+
+TEST_F(KXColourProfile, EveryTruncationOfAProfileShowsThePicture)
+{
+    Bytes const file = png(*solid(4, 4, wideOrange));
+    Bytes const profile = profileOf(displayP3);
+    for (std::size_t length = 0; length < profile.size(); ++length) {
+        Bytes const part(profile.begin(), profile.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_EQ(shown(withProfile(file, part))[3], 255) << length;
+    }
+}
+
+TEST_F(KXColourProfile, DamagedProfilesDoNoHarm)
+{
+    Bytes const file = png(*solid(4, 4, wideOrange));
+    Bytes const profile = profileOf(displayP3);
+    std::srand(1);
+    for (int i = 0; i < 500; ++i) {
+        Bytes damaged = profile;
+        for (int damages = 1 + i % 4; damages; --damages)
+            damaged[static_cast<std::size_t>(std::rand()) % damaged.size()]
+                = static_cast<std::uint8_t>(std::rand());
+        EXPECT_EQ(shown(withProfile(file, damaged))[3], 255);
+    }
+}
