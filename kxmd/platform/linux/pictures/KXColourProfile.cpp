@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXColourProfilePrivate.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <lcms2.h>
@@ -17,10 +18,15 @@ struct TransformDelete {
 };
 using TransformRef = std::unique_ptr<void, TransformDelete>;
 
-/// Those with tables are for printers and scanners, and a wide field for hostile files.
+/// Whether a profile has primaries and curves, and no tables, which would be used before these:
+/// they are for printers and scanners, and a wide field for hostile files.
 bool isOfThreePrimaries(cmsHPROFILE profile)
 {
-    return cmsGetColorSpace(profile) == cmsSigRgbData && cmsIsMatrixShaper(profile);
+    constexpr cmsTagSignature tables[] { cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag,
+        cmsSigDToB1Tag };
+    return cmsGetColorSpace(profile) == cmsSigRgbData && cmsIsMatrixShaper(profile)
+        && std::ranges::none_of(
+            tables, [profile](cmsTagSignature table) { return cmsIsTag(profile, table); });
 }
 
 bool areEqual(cmsCIEXYZ const& one, cmsCIEXYZ const& other)

@@ -33,13 +33,28 @@ Bytes saved(cmsHPROFILE profile)
 }
 
 /// A profile of these primaries, with the curve of sRGB (IEC 61966-2-1).
-Bytes profileOf(cmsCIExyYTRIPLE const& primaries)
+cmsHPROFILE createdProfile(cmsCIExyYTRIPLE const& primaries)
 {
     std::array<double, 5> const parameters { 2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045 };
     auto* const curve = cmsBuildParametricToneCurve(nullptr, 4, parameters.data());
     cmsToneCurve* curves[] { curve, curve, curve };
-    Bytes bytes = saved(cmsCreateRGBProfile(&whiteD65, &primaries, curves));
+    cmsHPROFILE const profile = cmsCreateRGBProfile(&whiteD65, &primaries, curves);
     cmsFreeToneCurve(curve);
+    return profile;
+}
+
+Bytes profileOf(cmsCIExyYTRIPLE const& primaries) { return saved(createdProfile(primaries)); }
+
+/// One that has a table as well, which says nothing else.
+Bytes profileWithTable(cmsCIExyYTRIPLE const& primaries)
+{
+    cmsHPROFILE const profile = createdProfile(primaries);
+    auto* const table = cmsPipelineAlloc(nullptr, 3, 3);
+    EXPECT_TRUE(
+        cmsPipelineInsertStage(table, cmsAT_BEGIN, cmsStageAllocToneCurves(nullptr, 3, nullptr)));
+    EXPECT_TRUE(cmsWriteTag(profile, cmsSigAToB0Tag, table));
+    Bytes bytes = saved(profile);
+    cmsPipelineFree(table);
     return bytes;
 }
 
@@ -151,7 +166,8 @@ TEST_F(KXColourProfile, OtherKindsOfProfilesChangeNothing)
     Bytes const grey = saved(cmsCreateGrayProfile(&whiteD65, curve));
     cmsFreeToneCurve(curve);
     Bytes const lab = saved(cmsCreateLab4Profile(nullptr));
-    for (Bytes const& profile : { grey, lab, Bytes(), Bytes(300, 0x55) })
+    for (Bytes const& profile :
+        { grey, lab, profileWithTable(displayP3), Bytes(), Bytes(300, 0x55) })
         EXPECT_EQ(shown(withProfile(file, profile)), wideOrange);
 }
 
