@@ -36,12 +36,16 @@ def run(*arguments, stack=None, **options):
         [COMMAND, *arguments], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=100, **options))
 
 
+def preloading(library, environment=os.environ):
+    """An environment that changes what the system does for a program, by the library that a variable names."""
+    options = environment.get("ASAN_OPTIONS", "")
+    return {**environment, "LD_PRELOAD": os.environ[library], "ASAN_OPTIONS": options + ":verify_asan_link_order=0"}
+
+
 def on_card(environment=os.environ):
     """An environment in which files lie on a phone's card, whose file system knows no files without a name and no
     permissions."""
-    options = environment.get("ASAN_OPTIONS", "")
-    return {**environment, "LD_PRELOAD": os.environ["KXMD_PHONE_CARD"],
-            "ASAN_OPTIONS": options + ":verify_asan_link_order=0"}
+    return preloading("KXMD_PHONE_CARD", environment)
 
 
 class CommandTestCase(unittest.TestCase):

@@ -1,0 +1,22 @@
+// Preloaded into a program, lets it start as many threads as $KXMD_MOST_THREADS says and no more.
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <pthread.h>
+
+extern "C" {
+
+[[gnu::visibility("default")]] int pthread_create(
+    pthread_t* thread, pthread_attr_t const* attributes, void* (*start)(void*), void* argument)
+{
+    static std::atomic<int> started { 0 };
+    char const* const most = std::getenv("KXMD_MOST_THREADS");
+    if (most && ++started > std::atoi(most))
+        return EAGAIN;
+    using Create = int (*)(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
+    static auto const next = reinterpret_cast<Create>(::dlsym(RTLD_NEXT, "pthread_create"));
+    return next(thread, attributes, start, argument);
+}
+}
