@@ -119,6 +119,9 @@ std::optional<int> KXLinuxTaskRunner::runToolAtPath(
     if (isMissingConverter(path)) {
         program.arguments = { pathBesideLibrary(KXMD_CONVERTER) };
         program.variable = requestToEndWithUs();
+        // A terminal's interrupt is for us: were the converter to end first, its file would seem to
+        // be at fault.
+        program.isApart = true;
     }
     program.arguments.insert(program.arguments.end(), arguments.begin(), arguments.end());
     auto const tool = program.start();

@@ -16,9 +16,9 @@ struct KXProgramStart {
     /// The stream that goes there, standard output or standard error; the other goes nowhere.
     int stream { STDOUT_FILENO };
     /// Whether it gets a process group of its own, so that it can be killed with all that it
-    /// started, and ignores no signal. Otherwise it belongs to our group and ignores what we ignore
-    /// (a hang-up, say, when the host shall outlive its terminal), but for broken pipes: a host has
-    /// its own reasons to ignore those.
+    /// started and hears nothing of the terminal, and ignores no signal. Otherwise it belongs to
+    /// our group and ignores what we ignore (a hang-up, say, when the host shall outlive its
+    /// terminal), but for broken pipes: a host has its own reasons to ignore those.
     bool isApart { false };
     /// A variable "NAME=value" to be added to our environment; empty for none.
     std::string variable {};
