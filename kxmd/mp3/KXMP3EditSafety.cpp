@@ -94,13 +94,12 @@ KXMP3EditSafety::Length KXMP3EditSafety::lengthForOthers(
     KXMDFileMetaMP3Frame const& frame, KXAbstractData& data) const
 {
     constexpr std::uint64_t identifierSize = 4;
-    std::uint64_t const endOfTag = tagHeaderSize + _meta.headerSize();
     std::uint64_t const end = frame.offset() + frame.size();
     std::uint64_t const later
         = frame.offset() + frame.headerSize() + wordAt(data, frame.offset() + identifierSize);
-    if (later == end || later > endOfTag || isIdentifier(wordAt(data, end)))
+    if (later == end || later > endOfTag() || isIdentifier(wordAt(data, end)))
         return Length::same;
-    std::uint32_t const next = later + identifierSize <= endOfTag ? wordAt(data, later) : 0;
+    std::uint32_t const next = later + identifierSize <= endOfTag() ? wordAt(data, later) : 0;
     if (isIdentifier(next))
         return Length::longer;
     return next || isPadding(data, end, later) ? Length::same : Length::longerAndLast;
@@ -110,11 +109,7 @@ std::optional<std::string> KXMP3EditSafety::reasonAgainstRemovingAlbumCover() co
 {
     if (!_isMP3 || !_meta.albumCoverSizeForEmbeddedTags())
         return {};
-    if (hasCoverPastItsEnd())
-        return "a cover runs past the end of the tag";
-    if (!_isReadByOthersAlike)
-        return "frames of its tag would not be found by other programs";
-    return {};
+    return reasonAgainstAnyEdit();
 }
 
 std::optional<std::string> KXMP3EditSafety::reasonAgainstAddingAlbumCoverOfSize(
@@ -122,10 +117,8 @@ std::optional<std::string> KXMP3EditSafety::reasonAgainstAddingAlbumCoverOfSize(
 {
     if (!_isMP3 || _meta.frames()->empty())
         return {};
-    if (auto reason = reasonAgainstRemovingAlbumCover())
+    if (auto reason = reasonAgainstAnyEdit())
         return reason;
-    if (!_isReadByOthersAlike)
-        return "frames of its tag would not be found by other programs";
     if (frameSize > largestFrameOfVersion(_meta.majorVersion()))
         return "the cover is too large for a frame of its tag";
     std::uint64_t const removed = _meta.albumCoverSizeForEmbeddedTags();
@@ -134,11 +127,21 @@ std::optional<std::string> KXMP3EditSafety::reasonAgainstAddingAlbumCoverOfSize(
     return {};
 }
 
+std::optional<std::string> KXMP3EditSafety::reasonAgainstAnyEdit() const
+{
+    if (hasCoverPastItsEnd())
+        return "a cover runs past the end of the tag";
+    if (!_isReadByOthersAlike)
+        return "frames of its tag would not be found by other programs";
+    return {};
+}
+
+std::uint64_t KXMP3EditSafety::endOfTag() const { return tagHeaderSize + _meta.headerSize(); }
+
 bool KXMP3EditSafety::hasCoverPastItsEnd() const
 {
     auto const covers = _meta.allFramesWithTag(_meta.albumCoverTag());
-    std::uint64_t const end = tagHeaderSize + _meta.headerSize();
-    return covers && std::ranges::any_of(*covers, [end](auto const& cover) {
-        return cover->offset() + cover->size() > end;
+    return covers && std::ranges::any_of(*covers, [this](auto const& cover) {
+        return cover->offset() + cover->size() > endOfTag();
     });
 }

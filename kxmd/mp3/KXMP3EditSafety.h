@@ -36,6 +36,8 @@ public:
 private:
     enum class Length { same, longer, longerAndLast };
 
+    [[nodiscard]] std::optional<std::string> reasonAgainstAnyEdit() const;
+    [[nodiscard]] std::uint64_t endOfTag() const;
     [[nodiscard]] bool hasCoverPastItsEnd() const;
     [[nodiscard]] bool isReadByOthersAlike(KXAbstractData& data) const;
     [[nodiscard]] Length lengthForOthers(

@@ -30,10 +30,10 @@ int checked(int code, char const* what)
 
 namespace {
 
-void checkTarget(AtomicFile const& target, std::string const& path, bool isDone)
+void checkTarget(AtomicFile const& target, bool isDone)
 {
     if (!isDone)
-        throw ConversionError("cannot be written to " + path + ": " + target.error());
+        throw ConversionError(target.errorWithPath());
 }
 
 }
@@ -45,7 +45,7 @@ void convert(Arguments const& arguments)
         throw ConversionError("is its own target");
     AudioReader reader(arguments.source);
     AtomicFile target(arguments.target);
-    checkTarget(target, arguments.target, target.open());
+    checkTarget(target, target.open());
     {
         AudioWriter writer(target.openPath(), reader.decoder(), arguments.bitRate);
         writer.addTags(reader.fileTags());
@@ -60,5 +60,5 @@ void convert(Arguments const& arguments)
             writer.write(*frame);
         writer.finish();
     }
-    checkTarget(target, arguments.target, target.commit());
+    checkTarget(target, target.commit());
 }

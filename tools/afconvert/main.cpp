@@ -5,13 +5,13 @@
 #include "FFmpegRefs.h"
 #include "tools/shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
-#include "tools/shared/PrintableText.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <kxmd/host/KXLog.h>
+#include <kxmd/host/KXPrintableText.h>
 #include <string>
 #include <sys/prctl.h>
 #include <unistd.h>

@@ -4,8 +4,8 @@
 #include "JSONLine.h"
 #include "Session.h"
 #include "Usage.h"
-#include "tools/shared/PrintableText.h"
 
+#include <kxmd/host/KXPrintableText.h>
 #include <kxmd/mp3/KXMDFileMetaMP3.h>
 
 #include <memory>

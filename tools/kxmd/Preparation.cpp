@@ -252,7 +252,7 @@ private:
         else if (target.error().empty())
             _outcome.error = "changed while it was read";
         else
-            _outcome.error = cannotWrite(_outcome.target, target.error());
+            _outcome.error = target.errorWithPath();
         if (!_outcome.isDone())
             return;
         _outcome.size = _data ? _data->length() : _source.size();

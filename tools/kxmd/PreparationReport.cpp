@@ -3,7 +3,8 @@
 #include "JSONLine.h"
 #include "Preparation.h"
 #include "Session.h"
-#include "tools/shared/PrintableText.h"
+
+#include <kxmd/host/KXPrintableText.h>
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "Session.h"
 
-#include "tools/shared/PrintableText.h"
+#include <kxmd/host/KXPrintableText.h>
 
 #include <cerrno>
 #include <cstdio>

@@ -2,6 +2,7 @@
 
 #include "tools/shared/AtomicFile.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 
@@ -11,20 +12,12 @@ constexpr char const* sameTarget = "another file has the same target";
 
 }
 
-/// Of the file that a link leads to.
-std::optional<Targets::Identity> Targets::identityBehind(std::string const& path)
+/// Of the file that a link leads to, or of the link itself, which is what another file replaces.
+std::optional<Targets::Identity> Targets::identityOf(std::string const& path, Link link)
 {
     struct stat status;
-    if (::stat(path.c_str(), &status) != 0)
-        return std::nullopt;
-    return Identity { status.st_dev, status.st_ino };
-}
-
-/// Of a link itself, which is what another file replaces.
-std::optional<Targets::Identity> Targets::identityAt(std::string const& path)
-{
-    struct stat status;
-    if (::lstat(path.c_str(), &status) != 0)
+    int const flags = link == Link::followed ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (::fstatat(AT_FDCWD, path.c_str(), &status, flags) != 0)
         return std::nullopt;
     return Identity { status.st_dev, status.st_ino };
 }
@@ -34,22 +27,22 @@ std::optional<Targets::Identity> Targets::identityAt(std::string const& path)
 bool Targets::isPlaced(State const& state, Identity const& file)
 {
     auto const placed = state.placed.find(file);
-    return placed != state.placed.end() && identityAt(placed->second) == file;
+    return placed != state.placed.end() && identityOf(placed->second, Link::itself) == file;
 }
 
 void Targets::protect(std::string const& path)
 {
-    if (auto const file = identityBehind(path))
+    if (auto const file = identityOf(path, Link::followed))
         _state.lock()->sources.insert(*file);
 }
 
 std::string Targets::claim(std::string const& path)
 {
     std::filesystem::path const target(path);
-    auto const folder = identityBehind(target.parent_path().string());
+    auto const folder = identityOf(target.parent_path().string(), Link::followed);
     // By its whole path where there is no folder; it cannot be written there anyway.
     auto name = folder ? target.filename().string() : path;
-    auto const file = identityBehind(path);
+    auto const file = identityOf(path, Link::followed);
     auto const state = _state.lock();
     if (file && state->sources.contains(*file))
         return "its target is one of the files to prepare";
@@ -59,19 +52,14 @@ std::string Targets::claim(std::string const& path)
 std::string Targets::place(AtomicFile& file, std::string const& path)
 {
     if (!file.settle()) // Takes its time, so not under the lock.
-        return cannotWrite(path, file.error());
+        return file.errorWithPath();
     auto const state = _state.lock();
-    auto const replaced = identityAt(path);
+    auto const replaced = identityOf(path, Link::itself);
     if (replaced && isPlaced(*state, *replaced))
         return sameTarget;
     if (!file.commit())
-        return cannotWrite(path, file.error());
-    if (auto const placed = identityAt(path))
+        return file.errorWithPath();
+    if (auto const placed = identityOf(path, Link::itself))
         state->placed.insert_or_assign(*placed, path);
     return {};
-}
-
-std::string cannotWrite(std::string const& path, std::string const& why)
-{
-    return "cannot be written to " + path + ": " + why;
 }

@@ -33,12 +33,9 @@ private:
         std::map<Identity, std::string> placed; ///< Where they are.
     };
 
-    static std::optional<Identity> identityBehind(std::string const& path);
-    static std::optional<Identity> identityAt(std::string const& path);
+    enum class Link { followed, itself };
+    static std::optional<Identity> identityOf(std::string const& path, Link link);
     static bool isPlaced(State const& state, Identity const& file);
 
     KXGuarded<State> _state;
 };
-
-/// Why a file cannot be written to `path`, where an error is told of another one.
-std::string cannotWrite(std::string const& path, std::string const& why);

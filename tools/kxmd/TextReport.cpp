@@ -1,7 +1,8 @@
 #include "TextReport.h"
 
 #include "Session.h"
-#include "tools/shared/PrintableText.h"
+
+#include <kxmd/host/KXPrintableText.h>
 
 #include <algorithm>
 

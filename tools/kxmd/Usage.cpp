@@ -2,9 +2,9 @@
 
 #include "Session.h"
 #include "SizeArgument.h"
-#include "tools/shared/PrintableText.h"
 
 #include <kxmd/host/KXLog.h>
+#include <kxmd/host/KXPrintableText.h>
 
 #include <algorithm>
 #include <utility>

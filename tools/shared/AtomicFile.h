@@ -35,6 +35,8 @@ public:
 
     /// What went wrong, in words.
     std::string const& error() const { return _error; }
+    /// The same with the path, for where it is told of another file.
+    std::string errorWithPath() const { return "cannot be written to " + _path + ": " + _error; }
 
 private:
     bool fail();

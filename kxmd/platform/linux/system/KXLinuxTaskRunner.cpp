@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 
 #include "kxmd/host/KXLog.h"
+#include "kxmd/host/KXPrintableText.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXPipePrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
@@ -69,19 +70,6 @@ std::string allThatIsSaidBy(pid_t tool, int descriptor)
 }
 
 /// A tool repeats names, which may hold anything; none may steer the terminal that shows the log.
-std::string withoutControlCharacters(std::string_view text)
-{
-    std::string shown(text);
-    std::ranges::replace_if(
-        shown, [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
-    // U+0080 to U+009F are controls as well: C2 80 to C2 9F in UTF-8.
-    for (std::size_t at = 0; (at = shown.find('\xC2', at)) != std::string::npos; ++at) {
-        if (at + 1 < shown.size() && (shown[at + 1] & 0xE0) == 0x80)
-            shown.replace(at, 2, "?");
-    }
-    return shown;
-}
-
 void logLinesOf(std::string_view said)
 {
     while (!said.empty()) {

@@ -1,16 +1,13 @@
 // Pictures whose colours are not those of sRGB.
 
-#include "kxmd/platform/KXPlatform.h"
-
 #include "support/Exif.h"
-#include "support/Pictures.h"
+#include "support/PictureLoaderTest.h"
 
-#include <gtest/gtest.h>
 #include <lcms2.h>
 
 #include <array>
 #include <cstdlib>
-#include <memory>
+#include <utility>
 
 using namespace build;
 using namespace pictures;
@@ -88,34 +85,15 @@ Bytes withProfile(Bytes const& png, Bytes const& profile)
         Bytes(png.begin() + endOfHeader, png.end()));
 }
 
-class KXColourProfile : public testing::Test {
+class KXColourProfile : public PictureLoaderTest {
 protected:
-    Bytes jpg(KXImage const& image) const { return bytesOf(loader->jpgRepresentation(image)); }
-    Bytes png(KXImage const& image) const { return bytesOf(loader->pngRepresentation(image)); }
-
     /// The first pixel of a picture in a file.
     Colour shown(Bytes file) const
     {
-        auto const data = reader(std::move(file));
-        auto const image = loader->imageInData(*data, data->length(), {});
+        auto const image = decoded(std::move(file));
         return image ? pixel(*image, 0, 0) : Colour();
     }
-
-    std::shared_ptr<KXPictureLoader const> const loader
-        = KXPlatform::platformOfThisMachine()->pictureLoader;
-
-private:
-    static Bytes bytesOf(KXData const& data)
-    {
-        return Bytes(data.bytes().begin(), data.bytes().end());
-    }
 };
-
-void expectNear(Colour actual, Colour expected, int tolerance)
-{
-    for (std::size_t channel = 0; channel < actual.size(); ++channel)
-        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << channel;
-}
 
 // Of Display P3, and what it is in sRGB by the matrices of both.
 constexpr Colour wideOrange { 200, 120, 60, 255 }, orange { 213, 115, 42, 255 };
@@ -153,8 +131,7 @@ TEST_F(KXColourProfile, ColoursOutOfRangeAreTheNearest)
 TEST_F(KXColourProfile, ProfileOfSRGBChangesNoPixel)
 {
     Bytes const file = png(*gradient(64, 64));
-    auto const data = reader(withProfile(file, profileOf(rec709)));
-    auto const image = loader->imageInData(*data, data->length(), {});
+    auto const image = decoded(withProfile(file, profileOf(rec709)));
     ASSERT_TRUE(image);
     EXPECT_TRUE(areEqual(*image, *gradient(64, 64)));
 }

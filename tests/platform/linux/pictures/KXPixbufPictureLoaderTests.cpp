@@ -1,7 +1,5 @@
-#include "kxmd/platform/KXPlatform.h"
-
 #include "support/Exif.h"
-#include "support/Pictures.h"
+#include "support/PictureLoaderTest.h"
 
 #include <gmock/gmock.h>
 
@@ -16,27 +14,7 @@ using testing::Not;
 
 namespace {
 
-/// Tests of this machine's own picture loader.
-class KXPixbufPictureLoader : public testing::Test {
-protected:
-    Bytes jpg(KXImage const& image) const { return bytesOf(loader->jpgRepresentation(image)); }
-    Bytes png(KXImage const& image) const { return bytesOf(loader->pngRepresentation(image)); }
-
-    KXImage::Ref decoded(Bytes bytes, KXSize wantedSize = {}) const
-    {
-        auto const data = reader(std::move(bytes));
-        return loader->imageInData(*data, data->length(), wantedSize);
-    }
-
-    std::shared_ptr<KXPictureLoader const> const loader
-        = KXPlatform::platformOfThisMachine()->pictureLoader;
-
-private:
-    static Bytes bytesOf(KXData const& data)
-    {
-        return Bytes(data.bytes().begin(), data.bytes().end());
-    }
-};
+using KXPixbufPictureLoader = PictureLoaderTest;
 
 /// The JPEG file with another size in its baseline frame header (ITU-T T.81, B.2.2).
 Bytes claimingSize(Bytes jpeg, std::uint32_t width, std::uint32_t height)
@@ -50,12 +28,6 @@ Bytes claimingSize(Bytes jpeg, std::uint32_t width, std::uint32_t height)
 Bytes cut(Bytes const& bytes, std::size_t length)
 {
     return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
-}
-
-void expectNear(Colour actual, Colour expected, int tolerance)
-{
-    for (std::size_t channel = 0; channel < actual.size(); ++channel)
-        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << channel;
 }
 
 /// The colours in the middle of the quarters, row by row from the top.

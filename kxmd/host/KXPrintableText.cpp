@@ -1,4 +1,4 @@
-#include "tools/shared/PrintableText.h"
+#include "kxmd/host/KXPrintableText.h"
 
 std::string withoutControlCharacters(std::string_view text)
 {
@@ -8,9 +8,9 @@ std::string withoutControlCharacters(std::string_view text)
         if (code < 0x20 || code == 0x7F)
             character = '?';
     }
-    // The second half of them, U+0080 to U+009F, is two bytes in UTF-8.
+    // The second half of them, U+0080 to U+009F, is two bytes in UTF-8: C2 80 to C2 9F.
     for (std::size_t at = 0; (at = shown.find('\xC2', at)) != std::string::npos; ++at) {
-        if (at + 1 < shown.size() && static_cast<unsigned char>(shown[at + 1]) < 0xA0)
+        if (at + 1 < shown.size() && (shown[at + 1] & 0xE0) == 0x80)
             shown.replace(at, 2, "?");
     }
     return shown;
