@@ -14,10 +14,13 @@
 #include <CLI/Formatter.hpp>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <glib.h>
+#include <optional>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -40,6 +43,29 @@ void addCommands(CLI::App& app, Session& session)
     addCleanCommand(app, session);
     addConvertCommand(app, session);
     addPrepareCommand(app, session);
+}
+
+void cleanUp(Session& session)
+{
+    // A signal to all of our group ends converters as well: that is no failure of their files.
+    session.standardError().fallSilent();
+    removeTemporaryFoldersForGood();
+    removePartsForGood();
+}
+
+/// Cleans up on a signal once a command that writes files is about to be read, while there is no
+/// other thread. Those that only read start sooner without.
+void cleanUpBehindWriters(
+    CLI::App& app, Session& session, std::optional<CleanUpOnSignal>& cleanUpOnSignal)
+{
+    constexpr std::array<std::string_view, 4> readers { "info", "atoms", "frames", "cache-name" };
+    for (CLI::App* const command : app.get_subcommands({})) {
+        if (std::ranges::find(readers, command->get_name()) != readers.end())
+            continue;
+        command->preparse_callback([&session, &cleanUpOnSignal](std::size_t) {
+            cleanUpOnSignal.emplace([&session] { cleanUp(session); });
+        });
+    }
 }
 
 void parse(CLI::App& app, std::vector<std::string> arguments)
@@ -92,16 +118,12 @@ int main(int argumentCount, char** arguments)
     std::signal(SIGXFSZ, SIG_IGN); // and so is a file that grows too long.
     std::signal(SIGCHLD, SIG_DFL); // How a converter ended would be lost.
     Session session;
-    CleanUpOnSignal const cleanUp([&session] {
-        // A signal to all of our group ends converters as well: that is no failure of their files.
-        session.standardError().fallSilent();
-        removeTemporaryFoldersForGood();
-        removePartsForGood();
-    });
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
     CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");
     addCommands(app, session);
+    std::optional<CleanUpOnSignal> cleanUpOnSignal; // Ends before the session.
+    cleanUpBehindWriters(app, session, cleanUpOnSignal);
     try {
         parse(app, literalArguments(argumentCount, arguments));
     } catch (CLI::ParseError const& error) {
