@@ -2,6 +2,7 @@
 // bytes in memory, and, with reading and writing the file, beside TagLib's save. `ratio` is the
 // time in such copies, measured in the same run.
 
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/core/KXMDFileMeta.h"
 #include "kxmd/platform/KXPlatform.h"
 

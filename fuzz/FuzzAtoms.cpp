@@ -2,7 +2,7 @@
 
 #include "FuzzTarget.h"
 
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 
 namespace {
 

@@ -3,10 +3,11 @@
 
 #include "FuzzTarget.h"
 
+#include "kxmd/base/KXMutableAbstractData.h"
+#include "kxmd/image/KXImage.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
-#include "kxmd/mp4/KXMP4Atom.h"
-#include "kxmd/mp4/KXMP4EditSafety.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "kxmd/mp4/safety/KXMP4EditSafety.h"
 
 #include <algorithm>
 

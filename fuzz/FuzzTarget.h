@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXLog.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -37,7 +37,7 @@ inline KXAbstractData::Ref mutableReader(std::uint8_t const* bytes, std::size_t 
 inline void silenceLog()
 {
     [[maybe_unused]] static bool const silenced = [] {
-        setLogSink(nullptr);
+        KXSetLogSink(nullptr);
         return true;
     }();
 }

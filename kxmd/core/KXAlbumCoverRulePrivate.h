@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXSize.h"
+#include "kxmd/base/KXSize.h"
 
 #include <algorithm>
 

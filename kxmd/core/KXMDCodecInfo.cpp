@@ -95,7 +95,7 @@ std::string hexadecimal(std::int32_t number)
     return digits.data();
 }
 
-std::string nameOfCodec(std::int32_t codec)
+std::string nameOfCodec(KXMDCodec codec)
 {
     std::string_view const name = nameOfNumber(codecNames, codec);
     return name.empty() ? "Unknown codec:" + std::to_string(codec) : std::string(name);
@@ -103,7 +103,7 @@ std::string nameOfCodec(std::int32_t codec)
 
 }
 
-std::string KXMDCodecInfo::nameOfProfileOfCodec(std::int32_t profile, std::int32_t codec)
+std::string KXMDCodecInfo::nameOfProfileOfCodec(std::int32_t profile, KXMDCodec codec)
 {
     auto const found = std::ranges::find(codecProfiles, codec, &CodecProfiles::codec);
     if (found == std::end(codecProfiles))

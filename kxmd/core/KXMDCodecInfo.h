@@ -1,13 +1,15 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXSize.h"
+#include "kxmd/base/KXByteLock.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXGuarded.h"
+#include "kxmd/base/KXSize.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-/// Codec numbers of a `KXMDCodecInfo`.
+/// Codecs, by the numbers that hosts keep for them.
 enum KXMDCodec : std::int32_t {
     KXMDCodecNone = 0,
     KXMDCodecMP3 = 1,
@@ -23,26 +25,27 @@ enum KXMDCodec : std::int32_t {
 /// The profile of a record whose profile was never set.
 constexpr std::int32_t KXMDProfileUnknown = 65535;
 
-/// Describes one audio or video stream of a file. A plain value: each copy has one user at a time.
+/// Describes one audio or video stream of a file. A plain value: each copy has one user at a time,
+/// but for the picture size, which is read and replaced as one unit.
 class KX_EXPORT KXMDCodecInfo {
 public:
     using List = std::vector<KXMDCodecInfo>;
 
-    /// `codec` A number of `KXMDCodec`; others are unknown codecs.
-    [[nodiscard]] std::int32_t codec() const { return _codec; }
-    /// `setCodec:` Sets the codec number.
-    void setCodec(std::int32_t codec) { _codec = codec; }
+    /// `codec` The codec; any other number stands for an unknown one.
+    [[nodiscard]] KXMDCodec codec() const { return _codec; }
+    /// `setCodec:` Sets the codec.
+    void setCodec(KXMDCodec codec) { _codec = codec; }
 
     /// `profile` The codec's own profile number: the audio object type of ISO/IEC 14496-3, the high
     /// half of the profile and level indication of ISO/IEC 14496-2, profile_idc of ISO/IEC 14496-10
     /// or the profile of H.263.
     [[nodiscard]] std::int32_t profile() const { return _profile; }
-    /// `setProfile:` Sets the profile number.
+    /// `setProfile:` Sets the codec's own profile number.
     void setProfile(std::int32_t profile) { _profile = profile; }
 
     /// `profileLevel` The codec's own level number; 30 is level 3.0 of AVC.
     [[nodiscard]] std::int32_t profileLevel() const { return _profileLevel; }
-    /// `setProfileLevel:` Sets the level number.
+    /// `setProfileLevel:` Sets the codec's own level number.
     void setProfileLevel(std::int32_t profileLevel) { _profileLevel = profileLevel; }
 
     /// `bitRate` The highest bit rate that the stream declares, in bits per second; 0 when it does
@@ -52,9 +55,9 @@ public:
     void setBitRate(double bitRate) { _bitRate = bitRate; }
 
     /// `videoSize` The picture size in pixels; 0 by 0 for audio.
-    [[nodiscard]] KXSize videoSize() const { return _videoSize; }
+    [[nodiscard]] KXSize videoSize() const { return _videoSize.load(); }
     /// `setVideoSize:` Sets the picture size in pixels.
-    void setVideoSize(KXSize videoSize) { _videoSize = videoSize; }
+    void setVideoSize(KXSize videoSize) { _videoSize.store(videoSize); }
 
     /// `videoFrameRate` Frames per second. The library never sets it.
     [[nodiscard]] double videoFrameRate() const { return _videoFrameRate; }
@@ -70,14 +73,14 @@ public:
     [[nodiscard]] std::string description() const;
 
     /// `nameOfProfile:ofCodec:` A profile's name; "None" for codecs without profiles.
-    [[nodiscard]] static std::string nameOfProfileOfCodec(std::int32_t profile, std::int32_t codec);
+    [[nodiscard]] static std::string nameOfProfileOfCodec(std::int32_t profile, KXMDCodec codec);
 
 private:
-    std::int32_t _codec { KXMDCodecNone };
+    KXMDCodec _codec { KXMDCodecNone };
     std::int32_t _profile { KXMDProfileUnknown };
     std::int32_t _profileLevel { 0 };
     double _bitRate { 0 };
-    KXSize _videoSize;
+    KXGuarded<KXSize, KXByteLock> _videoSize;
     double _videoFrameRate { 0 };
     std::int32_t _audioChannels { 0 };
 };

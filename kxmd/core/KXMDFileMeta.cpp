@@ -1,14 +1,20 @@
 #include "kxmd/core/KXMDFileMeta.h"
 
+#include "kxmd/image/KXPictureFormatPrivate.h"
+#include "kxmd/platform/KXPlatform.h"
+
 #include <algorithm>
+#include <array>
 
 namespace {
 
+/// Whether these bytes stand there; at most four.
 bool startsWith(KXAbstractData& data, std::uint64_t offset, std::string_view signature)
 {
-    std::optional<std::string> text;
+    std::array<char, 4> bytes;
     data.setOffset(offset);
-    return data.readStringTo(text, signature.size(), KXStringEncodingLatin1) && *text == signature;
+    return data.readBytesTo(reinterpret_cast<std::uint8_t*>(bytes.data()), signature.size())
+        && std::string_view(bytes.data(), signature.size()) == signature;
 }
 
 KXMDMetaType detectedType(KXAbstractData& data)
@@ -17,10 +23,7 @@ KXMDMetaType detectedType(KXAbstractData& data)
         return KXMDMetaTypeMP3;
     if (startsWith(data, 4, "ftyp") || startsWith(data, 4, "moov"))
         return KXMDMetaTypeMP4;
-    constexpr std::uint16_t startOfImage = 0xFFD8; // ITU-T T.81, table B.1.
-    data.setOffset(0);
-    return data.readUInt16OrZero(KXSwap::yes) == startOfImage ? KXMDMetaTypeJPEG
-                                                              : KXMDMetaTypeUnknown;
+    return startsWith(data, 0, signatureOfJPEG) ? KXMDMetaTypeJPEG : KXMDMetaTypeUnknown;
 }
 
 }
@@ -75,14 +78,33 @@ bool KXMDFileMeta::hasValidAlbumCover() const { return true; }
 
 bool KXMDFileMeta::canInsertAlbumCover() const { return false; }
 
+namespace {
+
+/// The size of the file of `meta` with a valid cover; the size of a new one is asked for only when
+/// it needs that.
+template <class CoverSize>
+std::uint64_t filesizeWithValidCover(KXMDFileMeta const& meta, CoverSize coverSize)
+{
+    if (meta.hasValidAlbumCover())
+        return meta.filesize();
+    return meta.filesize() - meta.albumCoverSizeForEmbeddedTags() + coverSize();
+}
+
+}
+
 std::uint64_t KXMDFileMeta::filesizeWithValidAlbumCover(ImageRef const& image)
 {
-    if (!_filesizeWithAlbumCover) {
-        _filesizeWithAlbumCover = _filesize;
-        if (!hasValidAlbumCover())
-            _filesizeWithAlbumCover
-                += albumCoverSizeForImage(image) - albumCoverSizeForEmbeddedTags();
-    }
+    if (!_filesizeWithAlbumCover)
+        _filesizeWithAlbumCover
+            = filesizeWithValidCover(*this, [&] { return albumCoverSizeForImage(image); });
+    return _filesizeWithAlbumCover;
+}
+
+std::uint64_t KXMDFileMeta::filesizeWithValidEncodedAlbumCover(KXData const& picture)
+{
+    if (!_filesizeWithAlbumCover)
+        _filesizeWithAlbumCover
+            = filesizeWithValidCover(*this, [&] { return albumCoverSizeForEncodedImage(picture); });
     return _filesizeWithAlbumCover;
 }
 
@@ -92,6 +114,23 @@ bool KXMDFileMeta::removeAlbumCoverFromData(KXMutableData::Ref const&) { return 
 
 bool KXMDFileMeta::addAlbumCoverToData(ImageRef const&, KXMutableData::Ref const&) { return false; }
 
+bool KXMDFileMeta::addEncodedAlbumCoverToData(KXData const&, KXMutableData::Ref const&)
+{
+    return false;
+}
+
 std::uint64_t KXMDFileMeta::albumCoverSizeForImage(ImageRef const&) const { return 0; }
 
+std::uint64_t KXMDFileMeta::albumCoverSizeForEncodedImage(KXData const&) const { return 0; }
+
 std::uint64_t KXMDFileMeta::albumCoverSizeForEmbeddedTags() const { return 0; }
+
+KXMDFileMeta::PlatformRef KXMDFileMeta::platform() const
+{
+    return _platform ? _platform : KXPlatform::shared();
+}
+
+KXData KXMDFileMeta::encodedAlbumCover(ImageRef const& image) const
+{
+    return image ? platform()->pictureLoader->jpgRepresentation(*image) : KXData();
+}

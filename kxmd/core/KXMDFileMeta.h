@@ -1,11 +1,11 @@
 #pragma once
 
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXByteLock.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXGuarded.h"
+#include "kxmd/base/KXObject.h"
 #include "kxmd/core/KXMDCodecInfo.h"
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXByteLock.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXGuarded.h"
-#include "kxmd/host/KXObject.h"
 
 #include <cstdint>
 #include <memory>
@@ -17,6 +17,7 @@
 
 class KXImage;
 class KXMP4Atom;
+struct KXPlatform;
 
 /// What kind of media a file is.
 enum KXMDMetaType : std::int32_t {
@@ -36,11 +37,12 @@ inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 ///
 /// Made by `fileMetaWithSourcePath:` or `fileMetaWithAbstractData:`, which choose the class by the
 /// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read
-/// from any thread, but for `filesizeWithValidAlbumCover:`, which keeps its answer.
+/// from any thread, but for the predicted size, which is kept.
 class KX_EXPORT KXMDFileMeta : public KXObject {
 public:
     using Ref = std::shared_ptr<KXMDFileMeta>;
     using ImageRef = std::shared_ptr<KXImage const>;
+    using PlatformRef = std::shared_ptr<KXPlatform const>;
 
     /// `fileMetaWithSourcePath:` The metadata of the file at `path`; never null.
     ///
@@ -52,6 +54,10 @@ public:
     /// parsed.
     [[nodiscard]] static Ref fileMetaWithAbstractData(KXAbstractData& data);
 
+    /// `fileMetaWithAnyAbstractData:` The same, but for what cannot be parsed an empty object that
+    /// knows the size; never null.
+    [[nodiscard]] static Ref fileMetaWithAnyAbstractData(KXAbstractData& data);
+
     /// `metaTypeForData:` The kind of media that `data` begins with. Leaves the reader at position
     /// 0.
     [[nodiscard]] static KXMDMetaType metaTypeForData(KXAbstractData& data);
@@ -62,27 +68,28 @@ public:
     virtual bool parseAbstractData(KXAbstractData& data);
 
     /// `clearMetadata` Forgets every tag.
-    void clearMetadata();
+    virtual void clearMetadata();
 
     /// `setMetadata:forKey:` Keeps `value` under `key`; does nothing without a value or with an
     /// empty key.
-    void setMetadataForKey(std::optional<std::string> value, std::string_view key);
+    virtual void setMetadataForKey(std::optional<std::string> value, std::string_view key);
 
     /// `metadataForKey:` The tag under `key`, or absent.
-    [[nodiscard]] std::optional<std::string> metadataForKey(std::string_view key) const;
+    [[nodiscard]] virtual std::optional<std::string> metadataForKey(std::string_view key) const;
 
     /// `metaType` The kind of media that this object stands for.
-    [[nodiscard]] std::int32_t metaType() const { return _metaType; }
+    [[nodiscard]] virtual KXMDMetaType metaType() const { return _metaType; }
     /// `setMetaType:` Sets the kind of media.
-    void setMetaType(std::int32_t metaType) { _metaType = metaType; }
+    virtual void setMetaType(KXMDMetaType metaType) { _metaType = metaType; }
 
     /// `filesize` The file's size in bytes when it was last parsed.
     [[nodiscard]] std::uint64_t filesize() const { return _filesize; }
 
-    /// `mp4Atom` The root of an MP4 file's atoms; null for other files.
-    [[nodiscard]] std::shared_ptr<KXMP4Atom> mp4Atom() const { return _mp4Atom.load(); }
+    /// `mp4Atom` The root of an MP4 file's atoms; null for other files. Read and replaced as one
+    /// unit.
+    [[nodiscard]] virtual std::shared_ptr<KXMP4Atom> mp4Atom() const { return _mp4Atom.load(); }
     /// `setMp4Atom:` Replaces the root of the atoms.
-    void setMp4Atom(std::shared_ptr<KXMP4Atom> atom) { _mp4Atom.store(std::move(atom)); }
+    virtual void setMp4Atom(std::shared_ptr<KXMP4Atom> atom) { _mp4Atom.store(std::move(atom)); }
 
     /// `containsVideo` Whether the file has a video track.
     [[nodiscard]] virtual bool containsVideo() const;
@@ -92,6 +99,14 @@ public:
 
     /// `audioCodecsInfo` One record for each sample description of each audio track, in file order.
     [[nodiscard]] virtual KXMDCodecInfo::List audioCodecsInfo() const;
+
+    // Album covers. They are embedded as JPEG; whoever needs one several times encodes it once and
+    // hands its bytes to the operations for encoded ones.
+
+    /// `setPlatform:` Sets whose picture library decodes and encodes covers. Without one it is that
+    /// of the process-wide platform, which is asked for when there is a cover to decode or encode
+    /// and never before.
+    void setPlatform(PlatformRef platform) { _platform = std::move(platform); }
 
     /// `hasValidAlbumCover` Whether the embedded covers are at least 200 by 200; true for files
     /// that cannot have one.
@@ -103,7 +118,10 @@ public:
     /// `filesizeWithValidAlbumCover:` The file's size in bytes once `image` is its cover, unless it
     /// has a valid one already. The first answer is kept for the object's life, whatever `image` is
     /// later.
-    [[nodiscard]] std::uint64_t filesizeWithValidAlbumCover(ImageRef const& image);
+    [[nodiscard]] virtual std::uint64_t filesizeWithValidAlbumCover(ImageRef const& image);
+
+    /// `filesizeWithValidEncodedAlbumCover:` The same for a JPEG file, with the same answer kept.
+    [[nodiscard]] virtual std::uint64_t filesizeWithValidEncodedAlbumCover(KXData const& picture);
 
     /// `albumCoverFromData:` The embedded cover of the file that `data` reads, or null.
     [[nodiscard]] virtual ImageRef albumCoverFromData(KXAbstractData& data) const;
@@ -118,26 +136,43 @@ public:
     /// False when that cannot be done; `data` may then have lost its old covers already.
     virtual bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data);
 
-    /// `albumCoverSizeForImage:` The bytes that `image` takes in the file as a cover.
+    /// `addEncodedAlbumCover:toData:` The same for a JPEG file, which is embedded as it is.
+    virtual bool addEncodedAlbumCoverToData(KXData const& picture, KXMutableData::Ref const& data);
+
+    /// `albumCoverSizeForImage:` The bytes that `image` takes in the file as a cover; 0 when it
+    /// cannot be one.
     [[nodiscard]] virtual std::uint64_t albumCoverSizeForImage(ImageRef const& image) const;
+
+    /// `albumCoverSizeForEncodedImage:` The same for a JPEG file.
+    [[nodiscard]] virtual std::uint64_t albumCoverSizeForEncodedImage(KXData const& picture) const;
 
     /// `albumCoverSizeForEmbeddedTags` The bytes that the embedded covers take, headers included.
     [[nodiscard]] virtual std::uint64_t albumCoverSizeForEmbeddedTags() const;
 
 protected:
+    /// `internalInit` The constructors: that of each class runs after its base's, and sets the kind
+    /// of media.
     KXMDFileMeta() = default;
 
     /// Keeps the size in bytes of the file that was parsed.
     void setFilesize(std::uint64_t filesize) { _filesize = filesize; }
 
+    /// What decodes and encodes covers.
+    [[nodiscard]] PlatformRef platform() const;
+
+    /// `image` as the JPEG file that is embedded; empty without an image and when it cannot be
+    /// encoded.
+    [[nodiscard]] KXData encodedAlbumCover(ImageRef const& image) const;
+
 private:
     using Dictionary = std::vector<std::pair<std::string, std::string>>; // A handful of entries.
 
     KXGuarded<Dictionary> _metadata;
-    std::int32_t _metaType { KXMDMetaTypeUnknown };
+    KXMDMetaType _metaType { KXMDMetaTypeUnknown };
     KXGuarded<std::shared_ptr<KXMP4Atom>, KXByteLock> _mp4Atom;
     std::uint64_t _filesize { 0 };
     std::uint64_t _filesizeWithAlbumCover { 0 }; // 0 until asked for.
+    PlatformRef _platform; // Null for the process-wide one.
 };
 
 /// The metadata of a file that is neither MP3 nor MP4, or that could not be read: its size alone.

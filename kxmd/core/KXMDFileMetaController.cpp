@@ -1,6 +1,6 @@
 #include "kxmd/core/KXMDFileMetaController.h"
 
-#include "kxmd/host/KXLog.h"
+#include "kxmd/base/KXLog.h"
 
 #include <utility>
 
@@ -9,10 +9,11 @@ namespace {
 /// What `controller` finds out about `file`. An empty object when that throws, for want of memory
 /// or from the host's file object: on the queue's thread nobody would catch it, and the handler
 /// waits.
-KXMDFileMeta::Ref anyFileMetaForFile(KXMDFileMetaController const& controller, KXDCFile const& file)
+KXMDFileMeta::Ref anyFileMetaForFile(
+    KXMDFileMetaController const& controller, KXDCFile::Ref const& file)
 {
     try {
-        return controller.fileMetaForFile(file);
+        return file ? controller.fileMetaForFile(*file) : std::make_shared<KXMDFileMetaEmpty>();
     } catch (...) {
         KXLog("Metadata", "KXMDFileMetaController->a file could not be read");
         return std::make_shared<KXMDFileMetaEmpty>();
@@ -21,14 +22,18 @@ KXMDFileMeta::Ref anyFileMetaForFile(KXMDFileMetaController const& controller, K
 
 }
 
-KXMDFileMetaController::KXMDFileMetaController()
-    : _fileMetaQueue("org.kxmd.filemetacontroller")
+KXMDFileMetaController::KXMDFileMetaController(KXMDFileMeta::PlatformRef platform)
+    : _platform(std::move(platform))
+    , _fileMetaQueue("org.kxmd.filemetacontroller")
 {
 }
 
-KXMDFileMetaController::Ref KXMDFileMetaController::create()
+KXMDFileMetaController::Ref KXMDFileMetaController::create() { return createWithPlatform(nullptr); }
+
+KXMDFileMetaController::Ref KXMDFileMetaController::createWithPlatform(
+    KXMDFileMeta::PlatformRef platform)
 {
-    return Ref(new KXMDFileMetaController());
+    return Ref(new KXMDFileMetaController(std::move(platform)));
 }
 
 KXMDFileMetaController::Ref const& KXMDFileMetaController::sharedController()
@@ -40,14 +45,16 @@ KXMDFileMetaController::Ref const& KXMDFileMetaController::sharedController()
 
 KXMDFileMeta::Ref KXMDFileMetaController::fileMetaForFile(KXDCFile const& file) const
 {
-    return KXMDFileMeta::fileMetaWithSourcePath(file.sourcePath());
+    auto meta = KXMDFileMeta::fileMetaWithSourcePath(file.sourcePath());
+    meta->setPlatform(_platform);
+    return meta;
 }
 
 void KXMDFileMetaController::fileMetaForFile(KXDCFile::Ref file, Handler handler)
 {
     _fileMetaQueue.async(
         [self = shared_from_this(), file = std::move(file), handler = std::move(handler)] {
-            auto meta = anyFileMetaForFile(*self, *file);
+            auto meta = anyFileMetaForFile(*self, file);
             if (handler)
                 handler(std::move(meta));
         });

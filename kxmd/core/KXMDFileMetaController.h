@@ -1,9 +1,9 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXSerialQueue.h"
 #include "kxmd/core/KXMDFileMeta.h"
 #include "kxmd/host/KXDCFile.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/platform/KXSerialQueue.h"
 
 #include <functional>
 #include <memory>
@@ -23,6 +23,10 @@ public:
     /// `init` A controller with a serial queue of its own.
     [[nodiscard]] static Ref create();
 
+    /// `initWithPlatform:` The same, whose objects decode and encode covers by the picture library
+    /// of `platform`; null as in `setPlatform:` of `KXMDFileMeta`.
+    [[nodiscard]] static Ref createWithPlatform(KXMDFileMeta::PlatformRef platform);
+
     /// `fileMetaForFile:` The metadata of the file at `file`'s source path, read on the calling
     /// thread; never null.
     [[nodiscard]] KXMDFileMeta::Ref fileMetaForFile(KXDCFile const& file) const;
@@ -32,7 +36,8 @@ public:
     /// itself.
     ///
     /// Requests are answered in order, also after the caller has let go of the controller. `file`
-    /// is kept until then; it is never null.
+    /// is kept until then; null is a file that cannot be read. When the system has no thread to
+    /// give, the handler is called before this returns.
     void fileMetaForFile(KXDCFile::Ref file, Handler handler);
 
     /// `mergeFileMeta:intoFile:` Stores the tags that `meta` has on `file` and names the file after
@@ -40,7 +45,8 @@ public:
     void mergeFileMetaIntoFile(KXMDFileMeta const& meta, KXDCFile& file) const;
 
 private:
-    KXMDFileMetaController();
+    explicit KXMDFileMetaController(KXMDFileMeta::PlatformRef platform);
 
+    KXMDFileMeta::PlatformRef const _platform; // Null for the process-wide one.
     KXSerialQueue _fileMetaQueue;
 };

@@ -28,15 +28,17 @@ KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAbstractData(KXAbstractData& data)
     return meta->parseAbstractData(data) ? meta : nullptr;
 }
 
+KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAnyAbstractData(KXAbstractData& data)
+{
+    if (Ref const meta = fileMetaWithAbstractData(data))
+        return meta;
+    auto const empty = std::make_shared<KXMDFileMetaEmpty>();
+    empty->parseAbstractData(data);
+    return empty;
+}
+
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithSourcePath(std::string const& path)
 {
     auto const data = KXAbstractData::abstractDataWithPath(path);
-    if (data) {
-        if (Ref const meta = fileMetaWithAbstractData(*data))
-            return meta;
-    }
-    auto const meta = std::make_shared<KXMDFileMetaEmpty>();
-    if (data)
-        meta->parseAbstractData(*data);
-    return meta;
+    return data ? fileMetaWithAnyAbstractData(*data) : std::make_shared<KXMDFileMetaEmpty>();
 }

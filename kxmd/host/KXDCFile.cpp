@@ -1,12 +1,12 @@
 #include "kxmd/host/KXDCFile.h"
 
-#include "kxmd/host/KXPath.h"
+#include "kxmd/base/KXPath.h"
 
 #include <utility>
 
 KXDCFile::~KXDCFile() = default;
 
-std::string_view textOfValue(KXDCValue const& value)
+std::string_view KXTextOfValue(KXDCValue const& value)
 {
     auto const* const text = std::get_if<std::string>(&value);
     return text ? std::string_view(*text) : std::string_view();
@@ -14,7 +14,7 @@ std::string_view textOfValue(KXDCValue const& value)
 
 KXDCSimpleFile::KXDCSimpleFile(std::string sourcePath)
     : _sourcePath(std::move(sourcePath))
-    , _name(lastPathComponent(_sourcePath))
+    , _name(KXLastPathComponent(_sourcePath))
 {
 }
 
@@ -27,8 +27,11 @@ KXDCValue KXDCSimpleFile::metadataForKey(std::string_view key) const
 
 void KXDCSimpleFile::setMetadataForKey(KXDCValue value, std::string_view key)
 {
+    std::string name(key);
     std::scoped_lock const lock(_mutex);
-    _metadata.insert_or_assign(std::string(key), std::move(value));
+    // What was there before leaves with `value`, after the lock: a host's object may ask this file
+    // while it is destroyed.
+    _metadata[std::move(name)].swap(value);
 }
 
 void KXDCSimpleFile::setName(std::string name)
@@ -37,7 +40,10 @@ void KXDCSimpleFile::setName(std::string name)
     _name = std::move(name);
 }
 
-std::string KXDCSimpleFile::filename() const { return std::string(lastPathComponent(_sourcePath)); }
+std::string KXDCSimpleFile::filename() const
+{
+    return std::string(KXLastPathComponent(_sourcePath));
+}
 
 std::string KXDCSimpleFile::name() const
 {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXObject.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXObject.h"
 
 #include <map>
 #include <memory>
@@ -14,7 +14,7 @@
 using KXDCValue = std::variant<std::monostate, std::string, std::shared_ptr<KXObject>>;
 
 /// `textOfValue:` The text that `value` holds, or an empty one. Valid as long as `value`.
-KX_EXPORT std::string_view textOfValue(KXDCValue const& value);
+KX_EXPORT std::string_view KXTextOfValue(KXDCValue const& value);
 
 /// The `fileKind` of a playlist.
 constexpr int KXDCFileKindPlaylist = 64;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXExport.h"
 #include "kxmd/host/KXDCFileProxy.h"
-#include "kxmd/host/KXExport.h"
 
 #include <cstdint>
 

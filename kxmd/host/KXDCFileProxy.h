@@ -1,7 +1,7 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
 #include "kxmd/host/KXDCFile.h"
-#include "kxmd/host/KXExport.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 
+#include "kxmd/base/KXLog.h"
 #include "kxmd/core/KXAlbumCoverRulePrivate.h"
-#include "kxmd/host/KXLog.h"
 
 #include <algorithm>
 #include <iterator>

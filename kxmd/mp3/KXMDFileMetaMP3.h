@@ -23,11 +23,14 @@ public:
 
     /// `id3Version` The tag's version: major version in the high byte, revision in the low one.
     [[nodiscard]] std::uint16_t id3Version() const { return _id3Version; }
-    /// `majorVersion` The version without its revision: a `KXID3Version`.
-    [[nodiscard]] std::uint16_t majorVersion() const { return _id3Version & 0xFF00; }
+    /// `majorVersion` The version without its revision.
+    [[nodiscard]] KXID3Version majorVersion() const
+    {
+        return static_cast<KXID3Version>(_id3Version & 0xFF00);
+    }
     /// `id3Flags` The flags of the tag's header.
     [[nodiscard]] std::uint8_t id3Flags() const { return _id3Flags; }
-    /// `headerSize` Bytes of the tag behind its 10-byte header.
+    /// `headerSize` Bytes of the tag after its 10-byte header.
     [[nodiscard]] std::uint32_t headerSize() const { return _headerSize; }
 
     /// `frames` The frames in file order, as they are now; never null.
@@ -59,11 +62,14 @@ public:
     /// highest at least 200 high; the two may be different covers.
     [[nodiscard]] bool hasValidAlbumCover() const override;
 
-    /// `canInsertAlbumCover` Whether the tag has a frame to insert in front of.
+    /// `canInsertAlbumCover` Whether the tag has a frame to insert one before.
     [[nodiscard]] bool canInsertAlbumCover() const override;
 
-    /// `albumCoverFromData:` The first embedded picture that decodes, of the file that `data` reads
-    /// and this object was parsed from.
+    /// `albumCoverFromData:` The embedded picture of the file that `data` reads and this object was
+    /// parsed from: the first front cover that decodes, else the first other picture that does.
+    ///
+    /// Pictures are found as the standards say, so also where `hasValidAlbumCover`, which keeps to
+    /// a simpler rule, measures none.
     [[nodiscard]] ImageRef albumCoverFromData(KXAbstractData& data) const override;
 
     /// `removeAlbumCoverFromData:` Removes all picture frames.
@@ -71,19 +77,23 @@ public:
     /// The object is then parsed from the edited bytes, as after `addAlbumCover:toData:`.
     bool removeAlbumCoverFromData(KXMutableData::Ref const& data) override;
 
-    /// `addAlbumCover:toData:` Inserts a picture frame in front of the tag's last frame, so a tag
+    /// `addAlbumCover:toData:` Inserts a picture frame before the tag's last frame, so a tag
     /// without frames cannot take one. Padding stays as it is.
     bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data) override;
+    bool addEncodedAlbumCoverToData(KXData const& picture, KXMutableData::Ref const& data) override;
 
     /// `albumCoverFrameDataForImage:` A whole picture frame of the tag's version with `image` as
     /// JPEG; empty without an image and for an unknown version.
     [[nodiscard]] KXData albumCoverFrameDataForImage(ImageRef const& image) const;
 
     [[nodiscard]] std::uint64_t albumCoverSizeForImage(ImageRef const& image) const override;
+    [[nodiscard]] std::uint64_t albumCoverSizeForEncodedImage(KXData const& picture) const override;
     [[nodiscard]] std::uint64_t albumCoverSizeForEmbeddedTags() const override;
 
 private:
     bool parseMutableData(KXMutableData::Ref const& data);
+    KXData albumCoverFrameWithJPEG(KXData const& picture) const;
+    KXData albumCoverFrameHead(std::uint64_t pictureLength) const;
     KXMDFileMetaMP3Frame::List albumCoverFrames() const;
     bool readHeader(KXAbstractData& data);
     void readFrames(KXAbstractData& data);

@@ -1,33 +1,25 @@
+#include "kxmd/base/KXByteBuilderPrivate.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
+#include "kxmd/mp3/KXMP3PicturePrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-void append(Bytes& bytes, std::string_view text)
+/// The size of a frame after its header, as the header of the version has it.
+void appendFrameSize(KXByteBuilder& bytes, std::uint32_t size, std::uint16_t version)
 {
-    bytes.insert(bytes.end(), text.begin(), text.end());
-}
-
-/// The size of a frame behind its header, as the header of the version has it.
-void appendFrameSize(Bytes& bytes, std::uint32_t size, std::uint16_t version)
-{
-    if (version == KXID3Version4) {
-        auto const syncSafe = std::bit_cast<std::array<std::uint8_t, 4>>(
-            KXMDFileMetaMP3Frame::sizeToSyncSafeSize(size));
-        bytes.insert(bytes.end(), syncSafe.begin(), syncSafe.end());
-        return;
-    }
-    for (int shift = version == KXID3Version2 ? 16 : 24; shift >= 0; shift -= 8)
-        bytes.push_back(static_cast<std::uint8_t>(size >> shift));
+    if (version == KXID3Version4)
+        bytes.appendBytes(std::bit_cast<std::array<std::uint8_t, 4>>(
+            KXMDFileMetaMP3Frame::sizeToSyncSafeSize(size)));
+    else
+        bytes.appendNumber(size, version == KXID3Version2 ? 3 : 4);
 }
 
 // How often a tag is read anew while its covers are removed. Once does for all but tags with frames
@@ -82,13 +74,22 @@ bool KXMDFileMetaMP3::parseMutableData(KXMutableData::Ref const& data)
 
 KXMDFileMeta::ImageRef KXMDFileMetaMP3::albumCoverFromData(KXAbstractData& data) const
 {
-    auto const loader = KXPlatform::shared()->pictureLoader;
+    auto const loader = platform()->pictureLoader;
+    auto const decoded = [&loader](KXMP3Picture const& picture) {
+        return loader->imageInData(*picture.data(), picture.data()->remainingLength(), {});
+    };
+    std::vector<KXMP3Picture> others; // Than front covers.
     for (auto const& frame : albumCoverFrames()) {
-        std::uint64_t const end = frame->offset() + frame->size();
-        if (!frame->pictureOffset() || end > data.length())
+        auto picture = KXMP3Picture::pictureOfFrame(*frame, data);
+        if (!picture)
             continue;
-        data.setOffset(frame->pictureOffset());
-        if (auto image = loader->imageInData(data, end - frame->pictureOffset(), {}))
+        if (!picture->isFrontCover())
+            others.push_back(std::move(*picture));
+        else if (auto image = decoded(*picture))
+            return image;
+    }
+    for (auto const& picture : others) {
+        if (auto image = decoded(picture))
             return image;
     }
     return nullptr;
@@ -96,7 +97,7 @@ KXMDFileMeta::ImageRef KXMDFileMetaMP3::albumCoverFromData(KXAbstractData& data)
 
 bool KXMDFileMetaMP3::removeAlbumCoverFromData(KXMutableData::Ref const& data)
 {
-    if (!parseMutableData(data))
+    if (!data || !parseMutableData(data))
         return false;
     int rounds = 0;
     for (auto covers = albumCoverFrames(); !covers.empty(); covers = albumCoverFrames()) {
@@ -113,44 +114,69 @@ bool KXMDFileMetaMP3::removeAlbumCoverFromData(KXMutableData::Ref const& data)
 
 bool KXMDFileMetaMP3::addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data)
 {
+    return addEncodedAlbumCoverToData(encodedAlbumCover(image), data);
+}
+
+bool KXMDFileMetaMP3::addEncodedAlbumCoverToData(
+    KXData const& picture, KXMutableData::Ref const& data)
+{
     if (!removeAlbumCoverFromData(data) || frames()->empty())
         return false;
-    auto const cover = albumCoverFrameDataForImage(image);
+    KXData const cover = albumCoverFrameWithJPEG(picture);
     return cover.length() && frames()->back()->insertBeforeSelfInMutableData(*data, cover.bytes())
         && parseMutableData(data);
 }
 
-/// ID3v2.2.0, 4.15; ID3v2.3.0, 4.15; ID3v2.4.0 frames, 4.14.
 KXData KXMDFileMetaMP3::albumCoverFrameDataForImage(ImageRef const& image) const
 {
-    if (!image || mimeJPEG().empty())
+    return albumCoverFrameWithJPEG(encodedAlbumCover(image));
+}
+
+KXData KXMDFileMetaMP3::albumCoverFrameWithJPEG(KXData const& picture) const
+{
+    KXData const head = albumCoverFrameHead(picture.length());
+    if (!head.length())
         return {};
-    auto const picture = KXPlatform::shared()->pictureLoader->jpgRepresentation(*image);
-    if (!picture.length())
+    KXByteBuilder frame(head.length() + picture.length());
+    frame.appendBytes(head.bytes());
+    frame.appendBytes(picture.bytes());
+    return frame.takeData();
+}
+
+/// What precedes a picture of so many bytes in its frame; empty for none and for an unknown
+/// version. ID3v2.2.0, 4.15; ID3v2.3.0, 4.15; ID3v2.4.0 frames, 4.14.
+KXData KXMDFileMetaMP3::albumCoverFrameHead(std::uint64_t pictureLength) const
+{
+    if (!pictureLength || mimeJPEG().empty())
         return {};
     bool const isShort = majorVersion() == KXID3Version2;
-    Bytes head { 0 }; // Text encoding: Latin-1.
-    append(head, mimeJPEG());
+    // Text encoding, format, picture type, description; two terminators, of which the three letters
+    // of the short format need none.
+    std::size_t const fieldsSize = 1 + mimeJPEG().size() + (isShort ? 0 : 1) + 1 + 1;
+    constexpr std::size_t longestHeader = 10;
+    KXByteBuilder head(longestHeader + fieldsSize);
+    head.appendText(albumCoverTag());
+    appendFrameSize(head, static_cast<std::uint32_t>(fieldsSize + pictureLength), majorVersion());
     if (!isShort)
-        head.push_back(0); // Ends the MIME type; the format of ID3v2.2 has three letters.
-    head.push_back(0); // Picture type: other. Deliberate: readers take it wherever it stands.
-    head.push_back(0); // No description.
-
-    Bytes frame;
-    frame.reserve(picture.length() + head.size() + 10);
-    append(frame, albumCoverTag());
-    auto const size = static_cast<std::uint32_t>(head.size() + picture.length());
-    appendFrameSize(frame, size, majorVersion());
+        head.appendNumber(0, 2); // Flags.
+    head.appendUInt8(0); // Text encoding: Latin-1.
+    head.appendText(mimeJPEG());
     if (!isShort)
-        frame.insert(frame.end(), 2, 0); // Flags.
-    frame.insert(frame.end(), head.begin(), head.end());
-    frame.insert(frame.end(), picture.bytes().begin(), picture.bytes().end());
-    return KXData(std::move(frame));
+        head.appendUInt8(0); // Ends the format.
+    head.appendUInt8(0); // Picture type: other. Deliberate: readers take it wherever it stands.
+    head.appendUInt8(0); // No description.
+    return head.takeData();
 }
 
 std::uint64_t KXMDFileMetaMP3::albumCoverSizeForImage(ImageRef const& image) const
 {
-    return albumCoverFrameDataForImage(image).length();
+    return albumCoverSizeForEncodedImage(encodedAlbumCover(image));
+}
+
+std::uint64_t KXMDFileMetaMP3::albumCoverSizeForEncodedImage(KXData const& picture) const
+{
+    KXData const head = albumCoverFrameHead(picture.length());
+    return head.length() ? head.length() + picture.length() : 0;
 }
 
 std::uint64_t KXMDFileMetaMP3::albumCoverSizeForEmbeddedTags() const

@@ -1,8 +1,8 @@
 #include "kxmd/mp3/KXMDFileMetaMP3Frame.h"
 
-#include "kxmd/host/KXCodeList.h"
-#include "kxmd/host/KXLog.h"
-#include "kxmd/platform/KXPictureSize.h"
+#include "kxmd/base/KXCodeListPrivate.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/image/KXPictureSizePrivate.h"
 
 #include <algorithm>
 #include <array>
@@ -74,7 +74,7 @@ KXMDFileMetaMP3Frame::Ref KXMDFileMetaMP3Frame::frameWithData(
 bool KXMDFileMetaMP3Frame::readHeader(KXAbstractData& data, std::uint16_t version)
 {
     _id3Version = version;
-    std::uint32_t const major = majorVersion();
+    KXID3Version const major = majorVersion();
     if (major != KXID3Version2 && major != KXID3Version3 && major != KXID3Version4)
         return false;
     std::optional<std::string> identifier;
@@ -119,7 +119,6 @@ void KXMDFileMetaMP3Frame::readPicture(KXAbstractData& data)
     std::uint64_t const end = _offset + _size;
     if (data.offset() >= end || end - data.offset() > _size)
         return;
-    _pictureOffset = data.offset();
     if (auto const size = sizeOfEncodedPictureInData(data, end - data.offset()))
         _albumCoverSize = *size;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXSize.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXSize.h"
 
 #include <cstdint>
 #include <memory>
@@ -85,12 +85,8 @@ public:
     /// `albumCoverSize` Size in pixels of a picture frame's picture; 0 by 0 for other frames and
     /// when it cannot be decoded.
     [[nodiscard]] KXSize albumCoverSize() const { return _albumCoverSize; }
-    /// `setAlbumCoverSize:` Sets the size of the picture.
+    /// `setAlbumCoverSize:` Sets the size of the picture, in pixels.
     void setAlbumCoverSize(KXSize size) { _albumCoverSize = size; }
-
-    /// `pictureOffset` Position in the file of a picture frame's picture, which reaches to the
-    /// frame's end; 0 for other frames and when there is none.
-    [[nodiscard]] std::uint64_t pictureOffset() const { return _pictureOffset; }
 
     // Edits, in a buffer with the whole file. The frames then describe how it was: parse the buffer
     // again before the next edit.
@@ -117,7 +113,7 @@ private:
     bool readHeader(KXAbstractData& data, std::uint16_t version);
     void readPicture(KXAbstractData& data);
     void readText(KXAbstractData& data);
-    std::uint32_t majorVersion() const { return _id3Version & 0xFF00; }
+    KXID3Version majorVersion() const { return static_cast<KXID3Version>(_id3Version & 0xFF00); }
 
     std::uint64_t _offset { 0 };
     std::uint64_t _size { 0 };
@@ -127,5 +123,4 @@ private:
     std::uint16_t _flags { 0 };
     std::uint32_t _id3Version { 0 };
     KXSize _albumCoverSize;
-    std::uint64_t _pictureOffset { 0 };
 };

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXExport.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 
 #include <cstdint>

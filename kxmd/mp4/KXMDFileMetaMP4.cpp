@@ -1,9 +1,9 @@
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 
 #include "kxmd/core/KXAlbumCoverRulePrivate.h"
-#include "kxmd/mp4/KXMP4AtomCovr.h"
-#include "kxmd/mp4/KXMP4AtomStsd.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
+#include "kxmd/mp4/atoms/KXMP4AtomCovr.h"
+#include "kxmd/mp4/atoms/KXMP4AtomStsd.h"
 
 #include <algorithm>
 #include <array>
@@ -97,7 +97,12 @@ bool KXMDFileMetaMP4::hasValidAlbumCover() const
     return rule.isMet();
 }
 
+bool KXMDFileMetaMP4::hasChunkOffsetTable() const
+{
+    return !atomsWithPath(chunkOffsetTablePath).empty();
+}
+
 bool KXMDFileMetaMP4::canInsertAlbumCover() const
 {
-    return !atomsWithPath(chunkOffsetTablePath).empty() && !atomsWithPath(tagListPath).empty();
+    return hasChunkOffsetTable() && !atomsWithPath(tagListPath).empty();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 
 /// The metadata of an MP4 or QuickTime file: the tags of its iTunes tag list, the codecs of its
 /// tracks, its album covers.
@@ -26,8 +26,6 @@ public:
 
     /// `albumCoverFromData:` The first embedded cover that decodes, of the file that `data` reads
     /// and this object was parsed from.
-    ///
-    /// The picture loader gets a cover's whole atom and finds the picture behind its headers.
     [[nodiscard]] ImageRef albumCoverFromData(KXAbstractData& data) const override;
 
     /// `removeAlbumCoverFromData:` Removes the covers one by one, the last first. False as well for
@@ -36,19 +34,22 @@ public:
     /// The object is then parsed from the edited bytes, as after `addAlbumCover:toData:`.
     bool removeAlbumCoverFromData(KXMutableData::Ref const& data) override;
 
-    /// `addAlbumCover:toData:` Inserts the cover in front of the tag list's last tag, so an empty
-    /// tag list cannot take one.
+    /// `addAlbumCover:toData:` Inserts the cover before the tag list's last tag, so an empty tag
+    /// list cannot take one.
     bool addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data) override;
+    bool addEncodedAlbumCoverToData(KXData const& picture, KXMutableData::Ref const& data) override;
 
     /// `albumCoverAtomDataForImage:` A whole cover atom with `image` as JPEG, as iTunes writes it;
     /// empty without an image.
     [[nodiscard]] KXData albumCoverAtomDataForImage(ImageRef const& image) const;
 
     [[nodiscard]] std::uint64_t albumCoverSizeForImage(ImageRef const& image) const override;
+    [[nodiscard]] std::uint64_t albumCoverSizeForEncodedImage(KXData const& picture) const override;
     [[nodiscard]] std::uint64_t albumCoverSizeForEmbeddedTags() const override;
 
 private:
     bool parseMutableData(KXMutableData::Ref const& data);
+    bool hasChunkOffsetTable() const;
     KXMP4Atom::List atomsWithPath(std::string_view path) const;
     KXMDCodecInfo::List codecsInfoOfTracks(KXMP4TrackType type) const;
 };

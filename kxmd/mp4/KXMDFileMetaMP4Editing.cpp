@@ -1,26 +1,10 @@
-#include "kxmd/host/KXLog.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
 #include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
+#include "kxmd/mp4/atoms/KXMP4TagValuePrivate.h"
 #include "kxmd/platform/KXPlatform.h"
-
-#include <utility>
-#include <vector>
-
-namespace {
-
-void appendUInt32(std::vector<std::uint8_t>& bytes, std::uint32_t value)
-{
-    for (int const shift : { 24, 16, 8, 0 })
-        bytes.push_back(static_cast<std::uint8_t>(value >> shift));
-}
-
-void appendText(std::vector<std::uint8_t>& bytes, std::string_view text)
-{
-    bytes.insert(bytes.end(), text.begin(), text.end());
-}
-
-}
 
 bool KXMDFileMetaMP4::parseMutableData(KXMutableData::Ref const& data)
 {
@@ -29,12 +13,13 @@ bool KXMDFileMetaMP4::parseMutableData(KXMutableData::Ref const& data)
 
 KXMDFileMeta::ImageRef KXMDFileMetaMP4::albumCoverFromData(KXAbstractData& data) const
 {
-    auto const loader = KXPlatform::shared()->pictureLoader;
+    auto const loader = platform()->pictureLoader;
     for (auto const& cover : atomsWithPath(coverPath)) {
         data.setOffset(cover->offset());
         if (cover->size() > data.remainingLength())
             continue;
-        if (auto image = loader->imageInData(data, cover->size(), {}))
+        std::uint64_t const length = skipCoverAtomHeaders(data, cover->size());
+        if (auto image = loader->imageInData(data, length, {}))
             return image;
     }
     return nullptr;
@@ -42,7 +27,7 @@ KXMDFileMeta::ImageRef KXMDFileMetaMP4::albumCoverFromData(KXAbstractData& data)
 
 bool KXMDFileMetaMP4::removeAlbumCoverFromData(KXMutableData::Ref const& data)
 {
-    if (!parseMutableData(data) || atomsWithPath(chunkOffsetTablePath).empty())
+    if (!data || !parseMutableData(data) || !hasChunkOffsetTable())
         return false;
     auto covers = atomsWithPath(coverPath);
     if (!canRemoveInGoodTime(covers.size(), *mp4Atom())) {
@@ -59,44 +44,40 @@ bool KXMDFileMetaMP4::removeAlbumCoverFromData(KXMutableData::Ref const& data)
 
 bool KXMDFileMetaMP4::addAlbumCoverToData(ImageRef const& image, KXMutableData::Ref const& data)
 {
-    if (!removeAlbumCoverFromData(data) || !image)
+    return addEncodedAlbumCoverToData(encodedAlbumCover(image), data);
+}
+
+bool KXMDFileMetaMP4::addEncodedAlbumCoverToData(
+    KXData const& picture, KXMutableData::Ref const& data)
+{
+    // The table is looked for again: a cover of a wrong size may have taken it along.
+    if (!removeAlbumCoverFromData(data) || !hasChunkOffsetTable() || !picture.length())
         return false;
     auto const tagLists = atomsWithPath(tagListPath);
     auto const tags = tagLists.empty() ? KXMP4Atom::List() : tagLists.back()->children();
-    auto const cover = albumCoverAtomDataForImage(image);
-    if (tags.empty() || !cover.length())
+    if (tags.empty())
         return false;
     // A chunk offset table that does not lie in the file makes this false, though the file can
     // still be parsed: its media would not be found.
+    KXData const cover = coverAtomWithJPEG(picture.bytes());
     bool const isInserted = tags.back()->insertBeforeSelfInMutableData(*data, cover.bytes());
     return parseMutableData(data) && isInserted;
 }
 
 KXData KXMDFileMetaMP4::albumCoverAtomDataForImage(ImageRef const& image) const
 {
-    if (!image)
-        return {};
-    auto const picture = KXPlatform::shared()->pictureLoader->jpgRepresentation(*image);
-    if (!picture.length())
-        return {};
-    constexpr std::uint32_t headersSize = 24, dataHeaderSize = 16;
-    constexpr std::uint32_t typeJPEG = 13;
-    auto const length = static_cast<std::uint32_t>(picture.length());
-    std::vector<std::uint8_t> atom;
-    atom.reserve(picture.length() + headersSize);
-    appendUInt32(atom, length + headersSize);
-    appendText(atom, "covr");
-    appendUInt32(atom, length + dataHeaderSize);
-    appendText(atom, "data");
-    appendUInt32(atom, typeJPEG); // Version 0 and the type.
-    appendUInt32(atom, 0); // Locale.
-    atom.insert(atom.end(), picture.bytes().begin(), picture.bytes().end());
-    return KXData(std::move(atom));
+    KXData const picture = encodedAlbumCover(image);
+    return picture.length() ? coverAtomWithJPEG(picture.bytes()) : KXData();
 }
 
 std::uint64_t KXMDFileMetaMP4::albumCoverSizeForImage(ImageRef const& image) const
 {
-    return albumCoverAtomDataForImage(image).length();
+    return albumCoverSizeForEncodedImage(encodedAlbumCover(image));
+}
+
+std::uint64_t KXMDFileMetaMP4::albumCoverSizeForEncodedImage(KXData const& picture) const
+{
+    return picture.length() ? coverAtomHeadersSize + picture.length() : 0;
 }
 
 std::uint64_t KXMDFileMetaMP4::albumCoverSizeForEmbeddedTags() const

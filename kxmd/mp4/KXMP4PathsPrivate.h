@@ -6,9 +6,3 @@
 inline constexpr std::string_view tagListPath = "moov/udta/meta/ilst";
 inline constexpr std::string_view coverPath = "moov/udta/meta/ilst/covr";
 inline constexpr std::string_view chunkOffsetTablePath = "moov/trak/mdia/minf/stbl/stco";
-
-// What cleaning a phone's video removes, in this order.
-inline constexpr std::string_view cleanedPaths[] {
-    "moov/udta",
-    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
-};

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXData.h"
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXMutableData.h"
 
 #include <cstdint>
 #include <optional>
@@ -26,6 +26,9 @@ public:
     /// `createFolderAtPath:` Makes a folder that only the user can look into, with any missing
     /// parent; false when there is none afterwards.
     virtual bool createFolderAtPath(std::string const& path) const = 0;
+
+    /// `removeEmptyFolderAtPath:` Removes the folder unless there is something in it.
+    virtual void removeEmptyFolderAtPath(std::string const& path) const = 0;
 
     /// `sizeOfFileAtPath:` The size in bytes; absent when there is no such file.
     [[nodiscard]] virtual std::optional<std::uint64_t> sizeOfFileAtPath(

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXSize.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXSize.h"
+#include "kxmd/image/KXImage.h"
 
 #include <string>
 #include <string_view>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXData.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXSize.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXData.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXSize.h"
+#include "kxmd/image/KXImage.h"
 
 #include <memory>
 

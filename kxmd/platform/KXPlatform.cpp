@@ -1,6 +1,6 @@
 #include "kxmd/platform/KXPlatform.h"
 
-#include "kxmd/host/KXGuarded.h"
+#include "kxmd/base/KXGuarded.h"
 
 #include <utility>
 

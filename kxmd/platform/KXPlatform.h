@@ -1,12 +1,12 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXQueue.h"
 #include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
 #include "kxmd/platform/KXMemoryPressure.h"
 #include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
-#include "kxmd/platform/KXQueue.h"
 #include "kxmd/platform/KXTaskRunner.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
 #include "kxmd/platform/KXTextDigest.h"

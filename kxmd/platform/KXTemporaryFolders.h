@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXExport.h"
 
 #include <string>
 #include <string_view>

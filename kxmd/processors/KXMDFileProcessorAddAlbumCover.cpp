@@ -1,7 +1,8 @@
 #include "kxmd/processors/KXMDFileProcessorAddAlbumCover.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 
+#include "kxmd/base/KXLog.h"
 #include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/host/KXLog.h"
 
 #include <utility>
 
@@ -9,9 +10,9 @@ namespace {
 
 constexpr KXSize coverSize { 256, 256 };
 
-std::shared_ptr<KXMDFileMeta> metaObjectOfFile(KXDCFile const& file)
+std::shared_ptr<KXMDFileMeta> metaObjectOfFile(KXDCFile::Ref const& file)
 {
-    auto const value = file.metadataForKey("FileMetaObject");
+    auto const value = file ? file->metadataForKey("FileMetaObject") : KXDCValue();
     auto const* const object = std::get_if<std::shared_ptr<KXObject>>(&value);
     return object ? std::dynamic_pointer_cast<KXMDFileMeta>(*object) : nullptr;
 }
@@ -39,12 +40,13 @@ KXAbstractData::Ref KXMDFileProcessorAddAlbumCover::processedFileDataForFileProx
             "album cover");
         return fileData;
     }
-    auto const thumbnail = _controller->thumbnailForFile(*fileProxy.file(), coverSize);
+    auto const file = fileProxy.file();
+    auto const thumbnail = file ? _controller->thumbnailForFile(*file, coverSize) : nullptr;
     auto const mutableReader = std::dynamic_pointer_cast<KXMutableAbstractData>(fileData);
     if (!thumbnail || !mutableReader)
         return fileData;
     auto const& data = mutableReader->mutableData();
-    if (!meta->addAlbumCoverToData(thumbnail, data))
+    if (!meta->addEncodedAlbumCoverToData(_controller->jpgRepresentationOfImage(thumbnail), data))
         return fileData;
     return KXMutableAbstractData::abstractDataWithData(data);
 }
@@ -53,9 +55,12 @@ std::uint64_t KXMDFileProcessorAddAlbumCover::processedFilesizeForFileProxy(
     KXDCFileProxy const& fileProxy, std::uint64_t filesize) const
 {
     auto const file = fileProxy.file();
-    auto const meta = metaObjectOfFile(*file);
+    auto const meta = metaObjectOfFile(file);
     if (!meta || !meta->canInsertAlbumCover())
         return filesize;
     auto const thumbnail = _controller->thumbnailForFile(*file, coverSize);
-    return thumbnail ? meta->filesizeWithValidAlbumCover(thumbnail) : filesize;
+    if (!thumbnail)
+        return filesize;
+    return meta->filesizeWithValidEncodedAlbumCover(
+        _controller->jpgRepresentationOfImage(thumbnail));
 }

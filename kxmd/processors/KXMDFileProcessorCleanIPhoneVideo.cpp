@@ -1,61 +1,53 @@
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 
-#include "kxmd/host/KXLog.h"
-#include "kxmd/host/KXPath.h"
-#include "kxmd/mp4/KXMP4Atom.h"
-#include "kxmd/mp4/KXMP4PathsPrivate.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXMutableAbstractData.h"
+#include "kxmd/base/KXPath.h"
 #include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "kxmd/mp4/safety/KXMP4EditSafety.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
 namespace {
 
-KXMP4Atom::List uselessAtoms(KXMP4Atom& root)
+// What is removed, in this order.
+constexpr std::string_view cleanedPaths[] {
+    "moov/udta",
+    "moov/trak/mdia/minf/stbl/stsd/mp4a/wave/mp4a",
+};
+
+KXMP4Atom::Ref treeOf(KXMutableData::Ref const& data)
+{
+    return KXMP4Atom::atomWithAbstractData(*KXMutableAbstractData::abstractDataWithData(data));
+}
+
+/// The atoms that are to be removed; absent, and logged, if they are too many.
+std::optional<KXMP4Atom::List> removableAtoms(KXMP4Atom& root)
 {
     KXMP4Atom::List atoms;
-    for (std::string_view const path : cleanedPaths) {
-        auto const found = root.allAtomsWithPath(path);
-        atoms.insert(atoms.end(), found.begin(), found.end());
-    }
-    return atoms;
-}
-
-/// How many useless atoms the file that `data` reads has; 0 if there are too many to remove.
-std::size_t countOfRemovableAtoms(KXAbstractData& data)
-{
-    auto const root = KXMP4Atom::atomWithAbstractData(data);
-    std::size_t const count = uselessAtoms(*root).size();
-    if (canRemoveInGoodTime(count, *root))
-        return count;
+    for (std::string_view const path : cleanedPaths)
+        std::ranges::move(root.allAtomsWithPath(path), std::back_inserter(atoms));
+    if (canRemoveInGoodTime(atoms.size(), root))
+        return atoms;
     KXLog("Metadata", "KXMDFileProcessorCleanIPhoneVideo->too much user data, none is removed");
-    return 0;
+    return std::nullopt;
 }
 
-/// Removes the first atom at `path` from the file in `data`; whether any bytes went.
-bool removeFirstAtomWithPath(std::string_view path, KXMutableData& data, KXAbstractData& reader)
+/// Removes the first atom at `path`; whether any bytes went.
+bool removeFirstAtomWithPath(std::string_view path, KXMutableData::Ref const& data)
 {
-    auto const root = KXMP4Atom::atomWithAbstractData(reader);
+    auto const root = treeOf(data);
     auto const atoms = root->allAtomsWithPath(path);
-    std::uint64_t const length = data.length();
+    std::uint64_t const length = data->length();
     // An offset that cannot be corrected is no reason to keep the atom, so the answer is not asked.
     if (!atoms.empty())
-        static_cast<void>(atoms.front()->removeSelfFromMutableData(data));
-    return data.length() != length; // One that is still there would be found again and again.
-}
-
-/// Removes the useless atoms, `count` of them, one after another; whether any bytes went. Sizes
-/// that contradict each other may bring up more, again and again; these stay.
-bool removeUselessAtoms(std::size_t count, KXMutableData::Ref const& data)
-{
-    std::uint64_t const length = data->length();
-    for (std::string_view const path : cleanedPaths) {
-        while (count
-            && removeFirstAtomWithPath(
-                path, *data, *KXMutableAbstractData::abstractDataWithData(data)))
-            --count;
-    }
-    return data->length() != length;
+        static_cast<void>(atoms.front()->removeSelfFromMutableData(*data));
+    return data->length() != length; // One that is still there would be found again and again.
 }
 
 }
@@ -72,37 +64,70 @@ KXAbstractData::Ref KXMDFileProcessorCleanIPhoneVideo::processedFileDataForPath(
     return KXAbstractData::abstractDataWithPath(copy.empty() ? path : copy);
 }
 
+bool KXMDFileProcessorCleanIPhoneVideo::cleanData(KXMutableData::Ref const& data)
+{
+    auto const atoms = data ? removableAtoms(*treeOf(data)) : std::nullopt;
+    if (!atoms)
+        return false;
+    // Sizes that contradict each other may bring up more atoms, again and again; these stay.
+    std::size_t left = atoms->size();
+    for (std::string_view const path : cleanedPaths) {
+        while (left && removeFirstAtomWithPath(path, data))
+            --left;
+    }
+    return !left;
+}
+
+std::optional<std::string> KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(
+    KXAbstractData& data)
+{
+    if (!removableAtoms(*KXMP4Atom::atomWithAbstractData(data)))
+        return "the file has too much user data";
+    return KXMP4EditSafety(data).reasonAgainstEdit(&cleanData);
+}
+
 /// Cleans the file into a temporary folder; empty when there is nothing to clean or no way to.
 std::string KXMDFileProcessorCleanIPhoneVideo::pathOfCleanedCopy(std::string const& path) const
 {
     auto const source = KXAbstractData::abstractDataWithPath(path);
-    std::size_t const count = source ? countOfRemovableAtoms(*source) : 0;
-    if (!count)
+    auto const atoms
+        = source ? removableAtoms(*KXMP4Atom::atomWithAbstractData(*source)) : std::nullopt;
+    if (!atoms || atoms->empty())
         return {};
-    auto const data = _platform->fileManager->mutableDataWithContentsOfFile(path);
-    if (!data || !removeUselessAtoms(count, data))
+    auto const& files = *_platform->fileManager;
+    auto const data = files.mutableDataWithContentsOfFile(path);
+    if (!data)
+        return {};
+    static_cast<void>(cleanData(data)); // What could be removed goes, if not all.
+    if (data->length() == source->length())
         return {};
     std::string const folder
         = _platform->temporaryFolders->applicationUniqueTempFolderWithPrefix("metadata-video");
     if (folder.empty())
         return {};
-    std::string copy = folder + '/' + std::string(lastPathComponent(path));
-    return _platform->fileManager->writeBytesToFile(data->bytes(), copy) ? copy : std::string();
+    std::string copy = folder + '/' + std::string(KXLastPathComponent(path));
+    if (files.writeBytesToFile(data->bytes(), copy))
+        return copy;
+    files.removeEmptyFolderAtPath(folder);
+    return {};
 }
 
 KXAbstractData::Ref KXMDFileProcessorCleanIPhoneVideo::processedFileDataForFileProxy(
     KXDCFileProxy const& fileProxy, KXAbstractData::Ref) const
 {
-    return processedFileDataForPath(fileProxy.file()->sourcePath());
+    auto const file = fileProxy.file();
+    return file ? processedFileDataForPath(file->sourcePath()) : nullptr;
 }
 
 std::uint64_t KXMDFileProcessorCleanIPhoneVideo::processedFilesizeForFileProxy(
     KXDCFileProxy const& fileProxy, std::uint64_t filesize) const
 {
-    auto const source = KXAbstractData::abstractDataWithPath(fileProxy.file()->sourcePath());
+    auto const file = fileProxy.file();
+    auto const source = file ? KXAbstractData::abstractDataWithPath(file->sourcePath()) : nullptr;
     if (!source)
         return filesize;
-    for (auto const& atom : uselessAtoms(*KXMP4Atom::atomWithAbstractData(*source)))
+    auto const atoms = removableAtoms(*KXMP4Atom::atomWithAbstractData(*source));
+    for (auto const& atom : atoms.value_or(KXMP4Atom::List()))
         filesize -= atom->size();
     return filesize;
 }

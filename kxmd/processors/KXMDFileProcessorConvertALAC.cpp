@@ -21,7 +21,7 @@ KXAbstractData::Ref KXMDFileProcessorConvertALAC::processedFileDataForFileProxy(
     KXDCFileProxy const& fileProxy, KXAbstractData::Ref) const
 {
     auto const file = fileProxy.file();
-    std::string const cachePath = pathToCacheForFile(*file);
+    std::string const cachePath = file ? pathToCacheForFile(*file) : std::string();
     if (cachePath.empty())
         return nullptr;
     auto const status = _platform->taskRunner->runToolAtPath("/usr/bin/afconvert",
@@ -32,7 +32,8 @@ KXAbstractData::Ref KXMDFileProcessorConvertALAC::processedFileDataForFileProxy(
 std::uint64_t KXMDFileProcessorConvertALAC::processedFilesizeForFileProxy(
     KXDCFileProxy const& fileProxy, std::uint64_t filesize) const
 {
-    std::string const cachePath = pathToCacheForFile(*fileProxy.file());
+    auto const file = fileProxy.file();
+    std::string const cachePath = file ? pathToCacheForFile(*file) : std::string();
     if (cachePath.empty())
         return filesize;
     return _platform->fileManager->sizeOfFileAtPath(cachePath).value_or(filesize);

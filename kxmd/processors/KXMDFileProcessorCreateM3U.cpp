@@ -1,6 +1,6 @@
 #include "kxmd/processors/KXMDFileProcessorCreateM3U.h"
 
-#include "kxmd/host/KXPath.h"
+#include "kxmd/base/KXPath.h"
 
 #include <string>
 
@@ -10,7 +10,7 @@ namespace {
 std::string lineForRelativePath(std::string_view relativePath)
 {
     std::string line = ".";
-    for (std::string_view const component : pathComponents(relativePath))
+    for (std::string_view const component : KXPathComponents(relativePath))
         line.append("\\").append(component);
     return line;
 }
@@ -20,15 +20,17 @@ std::string lineForRelativePath(std::string_view relativePath)
 KXAbstractData::Ref KXMDFileProcessorCreateM3U::createPlaylistDataForFileProxy(
     KXDCFileProxy const& fileProxy) const
 {
-    if (fileProxy.file()->fileKind() != KXDCFileKindPlaylist)
+    auto const file = fileProxy.file();
+    if (!file || file->fileKind() != KXDCFileKindPlaylist)
         return nullptr;
     std::string const playlistPath = fileProxy.targetPath();
-    std::string_view const folder = pathByDeletingLastPathComponent(playlistPath);
+    std::string_view const folder = KXPathByDeletingLastPathComponent(playlistPath);
     std::string text;
     for (auto const& member : fileProxy.collectionFileProxies()) {
-        if (member->file()->hasDRM())
+        auto const memberFile = member ? member->file() : nullptr;
+        if (!memberFile || memberFile->hasDRM())
             continue;
-        std::string const path = relativePathForRootFolder(member->targetPath(), folder);
+        std::string const path = KXRelativePathForRootFolder(member->targetPath(), folder);
         if (path.empty())
             continue;
         if (!text.empty())

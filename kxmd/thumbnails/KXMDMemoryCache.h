@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/image/KXImage.h"
 
 #include <cstddef>
 #include <list>

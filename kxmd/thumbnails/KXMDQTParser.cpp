@@ -1,8 +1,8 @@
 #include "kxmd/thumbnails/KXMDQTParser.h"
 
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/base/KXMemoryDataPrivate.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 
-#include <algorithm>
 #include <span>
 #include <vector>
 
@@ -12,33 +12,6 @@ constexpr std::size_t stepLength = 524'288; // Bytes that each attempt adds.
 constexpr int mostAttempts = 3;
 
 using Bytes = std::span<std::uint8_t const>;
-
-/// A reader over bytes that somebody else keeps in memory.
-class MemoryData final : public KXAbstractData {
-public:
-    explicit MemoryData(Bytes bytes)
-        : _bytes(bytes)
-    {
-        setWindow({ bytes.data(), 0, bytes.size() });
-    }
-
-    std::uint64_t length() const override { return _bytes.size(); }
-
-private:
-    std::uint8_t const* bytesAt(std::uint64_t position, std::size_t) override
-    {
-        return _bytes.data() + position;
-    }
-
-    std::uint64_t copyBytesAt(
-        std::uint64_t position, std::uint8_t* target, std::uint64_t count) override
-    {
-        std::copy_n(_bytes.data() + position, count, target);
-        return count;
-    }
-
-    Bytes const _bytes;
-};
 
 /// Reads the next step of `data` to the end of `buffer`; returns how many bytes it had.
 std::uint64_t appendStep(std::vector<std::uint8_t>& buffer, KXAbstractData& data)
@@ -71,7 +44,7 @@ double posterTimeInHeader(KXMP4Atom const& header, KXAbstractData& data)
 /// Where the movie says that its poster frame is, in seconds from the start; 0 if it does not say.
 double posterTimeOfMovie(Bytes bytes)
 {
-    MemoryData data(bytes); // Not the movie's reader, which is in use.
+    KXMemoryData data(bytes); // Not the movie's reader, which is in use.
     auto const headers = KXMP4Atom::atomWithAbstractData(data)->allAtomsWithPath("moov/mvhd");
     return headers.empty() ? 0 : posterTimeInHeader(*headers.front(), data);
 }
@@ -82,7 +55,7 @@ double posterTimeOfMovie(Bytes bytes)
 /// a movie. Wanted so.
 KXImage::Ref imageInStart(Bytes bytes, KXMovieLoader const& loader, bool& hadError)
 {
-    MemoryData data(bytes);
+    KXMemoryData data(bytes);
     auto const movie = loader.movieWithData(data);
     hadError = hadError || !movie;
     if (hadError)

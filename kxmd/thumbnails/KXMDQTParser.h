@@ -1,10 +1,10 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXByteLock.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXGuarded.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXByteLock.h"
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXGuarded.h"
+#include "kxmd/image/KXImage.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include <utility>

@@ -1,9 +1,8 @@
 #include "kxmd/thumbnails/KXMDThumbnailController.h"
 
-#include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/host/KXLog.h"
-#include "kxmd/host/KXPath.h"
-#include "kxmd/thumbnails/KXMDCacheName.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXPath.h"
+#include "kxmd/thumbnails/KXMDCacheNamePrivate.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -12,32 +11,11 @@
 namespace {
 
 constexpr std::size_t compositeTiles = 4;
-constexpr std::string_view thumbnailPathKey = "ThumbnailPath";
 
-std::string textForKey(KXDCFile const& file, std::string_view key)
+/// Whether a list of files holds null where a file is asked for.
+bool holdsNull(KXMDThumbnailController::Files const& files)
 {
-    return std::string(textOfValue(file.metadataForKey(key)));
-}
-
-/// What the picture that stands for a file is named after: all tracks of an album by one artist
-/// after these two.
-std::string keyOfFile(KXDCFile const& file)
-{
-    if (auto path = textForKey(file, thumbnailPathKey); !path.empty())
-        return path;
-    std::string artist = textForKey(file, KXMDMetadataKeyAlbumArtist);
-    if (artist.empty())
-        artist = textForKey(file, KXMDMetadataKeyArtist);
-    std::string const album = textForKey(file, KXMDMetadataKeyAlbum);
-    return artist.empty() || album.empty() ? file.sourcePath() : artist + '_' + album;
-}
-
-/// What stands behind the last full stop of a file's name; empty without one.
-std::string_view extensionOf(std::string_view filename)
-{
-    std::string_view const name = lastPathComponent(filename);
-    std::size_t const stop = name.rfind('.');
-    return stop == std::string_view::npos ? std::string_view() : name.substr(stop + 1);
+    return std::ranges::find(files, nullptr) != files.end();
 }
 
 }
@@ -66,12 +44,12 @@ KXMDThumbnailController::Ref const& KXMDThumbnailController::sharedController()
 
 std::string KXMDThumbnailController::cacheNameForPath(std::string_view path, KXSize size) const
 {
-    return ::cacheNameForPath(path, size, *_platform->textDigest);
+    return cacheNameForKey(path, size, *_platform->textDigest);
 }
 
 std::string KXMDThumbnailController::cacheNameForFile(KXDCFile const& file, KXSize size) const
 {
-    std::string const key = keyOfFile(file);
+    std::string const key = cacheKeyOfFile(file);
     return key.empty() ? std::string() : cacheNameForPath(key, size);
 }
 
@@ -108,7 +86,7 @@ KXMDThumbnailController::CompositeChoice KXMDThumbnailController::chooseForCompo
 std::string KXMDThumbnailController::cacheNameForCompositeFiles(
     Files const& files, KXSize size) const
 {
-    return chooseForComposite(files, size).cacheName();
+    return holdsNull(files) ? std::string() : chooseForComposite(files, size).cacheName();
 }
 
 std::string KXMDThumbnailController::iconTypeForFile(KXDCFile const& file) const
@@ -118,7 +96,7 @@ std::string KXMDThumbnailController::iconTypeForFile(KXDCFile const& file) const
     if (file.fileKind() == KXDCFileKindPlaylist)
         return "m3u";
     std::string const filename = file.filename();
-    std::string_view const extension = extensionOf(filename);
+    std::string_view const extension = KXPathExtension(filename);
     return std::string(extension.empty() ? KXIconProvider::documentType : extension);
 }
 
@@ -154,7 +132,7 @@ void KXMDThumbnailController::observeMemoryPressure()
 
 KXImage::Ref KXMDThumbnailController::scaleImage(KXImage::Ref const& image, KXSize size) const
 {
-    if (image->size() == size)
+    if (!image || image->size() == size)
         return image;
     auto const scaled = KXImage::imageWithSize(size);
     if (!scaled)
@@ -195,16 +173,28 @@ KXImage::Ref KXMDThumbnailController::thumbnailForFile(KXDCFile const& file, KXS
     std::string const cacheName = cacheNameForFile(file, size);
     if (auto cached = imageForCacheName(cacheName))
         return cached;
-    if (auto const path = textForKey(file, thumbnailPathKey); !path.empty()) {
+    if (auto const path = thumbnailPathOfFile(file); !path.empty()) {
         auto image = imageFromThumbnailPath(path, size);
         setImageForCacheName(image, cacheName);
         if (image)
             return image;
     }
     // Cached under the name of the path, not of the album: each track shows its own picture until
-    // something is stored under the album's name. Wanted so.
+    // something is stored under the album's name. Deliberate: tracks may have covers of their own.
     std::string const path = file.sourcePath();
     return path.empty() ? nullptr : thumbnailForPath(path, size);
+}
+
+KXData KXMDThumbnailController::jpgRepresentationOfImage(KXImage::Ref const& image)
+{
+    if (!image)
+        return {};
+    KXData jpg = _encodedPictures.lock()->jpgOfImage(image);
+    if (!jpg.length()) {
+        jpg = _platform->pictureLoader->jpgRepresentation(*image);
+        _encodedPictures.lock()->setJPGOfImage(jpg, image);
+    }
+    return jpg;
 }
 
 void KXMDThumbnailController::setThumbnailForPath(
@@ -238,6 +228,8 @@ KXImage::Ref KXMDThumbnailController::tiledImageOfFiles(
 
 KXImage::Ref KXMDThumbnailController::compositeThumbnailForFiles(Files const& files, KXSize size)
 {
+    if (holdsNull(files))
+        return nullptr;
     auto const choice = chooseForComposite(files, size);
     std::string const cacheName = choice.cacheName();
     if (auto cached = imageForCacheName(cacheName))
@@ -304,7 +296,7 @@ KXImage::Ref KXMDThumbnailController::cachedImageOrProduce(
 KXImage::Ref KXMDThumbnailController::thumbnailForFile(
     KXDCFile::Ref file, KXSize size, Handler handler)
 {
-    std::string const cacheName = cacheNameForFile(*file, size);
+    std::string const cacheName = file ? cacheNameForFile(*file, size) : std::string();
     return cachedImageOrProduce(
         cacheName, [this, file, size] { return thumbnailForFile(*file, size); },
         std::move(handler));
@@ -330,7 +322,7 @@ KXImage::Ref KXMDThumbnailController::compositeThumbnailForFiles(
 
 KXImage::Ref KXMDThumbnailController::iconForFile(KXDCFile::Ref file, KXSize size, Handler handler)
 {
-    std::string const cacheName = cacheNameForIcon(*file, size);
+    std::string const cacheName = file ? cacheNameForIcon(*file, size) : std::string();
     return cachedImageOrProduce(
         cacheName, [this, file, size] { return iconForFile(*file, size); }, std::move(handler));
 }

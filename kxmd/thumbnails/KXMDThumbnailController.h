@@ -1,12 +1,13 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXGuarded.h"
+#include "kxmd/base/KXSerialQueue.h"
+#include "kxmd/base/KXSize.h"
 #include "kxmd/host/KXDCFile.h"
-#include "kxmd/host/KXExport.h"
-#include "kxmd/host/KXGuarded.h"
-#include "kxmd/host/KXSize.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/image/KXImage.h"
 #include "kxmd/platform/KXPlatform.h"
-#include "kxmd/platform/KXSerialQueue.h"
+#include "kxmd/thumbnails/KXMDEncodedPictures.h"
 #include "kxmd/thumbnails/KXMDMemoryCache.h"
 
 #include <functional>
@@ -51,7 +52,8 @@ public:
 
     /// `thumbnailForFile:size:handler:` The cached picture at once, and `handler` is not called; or
     /// null, and the picture is made on the controller's queue and handed to `handler` on the main
-    /// queue, exactly once. A file without a cache name gives null, and `handler` is never called.
+    /// queue, exactly once. A file without a cache name, or no file, gives null, and `handler` is
+    /// never called.
     [[nodiscard]] KXImage::Ref thumbnailForFile(KXDCFile::Ref file, KXSize size, Handler handler);
 
     /// `thumbnailForPath:size:` The picture of the file at `path`, as above.
@@ -72,13 +74,13 @@ public:
     /// `compositeThumbnailForFiles:size:` Four different pictures in the quarters of one, the first
     /// at the bottom left, the second beside it; of fewer different files the first one's picture.
     ///
-    /// A file whose picture cannot be made leaves its quarter transparent. Throws
-    /// `std::out_of_range` for an empty list and `std::invalid_argument` for a file without a cache
-    /// name.
+    /// A file whose picture cannot be made leaves its quarter transparent. Null for a list that
+    /// holds null. Throws `std::out_of_range` for an empty list and `std::invalid_argument` for a
+    /// file without a cache name.
     [[nodiscard]] KXImage::Ref compositeThumbnailForFiles(Files const& files, KXSize size);
 
     /// `compositeThumbnailForFiles:size:handler:` As `thumbnailForFile:size:handler:`; null and no
-    /// call for an empty list. Throws for a file without a cache name.
+    /// call for an empty list and for one that holds null. Throws for a file without a cache name.
     [[nodiscard]] KXImage::Ref compositeThumbnailForFiles(
         Files files, KXSize size, Handler handler);
 
@@ -100,7 +102,8 @@ public:
     [[nodiscard]] std::string cacheNameForPath(std::string_view path, KXSize size) const;
 
     /// `cacheNameForCompositeFiles:size:` The name of the files' composite; empty for an empty
-    /// list. Throws `std::invalid_argument` for a file without a cache name.
+    /// list and for one that holds null. Throws `std::invalid_argument` for a file without a cache
+    /// name.
     [[nodiscard]] std::string cacheNameForCompositeFiles(Files const& files, KXSize size) const;
 
     /// `cacheNameForIcon:size:` The name of the icon of the file's type.
@@ -113,8 +116,17 @@ public:
     void setImageForCacheName(KXImage::Ref image, std::string const& cacheName);
 
     /// `scaleImage:size:` The largest centred square of `image`, stretched to exactly `size`;
-    /// `image` itself when it has that size. Null for a size that no picture can have.
+    /// `image` itself when it has that size. Null without an image and for a size that no picture
+    /// can have.
     [[nodiscard]] KXImage::Ref scaleImage(KXImage::Ref const& image, KXSize size) const;
+
+    /// `jpgRepresentationOfImage:` `image` as a JPEG file, encoded once for as long as it lives:
+    /// tracks that share a thumbnail share its file. Empty without an image and when it cannot be
+    /// encoded.
+    [[nodiscard]] KXData jpgRepresentationOfImage(KXImage::Ref const& image);
+
+    /// `platform` What the controller works by; never null.
+    [[nodiscard]] KXPlatform::Ref const& platform() const { return _platform; }
 
 private:
     /// The first four files of a list with different pictures.
@@ -135,6 +147,7 @@ private:
 
     KXPlatform::Ref const _platform;
     KXGuarded<KXMDMemoryCache> _memoryCache;
+    KXGuarded<KXMDEncodedPictures> _encodedPictures;
     std::once_flag _firstStore;
     KXMemoryPressure::Registration _memoryPressure;
     KXSerialQueue _thumbnailCacheQueue;

@@ -2,15 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <map>
 #include <string_view>
+#include <thread>
 
 namespace {
 
 using Names = std::map<std::int32_t, std::string_view>;
 
-KXMDCodecInfo record(std::int32_t codec, std::int32_t profile, std::int32_t level)
+KXMDCodecInfo record(KXMDCodec codec, std::int32_t profile, std::int32_t level)
 {
     KXMDCodecInfo info;
     info.setCodec(codec);
@@ -20,7 +22,7 @@ KXMDCodecInfo record(std::int32_t codec, std::int32_t profile, std::int32_t leve
 }
 
 /// Every profile number from -1 to 300 has the name in `names`, or else none.
-void expectProfileNames(std::int32_t codec, Names const& names, std::string_view unknown)
+void expectProfileNames(KXMDCodec codec, Names const& names, std::string_view unknown)
 {
     for (std::int32_t profile = -1; profile <= 300; ++profile) {
         char hexadecimal[16];
@@ -115,7 +117,7 @@ TEST(KXMDCodecInfo, NamesEveryCodec)
         { -1, "Unknown codec:-1" },
     };
     for (auto const& [codec, name] : names) {
-        std::string const description = record(codec, 0, 0).description();
+        std::string const description = record(static_cast<KXMDCodec>(codec), 0, 0).description();
         EXPECT_EQ(description.substr(0, description.find('/')), "Codec: " + std::string(name));
     }
 }
@@ -128,7 +130,8 @@ TEST(KXMDCodecInfo, ShowsNegativeLevelsWithTheirSign)
 
 TEST(KXMDCodecInfo, NamesProfilesOfNoOtherCodec)
 {
-    for (std::int32_t const codec : { 0, 1, 2, 3, 4, 9, -1, 65535 }) {
+    for (std::int32_t const number : { 0, 1, 2, 3, 4, 9, -1, 65535 }) {
+        auto const codec = static_cast<KXMDCodec>(number);
         for (std::int32_t const profile : { 0, 2, 77, 65535 })
             EXPECT_EQ(KXMDCodecInfo::nameOfProfileOfCodec(profile, codec), "None") << codec;
     }
@@ -192,4 +195,30 @@ TEST(KXMDCodecInfo, NamesProfilesOfAVC)
 TEST(KXMDCodecInfo, NamesProfilesOfH263)
 {
     expectProfileNames(KXMDCodecH263, { { 0, "H263 Baseline" } }, "Unknown H263 profile:");
+}
+
+TEST(KXMDCodecInfo, PictureSizeIsReadAndReplacedAsOneUnit)
+{
+    KXMDCodecInfo info;
+    std::atomic<bool> isOver { false };
+    std::jthread const writer([&] {
+        for (int i = 0; i < 200'000; ++i)
+            info.setVideoSize(i % 2 ? KXSize { 1, 1 } : KXSize { 2, 2 });
+        isOver = true;
+    });
+    while (!isOver) {
+        KXSize const size = info.videoSize();
+        ASSERT_EQ(size.width, size.height);
+    }
+}
+
+TEST(KXMDCodecInfo, CopiesHaveASizeOfTheirOwn)
+{
+    KXMDCodecInfo info;
+    info.setVideoSize({ 3, 4 });
+    KXMDCodecInfo copy = info;
+    copy.setVideoSize({ 5, 6 });
+    EXPECT_EQ(info.videoSize(), (KXSize { 3, 4 }));
+    info = copy;
+    EXPECT_EQ(info.videoSize(), (KXSize { 5, 6 }));
 }

@@ -1,7 +1,10 @@
 #include "kxmd/core/KXMDFileMetaController.h"
 
+#include "support/Fakes.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
+#include "support/NoThreads.h"
+#include "support/Pictures.h"
 
 #include <gmock/gmock.h>
 
@@ -31,7 +34,7 @@ public:
     KXDCValue metadataForKey(std::string_view) const override { return {}; }
     void setMetadataForKey(KXDCValue value, std::string_view key) override
     {
-        _calls.push_back(std::string(key) + " = " + std::string(textOfValue(value)));
+        _calls.push_back(std::string(key) + " = " + std::string(KXTextOfValue(value)));
     }
     void setName(std::string name) override { _calls.push_back("setName: " + name); }
     int fileKind() const override { return 0; }
@@ -265,6 +268,15 @@ TEST(KXMDFileMetaController, MergeSetsAllTagsInTheirOrder)
             "setName: Blue"));
 }
 
+TEST(KXMDFileMetaController, MergeTakesAnEmptyTitleAsItIs)
+{
+    KXMDFileMetaEmpty meta;
+    meta.setMetadataForKey("", "Name");
+    RecordingFile file;
+    KXMDFileMetaController::create()->mergeFileMetaIntoFile(meta, file);
+    EXPECT_THAT(file.calls(), ElementsAre("Name = ", "setName: "));
+}
+
 TEST(KXMDFileMetaController, MergeLeavesOtherEntriesOfTheFile)
 {
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(
@@ -273,7 +285,46 @@ TEST(KXMDFileMetaController, MergeLeavesOtherEntriesOfTheFile)
     file.setMetadataForKey("Sea", "Album");
     file.setMetadataForKey("old", "Artist");
     KXMDFileMetaController::create()->mergeFileMetaIntoFile(*meta, file);
-    EXPECT_EQ(textOfValue(file.metadataForKey("Album")), "Sea");
-    EXPECT_EQ(textOfValue(file.metadataForKey("Artist")), "Ann");
+    EXPECT_EQ(KXTextOfValue(file.metadataForKey("Album")), "Sea");
+    EXPECT_EQ(KXTextOfValue(file.metadataForKey("Artist")), "Ann");
     EXPECT_EQ(file.name(), "01.mp3");
+}
+
+TEST(KXMDFileMetaController, WithoutAThreadTheHandlerIsCalledOnceBeforeTheRequestReturns)
+{
+    LogCapture const log;
+    TemporaryFolder const folder;
+    NoThreads const noThreads;
+    auto controller = KXMDFileMetaController::create();
+    std::weak_ptr<KXMDFileMetaController> const alive = controller;
+    std::vector<std::uint64_t> sizes;
+    controller->fileMetaForFile(fileAt(folder.write("file", zeros(5))),
+        [&sizes](KXMDFileMeta::Ref const& meta) { sizes.push_back(meta->filesize()); });
+    EXPECT_THAT(sizes, ElementsAre(5u));
+    controller.reset(); // No work that waits for a thread keeps it.
+    EXPECT_TRUE(alive.expired());
+}
+
+TEST(KXMDFileMetaController, NoFileIsAFileThatCannotBeRead)
+{
+    auto const controller = KXMDFileMetaController::create();
+    std::promise<KXMDFileMeta::Ref> answer;
+    controller->fileMetaForFile(
+        nullptr, [&](KXMDFileMeta::Ref meta) { answer.set_value(std::move(meta)); });
+    auto const meta = answer.get_future().get();
+    ASSERT_TRUE(meta);
+    EXPECT_EQ(meta->metaType(), KXMDMetaTypeUnknown);
+    EXPECT_EQ(meta->filesize(), 0u);
+}
+
+TEST(KXMDFileMetaController, HandsItsPlatformToTheObjectsThatItMakes)
+{
+    TemporaryFolder const folder;
+    FakeMachine const machine;
+    machine.pictureLoader->setJPGRepresentation(KXData(zeros(70)));
+    auto const file
+        = fileAt(folder.write("a.mp3", tag(ID3::v23, textFrame(ID3::v23, "TALB", "Sea"))));
+    auto const controller = KXMDFileMetaController::createWithPlatform(machine.platform());
+    auto const meta = controller->fileMetaForFile(*file);
+    EXPECT_EQ(meta->albumCoverSizeForImage(pictures::solid(1, 1, pictures::red)), 24u + 70);
 }

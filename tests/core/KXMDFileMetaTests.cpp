@@ -2,7 +2,7 @@
 
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
@@ -199,7 +199,7 @@ TEST(KXMDFileMeta, BaseParsesAnythingAndKeepsTheLength)
 TEST(KXMDFileMeta, TypeAndAtomAreKeptAsSet)
 {
     BaseMeta meta;
-    meta.setMetaType(7);
+    meta.setMetaType(static_cast<KXMDMetaType>(7));
     EXPECT_EQ(meta.metaType(), 7);
     std::shared_ptr<KXMP4Atom> const atom = KXMP4Atom::atomWithAbstractData(*reader(ftyp()));
     ASSERT_TRUE(atom);

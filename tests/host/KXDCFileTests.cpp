@@ -40,13 +40,13 @@ TEST(KXDCSimpleFile, KeepsValuesByKey)
     auto const note = std::make_shared<Note>();
     file.setMetadataForKey("Blue", "Name");
     file.setMetadataForKey(note, "FileMetaObject");
-    EXPECT_EQ(textOfValue(file.metadataForKey("Name")), "Blue");
+    EXPECT_EQ(KXTextOfValue(file.metadataForKey("Name")), "Blue");
     EXPECT_EQ(std::get<std::shared_ptr<KXObject>>(file.metadataForKey("FileMetaObject")), note);
 
     file.setMetadataForKey("Red", "Name");
-    EXPECT_EQ(textOfValue(file.metadataForKey("Name")), "Red");
+    EXPECT_EQ(KXTextOfValue(file.metadataForKey("Name")), "Red");
     file.setMetadataForKey({}, "Name");
-    EXPECT_EQ(textOfValue(file.metadataForKey("Name")), "");
+    EXPECT_EQ(KXTextOfValue(file.metadataForKey("Name")), "");
     EXPECT_TRUE(std::holds_alternative<std::monostate>(file.metadataForKey("name")));
 }
 
@@ -80,17 +80,17 @@ TEST(KXDCSimpleFile, ValuesMayBeUsedOnSeveralThreads)
     });
     for (int i = 0; i < 2000; ++i) {
         KXDCValue const value = file.metadataForKey("Name");
-        ASSERT_THAT(textOfValue(value), testing::AnyOf("", "odd", "even"));
+        ASSERT_THAT(KXTextOfValue(value), testing::AnyOf("", "odd", "even"));
         ASSERT_THAT(file.name(), testing::AnyOf("a", "odd", "even"));
     }
 }
 
 TEST(KXDCValue, HoldsNoTextUnlessItIsOne)
 {
-    EXPECT_EQ(textOfValue({}), "");
-    EXPECT_EQ(textOfValue(std::shared_ptr<KXObject>(std::make_shared<Note>())), "");
+    EXPECT_EQ(KXTextOfValue({}), "");
+    EXPECT_EQ(KXTextOfValue(std::shared_ptr<KXObject>(std::make_shared<Note>())), "");
     KXDCValue const value("text");
-    EXPECT_EQ(textOfValue(value), "text");
+    EXPECT_EQ(KXTextOfValue(value), "text");
 }
 
 TEST(KXDCSimpleFileProxy, HoldsFileTargetAndMembersInOrder)
@@ -105,4 +105,32 @@ TEST(KXDCSimpleFileProxy, HoldsFileTargetAndMembersInOrder)
     EXPECT_EQ(proxy.targetPath(), "Playlists/list.m3u");
     EXPECT_THAT(proxy.collectionFileProxies(), ElementsAre(first, second));
     EXPECT_TRUE(first->collectionFileProxies().empty());
+}
+
+namespace {
+
+/// Asks its file while it is destroyed, as an object of a host may.
+class Curious final : public KXObject {
+public:
+    Curious(KXDCSimpleFile const& file, std::string& seen)
+        : _file(file)
+        , _seen(seen)
+    {
+    }
+    ~Curious() override { _seen = KXTextOfValue(_file.metadataForKey("Key")); }
+
+private:
+    KXDCSimpleFile const& _file;
+    std::string& _seen;
+};
+
+}
+
+TEST(KXDCSimpleFile, ReplacedObjectIsDestroyedAfterTheLockIsLeft)
+{
+    KXDCSimpleFile file("/a");
+    std::string seen;
+    file.setMetadataForKey(std::shared_ptr<KXObject>(new Curious(file, seen)), "Key");
+    file.setMetadataForKey("new", "Key"); // Waits for ever if the file is locked meanwhile.
+    EXPECT_EQ(seen, "new");
 }

@@ -1,7 +1,7 @@
 #include "kxmd/mp3/KXMDFileMetaMP3Frame.h"
 
-#include "support/Builders.h"
 #include "support/LogCapture.h"
+#include "support/PictureHeaders.h"
 
 #include <gmock/gmock.h>
 
@@ -329,7 +329,8 @@ TEST(KXMDFileMetaMP3Frame, FrameThatRunsPastTheDataIsReturned)
 TEST(KXMDFileMetaMP3Frame, MeasuresThePictureOfEachVersion)
 {
     for (ID3 const version : { ID3::v22, ID3::v23, ID3::v24 }) {
-        for (Bytes const& picture : { jpeg(32, 24), png(32, 24), gif(32, 24) }) {
+        for (Bytes const& picture : { jpeg(32, 24), png(32, 24), gif(32, 24), bmp(32, 24),
+                 tiff(32, 24), webp(32, 24), heif(32, 24) }) {
             Bytes const cover = pictureFrame(version, picture);
             auto const data = reader(join(cover, zeros(20)));
             auto const frame

@@ -171,6 +171,32 @@ TEST_F(MP3EditSafety, CoverTooLargeForAFrameIsRefused)
     EXPECT_EQ(additionReason(shortFrames, 6 + 0xFFFFFF), "");
     EXPECT_EQ(additionReason(shortFrames, 6 + 0x1000000), tooLarge);
     EXPECT_EQ(additionReason(tag(ID3::v24, title), 10 + 0x10000000), tooLarge);
+    // The largest frames of these are larger than any tag.
+    constexpr char const* tagTooLarge = "the tag would grow past 256 MiB";
+    EXPECT_EQ(additionReason(tag(ID3::v24, title), 10 + 0x0FFFFFFF), tagTooLarge);
+    Bytes const version3 = tag(ID3::v23, textFrame(ID3::v23, "TIT2", "T"));
+    EXPECT_EQ(additionReason(version3, std::uint64_t { 10 } + 0xFFFFFFFF), tagTooLarge);
+    EXPECT_EQ(additionReason(version3, std::uint64_t { 10 } + 0x100000000), tooLarge);
+}
+
+TEST_F(MP3EditSafety, PaddingThatIsCutOffByTheEndOfTheFileIsPadding)
+{
+    // Of 200 bytes, if all bits of each count; of 72, if zeros follow up to there.
+    Bytes const wide = join(text("TXXX"), u32(200), zeros(2), filled(72, 'a'));
+    auto const size = static_cast<std::uint32_t>(title.size() + 10 + 200);
+    Bytes const start = join(tagClaiming(0x0400, 0, size, title), wide);
+    EXPECT_EQ(additionReason(join(start, zeros(20))), "");
+    EXPECT_EQ(additionReason(join(start, zeros(128))), "");
+    EXPECT_EQ(additionReason(join(start, zeros(20), u8(1))), readByUsAlone);
+    EXPECT_EQ(additionReason(join(start, zeros(127), u8(1))), readByUsAlone);
+}
+
+TEST_F(MP3EditSafety, WithoutACoverThereIsNoReasonAgainstItsRemoval)
+{
+    Bytes const wide = join(text("TXXX"), u32(200), zeros(2), filled(200, 'a'));
+    Bytes const file = tag(ID3::v24, join(title, wide, title));
+    EXPECT_EQ(additionReason(file), readByUsAlone);
+    EXPECT_EQ(removalReason(file), "");
 }
 
 TEST_F(MP3EditSafety, TagMayNotGrowOutOfItsSize)

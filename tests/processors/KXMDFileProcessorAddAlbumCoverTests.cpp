@@ -1,7 +1,8 @@
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/processors/KXMDFileProcessorAddAlbumCover.h"
 
 #include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/mp4/KXMP4AtomCovr.h"
+#include "kxmd/mp4/atoms/KXMP4AtomCovr.h"
 #include "support/AtomTrees.h"
 #include "support/ThumbnailTest.h"
 
@@ -63,7 +64,11 @@ std::vector<KXSize> coverSizes(Bytes const& file)
 
 class KXMDFileProcessorAddAlbumCoverTest : public ThumbnailTest {
 protected:
-    KXMDFileProcessorAddAlbumCoverTest() { setThumbnail(pictures::red); }
+    KXMDFileProcessorAddAlbumCoverTest()
+    {
+        setThumbnail(pictures::red);
+        machine.pictureLoader->encodeForReal();
+    }
 
     void setThumbnail(pictures::Colour colour)
     {
@@ -287,4 +292,31 @@ TEST_F(KXMDFileProcessorAddAlbumCoverTest, EveryTruncationIsSurvived)
             static_cast<void>(predicted(cut, length)); // Whatever it is, it comes back.
         }
     }
+}
+
+TEST_F(KXMDFileProcessorAddAlbumCoverTest, ThumbnailIsEncodedOnceForSizeAndDataOfAllItsFiles)
+{
+    auto const file = mp4WithTags(title), other = mp3({});
+    static_cast<void>(predicted(file, file.size()));
+    static_cast<void>(processed(file));
+    static_cast<void>(processed(other));
+    static_cast<void>(predicted(other, other.size()));
+    EXPECT_EQ(machine.pictureLoader->encodings(), 1u);
+}
+
+TEST_F(KXMDFileProcessorAddAlbumCoverTest, ValidCoverNeedsNoEncodingToPredictTheSize)
+{
+    auto const file = mp4WithTags(join(covr(13, jpeg(600, 600)), title));
+    EXPECT_EQ(predicted(file, 4711), file.size());
+}
+
+TEST_F(KXMDFileProcessorAddAlbumCoverTest, ProxyWithoutAFileLeavesTheFileAsItIs)
+{
+    LogCapture const log;
+    auto const file = mp4WithTags(title);
+    auto const input = mutableReader(file);
+    KXDCSimpleFileProxy const proxy(nullptr, "/Phone/Song");
+    EXPECT_EQ(processor().processedFileDataForFileProxy(proxy, input), input);
+    EXPECT_EQ(bytesOf(*input), file);
+    EXPECT_EQ(processor().processedFilesizeForFileProxy(proxy, 4711), 4711u);
 }

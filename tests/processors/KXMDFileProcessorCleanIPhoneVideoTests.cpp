@@ -1,3 +1,4 @@
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
 
 #include "support/AtomTrees.h"
@@ -70,10 +71,19 @@ protected:
     std::vector<files::path> copies() const
     {
         std::vector<files::path> found;
-        for (auto const& entry : files::recursive_directory_iterator(temporaryFolder())) {
-            if (entry.is_regular_file())
-                found.push_back(entry.path());
+        for (auto const& path : leftovers()) {
+            if (files::is_regular_file(path))
+                found.push_back(path);
         }
+        return found;
+    }
+
+    /// The same, folders included.
+    std::vector<files::path> leftovers() const
+    {
+        std::vector<files::path> found;
+        for (auto const& entry : files::recursive_directory_iterator(temporaryFolder()))
+            found.push_back(entry.path());
         return found;
     }
 
@@ -201,18 +211,41 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, SizeIsNotBoundBelow)
     EXPECT_EQ(predicted(file, 1200), 0u);
 }
 
-TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WhatCannotBeDoneGivesTheSource)
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, FileThatCannotBeReadWholeGivesTheSource)
 {
     auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(100)));
-    for (std::function<void()> const& breakIt : {
-             std::function<void()>([this] { fileManager->failToWrite(); }),
-             std::function<void()>([this] { fileManager->failToRead(); }),
-             std::function<void()>([this] { temporaryFolders->fail(); }),
-         }) {
-        breakIt();
-        EXPECT_EQ(cleaned(file), file);
-        EXPECT_THAT(copies(), IsEmpty());
-    }
+    fileManager->failToRead();
+    EXPECT_EQ(cleaned(file), file);
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WithoutATemporaryFolderTheSourceIsGiven)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(100)));
+    temporaryFolders->fail();
+    EXPECT_EQ(cleaned(file), file);
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyThatCannotBeWrittenLeavesNoFolderBehind)
+{
+    auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(100)));
+    fileManager->failToWrite();
+    EXPECT_EQ(cleaned(file), file);
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, NothingToCleanMakesNoFolder)
+{
+    EXPECT_EQ(cleaned(plainMovie), plainMovie);
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, ProxyWithoutAFileGivesNothing)
+{
+    KXDCSimpleFileProxy const proxy(nullptr, "/Phone/Clip.mov");
+    EXPECT_FALSE(processor().processedFileDataForFileProxy(proxy, nullptr));
+    EXPECT_EQ(processor().processedFilesizeForFileProxy(proxy, 4711), 4711u);
 }
 
 TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, SourceThatIsNotThereGivesNothing)
@@ -268,9 +301,12 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, ManyAtomsAreAllRemovedOrNone)
     LogCapture const log;
     auto const full = moviesWith(100'000);
     EXPECT_EQ(cleaned(full), full);
-    EXPECT_THAT(log.lines(),
-        ElementsAre("Metadata: KXMDFileProcessorCleanIPhoneVideo->too much user data, none is "
-                    "removed"));
+    std::string const refusal
+        = "Metadata: KXMDFileProcessorCleanIPhoneVideo->too much user data, none is removed";
+    EXPECT_THAT(log.lines(), ElementsAre(refusal));
+    EXPECT_EQ(predicted(full, full.size()), full.size());
+    EXPECT_THAT(KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*reader(full)),
+        testing::Optional(testing::HasSubstr("too much user data")));
 }
 
 TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, EveryTruncationIsSurvived)
@@ -281,4 +317,26 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, EveryTruncationIsSurvived)
         EXPECT_LE(cleaned(cut).size(), length);
         static_cast<void>(predicted(cut, length));
     }
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CleanedDataIsWhatTheCopyHolds)
+{
+    for (Bytes const& file : { movie(entryWithWave(nestedEntry), atom("udta", zeros(20))),
+             movie(soundEntry("mp4a"), join(atom("udta"), atom("udta", zeros(3)))), plainMovie }) {
+        auto const data = std::make_shared<KXMutableData>(file);
+        EXPECT_TRUE(KXMDFileProcessorCleanIPhoneVideo::cleanData(data));
+        EXPECT_THAT(data->bytes(), testing::ElementsAreArray(cleaned(file)));
+    }
+    EXPECT_FALSE(KXMDFileProcessorCleanIPhoneVideo::cleanData(nullptr));
+}
+
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WhatCannotAllBeRemovedIsAReason)
+{
+    auto const cutOff = join(ftyp(),
+        atomClaiming(500, "moov", atom("udta", zeros(4)), track("soun", stsd(soundEntry("mp4a"))),
+            atomClaiming(400, "udta", zeros(4))));
+    EXPECT_THAT(KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*reader(cutOff)),
+        testing::Optional(testing::HasSubstr("past the end of the file")));
+    auto const data = std::make_shared<KXMutableData>(cutOff);
+    EXPECT_FALSE(KXMDFileProcessorCleanIPhoneVideo::cleanData(data));
 }

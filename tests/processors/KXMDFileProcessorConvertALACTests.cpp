@@ -164,3 +164,10 @@ TEST_F(KXMDFileProcessorConvertALACTest, EmptyCacheHasTheSizeZero)
     folder.write("cache/tmp/" + files::path(cachePath()).filename().string(), {});
     EXPECT_EQ(processor().processedFilesizeForFileProxy(proxy, 4711), 0u);
 }
+
+TEST_F(KXMDFileProcessorConvertALACTest, ProxyWithoutAFileGivesNothing)
+{
+    KXDCSimpleFileProxy const nobody(nullptr, "/Phone/a.m4a");
+    EXPECT_FALSE(processor().processedFileDataForFileProxy(nobody, nullptr));
+    EXPECT_EQ(processor().processedFilesizeForFileProxy(nobody, 4711), 4711u);
+}

@@ -118,3 +118,19 @@ TEST(KXMDFileProcessorCreateM3U, LongPlaylistsAreListedWhole)
     KXDCFileProxy::List const members(20'000, member("/Phone/1.mp3"));
     EXPECT_EQ(textOf(playlist(members)).size(), 20'000 * 9 - 2u);
 }
+
+TEST(KXMDFileProcessorCreateM3U, WithoutAFileThereIsNoPlaylistAndNoMember)
+{
+    KXMDFileProcessorCreateM3U const processor;
+    KXDCSimpleFileProxy const nobody(nullptr, "/Phone/list.m3u");
+    EXPECT_FALSE(processor.createPlaylistDataForFileProxy(nobody));
+    EXPECT_EQ(processor.processedFilesizeForFileProxy(nobody, 4711), 0u);
+
+    auto const list = std::make_shared<KXDCSimpleFile>("/list.m3u");
+    list->setFileKind(KXDCFileKindPlaylist);
+    auto const member = std::make_shared<KXDCSimpleFileProxy>(
+        std::make_shared<KXDCSimpleFile>("/a.mp3"), "/Phone/a.mp3");
+    auto const without = std::make_shared<KXDCSimpleFileProxy>(nullptr, "/Phone/b.mp3");
+    KXDCSimpleFileProxy const playlist(list, "/Phone/list.m3u", { nullptr, without, member });
+    EXPECT_EQ(processor.processedFilesizeForFileProxy(playlist, 0), std::string(".\\a.mp3").size());
+}

@@ -1,7 +1,7 @@
 // Real media files, cut off at every length that makes a difference.
 
 #include "kxmd/core/KXMDFileMeta.h"
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "support/Builders.h"
 
 /// The tree of a file with these bytes.

@@ -3,7 +3,7 @@
 // Builds the bytes of media files piece by piece, so that a test shows what its bytes mean. Never
 // calls the library's own writers.
 
-#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/base/KXAbstractData.h"
 
 #include <cstdint>
 #include <initializer_list>

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "kxmd/mp4/KXMP4EditSafety.h"
+#include "kxmd/mp4/safety/KXMP4EditSafety.h"
+#include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
 #include "support/Builders.h"
 
 #include <cstdint>
@@ -77,7 +78,7 @@ inline std::string reasonAgainstRemoving(Bytes const& file)
 inline std::string reasonAgainstCleaning(Bytes const& file)
 {
     auto const data = reader(file);
-    return KXMP4EditSafety(*data).reasonAgainstCleaning().value_or("");
+    return KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*data).value_or("");
 }
 
 }

@@ -34,9 +34,13 @@ void FakePictureLoader::setImageForWord(KXImage::Ref image, std::string const& w
     _state.lock()->images[word] = std::move(image);
 }
 
-std::optional<KXSize> FakePictureLoader::sizeOfPictureInData(KXAbstractData&, std::uint64_t) const
+KXData FakePictureLoader::jpgRepresentation(KXImage const& image) const
 {
-    return std::nullopt;
+    auto const state = _state.lock();
+    ++state->encodings;
+    return state->encodesForReal
+        ? KXPlatform::platformOfThisMachine()->pictureLoader->jpgRepresentation(image)
+        : state->jpg;
 }
 
 KXImage::Ref FakePictureLoader::imageInData(

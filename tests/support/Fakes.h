@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXGuarded.h"
+#include "kxmd/base/KXGuarded.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include <condition_variable>
@@ -53,18 +53,23 @@ public:
     /// Every call of `imageInData`.
     std::vector<Call> calls() const { return _state.lock()->calls; }
 
-    std::optional<KXSize> sizeOfPictureInData(KXAbstractData&, std::uint64_t) const override;
     KXImage::Ref imageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
     /// From now on every picture is `data` as a JPEG file.
     void setJPGRepresentation(KXData data) { _state.lock()->jpg = std::move(data); }
-    KXData jpgRepresentation(KXImage const&) const override { return _state.lock()->jpg; }
+    /// From now on pictures are encoded as this machine does it.
+    void encodeForReal() { _state.lock()->encodesForReal = true; }
+    /// How many pictures were encoded.
+    std::size_t encodings() const { return _state.lock()->encodings; }
+    KXData jpgRepresentation(KXImage const& image) const override;
     KXData pngRepresentation(KXImage const&) const override { return {}; }
 
 private:
     struct State {
         std::map<std::string, KXImage::Ref> images;
         KXData jpg;
+        bool encodesForReal { false };
+        std::size_t encodings { 0 };
         std::vector<Call> calls;
     };
     mutable KXGuarded<State> _state;
@@ -212,6 +217,10 @@ public:
     bool writeBytesToFile(
         std::span<std::uint8_t const> bytes, std::string const& path) const override;
     bool createFolderAtPath(std::string const& path) const override;
+    void removeEmptyFolderAtPath(std::string const& path) const override
+    {
+        _real->removeEmptyFolderAtPath(path);
+    }
     std::optional<std::uint64_t> sizeOfFileAtPath(std::string const& path) const override;
 
 private:

@@ -42,8 +42,7 @@ build::Bytes bytesOfFile(files::path const& path)
 
 std::optional<files::path> sampleFolder()
 {
-    char const* const chosen = std::getenv("KXMD_SAMPLES");
-    files::path const folder = chosen ? files::path(chosen) : files::path(KXMD_DEFAULT_SAMPLES);
+    files::path const folder = KXMD_SAMPLES; // The option of the build.
     return files::is_directory(folder) ? std::optional(folder) : std::nullopt;
 }
 

@@ -27,8 +27,7 @@ private:
 /// All bytes of a file.
 build::Bytes bytesOfFile(std::filesystem::path const& path);
 
-/// The folder of real media beside the checkout, or wherever KXMD_SAMPLES says; absent when there
-/// is none, in which case the tests that want it are skipped.
+/// The folder of real media that the build was told of; absent without one.
 std::optional<std::filesystem::path> sampleFolder();
 
 /// Every media file below the folder of real media, in the order of their paths.

@@ -1,13 +1,13 @@
 #include "support/LogCapture.h"
 
-#include "kxmd/host/KXLog.h"
+#include "kxmd/base/KXLog.h"
 
 #include <cstdio>
 
 LogCapture::LogCapture()
     : _lines(std::make_shared<Lines>())
 {
-    setLogSink([lines = _lines](std::string_view category, std::string_view text) {
+    KXSetLogSink([lines = _lines](std::string_view category, std::string_view text) {
         std::scoped_lock const lock(lines->mutex);
         lines->texts.push_back(std::string(category) + ": " + std::string(text));
     });
@@ -15,7 +15,7 @@ LogCapture::LogCapture()
 
 LogCapture::~LogCapture()
 {
-    setLogSink([](std::string_view category, std::string_view text) {
+    KXSetLogSink([](std::string_view category, std::string_view text) {
         std::fprintf(stderr, "[%.*s] %.*s\n", static_cast<int>(category.size()), category.data(),
             static_cast<int>(text.size()), text.data());
     });

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/image/KXImage.h"
 
 #include <array>
 #include <cstdint>

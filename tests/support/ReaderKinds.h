@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "support/Files.h"
 
 #include <gtest/gtest.h>

@@ -304,3 +304,60 @@ TEST(KXMDThumbnailController, SharedOneIsTheSameOnEveryThread)
     EXPECT_TRUE(shared[0]);
     EXPECT_THAT(shared, Each(KXMDThumbnailController::sharedController()));
 }
+
+using KXMDThumbnailControllerNull = ThumbnailTest;
+
+TEST_F(KXMDThumbnailControllerNull, NoImageIsScaledToNone)
+{
+    EXPECT_EQ(controller->scaleImage(nullptr, { 10, 10 }), nullptr);
+    EXPECT_EQ(controller->jpgRepresentationOfImage(nullptr).length(), 0u);
+    EXPECT_EQ(machine.pictureLoader->encodings(), 0u);
+}
+
+TEST_F(KXMDThumbnailControllerNull, NoFileHasNoPictureAndNoHandlerIsCalled)
+{
+    Received received;
+    EXPECT_EQ(controller->thumbnailForFile(nullptr, { 10, 10 }, into(received)), nullptr);
+    EXPECT_EQ(controller->iconForFile(nullptr, { 10, 10 }, into(received)), nullptr);
+    finish();
+    EXPECT_TRUE(received.empty());
+}
+
+TEST_F(KXMDThumbnailControllerNull, CompositeThatHoldsNoFileIsNone)
+{
+    Received received;
+    auto const file = coloured("/a", pictures::red);
+    for (KXMDThumbnailController::Files const& files :
+        { KXMDThumbnailController::Files { nullptr }, { file, nullptr }, { nullptr, file } }) {
+        EXPECT_EQ(controller->cacheNameForCompositeFiles(files, { 10, 10 }), "");
+        EXPECT_EQ(controller->compositeThumbnailForFiles(files, { 10, 10 }), nullptr);
+        EXPECT_EQ(
+            controller->compositeThumbnailForFiles(files, { 10, 10 }, into(received)), nullptr);
+    }
+    finish();
+    EXPECT_TRUE(received.empty());
+    EXPECT_TRUE(rendered().empty());
+}
+
+using KXMDThumbnailControllerEncoding = ThumbnailTest;
+
+TEST_F(KXMDThumbnailControllerEncoding, PictureIsEncodedOnceWhileItLives)
+{
+    machine.pictureLoader->setJPGRepresentation(KXData({ 1, 2, 3 }));
+    auto image = pictures::solid(4, 4, pictures::red);
+    EXPECT_EQ(controller->jpgRepresentationOfImage(image).length(), 3u);
+    EXPECT_EQ(controller->jpgRepresentationOfImage(image).length(), 3u);
+    EXPECT_EQ(machine.pictureLoader->encodings(), 1u);
+    auto const other = pictures::solid(4, 4, pictures::red);
+    EXPECT_EQ(controller->jpgRepresentationOfImage(other).length(), 3u);
+    EXPECT_EQ(machine.pictureLoader->encodings(), 2u);
+}
+
+TEST_F(KXMDThumbnailControllerEncoding, PictureThatCannotBeEncodedIsTriedAgain)
+{
+    auto const image = pictures::solid(4, 4, pictures::red);
+    machine.pictureLoader->setJPGRepresentation({});
+    EXPECT_EQ(controller->jpgRepresentationOfImage(image).length(), 0u);
+    machine.pictureLoader->setJPGRepresentation(KXData({ 1 }));
+    EXPECT_EQ(controller->jpgRepresentationOfImage(image).length(), 1u);
+}

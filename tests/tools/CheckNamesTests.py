@@ -94,12 +94,12 @@ private:
                          "struct Part {\n    int size();\n};")
 
     def test_free_functions(self):
-        header = self.write("KXFree.h", b"/// `name:size:` A name.\nKX_EXPORT int nameForSize(int a, int b);\n"
-                                        b"int helper();\n")
+        header = self.write("KXFree.h", b"/// `nameForKey:size:` A name.\nKX_EXPORT int nameForKey(int a, int b);\n"
+                                        b"/// `path:` A path.\nKX_EXPORT int KXPath(int a);\nint helper();\n")
         result = subprocess.run([sys.executable, "-B", SCRIPT, header], stderr=subprocess.PIPE)
         self.assertEqual(result.returncode, 1)
         self.assertEqual(len(result.stderr.splitlines()), 1)
-        self.assertIn(b"KXFree.h:2: nameForSize should be named name ", result.stderr)
+        self.assertIn(b"KXFree.h:2: nameForKey should be named KXNameForKey ", result.stderr)
 
     def test_installed_headers_are_all_read(self):
         listed = subprocess.run([sys.executable, "-B", SCRIPT, "--list"], stdout=subprocess.PIPE, check=True)

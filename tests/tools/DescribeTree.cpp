@@ -1,7 +1,7 @@
 // Prints what the library itself says of a file's atom tree, for the tests to hold the command
 // against.
 
-#include "kxmd/mp4/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 
 #include <cstdio>
 #include <string_view>

@@ -1,7 +1,7 @@
 import os
 import struct
 
-from support import (CommandTestCase, atom, frame, id3v23, mp4, nested, png, run, sound_entry,
+from support import (CommandTestCase, atom, frame, id3v23, mp4, nested, png, preloading, run, sound_entry,
                      tag_atom, text_frame, track, user_data, video_entry)
 
 EMPTY = {
@@ -23,6 +23,12 @@ class InfoTests(CommandTestCase):
         self.assertEqual(result.status, 0, result.errors)
         [told] = result.objects()
         return told
+
+    def test_each_file_is_opened_once(self):
+        for name, content in (("a.m4a", song_with_cover(320, 200)), ("text", b"Dear diary"), ("a.mp3", b"ID3 not")):
+            path = self.write(name, content)
+            counting = {**preloading("KXMD_COUNT_OPENS"), "KXMD_COUNTED": path}
+            self.assertEqual(run("-q", "info", "--json", path, env=counting).status, 1, name)
 
     def test_json_of_a_song(self):
         content = song_with_cover(320, 200)

@@ -3,9 +3,9 @@
 #include <array>
 #include <cstdint>
 #include <kxmd/core/KXMDFileMeta.h>
-#include <kxmd/mp4/KXMP4Atom.h>
-#include <kxmd/platform/KXPictureSize.h>
-#include <string_view>
+#include <kxmd/image/KXPictureFormatPrivate.h>
+#include <kxmd/image/KXPictureSizePrivate.h>
+#include <kxmd/mp4/atoms/KXMP4Atom.h>
 #include <utility>
 
 namespace {
@@ -13,39 +13,33 @@ namespace {
 // Nobody's cover has more, and all of it is held in memory.
 constexpr std::uint64_t mostBytes = std::uint64_t { 64 } << 20;
 
-struct Format {
-    std::string_view signature;
-    AVCodecID codec;
-};
-
-constexpr Format formats[] {
-    { "\xFF\xD8\xFF", AV_CODEC_ID_MJPEG }, // ITU-T T.81, B.1.1.3: start of image, and a marker.
-    { "\x89PNG\r\n\x1A\n", AV_CODEC_ID_PNG }, // ISO/IEC 15948, 5.2.
-    { "BM", AV_CODEC_ID_BMP },
-};
-
-/// The format that the next bytes are in. Leaves the reader where it is.
-AVCodecID formatOfNextBytes(KXAbstractData& data)
+/// The codec of the picture that begins with the next bytes; none for one that MP4 has no cover of.
+/// Leaves the reader where it is.
+AVCodecID codecOfNextBytes(KXAbstractData& data)
 {
-    std::array<char, 8> bytes {};
+    std::array<char, lengthOfPictureHead> bytes {};
     auto const start = data.offset();
     auto const count
         = data.readBytesToMaxLength(reinterpret_cast<std::uint8_t*>(bytes.data()), bytes.size());
     data.setOffset(start);
-    std::string_view const head(bytes.data(), static_cast<std::size_t>(count));
-    for (auto const& [signature, codec] : formats) {
-        if (head.starts_with(signature))
-            return codec;
+    switch (formatOfPictureWithHead({ bytes.data(), static_cast<std::size_t>(count) })) {
+    case KXPictureFormat::jpeg:
+        return AV_CODEC_ID_MJPEG;
+    case KXPictureFormat::png:
+        return AV_CODEC_ID_PNG;
+    case KXPictureFormat::bmp:
+        return AV_CODEC_ID_BMP;
+    default:
+        return AV_CODEC_ID_NONE;
     }
-    return AV_CODEC_ID_NONE;
 }
 
 /// The picture in the next `length` bytes.
 std::optional<CoverPicture> pictureIn(KXAbstractData& data, std::uint64_t length)
 {
-    auto const format = formatOfNextBytes(data);
+    auto const codec = codecOfNextBytes(data);
     auto const start = data.offset();
-    if (format == AV_CODEC_ID_NONE || length > mostBytes || length > data.remainingLength())
+    if (codec == AV_CODEC_ID_NONE || length > mostBytes || length > data.remainingLength())
         return std::nullopt;
     auto const size = sizeOfEncodedPictureInData(data, length);
     if (!size)
@@ -56,7 +50,7 @@ std::optional<CoverPicture> pictureIn(KXAbstractData& data, std::uint64_t length
     data.setOffset(start);
     if (!data.readBytesTo(content->data, length))
         return std::nullopt;
-    return CoverPicture { format, static_cast<int>(size->width), static_cast<int>(size->height),
+    return CoverPicture { codec, static_cast<int>(size->width), static_cast<int>(size->height),
         std::move(content) };
 }
 

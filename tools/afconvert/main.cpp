@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <kxmd/host/KXLog.h>
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXLog.h>
+#include <kxmd/base/KXPrintableText.h>
 #include <string>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -58,14 +58,14 @@ int convertAsAsked(std::vector<std::string> const& words)
     auto const arguments = parsedArguments(words, problem);
     if (!arguments) {
         std::fprintf(stderr, "afconvert: %s\nTry \"afconvert --help\" for more.\n",
-            withoutControlCharacters(problem).c_str());
+            KXTextWithoutControlCharacters(problem).c_str());
         return wrongUsage;
     }
     try {
         convert(*arguments);
     } catch (std::exception const& error) {
         std::string const line = arguments->source + ": " + error.what();
-        std::fprintf(stderr, "afconvert: %s\n", withoutControlCharacters(line).c_str());
+        std::fprintf(stderr, "afconvert: %s\n", KXTextWithoutControlCharacters(line).c_str());
         return cannotConvert;
     }
     return EXIT_SUCCESS;
@@ -76,7 +76,7 @@ int convertAsAsked(std::vector<std::string> const& words)
 int main(int argumentCount, char** arguments)
 {
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
-    setLogSink({});
+    KXSetLogSink({});
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
     if (!isStarterThere())
         return cannotConvert; // And nobody to tell.

@@ -5,7 +5,7 @@
 #include "Session.h"
 #include "Usage.h"
 
-#include <kxmd/mp4/KXMP4Atom.h>
+#include <kxmd/mp4/atoms/KXMP4Atom.h>
 
 #include <memory>
 
@@ -106,14 +106,18 @@ void showAtoms(Options const& options, Session& session)
     TreePrinter(options, session).print(*root);
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    auto* const paths = command.add_flag("--paths", options->paths, "Print full paths and sizes");
+    command.add_flag("--json", options->json, "Print one JSON object an atom")->excludes(paths);
+    addFile(command, options->path, "File to look at");
+    command.callback([options, &session] { showAtoms(*options, session); });
 }
 
-void addAtomsCommand(CLI::App& app, Session& session)
-{
-    auto* const command = addSubcommand(app, session, "atoms", "Print the atom tree of a file");
-    auto const options = std::make_shared<Options>();
-    auto* const paths = command->add_flag("--paths", options->paths, "Print full paths and sizes");
-    command->add_flag("--json", options->json, "Print one JSON object an atom")->excludes(paths);
-    addFile(*command, options->path, "File to look at");
-    command->callback([options, &session] { showAtoms(*options, session); });
 }
+
+Command const atomsCommand { .name = "atoms",
+    .description = "Print the atom tree of a file",
+    .nature = Command::Nature::reads,
+    .addOptions = addOptions };

@@ -6,7 +6,6 @@
 #include "TaggedFile.h"
 #include "Usage.h"
 
-#include <kxmd/thumbnails/KXMDCacheName.h>
 #include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <memory>
@@ -38,25 +37,27 @@ void printName(std::vector<std::string> const& keys, Options const& options, Ses
         throw CLI::ValidationError("KEY", "only --composite takes several");
     std::string const name = options.isFile || options.isComposite
         ? nameForFiles(keys, options, session)
-        : cacheNameForPath(keys.front(), options.size);
+        : KXMDThumbnailController::sharedController()->cacheNameForPath(keys.front(), options.size);
     if (!name.empty())
         session.write(name + '\n');
 }
 
-}
-
-void addCacheNameCommand(CLI::App& app, Session& session)
+void addOptions(CLI::App& command, Session& session)
 {
-    auto* const command = addSubcommand(app, session, "cache-name",
-        "Print the cache name of a key text, a file or a composite of files");
     auto const options = std::make_shared<Options>();
     auto* const file
-        = command->add_flag("--file", options->isFile, "Take KEY for a file, and read its tags");
+        = command.add_flag("--file", options->isFile, "Take KEY for a file, and read its tags");
     command
-        ->add_flag(
-            "--composite", options->isComposite, "Take the KEYs for the files of a composite")
+        .add_flag("--composite", options->isComposite, "Take the KEYs for the files of a composite")
         ->excludes(file);
-    addSize(*command, options->size);
-    auto* const keys = addTexts(*command, "KEY", "Text, or path, that stands for the picture");
-    command->callback([options, keys, &session] { printName(textsOf(*keys), *options, session); });
+    addSize(command, options->size);
+    auto* const keys = addTexts(command, "KEY", "Text, or path, that stands for the picture");
+    command.callback([options, keys, &session] { printName(textsOf(*keys), *options, session); });
 }
+
+}
+
+Command const cacheNameCommand { .name = "cache-name",
+    .description = "Print the cache name of a key text, a file or a composite of files",
+    .nature = Command::Nature::reads,
+    .addOptions = addOptions };

@@ -4,19 +4,29 @@
 
 class Session;
 
-// Each adds one subcommand to `app`; `session` must live until the command line is parsed, since a
-// subcommand runs as soon as it is.
+/// A subcommand, as each tells of itself in a file of its own.
+struct Command {
+    /// One that writes files cleans up when a signal ends it; one that only reads starts sooner
+    /// without.
+    enum class Nature { reads, writes };
 
-void addInfoCommand(CLI::App& app, Session& session);
-void addAtomsCommand(CLI::App& app, Session& session);
-void addFramesCommand(CLI::App& app, Session& session);
-void addExifCommand(CLI::App& app, Session& session);
-void addThumbnailCommand(CLI::App& app, Session& session);
-void addCompositeCommand(CLI::App& app, Session& session);
-void addIconCommand(CLI::App& app, Session& session);
-void addPosterCommand(CLI::App& app, Session& session);
-void addCacheNameCommand(CLI::App& app, Session& session);
-void addCoverCommand(CLI::App& app, Session& session);
-void addCleanCommand(CLI::App& app, Session& session);
-void addConvertCommand(CLI::App& app, Session& session);
-void addPrepareCommand(CLI::App& app, Session& session);
+    char const* name;
+    char const* description;
+    Nature nature;
+    /// Adds the options, and what is done as soon as they are parsed. `session` lives until then.
+    void (*addOptions)(CLI::App& command, Session& session);
+};
+
+extern Command const infoCommand;
+extern Command const atomsCommand;
+extern Command const framesCommand;
+extern Command const exifCommand;
+extern Command const thumbnailCommand;
+extern Command const compositeCommand;
+extern Command const iconCommand;
+extern Command const posterCommand;
+extern Command const cacheNameCommand;
+extern Command const coverCommand;
+extern Command const cleanCommand;
+extern Command const convertCommand;
+extern Command const prepareCommand;

@@ -32,16 +32,19 @@ void writeComposite(std::vector<std::string> const& paths, Options const& option
     writePicture(composite, options.output, inputs, session);
 }
 
-}
-
-void addCompositeCommand(CLI::App& app, Session& session)
+void addOptions(CLI::App& command, Session& session)
 {
-    auto* const command
-        = addSubcommand(app, session, "composite", "Write the pictures of four files in one");
     auto const options = std::make_shared<Options>();
-    addSize(*command, options->size);
-    addPictureOutput(*command, options->output);
-    auto* const files = addFiles(*command, "Files to show; the first four that differ");
-    command->callback(
+    addSize(command, options->size);
+    addPictureOutput(command, options->output);
+    auto* const files = addFiles(command, "Files to show; the first four that differ");
+    command.callback(
         [options, files, &session] { writeComposite(textsOf(*files), *options, session); });
 }
+
+}
+
+Command const compositeCommand { .name = "composite",
+    .description = "Write the pictures of four files in one",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

@@ -7,6 +7,7 @@
 #include "Session.h"
 #include "Usage.h"
 
+#include <kxmd/base/KXMutableAbstractData.h>
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXPlatform.h>
 
@@ -47,14 +48,15 @@ LoadedFile loadedFile(EditOptions const& options, Session& session)
     return { std::move(data), std::move(meta) };
 }
 
-/// What is done to a cover, in the words of the report.
-struct Deed {
+/// What the report says of an edit, done or not.
+struct Wording {
     char const* done;
-    char const* cannotBeDone;
+    char const* refused;
 };
 
-/// Edits a file unless `reasonFor` finds one why its media would not survive it, and writes it.
-void edit(EditOptions const& options, LoadedFile const& file, Deed const& deed,
+/// Edits a file, unless `reasonFor` finds a reason why its media would not survive that, and writes
+/// it.
+void edit(EditOptions const& options, LoadedFile const& file, Wording const& wording,
     std::function<Reason(KXAbstractData& data)> const& reasonFor, Edit const& editData,
     Session& session)
 {
@@ -64,10 +66,10 @@ void edit(EditOptions const& options, LoadedFile const& file, Deed const& deed,
             options, [&] { return reasonFor(*reader); }, bytesBefore, session))
         return;
     if (!editData(file.data))
-        return reportRefusal(options, deed.cannotBeDone, bytesBefore, session);
+        return reportRefusal(options, wording.refused, bytesBefore, session);
     auto const edited = KXMutableAbstractData::abstractDataWithData(file.data);
     if (writeEdited(options, *edited, bytesBefore, session))
-        reportEdit(options, deed.done, bytesBefore, edited->length(), session);
+        reportEdit(options, wording.done, bytesBefore, edited->length(), session);
 }
 
 void extractCover(EditOptions const& options, Session& session)
@@ -96,78 +98,82 @@ void removeCover(EditOptions const& options, Session& session)
         [&file](auto const& data) { return file.meta->removeAlbumCoverFromData(data); }, session);
 }
 
-/// The picture to insert, at its own size; null, and reported, when there is none.
-KXImage::Ref loadedPicture(EditOptions const& options, LoadedFile const& file, Session& session)
+/// The picture to insert, at its own size, as the JPEG file that is embedded; empty, and reported,
+/// when there is none.
+KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
-    auto const& loader = KXPlatform::shared()->pictureLoader;
-    auto image = data ? loader->imageInData(*data, data->length(), {}) : nullptr;
+    auto const& loader = *KXPlatform::shared()->pictureLoader;
+    auto const image = data ? loader.imageInData(*data, data->length(), {}) : nullptr;
     if (image)
-        return image;
+        return loader.jpgRepresentation(*image);
     if (data)
-        session.reportError(options.picturePath, "is no picture that can be read");
+        session.reportError(options.picturePath, "is not a picture that can be read");
     else
         session.reportUnreadable(options.picturePath);
     writeRefusal(options, "there is no picture to insert", file.data->length(), session);
-    return nullptr;
+    return {};
 }
 
 void addCover(EditOptions const& options, Session& session)
 {
     auto const file = loadedFile(options, session);
-    auto const image = file.meta ? loadedPicture(options, file, session) : nullptr;
-    if (!image)
+    auto const picture = file.meta ? encodedPicture(options, file, session) : KXData();
+    if (!picture.length())
         return;
-    char const* const cannotBeDone
+    char const* const refusal
         = file.meta->canInsertAlbumCover() ? "no cover can be added" : "has no place for a cover";
     edit(
-        options, file, { "cover added", cannotBeDone },
-        [&](auto& data) { return reasonAgainstAddingCover(*file.meta, image, data); },
-        [&](auto const& data) { return file.meta->addAlbumCoverToData(image, data); }, session);
+        options, file, { "cover added", refusal },
+        [&](auto& data) { return reasonAgainstAddingCover(*file.meta, picture, data); },
+        [&](auto const& data) { return file.meta->addEncodedAlbumCoverToData(picture, data); },
+        session);
 }
 
-CLI::App* addAction(CLI::App& cover, Session& session, char const* name, char const* description,
-    EditOptions& options)
+/// What each of the three does, with the options that all of them have.
+using Action = void (*)(EditOptions const& options, Session& session);
+
+CLI::App& addAction(CLI::App& cover, Session& session, char const* name, char const* description,
+    std::shared_ptr<EditOptions> const& options, Action action)
 {
-    auto* const action = addSubcommand(cover, session, name, description);
-    action->add_flag("--json", options.json, "Print a JSON object");
-    return action;
+    CLI::App& added = addSubcommand(cover, session, name, description);
+    added.add_flag("--json", options->json, "Print a JSON object");
+    added.callback([options, action, &session] { action(*options, session); });
+    return added;
 }
 
-void addForce(CLI::App& action, EditOptions& options)
+void addEditOptions(CLI::App& action, EditOptions& options)
 {
     action.add_flag("--force", options.isForced, "Edit even if the media does not survive it");
+    addRequiredOutput(action, options.output, "Write the edited copy to this file");
+    addFile(action, options.path, "Music file");
 }
 
-}
-
-void addCoverCommand(CLI::App& app, Session& session)
+void addOptions(CLI::App& command, Session& session)
 {
-    auto* const cover
-        = addSubcommand(app, session, "cover", "Extract, remove or add the album cover");
-    cover->require_subcommand(1);
+    command.require_subcommand(1);
 
     auto const extraction = std::make_shared<EditOptions>();
-    auto* const extract = addAction(
-        *cover, session, "extract", "Write the cover of a file as a picture", *extraction);
-    addPictureOutput(*extract, extraction->output);
-    addFile(*extract, extraction->path, "Music file");
-    extract->callback([extraction, &session] { extractCover(*extraction, session); });
+    CLI::App& extract = addAction(command, session, "extract",
+        "Write the cover of a file as a picture", extraction, extractCover);
+    addPictureOutput(extract, extraction->output);
+    addFile(extract, extraction->path, "Music file");
 
     auto const removal = std::make_shared<EditOptions>();
-    auto* const remove = addAction(
-        *cover, session, "remove", "Write a copy of a file without its covers", *removal);
-    addForce(*remove, *removal);
-    addRequiredOutput(*remove, removal->output, "Write the edited copy to this file");
-    addFile(*remove, removal->path, "Music file");
-    remove->callback([removal, &session] { removeCover(*removal, session); });
+    CLI::App& remove = addAction(command, session, "remove",
+        "Write a copy of a file without its covers", removal, removeCover);
+    addEditOptions(remove, *removal);
 
     auto const addition = std::make_shared<EditOptions>();
-    auto* const add = addAction(
-        *cover, session, "add", "Write a copy of a file with a picture as its cover", *addition);
-    addForce(*add, *addition);
-    addRequiredOutput(*add, addition->output, "Write the edited copy to this file");
-    addFile(*add, addition->path, "Music file");
-    addText(*add, "PICTURE", addition->picturePath, "Picture to insert, at its own size");
-    add->callback([addition, &session] { addCover(*addition, session); });
+    CLI::App& add = addAction(command, session, "add",
+        "Write a copy of a file with a picture as its cover", addition, addCover);
+    addEditOptions(add, *addition);
+    addText(add, "PICTURE", addition->picturePath, "Picture to insert, at its own size");
 }
+
+}
+
+Command const coverCommand { .name = "cover",
+    .description = "Extract, remove or add the album cover",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

@@ -1,7 +1,7 @@
 #include "CoverSafety.h"
 
 #include <kxmd/mp3/KXMP3EditSafety.h>
-#include <kxmd/mp4/KXMP4EditSafety.h>
+#include <kxmd/mp4/safety/KXMP4EditSafety.h>
 
 std::optional<std::string> reasonAgainstRemovingCover(
     KXMDFileMeta const& meta, KXAbstractData& data)
@@ -12,9 +12,9 @@ std::optional<std::string> reasonAgainstRemovingCover(
 }
 
 std::optional<std::string> reasonAgainstAddingCover(
-    KXMDFileMeta const& meta, KXMDFileMeta::ImageRef const& image, KXAbstractData& data)
+    KXMDFileMeta const& meta, KXData const& encodedPicture, KXAbstractData& data)
 {
-    std::uint64_t const size = meta.albumCoverSizeForImage(image);
+    std::uint64_t const size = meta.albumCoverSizeForEncodedImage(encodedPicture);
     if (meta.metaType() == KXMDMetaTypeMP4)
         return KXMP4EditSafety(data).reasonAgainstAddingAlbumCoverOfSize(size);
     return KXMP3EditSafety(data).reasonAgainstAddingAlbumCoverOfSize(size);

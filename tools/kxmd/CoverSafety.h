@@ -12,4 +12,4 @@ std::optional<std::string> reasonAgainstRemovingCover(
     KXMDFileMeta const& meta, KXAbstractData& data);
 
 std::optional<std::string> reasonAgainstAddingCover(
-    KXMDFileMeta const& meta, KXMDFileMeta::ImageRef const& image, KXAbstractData& data);
+    KXMDFileMeta const& meta, KXData const& encodedPicture, KXAbstractData& data);

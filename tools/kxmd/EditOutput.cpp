@@ -4,7 +4,7 @@
 #include "OutputFile.h"
 #include "Session.h"
 
-#include <kxmd/host/KXAbstractData.h>
+#include <kxmd/base/KXAbstractData.h>
 
 namespace {
 

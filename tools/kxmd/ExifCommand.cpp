@@ -67,15 +67,18 @@ void showExif(Options const& options, Session& session)
     writeOutputFile(options.output, { options.path }, bytes, session);
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    command.add_flag("--json", options->json, "Print a JSON object");
+    addOutput(command, options->output, "Write the preview to this file");
+    addFile(command, options->path, "Photograph to look at");
+    command.callback([options, &session] { showExif(*options, session); });
 }
 
-void addExifCommand(CLI::App& app, Session& session)
-{
-    auto* const command
-        = addSubcommand(app, session, "exif", "Find the preview in a photograph's EXIF block");
-    auto const options = std::make_shared<Options>();
-    command->add_flag("--json", options->json, "Print a JSON object");
-    addOutput(*command, options->output, "Write the preview to this file");
-    addFile(*command, options->path, "Photograph to look at");
-    command->callback([options, &session] { showExif(*options, session); });
 }
+
+Command const exifCommand { .name = "exif",
+    .description = "Find the preview in a photograph's EXIF block",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

@@ -5,7 +5,7 @@
 #include "Session.h"
 #include "Usage.h"
 
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXPrintableText.h>
 #include <kxmd/mp3/KXMDFileMetaMP3.h>
 
 #include <memory>
@@ -40,10 +40,10 @@ std::string rightAligned(std::uint64_t number, std::size_t width)
 std::string frameLine(KXMDFileMetaMP3Frame const& frame)
 {
     std::string line = rightAligned(frame.offset(), 10) + rightAligned(frame.size(), 11) + "  "
-        + withoutControlCharacters(frame.tag());
+        + KXTextWithoutControlCharacters(frame.tag());
     KXSize const cover = frame.albumCoverSize();
     if (auto const& content = frame.content())
-        line.append("  ").append(withoutControlCharacters(*content));
+        line.append("  ").append(KXTextWithoutControlCharacters(*content));
     else if (cover != KXSize())
         line += "  " + jsonNumber(cover.width).dump() + " x " + jsonNumber(cover.height).dump();
     return line + '\n';
@@ -66,13 +66,17 @@ void showFrames(Options const& options, Session& session)
     }
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    command.add_flag("--json", options->json, "Print one JSON object a frame");
+    addFile(command, options->path, "File to look at");
+    command.callback([options, &session] { showFrames(*options, session); });
 }
 
-void addFramesCommand(CLI::App& app, Session& session)
-{
-    auto* const command = addSubcommand(app, session, "frames", "List the ID3v2 frames of a file");
-    auto const options = std::make_shared<Options>();
-    command->add_flag("--json", options->json, "Print one JSON object a frame");
-    addFile(*command, options->path, "File to look at");
-    command->callback([options, &session] { showFrames(*options, session); });
 }
+
+Command const framesCommand { .name = "frames",
+    .description = "List the ID3v2 frames of a file",
+    .nature = Command::Nature::reads,
+    .addOptions = addOptions };

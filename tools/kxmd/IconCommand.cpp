@@ -29,14 +29,18 @@ void writeIcon(Options const& options, Session& session)
     writePicture(icon, options.output, { options.path }, session);
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    addSize(command, options->size);
+    addPictureOutput(command, options->output);
+    addFile(command, options->path, "File or folder, which need not exist");
+    command.callback([options, &session] { writeIcon(*options, session); });
 }
 
-void addIconCommand(CLI::App& app, Session& session)
-{
-    auto* const command = addSubcommand(app, session, "icon", "Write the icon of a file's type");
-    auto const options = std::make_shared<Options>();
-    addSize(*command, options->size);
-    addPictureOutput(*command, options->output);
-    addFile(*command, options->path, "File or folder, which need not exist");
-    command->callback([options, &session] { writeIcon(*options, session); });
 }
+
+Command const iconCommand { .name = "icon",
+    .description = "Write the icon of a file's type",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

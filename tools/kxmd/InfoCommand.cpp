@@ -126,27 +126,31 @@ std::string textReport(Subject const& subject)
 void showFile(std::string const& path, bool json, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(path);
-    auto const detectedType = data ? KXMDFileMeta::metaTypeForData(*data) : KXMDMetaTypeUnknown;
-    auto const meta = KXMDFileMeta::fileMetaWithSourcePath(path);
+    if (!data) {
+        if (json)
+            session.write(jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }));
+        return session.reportUnreadable(path);
+    }
+    KXMDMetaType const detectedType = KXMDFileMeta::metaTypeForData(*data);
+    auto const meta = KXMDFileMeta::fileMetaWithAnyAbstractData(*data);
     Subject const subject { path, detectedType, *meta };
-    if (json)
-        session.write(jsonReport(subject));
-    else if (data)
-        session.write(textReport(subject));
-    if (!data)
-        session.reportUnreadable(path);
+    session.write(json ? jsonReport(subject) : textReport(subject));
 }
 
-}
-
-void addInfoCommand(CLI::App& app, Session& session)
+void addOptions(CLI::App& command, Session& session)
 {
-    auto* const command = addSubcommand(app, session, "info", "Tell what is in each file");
     auto const json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print one JSON object a file");
-    auto* const files = addFiles(*command, "Files to look at");
-    command->callback([json, files, &session] {
+    command.add_flag("--json", *json, "Print one JSON object a file");
+    auto* const files = addFiles(command, "Files to look at");
+    command.callback([json, files, &session] {
         for (auto const& path : textsOf(*files))
             showFile(path, *json, session);
     });
 }
+
+}
+
+Command const infoCommand { .name = "info",
+    .description = "Tell what is in each file",
+    .nature = Command::Nature::reads,
+    .addOptions = addOptions };

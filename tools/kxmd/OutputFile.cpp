@@ -3,7 +3,7 @@
 #include "Session.h"
 #include "tools/shared/AtomicFile.h"
 
-#include <kxmd/host/KXAbstractData.h>
+#include <kxmd/base/KXAbstractData.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -4,7 +4,7 @@
 #include "Session.h"
 #include "Usage.h"
 
-#include <kxmd/host/KXPath.h>
+#include <kxmd/base/KXPath.h>
 #include <kxmd/platform/KXPlatform.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ constexpr Format formats[] {
 /// The format that the extension of `path` names, in upper or lower case; null for any other.
 Format const* formatOfPath(std::string_view path)
 {
-    std::string const name(lastPathComponent(path));
+    std::string const name(KXLastPathComponent(path));
     std::size_t const stop = name.rfind('.');
     if (stop == std::string::npos)
         return nullptr;

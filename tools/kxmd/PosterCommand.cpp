@@ -26,14 +26,17 @@ void writePoster(Options const& options, Session& session)
     writePicture(isFound ? parser.thumbnail() : nullptr, options.output, { options.path }, session);
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    addPictureOutput(command, options->output);
+    addFile(command, options->path, "Movie to show");
+    command.callback([options, &session] { writePoster(*options, session); });
 }
 
-void addPosterCommand(CLI::App& app, Session& session)
-{
-    auto* const command = addSubcommand(
-        app, session, "poster", "Write the poster frame of a movie, or else its first");
-    auto const options = std::make_shared<Options>();
-    addPictureOutput(*command, options->output);
-    addFile(*command, options->path, "Movie to show");
-    command->callback([options, &session] { writePoster(*options, session); });
 }
+
+Command const posterCommand { .name = "poster",
+    .description = "Write the poster frame of a movie, or else its first",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

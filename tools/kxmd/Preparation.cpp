@@ -7,8 +7,8 @@
 #include "TemporaryFolder.h"
 #include "tools/shared/AtomicFile.h"
 
+#include <kxmd/base/KXMutableAbstractData.h>
 #include <kxmd/core/KXMDFileMetaController.h>
-#include <kxmd/mp4/KXMP4EditSafety.h>
 #include <kxmd/processors/KXMDFileProcessorAddAlbumCover.h>
 #include <kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h>
 #include <kxmd/processors/KXMDFileProcessorConvertALAC.h>
@@ -34,7 +34,7 @@ std::uint64_t largestEditedFile()
     return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) / 4;
 }
 
-/// Whether it is music that is worth to be converted; of a film only the sound would be left.
+/// Music worth converting. A film would lose its pictures.
 bool isLosslessAudio(KXMDFileMeta const& meta)
 {
     return !meta.containsVideo()
@@ -121,18 +121,18 @@ private:
 
     KXDCSimpleFileProxy proxy() const { return { _file, _outcome.target }; }
 
-    /// Counts a processor, with the size that it predicts.
-    void use(KXDCFileProcessor const& processor, char const* name)
+    /// Counts a step, with the size that its processor predicts.
+    void use(KXDCFileProcessor const& processor, PreparationStep step)
     {
         _outcome.predictedSize
             = processor.processedFilesizeForFileProxy(proxy(), _outcome.predictedSize);
-        _outcome.processors.emplace_back(name);
+        _outcome.steps.push_back(step);
     }
 
     /// The same as before `use`: the processor could not do it.
     void takeBack(std::uint64_t predictedSize, char const* remark)
     {
-        _outcome.processors.pop_back();
+        _outcome.steps.pop_back();
         _outcome.predictedSize = predictedSize;
         _outcome.remark = remark;
     }
@@ -152,7 +152,7 @@ private:
         if (!platform)
             return;
         KXMDFileProcessorConvertALAC const processor(platform);
-        use(processor, "KXMDFileProcessorConvertALAC");
+        use(processor, PreparationStep::conversion);
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
         auto const meta = _data ? KXMDFileMeta::fileMetaWithAbstractData(*_data) : nullptr;
         if (!meta) {
@@ -174,13 +174,13 @@ private:
                 proxy(), size)
             == size)
             return; // There is nothing to remove.
-        if (isDangerous(KXMP4EditSafety(*source).reasonAgainstCleaning()))
+        if (isDangerous(KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*source)))
             return;
         auto const platform = platformWithTemporaryFolder();
         if (!platform)
             return;
         KXMDFileProcessorCleanIPhoneVideo const processor(platform);
-        use(processor, "KXMDFileProcessorCleanIPhoneVideo");
+        use(processor, PreparationStep::cleaning);
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
         if (!_data || _data->length() != _outcome.predictedSize)
             _outcome.error = "cannot be cleaned";
@@ -199,10 +199,11 @@ private:
             return;
         }
         auto const reader = KXMutableAbstractData::abstractDataWithData(data);
-        if (isDangerous(reasonAgainstAddingCover(*_meta, picture, *reader)))
+        auto const encoded = controller->jpgRepresentationOfImage(picture);
+        if (isDangerous(reasonAgainstAddingCover(*_meta, encoded, *reader)))
             return;
         std::uint64_t const size = _outcome.predictedSize;
-        use(processor, "KXMDFileProcessorAddAlbumCover");
+        use(processor, PreparationStep::coverInsertion);
         auto const processed = processor.processedFileDataForFileProxy(proxy(), reader);
         if (processed != reader)
             _data = processed;

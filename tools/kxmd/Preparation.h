@@ -6,6 +6,7 @@
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXPlatform.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -21,11 +22,14 @@ struct PreparationOptions {
     std::mutex& largeFiles; ///< Held by whoever has a large file in memory.
 };
 
+/// What can be done to a file, in the order in which it is.
+enum class PreparationStep { conversion, cleaning, coverInsertion };
+
 /// What became of one file.
 struct PreparationOutcome {
     std::string source;
     std::string target;
-    std::vector<std::string> processors; ///< Names of their classes, in order.
+    std::vector<PreparationStep> steps; ///< What was done to it, in order.
     std::uint64_t sizeBefore { 0 };
     std::uint64_t predictedSize { 0 };
     std::uint64_t size { 0 };
@@ -34,6 +38,10 @@ struct PreparationOutcome {
     std::string remark; ///< What a person should know of a file that is there.
 
     bool isDone() const { return error.empty(); }
+    bool has(PreparationStep step) const
+    {
+        return std::find(steps.begin(), steps.end(), step) != steps.end();
+    }
 };
 
 /// A file, and where it goes.

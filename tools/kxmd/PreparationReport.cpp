@@ -4,7 +4,7 @@
 #include "Preparation.h"
 #include "Session.h"
 
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXPrintableText.h>
 
 #include <algorithm>
 #include <array>
@@ -15,36 +15,38 @@
 
 namespace {
 
-struct ProcessorWord {
-    std::string_view processor;
-    std::string_view word;
+struct StepNames {
+    PreparationStep step;
+    std::string_view processor; ///< The class that does it.
+    std::string_view done;
 };
 
-constexpr std::array<ProcessorWord, 3> processorWords { {
-    { "KXMDFileProcessorConvertALAC", "converted" },
-    { "KXMDFileProcessorCleanIPhoneVideo", "cleaned" },
-    { "KXMDFileProcessorAddAlbumCover", "cover inserted" },
+constexpr std::array<StepNames, 3> stepNames { {
+    { PreparationStep::conversion, "KXMDFileProcessorConvertALAC", "converted" },
+    { PreparationStep::cleaning, "KXMDFileProcessorCleanIPhoneVideo", "cleaned" },
+    { PreparationStep::coverInsertion, "KXMDFileProcessorAddAlbumCover", "cover inserted" },
 } };
 
-bool wasDone(PreparationOutcome const& outcome, std::string_view word)
+JSON jsonOfSteps(PreparationOutcome const& outcome)
 {
-    for (auto const& [processor, name] : processorWords) {
-        if (name == word && outcome.isDone())
-            return std::ranges::find(outcome.processors, processor) != outcome.processors.end();
+    JSON processors = JSON::array();
+    for (StepNames const& names : stepNames) {
+        if (outcome.has(names.step))
+            processors.push_back(names.processor);
     }
-    return false;
+    return processors;
 }
 
 /// What was done to a file, in words: "converted, cover inserted: Album/Song.m4a (1234 bytes)".
 std::string lineOf(PreparationOutcome const& outcome, std::string const& folder)
 {
     std::string done;
-    for (auto const& [processor, word] : processorWords) {
-        if (wasDone(outcome, word))
-            done.append(done.empty() ? "" : ", ").append(word);
+    for (StepNames const& names : stepNames) {
+        if (outcome.has(names.step))
+            done.append(done.empty() ? "" : ", ").append(names.done);
     }
     std::string line = (done.empty() ? "copied" : done) + ": "
-        + withoutControlCharacters(outcome.target.substr(folder.size() + 1)) + " ("
+        + KXTextWithoutControlCharacters(outcome.target.substr(folder.size() + 1)) + " ("
         + std::to_string(outcome.size) + " bytes)";
     if (!outcome.remark.empty())
         line += ", " + outcome.remark;
@@ -75,11 +77,13 @@ void PreparationReport::count(PreparationOutcome const& outcome)
 {
     ++_totals.files;
     _totals.failed += !outcome.isDone();
-    _totals.converted += wasDone(outcome, "converted");
-    _totals.covers += wasDone(outcome, "cover inserted");
-    _totals.cleaned += wasDone(outcome, "cleaned");
     _totals.bytesIn += outcome.sizeBefore;
-    _totals.bytesOut += outcome.isDone() ? outcome.size : 0;
+    if (!outcome.isDone())
+        return;
+    _totals.converted += outcome.has(PreparationStep::conversion);
+    _totals.covers += outcome.has(PreparationStep::coverInsertion);
+    _totals.cleaned += outcome.has(PreparationStep::cleaning);
+    _totals.bytesOut += outcome.size;
 }
 
 void PreparationReport::advance(PreparationOutcome const& outcome)
@@ -94,7 +98,7 @@ void PreparationReport::add(PreparationOutcome const& outcome)
         _session.reportError(outcome.source, outcome.error);
     if (_isJSON) {
         _session.write(jsonLine({ { "source", outcome.source }, { "target", outcome.target },
-            { "processors", outcome.processors }, { "sizeBefore", outcome.sizeBefore },
+            { "processors", jsonOfSteps(outcome) }, { "sizeBefore", outcome.sizeBefore },
             { "predictedSize", outcome.predictedSize }, { "size", outcome.size },
             { "ok", outcome.isDone() },
             { "error", outcome.isDone() ? outcome.remark : outcome.error } }));

@@ -119,7 +119,7 @@ PreparationOutcome refusedFile(PreparationJob const& job, std::uint64_t size)
 {
     return { .source = job.source,
         .target = job.target,
-        .processors = {},
+        .steps = {},
         .sizeBefore = size,
         .predictedSize = size,
         .size = 0,
@@ -167,27 +167,29 @@ void prepare(Options const& options, Session& session)
     report.finish();
 }
 
-}
-
-void addPrepareCommand(CLI::App& app, Session& session)
+void addOptions(CLI::App& command, Session& session)
 {
-    auto* const command = addSubcommand(
-        app, session, "prepare", "Make music and videos ready for a phone, into a folder");
     auto const options = std::make_shared<Options>();
-    addText(*command, "--to", options->folder, "Folder to write the prepared files to");
-    command->get_option("--to")->check(problemOfFolderName);
-    addOptionalText(
-        *command, "--playlist", options->playlist, "Also write a playlist of this name");
-    command->get_option("--playlist")->check(problemOfPlaylistName);
-    command->add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
-    command->add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
-    command->add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
-    command->add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
+    addText(command, "--to", options->folder, "Folder to write the prepared files to");
+    command.get_option("--to")->check(problemOfFolderName);
+    addOptionalText(command, "--playlist", options->playlist, "Also write a playlist of this name");
+    command.get_option("--playlist")->check(problemOfPlaylistName);
+    command.add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
+    command.add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
+    command.add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
+    command.add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
         ->check(CLI::Range(1u, 256u));
-    command->add_flag("--json", options->json, "Print a JSON object for each file");
-    options->paths = addFiles(*command, "Files and folders to prepare");
-    command->callback([options, &session] {
+    command.add_flag("--json", options->json, "Print a JSON object for each file");
+    options->paths = addFiles(command, "Files and folders to prepare");
+    command.callback([options, &session] {
         options->folder = folderFromArgument(std::move(options->folder));
         prepare(*options, session);
     });
 }
+
+}
+
+Command const prepareCommand { .name = "prepare",
+    .description = "Make music and videos ready for a phone, into a folder",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

@@ -1,6 +1,6 @@
 #include "Session.h"
 
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXPrintableText.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -56,9 +56,9 @@ void Session::reportError(std::string_view path, std::string_view problem)
     _exitStatus = ExitStatus::someFileFailed;
     finish(); // So that an error on a terminal follows the results before it.
     std::string line = "kxmd: ";
-    line.append(withoutControlCharacters(path))
+    line.append(KXTextWithoutControlCharacters(path))
         .append(": ")
-        .append(withoutControlCharacters(problem))
+        .append(KXTextWithoutControlCharacters(problem))
         .append("\n");
     _standardError.writeLines(line);
 }

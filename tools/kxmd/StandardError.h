@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kxmd/host/KXGuarded.h>
+#include <kxmd/base/KXGuarded.h>
 
 #include <atomic>
 #include <cstddef>

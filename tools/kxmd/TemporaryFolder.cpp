@@ -1,6 +1,6 @@
 #include "TemporaryFolder.h"
 
-#include <kxmd/host/KXGuarded.h>
+#include <kxmd/base/KXGuarded.h>
 
 #include <chrono>
 #include <cstdlib>

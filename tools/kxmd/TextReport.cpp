@@ -2,7 +2,7 @@
 
 #include "Session.h"
 
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXPrintableText.h>
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ constexpr std::size_t nameWidth = 14; // The longest name, "Album artist", and a
 }
 
 TextReport::TextReport(std::string_view heading)
-    : _text(withoutControlCharacters(heading) + '\n')
+    : _text(KXTextWithoutControlCharacters(heading) + '\n')
 {
 }
 
@@ -21,7 +21,7 @@ void TextReport::addLine(std::string_view name, std::string_view value)
 {
     _text.append("  ").append(name);
     _text.append(nameWidth - std::min(name.size(), nameWidth - 1), ' ');
-    _text.append(withoutControlCharacters(value)).append("\n");
+    _text.append(KXTextWithoutControlCharacters(value)).append("\n");
 }
 
 std::string byteCount(unsigned long long count)

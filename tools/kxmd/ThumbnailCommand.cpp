@@ -28,15 +28,18 @@ void writeThumbnail(Options const& options, Session& session)
     writePicture(image, options.output, { options.path }, session);
 }
 
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    addSize(command, options->size);
+    addPictureOutput(command, options->output);
+    addFile(command, options->path, "File to show");
+    command.callback([options, &session] { writeThumbnail(*options, session); });
 }
 
-void addThumbnailCommand(CLI::App& app, Session& session)
-{
-    auto* const command
-        = addSubcommand(app, session, "thumbnail", "Write the picture that stands for a file");
-    auto const options = std::make_shared<Options>();
-    addSize(*command, options->size);
-    addPictureOutput(*command, options->output);
-    addFile(*command, options->path, "File to show");
-    command->callback([options, &session] { writeThumbnail(*options, session); });
 }
+
+Command const thumbnailCommand { .name = "thumbnail",
+    .description = "Write the picture that stands for a file",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

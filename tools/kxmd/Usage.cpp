@@ -3,8 +3,8 @@
 #include "Session.h"
 #include "SizeArgument.h"
 
-#include <kxmd/host/KXLog.h>
-#include <kxmd/host/KXPrintableText.h>
+#include <kxmd/base/KXLog.h>
+#include <kxmd/base/KXPrintableText.h>
 
 #include <algorithm>
 #include <utility>
@@ -36,20 +36,20 @@ std::string messageOfError(CLI::ParseError const& error)
 {
     std::string message = error.what();
     std::erase(message, literalMark); // In front of the arguments that it names.
-    return withoutControlCharacters(message);
+    return KXTextWithoutControlCharacters(message);
 }
 
-CLI::App* addSubcommand(CLI::App& app, Session& session, std::string name, std::string description)
+CLI::App& addSubcommand(CLI::App& app, Session& session, std::string name, std::string description)
 {
-    CLI::App* const command = app.add_subcommand(std::move(name), std::move(description));
-    addQuietFlag(*command, session);
+    CLI::App& command = *app.add_subcommand(std::move(name), std::move(description));
+    addQuietFlag(command, session);
     return command;
 }
 
 void addQuietFlag(CLI::App& app, Session& session)
 {
     auto const beQuiet = [&session] {
-        setLogSink({});
+        KXSetLogSink({});
         session.standardError().hideStatus();
     };
     app.add_flag_callback("-q,--quiet", beQuiet, "Hide the library's log lines and the progress");

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kxmd/host/KXSize.h>
+#include <kxmd/base/KXSize.h>
 
 #include <CLI/App.hpp>
 
@@ -13,7 +13,7 @@ class Session;
 std::string messageOfError(CLI::ParseError const& error);
 
 /// A subcommand with the options that each of them has.
-CLI::App* addSubcommand(CLI::App& app, Session& session, std::string name, std::string description);
+CLI::App& addSubcommand(CLI::App& app, Session& session, std::string name, std::string description);
 
 /// The flag that leaves nothing but errors on standard error: no log lines, no progress.
 void addQuietFlag(CLI::App& app, Session& session);

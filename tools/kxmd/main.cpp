@@ -8,7 +8,8 @@
 #include "tools/shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
 
-#include <kxmd/host/KXLog.h>
+#include <kxmd/base/KXLog.h>
+#include <kxmd/version.h>
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -25,25 +26,9 @@
 
 namespace {
 
-void addCommands(CLI::App& app, Session& session)
-{
-    app.set_version_flag("--version", "kxmd " KXMD_VERSION);
-    addQuietFlag(app, session);
-    app.require_subcommand(0, 1); // None is refused later, behind arguments that nobody expects.
-    addInfoCommand(app, session);
-    addAtomsCommand(app, session);
-    addFramesCommand(app, session);
-    addExifCommand(app, session);
-    addThumbnailCommand(app, session);
-    addCompositeCommand(app, session);
-    addIconCommand(app, session);
-    addPosterCommand(app, session);
-    addCacheNameCommand(app, session);
-    addCoverCommand(app, session);
-    addCleanCommand(app, session);
-    addConvertCommand(app, session);
-    addPrepareCommand(app, session);
-}
+constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &exifCommand,
+    &thumbnailCommand, &compositeCommand, &iconCommand, &posterCommand, &cacheNameCommand,
+    &coverCommand, &cleanCommand, &convertCommand, &prepareCommand };
 
 void cleanUp(Session& session)
 {
@@ -53,18 +38,20 @@ void cleanUp(Session& session)
     removePartsForGood();
 }
 
-/// Cleans up on a signal once a command that writes files is about to be read, while there is no
-/// other thread. Those that only read start sooner without.
-void cleanUpBehindWriters(
-    CLI::App& app, Session& session, std::optional<CleanUpOnSignal>& cleanUpOnSignal)
+/// Adds all subcommands. Once one that writes files is about to be read, while there is no other
+/// thread, `cleanUpOnSignal` begins to wait for signals.
+void addCommands(CLI::App& app, Session& session, std::optional<CleanUpOnSignal>& cleanUpOnSignal)
 {
-    constexpr std::array<std::string_view, 4> readers { "info", "atoms", "frames", "cache-name" };
-    for (CLI::App* const command : app.get_subcommands({})) {
-        if (std::ranges::find(readers, command->get_name()) != readers.end())
-            continue;
-        command->preparse_callback([&session, &cleanUpOnSignal](std::size_t) {
-            cleanUpOnSignal.emplace([&session] { cleanUp(session); });
-        });
+    app.set_version_flag("--version", std::string("kxmd ") + KXVersion());
+    addQuietFlag(app, session);
+    app.require_subcommand(0, 1); // None is refused later, after arguments that nobody expects.
+    for (Command const* const command : commands) {
+        CLI::App& added = addSubcommand(app, session, command->name, command->description);
+        command->addOptions(added, session);
+        if (command->nature == Command::Nature::writes)
+            added.preparse_callback([&session, &cleanUpOnSignal](std::size_t) {
+                cleanUpOnSignal.emplace([&session] { cleanUp(session); });
+            });
     }
 }
 
@@ -80,7 +67,7 @@ void parse(CLI::App& app, std::vector<std::string> arguments)
 /// above the status of a long run.
 void showLog(StandardError& standardError)
 {
-    setLogSink([&standardError](std::string_view category, std::string_view text) {
+    KXSetLogSink([&standardError](std::string_view category, std::string_view text) {
         std::string line;
         line.append("[").append(category).append("] ").append(text).append("\n");
         standardError.writeLines(line);
@@ -121,9 +108,8 @@ int main(int argumentCount, char** arguments)
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
     CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");
-    addCommands(app, session);
     std::optional<CleanUpOnSignal> cleanUpOnSignal; // Ends before the session.
-    cleanUpBehindWriters(app, session, cleanUpOnSignal);
+    addCommands(app, session, cleanUpOnSignal);
     try {
         parse(app, literalArguments(argumentCount, arguments));
     } catch (CLI::ParseError const& error) {

@@ -1,6 +1,6 @@
 #include "tools/shared/AtomicFile.h"
 
-#include <kxmd/host/KXGuarded.h>
+#include <kxmd/base/KXGuarded.h>
 
 #include <array>
 #include <cerrno>

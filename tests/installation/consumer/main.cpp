@@ -1,10 +1,9 @@
 // An application that uses an installed copy of the library.
 
-#include <kxmd/core/KXMDFileMeta.h>
-#include <kxmd/mp4/KXMP4Atom.h>
-#include <kxmd/thumbnails/KXMDCacheName.h>
+#include <kxmd/kxmd.h>
 
 #include <iostream>
+#include <string_view>
 
 namespace {
 
@@ -24,7 +23,11 @@ int main()
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*reader);
     bool const isGood = check(meta && meta->metaType() == KXMDMetaTypeMP4, "an MP4 file is one")
         && check(meta->mp4Atom()->children().size() == 2, "it has two atoms")
-        && check(cacheNameForPath("a", { 1, 2 }) == "a3bc98071341c83cea3c89c51829af88c46a4a16",
-            "the platform's digest is there");
+        && check(KXMDThumbnailController::sharedController()->cacheNameForPath("a", { 1, 2 })
+                == "a3bc98071341c83cea3c89c51829af88c46a4a16",
+            "the platform's digest is there")
+        && check(KXVersionNumber() == KXMD_VERSION_NUMBER
+                && KXVersion() == std::string_view(KXMD_VERSION),
+            "headers and library are of one version");
     return isGood ? 0 : 1;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXSize.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXSize.h"
+#include "kxmd/image/KXImage.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegRefsPrivate.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/base/KXAbstractData.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegRefsPrivate.h"
 
 #include <chrono>

@@ -1,5 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
 
+#include "kxmd/image/KXPictureFormatPrivate.h"
+
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -26,7 +28,6 @@ bool feedBytes(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t le
 
 // PNG (ISO/IEC 15948).
 
-constexpr std::string_view signatureOfPNG = "\x89PNG\r\n\x1A\n";
 constexpr std::uint64_t chunkOverhead = 12; // Length, type and checksum, four bytes each.
 constexpr std::uint64_t mostProfileBytes = 1 << 20; // Real colour profiles take some kilobytes.
 
@@ -127,15 +128,17 @@ bool feedGIF(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t leng
 bool feedPictureTo(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t length)
 {
     std::uint64_t const start = data.offset();
-    std::array<std::uint8_t, signatureOfPNG.size()> head {};
-    (void)data.readBytesToMaxLength(head.data(), std::min<std::uint64_t>(head.size(), length));
+    std::array<std::uint8_t, lengthOfPictureHead> head;
+    std::uint64_t const count
+        = data.readBytesToMaxLength(head.data(), std::min<std::uint64_t>(head.size(), length));
     data.setOffset(start);
-    std::string_view const signature(reinterpret_cast<char const*>(head.data()), head.size());
+    auto const format = formatOfPictureWithHead(
+        { reinterpret_cast<char const*>(head.data()), static_cast<std::size_t>(count) });
 
-    if (signature == signatureOfPNG)
+    if (format == KXPictureFormat::png)
         return feedPNG(feed, data, start + std::min(length, data.remainingLength()))
             && length <= data.length() - start;
-    if (signature.starts_with("GIF8"))
+    if (format == KXPictureFormat::gif)
         return feedGIF(feed, data, length);
     return feedBytes(feed, data, std::min(length, mostPictureBytes)) && length <= mostPictureBytes;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXExport.h"
 
 #include <cstdint>
 #include <functional>

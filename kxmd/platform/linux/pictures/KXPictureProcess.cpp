@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXPictureProcessPrivate.h"
 
+#include "kxmd/base/KXBigEndianPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 
@@ -27,14 +28,6 @@ std::string wholePixels(double length)
     return std::to_string(static_cast<int>(std::ceil(std::min(length, longest))));
 }
 
-std::size_t numberAt(std::span<std::uint8_t const> bytes)
-{
-    std::size_t number = 0;
-    for (std::uint8_t const byte : bytes.first(4))
-        number = number << 8 | byte;
-    return number;
-}
-
 /// What the program writes: width and height, 32 bits each, most significant byte first, and then
 /// the pixels; nothing for what is no picture.
 KXImage::Ref imageOfOutput(KXData const& output)
@@ -45,7 +38,7 @@ KXImage::Ref imageOfOutput(KXData const& output)
         return nullptr;
     auto const pixels = bytes.subspan(headLength);
     return KXImage::imageWithPixels(std::vector<std::uint8_t>(pixels.begin(), pixels.end()),
-        numberAt(bytes), numberAt(bytes.subspan(4)));
+        bigEndian32(bytes.first<4>()), bigEndian32(bytes.subspan<4, 4>()));
 }
 
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXData.h"
-#include "kxmd/platform/KXImage.h"
+#include "kxmd/base/KXData.h"
+#include "kxmd/image/KXImage.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 
 #include <cstddef>

@@ -10,7 +10,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -22,17 +21,6 @@ constexpr std::uint64_t mostDecodedPixels = 1ull << 27;
 std::uint64_t pixelsOf(int width, int height)
 {
     return static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
-}
-
-void decodeNoPixels(GdkPixbufLoader* loader)
-{
-    gdk_pixbuf_loader_set_size(loader, 0, 0); // By the library's own convention.
-}
-
-void keepSize(GdkPixbufLoader* loader, int width, int height, gpointer size)
-{
-    *static_cast<KXSize*>(size) = { static_cast<double>(width), static_cast<double>(height) };
-    decodeNoPixels(loader);
 }
 
 struct Decoding {
@@ -85,7 +73,7 @@ void chooseSize(GdkPixbufLoader* loader, int width, int height, gpointer decodin
     if ((isStored && pixelsOf(width, height) > mostStoredPixels)
         || pixelsOf(decodedWidth, decodedHeight) > mostDecodedPixels) {
         decoding.isRefused = true;
-        decodeNoPixels(loader);
+        gdk_pixbuf_loader_set_size(loader, 0, 0); // By the library's own convention.
     } else if (decodedWidth != width || decodedHeight != height) {
         gdk_pixbuf_loader_set_size(loader, decodedWidth, decodedHeight);
     }
@@ -124,46 +112,6 @@ std::size_t shrinkingFactor(GdkPixbuf& pixbuf, KXSize wantedSize)
     return static_cast<std::size_t>(std::max(1.0, std::min(width, height) / (2 * wanted)));
 }
 
-/// Gives the next `length` bytes to the loader, piece by piece, while `goesOn`.
-template <class GoesOn>
-bool feed(GdkPixbufLoader* loader, KXAbstractData& data, std::uint64_t length,
-    std::size_t pieceLength, GoesOn goesOn)
-{
-    std::vector<std::uint8_t> piece(pieceLength);
-    while (length && goesOn()) {
-        std::uint64_t const count
-            = data.readBytesToMaxLength(piece.data(), std::min<std::uint64_t>(pieceLength, length));
-        if (!count || !gdk_pixbuf_loader_write(loader, piece.data(), count, nullptr))
-            return false;
-        length -= count;
-    }
-    return true;
-}
-
-/// Moves past the headers of an album cover that is given as its whole atom, as iTunes writes it:
-/// size, "covr", size, "data", type indicator, locale. The length of the picture, or `length`.
-std::uint64_t skipCoverHeaders(KXAbstractData& data, std::uint64_t length)
-{
-    constexpr std::uint64_t headersLength = 24, dataHeaderLength = 16;
-    std::uint64_t const start = data.offset();
-    std::optional<std::string> cover, content;
-    std::uint32_t contentSize = 0;
-    data.skipBytes(4);
-    bool const isCover = length > headersLength
-        && data.readStringTo(cover, 4, KXStringEncodingLatin1) && *cover == "covr"
-        && data.readUInt32To(contentSize, KXSwap::yes)
-        && data.readStringTo(content, 4, KXStringEncodingLatin1) && *content == "data";
-    if (!isCover) {
-        data.setOffset(start);
-        return length;
-    }
-    data.setOffset(start + headersLength);
-    std::uint64_t const rest = length - headersLength;
-    return contentSize > dataHeaderLength
-        ? std::min<std::uint64_t>(contentSize - dataHeaderLength, rest)
-        : rest;
-}
-
 /// `profile` in base 64, as gdk-pixbuf hands it out.
 void convertFromProfile(GdkPixbuf& pixbuf, char const* profile)
 {
@@ -174,23 +122,9 @@ void convertFromProfile(GdkPixbuf& pixbuf, char const* profile)
 
 }
 
-std::optional<KXSize> KXPixbufPictureLoader::sizeOfPictureInData(
-    KXAbstractData& data, std::uint64_t length) const
-{
-    constexpr std::size_t pieceLength = 4 * 1024;
-    GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
-    KXSize size;
-    g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(keepSize), &size);
-    // Whether feeding and closing succeed does not matter: no pixels were wanted.
-    feed(loader.get(), data, length, pieceLength, [&size] { return size == KXSize(); });
-    gdk_pixbuf_loader_close(loader.get(), nullptr);
-    return size.width > 0 && size.height > 0 ? std::optional(size) : std::nullopt;
-}
-
 KXImage::Ref KXPixbufPictureLoader::imageInData(
     KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
 {
-    length = skipCoverHeaders(data, length);
     GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
     Decoding decoding { wantedSize };
     g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(chooseSize), &decoding);

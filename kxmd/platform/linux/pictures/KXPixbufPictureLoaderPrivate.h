@@ -5,8 +5,6 @@
 /// Pictures by gdk-pixbuf, with whatever loaders the desktop has installed for it.
 class KXPixbufPictureLoader final : public KXPictureLoader {
 public:
-    [[nodiscard]] std::optional<KXSize> sizeOfPictureInData(
-        KXAbstractData& data, std::uint64_t length) const override;
     [[nodiscard]] KXImage::Ref imageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
     [[nodiscard]] KXData jpgRepresentation(KXImage const& image) const override;

@@ -1,4 +1,4 @@
-#include "kxmd/platform/KXImageFitting.h"
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include <cstdio>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kxmd/host/KXData.h"
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXData.h"
+#include "kxmd/base/KXExport.h"
 
 #include <chrono>
 #include <cstdint>

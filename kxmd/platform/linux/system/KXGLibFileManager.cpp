@@ -1,8 +1,9 @@
 #include "kxmd/platform/linux/system/KXGLibFileManagerPrivate.h"
 
-#include "kxmd/host/KXAbstractData.h"
-#include "kxmd/host/KXLog.h"
-#include "kxmd/host/KXPath.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXPath.h"
+#include "kxmd/base/KXPathPrivate.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -80,11 +81,13 @@ KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string 
 bool KXGLibFileManager::writeBytesToFile(
     std::span<std::uint8_t const> bytes, std::string const& path) const
 {
+    if (KXIsCutShortByZero(path))
+        return false;
     // GLib writes beside the file, under its name and seven letters more.
     constexpr std::size_t longestName = NAME_MAX - 7;
-    if (lastPathComponent(path).size() <= longestName)
+    if (KXLastPathComponent(path).size() <= longestName)
         return setContents(bytes, path);
-    std::string folder(pathByDeletingLastPathComponent(path));
+    std::string folder(KXPathByDeletingLastPathComponent(path));
     std::string aside = (folder.empty() ? "." : folder) + "/.kxmd-XXXXXX";
     int const descriptor = g_mkstemp(aside.data());
     if (descriptor < 0)
@@ -98,13 +101,20 @@ bool KXGLibFileManager::writeBytesToFile(
 
 bool KXGLibFileManager::createFolderAtPath(std::string const& path) const
 {
-    return g_mkdir_with_parents(path.c_str(), folderOnlyForTheUser) == 0;
+    return !KXIsCutShortByZero(path)
+        && g_mkdir_with_parents(path.c_str(), folderOnlyForTheUser) == 0;
+}
+
+void KXGLibFileManager::removeEmptyFolderAtPath(std::string const& path) const
+{
+    if (!KXIsCutShortByZero(path))
+        ::rmdir(path.c_str()); // A folder that stays is swept away later.
 }
 
 std::optional<std::uint64_t> KXGLibFileManager::sizeOfFileAtPath(std::string const& path) const
 {
     struct stat status;
-    if (::stat(path.c_str(), &status) != 0)
+    if (KXIsCutShortByZero(path) || ::stat(path.c_str(), &status) != 0)
         return std::nullopt;
     return static_cast<std::uint64_t>(status.st_size);
 }

@@ -10,6 +10,7 @@ public:
     [[nodiscard]] bool writeBytesToFile(
         std::span<std::uint8_t const> bytes, std::string const& path) const override;
     bool createFolderAtPath(std::string const& path) const override;
+    void removeEmptyFolderAtPath(std::string const& path) const override;
     [[nodiscard]] std::optional<std::uint64_t> sizeOfFileAtPath(
         std::string const& path) const override;
 };

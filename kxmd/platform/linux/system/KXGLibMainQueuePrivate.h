@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/platform/KXQueue.h"
+#include "kxmd/base/KXQueue.h"
 
 /// The main loop of GTK programs, and of Qt ones over GLib: the default main context.
 class KXGLibMainQueue final : public KXQueue {

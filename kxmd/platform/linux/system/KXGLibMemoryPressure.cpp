@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/system/KXGLibMemoryPressurePrivate.h"
 
-#include "kxmd/host/KXGuarded.h"
+#include "kxmd/base/KXGuarded.h"
 
 #include <gio/gio.h>
 #include <mutex>

@@ -1,7 +1,8 @@
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 
-#include "kxmd/host/KXLog.h"
-#include "kxmd/host/KXPrintableText.h"
+#include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXPathPrivate.h"
+#include "kxmd/base/KXPrintableText.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXPipePrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
@@ -75,7 +76,7 @@ void logLinesOf(std::string_view said)
     while (!said.empty()) {
         std::string_view const line = said.substr(0, said.find_first_of("\r\n"));
         if (!line.empty())
-            KXLog("Metadata", "%s", withoutControlCharacters(line).c_str());
+            KXLog("Metadata", "%s", KXTextWithoutControlCharacters(line).c_str());
         said.remove_prefix(std::min(line.size() + 1, said.size()));
     }
 }
@@ -97,7 +98,8 @@ std::optional<int> KXLinuxTaskRunner::runToolAtPath(
     std::string const& path, std::vector<std::string> const& arguments) const
 {
     KXPipe pipe;
-    if (!pipe.isOpen())
+    if (!pipe.isOpen() || KXIsCutShortByZero(path)
+        || std::ranges::any_of(arguments, KXIsCutShortByZero))
         return std::nullopt;
     // What goes wrong is said on standard error; what else a tool may have to say, such as how far
     // it is, would only fill the log.

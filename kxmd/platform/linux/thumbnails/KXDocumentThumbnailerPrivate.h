@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXExport.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
 #include "kxmd/platform/linux/thumbnails/KXDesktopThumbnailersPrivate.h"

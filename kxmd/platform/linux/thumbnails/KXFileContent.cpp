@@ -1,7 +1,10 @@
 #include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
 
+#include "kxmd/image/KXPictureFormatPrivate.h"
+
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -16,22 +19,8 @@ struct Signature {
 
 using enum KXFileContent;
 
-// In this order: the file types of ISO/IEC 14496-12 that are pictures (ISO/IEC 23008-12) before all
-// others.
+// What is no picture: the file types of ISO/IEC 14496-12 that are have been looked for before.
 constexpr Signature signatures[] {
-    { 0, "\xFF\xD8\xFF"sv, picture }, // JPEG
-    { 0, "\x89PNG\r\n\x1A\n"sv, picture },
-    { 0, "GIF87a"sv, picture },
-    { 0, "GIF89a"sv, picture },
-    { 0, "II*\0"sv, rarePicture }, // TIFF
-    { 0, "MM\0*"sv, rarePicture },
-    { 0, "\0\0\1\0"sv, rarePicture }, // Icons of Windows.
-    { 8, "WEBP"sv, rarePicture },
-    { 4, "ftypmif1"sv, rarePicture }, // HEIF of any codec, and a row of such pictures.
-    { 4, "ftypmsf1"sv, rarePicture },
-    { 4, "ftyphei"sv, rarePicture },
-    { 4, "ftyphev"sv, rarePicture },
-    { 4, "ftypavi"sv, rarePicture },
     { 4, "ftyp"sv, movie },
     { 4, "moov"sv, movie },
     { 4, "mdat"sv, movie },
@@ -63,12 +52,37 @@ constexpr Signature signatures[] {
     { 0, "DSD "sv, movie },
 };
 
-/// A bitmap of Windows: two letters alone would make pictures of texts.
-bool isBitmap(std::string_view head)
+/// Whether what may be a bitmap of Windows has its four reserved bytes: two letters alone would
+/// make pictures of texts.
+bool hasReservedBytesOfBitmap(std::string_view head)
 {
-    constexpr std::size_t reserved = 6; // Four bytes of zero.
-    return head.starts_with("BM") && head.substr(0, 10).ends_with("\0\0\0\0"sv)
-        && head.size() > reserved + 4;
+    constexpr std::size_t reserved = 6;
+    return head.substr(0, 10).ends_with("\0\0\0\0"sv) && head.size() > reserved + 4;
+}
+
+/// What a file with the signature of a picture format is to be shown by. Absent when the signature
+/// alone is too weak to tell.
+std::optional<KXFileContent> contentOfPicture(KXPictureFormat format, std::string_view head)
+{
+    switch (format) {
+    case KXPictureFormat::jpeg:
+        return head.substr(2).starts_with('\xFF') ? std::optional(picture) : std::nullopt;
+    case KXPictureFormat::png:
+        return picture;
+    case KXPictureFormat::gif:
+        return isVersionOfGIF(head) ? std::optional(picture) : std::nullopt;
+    case KXPictureFormat::bmp:
+        return hasReservedBytesOfBitmap(head) ? std::optional(picture) : std::nullopt;
+    case KXPictureFormat::tiff:
+    case KXPictureFormat::webp:
+    case KXPictureFormat::heif:
+    case KXPictureFormat::heifSequence:
+    case KXPictureFormat::icon:
+        return rarePicture;
+    case KXPictureFormat::unknown:
+        break;
+    }
+    return std::nullopt;
 }
 
 /// The sync word of an MPEG audio frame (ISO/IEC 11172-3) or of AAC (ISO/IEC 13818-7).
@@ -119,13 +133,17 @@ bool isDrawing(std::string_view head)
 KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)
 {
     std::string_view const head(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    for (auto const& signature : pictureSignatures) {
+        auto const content
+            = signature.matches(head) ? contentOfPicture(signature.format, head) : std::nullopt;
+        if (content)
+            return *content;
+    }
     for (auto const& signature : signatures) {
         if (head.size() > signature.offset
             && head.substr(signature.offset).starts_with(signature.bytes))
             return signature.content;
     }
-    if (isBitmap(head))
-        return picture;
     if (isAudioFrame(bytes) || isTransportStream(bytes))
         return movie;
     // As readers of PDF do: some files have a line or two in front.

@@ -1,7 +1,7 @@
 #include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
 
-#include "kxmd/host/KXPath.h"
-#include "kxmd/platform/KXImageFitting.h"
+#include "kxmd/base/KXPath.h"
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXMovieThumbnailPrivate.h"
 
@@ -34,7 +34,7 @@ std::vector<std::uint8_t> headOf(KXAbstractData& data)
 /// name.
 std::string contentTypeOf(std::string const& path, std::span<std::uint8_t const> head)
 {
-    std::string const name(lastPathComponent(path));
+    std::string const name(KXLastPathComponent(path));
     GAllocated<gchar> const type(
         g_content_type_guess(name.c_str(), head.data(), head.size(), nullptr));
     GAllocated<gchar> const mimeType(type ? g_content_type_get_mime_type(type.get()) : nullptr);

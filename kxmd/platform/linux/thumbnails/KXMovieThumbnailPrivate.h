@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/host/KXExport.h"
+#include "kxmd/base/KXExport.h"
 #include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
 

@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/thumbnails/KXSharedThumbnailFolderPrivate.h"
 
-#include "kxmd/host/KXAbstractData.h"
+#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 
 #include <array>
@@ -24,7 +25,6 @@ constexpr SizeFolder sizeFolders[] {
     { "xx-large", 1024 },
 };
 
-constexpr std::string_view signatureOfPNG = "\x89PNG\r\n\x1A\n";
 constexpr std::uint64_t longestText = 32 * 1024; // An address; far more than a path can have.
 constexpr int mostChunks = 64; // The texts stand in front of the pixels.
 

@@ -51,20 +51,6 @@ TEST_F(KXPixbufPictureLoader, PNGKeepsEveryPixel)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, FindsThePictureBehindTheHeadersOfACover)
-{
-    Bytes const picture = png(*gradient(20, 10));
-    Bytes const cover = covr(14, picture);
-    auto const image = decoded(cover);
-    ASSERT_TRUE(image);
-    EXPECT_TRUE(areEqual(*image, *gradient(20, 10)));
-    EXPECT_TRUE(decoded(atom("covr", dataAtom(14, picture), dataAtom(14, picture))));
-    EXPECT_FALSE(decoded(atom("cove", dataAtom(14, picture))));
-    for (std::size_t length = 0; length < 30; ++length)
-        EXPECT_FALSE(
-            decoded(Bytes(cover.begin(), cover.begin() + static_cast<std::ptrdiff_t>(length))));
-}
-
 TEST_F(KXPixbufPictureLoader, PNGKeepsEveryColourOfEveryAlpha)
 {
     auto const image = imageOf(256, 256, [](std::size_t alpha, std::size_t colour) {

@@ -12,6 +12,7 @@
 
 using namespace build;
 using testing::Optional;
+using testing::UnorderedElementsAre;
 namespace files = std::filesystem;
 
 namespace {
@@ -130,6 +131,21 @@ TEST_F(KXGLibFileManagerTest, MakesFoldersWithTheirParents)
     folder.write("file", {});
     EXPECT_FALSE(manager->createFolderAtPath(path("file")));
     EXPECT_FALSE(manager->createFolderAtPath(path("file/below")));
+}
+
+TEST_F(KXGLibFileManagerTest, PathWithZeroIsNotTakenForWhatPrecedesIt)
+{
+    std::string const whole = folder.write("file", bytes({ 1, 2, 3 }));
+    std::string const cutShort = whole + std::string("\0.mp3", 5);
+    EXPECT_FALSE(manager->mutableDataWithContentsOfFile(cutShort));
+    EXPECT_FALSE(manager->writeBytesToFile(bytes({ 4 }), cutShort));
+    EXPECT_FALSE(manager->sizeOfFileAtPath(cutShort));
+    std::string const empty = path("empty");
+    ASSERT_TRUE(manager->createFolderAtPath(empty));
+    manager->removeEmptyFolderAtPath(empty + std::string("\0", 1));
+    EXPECT_FALSE(manager->createFolderAtPath(path("new") + std::string("\0/deep", 6)));
+    EXPECT_THAT(names(), UnorderedElementsAre("file", "empty"));
+    EXPECT_EQ(bytesOfFile(whole), bytes({ 1, 2, 3 }));
 }
 
 TEST_F(KXGLibFileManagerTest, KnowsSizes)

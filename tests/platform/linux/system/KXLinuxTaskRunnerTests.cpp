@@ -1,4 +1,4 @@
-#include "kxmd/host/KXLog.h"
+#include "kxmd/base/KXLog.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include "support/Files.h"
@@ -67,6 +67,8 @@ TEST(KXLinuxTaskRunner, ProgramThatCannotBeStartedHasNoStatus)
     TemporaryFolder const folder;
     EXPECT_EQ(run("/no/such/program", {}), std::nullopt);
     EXPECT_EQ(run("", {}), std::nullopt);
+    EXPECT_EQ(run(std::string("/bin/true\0and more", 18), {}), std::nullopt);
+    EXPECT_EQ(run("/bin/true", { "first", std::string("se\0cond", 7) }), std::nullopt);
     EXPECT_EQ(run("/", {}), std::nullopt);
     EXPECT_EQ(run("sh", { "-c", "exit 0" }), std::nullopt); // No search by name.
     std::string const notExecutable = folder.write("program", text("#!/bin/sh\n"));
@@ -186,7 +188,7 @@ TEST(KXLinuxTaskRunner, HostMayHaveClosedItsStandardFiles)
         pid_t const host = ::fork();
         if (host == 0) {
             std::string said;
-            setLogSink([&said](std::string_view, std::string_view text) { said += text; });
+            KXSetLogSink([&said](std::string_view, std::string_view text) { said += text; });
             for (int number : { 0, 1, 2 }) {
                 if (closed & 1 << number)
                     ::close(number);
@@ -240,8 +242,9 @@ TEST(KXLinuxTaskRunner, HangUpThatIsIgnoredStaysIgnored)
 {
     auto* const before = std::signal(SIGHUP, SIG_IGN);
     EXPECT_THAT(runScript("kill -HUP $$; exit 6"), Optional(6));
-    std::signal(SIGHUP, before);
+    std::signal(SIGHUP, SIG_DFL);
     EXPECT_EQ(runScript("kill -HUP $$; exit 6"), std::nullopt);
+    std::signal(SIGHUP, before);
 }
 
 TEST(KXLinuxTaskRunner, RunsSeveralAtOnce)
@@ -262,6 +265,7 @@ TEST(KXLinuxTaskRunner, OnlyOurConverterIsAskedToEndWithUs)
     EXPECT_THAT(runScript("test -z \"$KXMD_CONVERTER_PARENT\""), Optional(0));
 }
 
+#ifdef KXMD_HAS_CONVERTER
 TEST(KXLinuxTaskRunner, StandsInForTheConverterThatIsMissing)
 {
     if (::access("/usr/bin/afconvert", X_OK) == 0)
@@ -272,3 +276,4 @@ TEST(KXLinuxTaskRunner, StandsInForTheConverterThatIsMissing)
     EXPECT_THAT(run("/usr/bin/afconvert", {}), Optional(2));
     EXPECT_EQ(run("/usr/local/bin/afconvert", {}), std::nullopt); // For no other path.
 }
+#endif

@@ -1,0 +1,3 @@
+#include "kxmd/base/KXObject.h"
+
+KXObject::~KXObject() = default;

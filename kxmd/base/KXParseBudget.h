@@ -1,0 +1,53 @@
+#pragma once
+
+#include "kxmd/base/KXExport.h"
+
+#include <cstdint>
+
+/// What one parse may spend, since a small file can ask for endless work: by claims beyond what it
+/// holds, and by bytes that are walked again and again.
+///
+/// The parsers draw from the budget of their reader; each parse of a whole file begins with a full
+/// one. What is drawn never comes back.
+class KX_EXPORT KXParseBudget {
+public:
+    /// `takeNode:` Takes one of the atoms or frames that may be kept. False when none is left, the
+    /// first time with `message` logged.
+    [[nodiscard]] bool takeNode(char const* message)
+    {
+        if (!_nodes) [[unlikely]]
+            return refuseNode(message);
+        --_nodes;
+        return true;
+    }
+
+    /// `takeHeaderByte` Takes one of the steps through the fillers and segments of small headers,
+    /// each of at least a byte. False when none is left.
+    [[nodiscard]] bool takeHeaderByte() { return take(_headerBytes, 1); }
+
+    /// `takeTextBytes:` Takes bytes of text. False when there are not as many left.
+    [[nodiscard]] bool takeTextBytes(std::uint64_t count) { return take(_textBytes, count); }
+
+    /// `textBytes` The bytes of text that are left.
+    [[nodiscard]] std::uint64_t textBytes() const { return _textBytes; }
+    /// `headerBytes` The steps through headers that are left.
+    [[nodiscard]] std::uint64_t headerBytes() const { return _headerBytes; }
+
+private:
+    static constexpr std::uint64_t million = 1ull << 20;
+
+    static bool take(std::uint64_t& left, std::uint64_t count)
+    {
+        if (count > left)
+            return false;
+        left -= count;
+        return true;
+    }
+
+    bool refuseNode(char const* message);
+
+    std::uint64_t _nodes { million };
+    std::uint64_t _headerBytes { million };
+    std::uint64_t _textBytes { 64 * million };
+    bool _isReported { false };
+};

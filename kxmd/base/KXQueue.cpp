@@ -1,0 +1,3 @@
+#include "kxmd/base/KXQueue.h"
+
+KXQueue::~KXQueue() = default;

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "kxmd/base/KXExport.h"
+
+#include <functional>
+
+/// Runs work later, somewhere else: on a thread of its own or in a host's event loop.
+class KX_EXPORT KXQueue {
+public:
+    using Work = std::function<void()>;
+
+    virtual ~KXQueue();
+
+    /// `async:` Submits `work` and returns at once. Works run one at a time, in submission order.
+    virtual void async(Work work) = 0;
+};

@@ -1,0 +1,110 @@
+#include "kxmd/base/KXSerialQueue.h"
+
+#include "kxmd/base/KXLog.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <pthread.h>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+struct KXSerialQueue::State {
+    /// Who runs the works.
+    enum class Runner {
+        none,
+        thread, ///< The queue's own, until the queue is released.
+        submitter, ///< Whoever submitted a work when no thread was to be had, until all are done.
+    };
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Work> works;
+    Runner runner { Runner::none };
+    bool released { false };
+
+    void runOnOwnThread() noexcept
+    {
+        std::unique_lock lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return released || !works.empty(); });
+            if (works.empty())
+                return;
+            runFirst(lock);
+        }
+    }
+
+    void runOnThreadOfSubmitter() noexcept
+    {
+        std::unique_lock lock(mutex);
+        while (!works.empty())
+            runFirst(lock);
+        runner = Runner::none;
+    }
+
+private:
+    void runFirst(std::unique_lock<std::mutex>& lock)
+    {
+        Work work = std::move(works.front());
+        works.pop_front();
+        lock.unlock();
+        work();
+        work = nullptr; // What it holds may be the last owner of the queue: let go unlocked.
+        lock.lock();
+    }
+};
+
+namespace {
+
+/// Linux shows at most 15 characters of a thread's name.
+std::string threadNameOfLabel(std::string const& label)
+{
+    return label.substr(label.rfind('.') + 1).substr(0, 15);
+}
+
+}
+
+KXSerialQueue::KXSerialQueue(std::string label)
+    : _label(std::move(label))
+    , _state(std::make_shared<State>())
+{
+}
+
+KXSerialQueue::~KXSerialQueue()
+{
+    std::scoped_lock const lock(_state->mutex);
+    _state->released = true;
+    _state->changed.notify_one();
+}
+
+void KXSerialQueue::async(Work work)
+{
+    auto const state = _state; // A work that runs right here may let go of the queue.
+    {
+        std::scoped_lock const lock(state->mutex);
+        state->works.push_back(std::move(work));
+        state->changed.notify_one();
+        if (state->runner != State::Runner::none)
+            return;
+        state->runner = startThread() ? State::Runner::thread : State::Runner::submitter;
+        if (state->runner == State::Runner::thread)
+            return;
+    }
+    state->runOnThreadOfSubmitter();
+    KXLog(
+        "Metadata", "KXSerialQueue->no thread to be had, the work was done where it was asked for");
+}
+
+bool KXSerialQueue::startThread() const
+{
+    try {
+        // Detached: the queue may be released on this very thread, which could not join itself.
+        std::thread thread([state = _state] { state->runOnOwnThread(); });
+        ::pthread_setname_np(thread.native_handle(), threadNameOfLabel(_label).c_str());
+        thread.detach();
+        return true;
+    } catch (std::system_error const&) {
+        return false;
+    }
+}

@@ -1,3 +1,0 @@
-#include "kxmd/host/KXObject.h"
-
-KXObject::~KXObject() = default;

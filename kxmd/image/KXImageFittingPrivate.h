@@ -1,0 +1,9 @@
+#pragma once
+
+#include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXSize.h"
+#include "kxmd/image/KXImage.h"
+
+/// `shrinkImage:toSize:` The picture shrunk to whole points within `size`, with its proportions;
+/// itself when it fits. Null for a size that no picture can have.
+[[nodiscard]] KX_EXPORT KXImage::Ref shrinkImageToSize(KXImage::Ref const& image, KXSize size);

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+/// The formats of pictures that we tell from their first bytes.
+enum class KXPictureFormat : std::uint8_t {
+    jpeg,
+    png,
+    gif,
+    tiff,
+    webp,
+    heif, ///< Of any codec, AV1 among them.
+    heifSequence, ///< A row of such pictures.
+    icon, ///< Of Windows.
+    bmp,
+    unknown,
+};
+
+constexpr std::string_view signatureOfJPEG = "\xFF\xD8"; // ITU-T T.81, B.1.1.3: start of image.
+constexpr std::string_view signatureOfPNG = "\x89PNG\r\n\x1A\n"; // ISO/IEC 15948, 5.2.
+
+/// Bytes that pictures of one format have at one place.
+struct KXPictureSignature {
+    std::size_t position;
+    std::string_view bytes;
+    KXPictureFormat format;
+
+    /// Whether a file that begins with `head` has them.
+    constexpr bool matches(std::string_view head) const
+    {
+        return head.size() > position && head.substr(position).starts_with(bytes);
+    }
+};
+
+/// All of them, the weakest last.
+constexpr KXPictureSignature pictureSignatures[] {
+    { 0, signatureOfJPEG, KXPictureFormat::jpeg },
+    { 0, signatureOfPNG, KXPictureFormat::png },
+    { 0, "GIF8", KXPictureFormat::gif }, // GIF89a, 17; see `isVersionOfGIF`.
+    { 0, std::string_view("II*\0", 4), KXPictureFormat::tiff }, // TIFF 6.0, section 2.
+    { 0, std::string_view("MM\0*", 4), KXPictureFormat::tiff },
+    { 0, std::string_view("\0\0\1\0", 4), KXPictureFormat::icon },
+    { 8, "WEBP", KXPictureFormat::webp }, // RFC 9649, 2.4.
+    { 4, "ftypmif1", KXPictureFormat::heif }, // ISO/IEC 23008-12, 10.2.
+    { 4, "ftypmsf1", KXPictureFormat::heifSequence },
+    { 4, "ftyphei", KXPictureFormat::heif }, // ISO/IEC 23008-12, B.4: pictures of HEVC.
+    { 4, "ftyphev", KXPictureFormat::heifSequence },
+    { 4, "ftypavi", KXPictureFormat::heif }, // AVIF, 6: pictures and sequences.
+    { 0, "BM", KXPictureFormat::bmp },
+};
+
+/// How many first bytes tell the format.
+constexpr std::size_t lengthOfPictureHead = 12;
+
+/// The format of a picture that begins with `head`: all of its bytes, or `lengthOfPictureHead`.
+constexpr KXPictureFormat formatOfPictureWithHead(std::string_view head)
+{
+    for (auto const& signature : pictureSignatures) {
+        if (signature.matches(head))
+            return signature.format;
+    }
+    return KXPictureFormat::unknown;
+}
+
+/// Whether a picture with the signature of a GIF is of one of the two versions that there are.
+constexpr bool isVersionOfGIF(std::string_view head)
+{
+    return head.starts_with("GIF87a") || head.starts_with("GIF89a");
+}

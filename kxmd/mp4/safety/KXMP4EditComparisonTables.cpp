@@ -1,0 +1,231 @@
+#include "kxmd/mp4/atoms/KXMP4ChunkTablePrivate.h"
+#include "kxmd/mp4/safety/KXMP4EditComparisonPrivate.h"
+#include "kxmd/mp4/safety/KXMP4EditReasonsPrivate.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace {
+
+using Layout = KXMP4ChunkTable;
+
+constexpr std::uint64_t smallHeader = 8; // Bytes.
+constexpr std::size_t pieceLength = 4096; // Bytes that are compared at once.
+constexpr std::uint64_t largestOffset = std::numeric_limits<std::uint32_t>::max();
+
+}
+
+/// Which media a track has: its own, or that of other files (ISO/IEC 14496-12, 8.7.2).
+void KXMP4EditComparison::takeDataReferences(Box const& box)
+{
+    constexpr std::uint64_t smallestEntry = 12, selfContained = 1;
+    Track& track = _tracks.back();
+    KXMP4FieldCursor fields(_before, box.offset + box.headerSize + 4, box.end);
+    for (std::uint64_t count = fields.number(4); count; --count) {
+        std::uint64_t const start = fields.position();
+        std::uint64_t const size = fields.number(4);
+        fields.skip(4); // Type.
+        bool const isOwn = fields.number(4) & selfContained;
+        if (!fields.isGood() || size < smallestEntry)
+            return;
+        (isOwn ? track.hasOwnMedia : track.hasForeignMedia) = true;
+        fields.skip(start + size - fields.position());
+    }
+}
+
+std::string_view KXMP4EditComparison::compareTables()
+{
+    for (Table const& table : _tables) {
+        Track const& track = _tracks[table.track];
+        bool const isForeign = track.hasForeignMedia && !track.hasOwnMedia;
+        std::string_view reason;
+        if (table.kind == TableKind::offsets32)
+            reason = compareTable32(table);
+        else if (!isForeign && table.kind == TableKind::offsets64)
+            reason = compareTable64(table);
+        else if (!isForeign)
+            reason = compareAuxiliaryOffsets(table.boxes, false);
+        if (!reason.empty())
+            return reason;
+    }
+    return {};
+}
+
+/// ISO/IEC 14496-12, 8.7.5.
+std::string_view KXMP4EditComparison::compareTable32(Table const& table)
+{
+    auto fields = fieldsOf(table.boxes);
+    fields.skip(4); // Version and flags.
+    std::uint64_t const claimed = fields.number(4).before;
+    std::uint64_t const count = std::min(claimed, fields.bytesLeft() / Layout::entrySize);
+    std::uint64_t const entries = fields.position().before;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        KXMP4Pair const entry = fields.number(Layout::entrySize);
+        if (!fields.isGood())
+            return {}; // The file has become shorter.
+        auto const reason = compareEntry32(entry, table);
+        if (!reason.empty() && entry.isEqual())
+            return reason;
+        if (!reason.empty())
+            return reasonForChangeIn(
+                { entries + i * Layout::entrySize, Layout::entrySize }, reason);
+    }
+    // After a 64-bit size the entries are not where the edit looks for them.
+    if (table.boxes.before.headerSize == smallHeader)
+        _corrected.push_back({ entries, count * Layout::entrySize });
+    return {};
+}
+
+std::string_view KXMP4EditComparison::compareEntry32(KXMP4Pair entry, Table const& table) const
+{
+    Track const& track = _tracks[table.track];
+    bool const isSame = leadsToTheSame(entry);
+    if (track.hasForeignMedia) // In which file the chunk is, is not told here.
+        return entry.isEqual() && (isSame || !track.hasOwnMedia) ? std::string_view()
+                                                                 : reasons::mediaElsewhere;
+    if (isSame)
+        return {};
+    std::uint64_t const growth = _edited.length() - _before.length();
+    bool const isInFile = entry.before < _before.length();
+    auto const place = isInFile ? _map.positionOf(entry.before) : entry.before + growth;
+    if (!place)
+        return reasons::mediaRemoved;
+    if (!isCorrected(table.boxes.before))
+        return reasons::tableNotCorrected;
+    return *place > largestOffset ? reasons::offsetPast4GiB : reasons::straddlingTable;
+}
+
+/// Entries of 64 bits, which are never corrected.
+std::string_view KXMP4EditComparison::compareTable64(Table const& table)
+{
+    constexpr std::uint64_t wideEntrySize = 8;
+    auto fields = fieldsOf(table.boxes);
+    fields.skip(4); // Version and flags.
+    std::uint64_t const claimed = fields.number(4).before;
+    std::uint64_t const count = std::min(claimed, fields.bytesLeft() / wideEntrySize);
+    for (std::uint64_t i = 0; i < count && fields.isGood(); ++i) {
+        if (!leadsToTheSame(fields.number(wideEntrySize)))
+            return reasons::table64;
+    }
+    return {};
+}
+
+/// Whether every byte that was overwritten is the same as before, sizes and entries aside: what the
+/// tree takes for a size or a table may be something else by the standards.
+std::string_view KXMP4EditComparison::compareOverwritten()
+{
+    auto const overwritten = _edited.overwrittenOrigins();
+    std::vector<Range> ranges(overwritten.begin(), overwritten.end());
+    std::ranges::sort(ranges, {}, &Range::position);
+    std::ranges::sort(_corrected, {}, &Range::position);
+    auto corrected = _corrected.begin();
+    std::uint64_t position = 0; // Up to which everything was compared.
+    for (Range const& range : ranges) {
+        std::uint64_t const end = range.position + range.length;
+        position = std::max(position, range.position);
+        while (position < end) {
+            while (corrected != _corrected.end()
+                && corrected->position + corrected->length <= position)
+                ++corrected;
+            bool const isLast = corrected == _corrected.end();
+            std::uint64_t const next = isLast ? end : std::min(end, corrected->position);
+            if (position < next) {
+                if (auto const reason = compareRange({ position, next - position });
+                    !reason.empty())
+                    return reason;
+                position = next;
+            } else {
+                position = corrected->position + corrected->length;
+            }
+        }
+    }
+    return {};
+}
+
+/// Whether the bytes of a range are the same as before, those that were removed aside.
+std::string_view KXMP4EditComparison::compareRange(Range const& range)
+{
+    std::uint64_t const end = range.position + range.length;
+    for (std::uint64_t at = range.position; at < end;) {
+        std::uint64_t const most = std::min<std::uint64_t>(end - at, pieceLength);
+        std::uint64_t const length = _map.isOneStretch(at, at + most) ? most : 1;
+        if (!isEqualAt(at, length))
+            return reasonForChangeIn({ at, length }, reasons::noTable);
+        at += length;
+    }
+    return {};
+}
+
+bool KXMP4EditComparison::isEqualAt(std::uint64_t origin, std::uint64_t length) const
+{
+    auto const position = _map.positionOf(origin);
+    std::array<std::uint8_t, pieceLength> before, after;
+    _before.setOffset(origin);
+    return !position
+        || (_before.readBytesTo(before.data(), length)
+            && _edited.readBytesToAt(after.data(), length, *position)
+            && std::equal(before.data(), before.data() + length, after.data()));
+}
+
+/// Why a size, an entry or other bytes became wrong: `otherwise`, unless the edit took them for
+/// entries of a table that they do not belong to.
+std::string_view KXMP4EditComparison::reasonForChangeIn(
+    Range const& range, std::string_view otherwise) const
+{
+    for (TakenTable const& taken : _takenTables) {
+        std::uint64_t const entries = taken.offset + Layout::entriesOffset;
+        std::uint64_t const end = std::min(
+            range.position + range.length, entries + claimedEntries(taken) * Layout::entrySize);
+        if (end <= std::max(range.position, entries))
+            continue;
+        Box const* const box = boxOfTable32(taken.offset);
+        bool const hasCount = box && box->headerSize == smallHeader && box->end >= entries;
+        if (!hasCount)
+            return reasons::noTable;
+        std::uint64_t const count = (box->end - entries) / Layout::entrySize;
+        if (end > entries + count * Layout::entrySize)
+            return reasons::tableTooLong;
+    }
+    return otherwise;
+}
+
+/// How many entries the edit takes a table to have, by the count that stood there before or stands
+/// there now.
+std::uint64_t KXMP4EditComparison::claimedEntries(TakenTable const& table) const
+{
+    std::uint32_t now = 0;
+    if (auto const position = _map.positionOf(table.offset))
+        static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
+    return std::max(table.noOfEntries, now);
+}
+
+/// The 32-bit table at `offset` by the standards; null where there is none.
+KXMP4EditComparison::Box const* KXMP4EditComparison::boxOfTable32(std::uint64_t offset) const
+{
+    auto const found = std::ranges::find_if(_tables, [offset](Table const& table) {
+        return table.kind == TableKind::offsets32 && table.boxes.before.offset == offset;
+    });
+    return found == _tables.end() ? nullptr : &found->boxes.before;
+}
+
+/// Whether the edit corrects the entries of a table: the tree takes it for one, and they are not
+/// moved on by a 64-bit size.
+bool KXMP4EditComparison::isCorrected(Box const& table) const
+{
+    return table.headerSize == smallHeader
+        && std::ranges::binary_search(_takenTables, table.offset, {}, &TakenTable::offset);
+}
+
+/// Of the edit that came upon the end of the file: at what was to be removed, or in a table.
+std::string_view KXMP4EditComparison::reasonAgainstUnfinished()
+{
+    bool const isInTable = std::ranges::any_of(_tables, [this](Table const& table) {
+        auto fields = fieldsOf(table.boxes);
+        fields.skip(4); // Version and flags.
+        std::uint64_t const claimed = fields.number(4).before;
+        return table.kind == TableKind::offsets32 && isCorrected(table.boxes.before)
+            && claimed > fields.bytesLeft() / Layout::entrySize;
+    });
+    return isInTable ? reasons::tableTooLong : reasons::pastTheEnd;
+}

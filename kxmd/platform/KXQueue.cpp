@@ -1,3 +1,0 @@
-#include "kxmd/platform/KXQueue.h"
-
-KXQueue::~KXQueue() = default;

@@ -1,0 +1,308 @@
+#include "support/AtomTrees.h"
+#include "support/EditableMovies.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace build;
+using namespace editable;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// A fragment whose header has `headerFields`, with one sample, and its media.
+Bytes fragment(std::uint32_t headerFlags, Bytes const& headerFields, std::uint32_t dataOffset)
+{
+    return join(atom("moof", atom("mfhd", zeros(8)),
+                    atom("traf", atom("tfhd", u32(headerFlags), u32(1), headerFields),
+                        atom("trun", u32(1), u32(1), u32(dataOffset)))),
+        atom("mdat", filled(mediaLength, 'f')));
+}
+
+Bytes const fragmentedStart = join(ftyp(), moovWithTables(stco({})));
+
+}
+
+TEST(KXMP4EditSafety, UsualFilesAreSafe)
+{
+    auto const moov = [](std::uint32_t media) {
+        return moovWithTables(stco({ media, media + 8 }));
+    };
+    for (auto const& file : { moovFirst(moov), moovLast(moov) }) {
+        EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+        EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
+        EXPECT_THAT(reasonAgainstCleaning(file), IsEmpty());
+    }
+}
+
+TEST(KXMP4EditSafety, FilesThatAreNoMoviesHaveNothingToEdit)
+{
+    for (auto const& file : { Bytes(), text("ID3"), zeros(100), jpeg(8, 8, 100) }) {
+        EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+        EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
+        EXPECT_THAT(reasonAgainstCleaning(file), IsEmpty());
+    }
+}
+
+TEST(KXMP4EditSafety, FilesWithoutCoversAndUserDataHaveNothingToEdit)
+{
+    auto const file = moovFirst(
+        [](std::uint32_t media) { return atom("moov", trackWithTables(co64({ media }))); });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+    EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
+    EXPECT_THAT(reasonAgainstCleaning(file), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, ACoverOfTheSameSizeMovesNothing)
+{
+    auto const file = moovFirst([](std::uint32_t media) {
+        return atom(
+            "moov", trackWithTables(stco({ media })), trackWithTables(co64({ media })), userData);
+    });
+    EXPECT_THAT(reasonAgainstAdding(file, cover.size()), IsEmpty());
+    EXPECT_FALSE(reasonAgainstAdding(file, cover.size() + 1).empty());
+}
+
+TEST(KXMP4EditSafety, Media64BitSizesAndOpenEndsAreNoHindrance)
+{
+    auto const moov = [](std::uint32_t media) { return moovWithTables(stco({ media })); };
+    auto const end = static_cast<std::uint32_t>(ftyp().size() + moov(0).size());
+    Bytes const media = filled(mediaLength, 0);
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), moov(end + 16), largeAtom("mdat", media))), IsEmpty());
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), moov(end + 8), atomClaiming(0, "mdat", media))),
+        IsEmpty());
+}
+
+TEST(KXMP4EditSafety, FragmentsThatCountFromTheirStartAreSafe)
+{
+    constexpr std::uint32_t defaultBaseIsMoof = 0x20000;
+    for (std::uint32_t const flags : { 0u, defaultBaseIsMoof })
+        EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(flags, {}, 88))), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, FragmentsThatCountFromTheStartOfTheFileMatterBehindTheEdit)
+{
+    auto const behind = fragmentedStart.size();
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(1, u64(behind), 88))),
+        HasSubstr("movie fragment"));
+    Bytes const inFront = join(ftyp(), fragment(1, u64(ftyp().size()), 88));
+    EXPECT_THAT(reasonAgainstAdding(join(inFront, moovWithTables(stco({})))), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, FragmentsWhoseMediaLiesBeyondTheEditMatter)
+{
+    Bytes const moov = moovWithTables(stco({}));
+    auto const beyond = static_cast<std::uint32_t>(200 + moov.size());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), fragment(0, {}, beyond), moov, atom("mdat", zeros(500)))),
+        HasSubstr("movie fragment"));
+}
+
+TEST(KXMP4EditSafety, IndexesOfFragmentsMatterBehindTheEdit)
+{
+    auto const index = [](std::uint32_t version, Bytes const& place) {
+        Bytes const time = version ? u64(0) : u32(0);
+        return atom("mfra",
+            atom("tfra", u32(version << 24), u32(1), u32(0), u32(1), time, place, zeros(3)));
+    };
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const place = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
+        EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(0, {}, 88),
+                        index(version, place(static_cast<std::uint32_t>(fragmentedStart.size()))))),
+            HasSubstr("index of the movie fragments"));
+        EXPECT_THAT(
+            reasonAgainstAdding(join(fragmentedStart, index(version, place(8)))), IsEmpty());
+    }
+}
+
+TEST(KXMP4EditSafety, SegmentIndexesMatterWhenTheEditLiesInWhatTheyReferTo)
+{
+    auto const index = [](std::uint32_t distance, std::uint32_t size) {
+        return atom("sidx", u32(0), u32(1), u32(1000), u32(0), u32(distance), u16(0), u16(1),
+            u32(size), u32(0), u32(0));
+    };
+    Bytes const moov = moovWithTables(stco({}));
+    auto const length = static_cast<std::uint32_t>(moov.size());
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), moov, index(0, 100))), IsEmpty());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), index(length, 100), moov)), HasSubstr("segment index"));
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), index(0, length), moov)), HasSubstr("segment index"));
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), index(0, 8), atom("free"), moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, ItemsInTheFileMatterBehindTheEdit)
+{
+    auto const items = [](std::uint32_t method, std::uint32_t place) {
+        return atom("meta", u32(0),
+            atom("iloc", u32(1 << 24), u16(0x4440), u16(1), u16(1), u16(method), u16(0), u32(place),
+                u16(1), u32(4), u32(10)));
+    };
+    Bytes const start = join(ftyp(), moovWithTables(stco({})));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 9000))), IsEmpty()) << "Not in the file.";
+    Bytes const media = atom("mdat", zeros(9000));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 8000), media)), HasSubstr("items"));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(1, 8000), media)), IsEmpty());
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 8), media)), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, OffsetsOfAuxiliaryInformationMatterBehindTheEdit)
+{
+    auto const moov = [](std::uint32_t media) {
+        return moovWithTables(join(stco({ media }), atom("saio", u32(0), u32(1), u32(media))));
+    };
+    EXPECT_THAT(reasonAgainstAdding(moovFirst(moov)), HasSubstr("auxiliary"));
+    EXPECT_THAT(reasonAgainstAdding(moovLast(moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AtomsThatRunPastTheirParentMatter)
+{
+    // The tag list claims more than the metadata around it holds.
+    Bytes const list = atomClaiming(500, "ilst", cover, title);
+    Bytes const data = atom("udta", atom("meta", u32(0), hdlr("mdir"), list));
+    auto const file = moovFirst([&](std::uint32_t media) {
+        return atom("moov", trackWithTables(stco({ media })), data, atom("free", zeros(600)));
+    });
+    EXPECT_FALSE(reasonAgainstRemoving(file).empty());
+}
+
+TEST(KXMP4EditSafety, ACutOffMovieAtomIsNoHindrance)
+{
+    Bytes const moov = moovWithTables(stco({ 40 }));
+    auto const claimed = static_cast<std::uint32_t>(moov.size() + 100);
+    Bytes const payload(moov.begin() + 8, moov.end());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), atomClaiming(claimed, "moov", payload))), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AtomsThatWereCutOffTogetherWithTheMovieAtomAreNoHindrance)
+{
+    constexpr std::uint32_t lost = 100; // Bytes of padding at the very end.
+    Bytes const track = trackWithTables(stco({ 40 }));
+    auto const cutOffFile = [&](std::uint32_t lostByMetadata) {
+        auto const claiming = [](char const* type, std::uint32_t excess, Bytes const& payload) {
+            auto const size = static_cast<std::uint32_t>(8 + payload.size());
+            return atomClaiming(size + excess, type, payload);
+        };
+        Bytes const metadata = claiming("meta", lostByMetadata,
+            join(u32(0), hdlr("mdir"), atom("ilst", cover, title), claiming("free", lost, {})));
+        return join(ftyp(), claiming("moov", lost, join(track, claiming("udta", lost, metadata))));
+    };
+    EXPECT_THAT(reasonAgainstRemoving(cutOffFile(lost)), IsEmpty());
+    EXPECT_FALSE(reasonAgainstRemoving(cutOffFile(lost + 1)).empty());
+}
+
+TEST(KXMP4EditSafety, AnAtomWithoutChildrenThatRunsPastItsParentIsNoHindranceInFrontOfTheEdit)
+{
+    Bytes const broken = atom("trak", atom("mdia", atomClaiming(0x70000000, "what")));
+    auto const file = moovFirst([&](std::uint32_t media) {
+        return atom("moov", broken, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+    Bytes const container = atom("trak", atom("mdia", atomClaiming(0x70000000, "minf")));
+    auto const walkedTwice = moovFirst([&](std::uint32_t media) {
+        return atom("moov", container, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_FALSE(reasonAgainstAdding(walkedTwice).empty());
+}
+
+TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreWhileItsOtherParentIsThereMatters)
+{
+    // The metadata of the second user data runs on into the track, which is so found twice until
+    // all user data is gone.
+    Bytes const otherData = atom("udta", tagAtom("\xA9nam", "Other"));
+    auto const reason = [&](Bytes const& firstData, std::uint32_t excess) {
+        return reasonAgainstCleaning(moovFirst([&](std::uint32_t media) {
+            Bytes const list = atomClaiming(
+                static_cast<std::uint32_t>(8 + cover.size()) + excess, "ilst", cover);
+            auto const size = static_cast<std::uint32_t>(12 + list.size()) + excess;
+            Bytes const data = atom("udta", atomClaiming(size, "meta", u32(0), list));
+            return atom("moov", firstData, data, trackWithTables(stco({ media })));
+        }));
+    };
+    auto const track = static_cast<std::uint32_t>(trackWithTables(stco({ 0 })).size());
+    EXPECT_THAT(reason(otherData, 0), IsEmpty());
+    EXPECT_THAT(reason({}, track), IsEmpty());
+    EXPECT_FALSE(reason(otherData, track).empty());
+}
+
+TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreBeforeItIsRemovedMatters)
+{
+    // It has no room for its entries: those are what follows the user data.
+    Bytes const table = atom("stco", u32(0), u32(100));
+    auto const reason = [&](Bytes const& firstData) {
+        return reasonAgainstCleaning(moovFirst([&](std::uint32_t media) {
+            return atom("moov", firstData, atom("udta", table), trackWithTables(stco({ media })));
+        }));
+    };
+    EXPECT_THAT(reason({}), IsEmpty());
+    EXPECT_THAT(reason(atom("udta", title)), HasSubstr("no chunk offset table"));
+}
+
+TEST(KXMP4EditSafety, AnAtomWhoseTypeIsASizeThatIsCorrectedMatters)
+{
+    // A detour leads to an atom of four bytes. Its type is the size of the movie, and that of a
+    // table once the cover is gone: the movie's first atoms would be its entries.
+    auto const fileWithDetour = [](std::uint32_t sizeOfMovie) {
+        Bytes const padding = atom("free", zeros(16), u32(4));
+        auto const toLastField = static_cast<std::uint32_t>(8 + padding.size() - 4);
+        Bytes const detour = atom(
+            "udta", atomClaiming(8 + toLastField + 1, "edts", atomClaiming(toLastField, "free")));
+        Bytes const moov = moovWithTables(stco({ 40 }));
+        return join(ftyp(), detour, padding,
+            atomClaiming(sizeOfMovie, "moov", Bytes(moov.begin() + 8, moov.end())));
+    };
+    constexpr std::uint32_t typeOfTable = 0x7374636F;
+    auto const file = fileWithDetour(typeOfTable);
+    ASSERT_EQ(lastAtom(treeOf(file), "udta/edts/stco")->size(), 4u);
+    EXPECT_FALSE(reasonAgainstAdding(file).empty());
+    auto const sizeWithCover = typeOfTable + static_cast<std::uint32_t>(cover.size());
+    EXPECT_FALSE(reasonAgainstAdding(fileWithDetour(sizeWithCover)).empty());
+}
+
+TEST(KXMP4EditSafety, ALargeAtomMattersOnlyWhereASizeInItsHeaderIsCorrected)
+{
+    // To the tree it has a size of 1, and the next atom begins a byte behind it: a container of 300
+    // bytes, which takes the last byte of its size from the type of the large one.
+    auto const reason = [](Bytes const& largeInEntry, Bytes const& largeBehind) {
+        return reasonAgainstCleaning(join(moovFirst([&](std::uint32_t media) {
+            Bytes const track = atom("trak",
+                atom("mdia", hdlr("soun"),
+                    atom("minf",
+                        atom("stbl", stsd(soundEntry("mp4a", largeInEntry)), stco({ media })))));
+            return atom("moov", track, atom("udta", title), atom("udta", title));
+        }),
+            largeBehind));
+    };
+    Bytes const removed = atom("mp4a", zeros(100));
+    Bytes const rest = join(removed, atom("free", zeros(300 - 8 - removed.size() - 8)));
+    Bytes const shared = join(u32(1), u8(300 - 256), text("wave"), rest);
+    Bytes const apart = atom("wave", rest);
+    EXPECT_THAT(reason(apart, {}), IsEmpty());
+    EXPECT_THAT(reason(apart, shared), IsEmpty());
+    EXPECT_FALSE(reason(shared, {}).empty());
+}
+
+TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
+{
+    auto const file
+        = moovFirst([](std::uint32_t media) { return moovWithTables(stco({ media })); });
+    auto const data = reader(file);
+    KXMP4EditSafety const safety(*data);
+    auto const table = lastAtom(treeOf(file), "moov/trak");
+    auto const media = lastAtom(treeOf(file), "mdat");
+    auto const size = static_cast<std::int64_t>(media->size());
+    EXPECT_EQ(safety.reasonAgainstEditAt(table->offset(), 100), std::nullopt);
+    EXPECT_EQ(safety.reasonAgainstEditAt(media->offset(), 100), std::nullopt);
+    EXPECT_EQ(safety.reasonAgainstEditAt(0, 100), std::nullopt);
+    EXPECT_EQ(safety.reasonAgainstEditAt(0, 0), std::nullopt);
+    EXPECT_THAT(
+        safety.reasonAgainstEditAt(media->offset(), -size).value_or(""), HasSubstr("media"));
+    EXPECT_TRUE(safety.reasonAgainstEditAt(media->offset(), -size - 1).has_value());
+    EXPECT_TRUE(safety.reasonAgainstEditAt(3, 100).has_value());
+    EXPECT_TRUE(safety.reasonAgainstEditAt(0, INT64_MIN).has_value());
+    EXPECT_THAT(
+        safety.reasonAgainstEditAt(table->offset(), 0xFFFFFFFF).value_or(""), HasSubstr("4 GiB"));
+}

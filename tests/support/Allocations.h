@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+/// What was allocated, counted by an operator new that stands in front of the C++ library's own.
+/// Linking Allocations.cpp into a program is enough.
+struct Allocations {
+    std::uint64_t count { 0 };
+    std::uint64_t bytes { 0 };
+
+    /// Those of the calling thread since it began.
+    static Allocations soFar();
+
+    Allocations operator-(Allocations const& earlier) const
+    {
+        return { count - earlier.count, bytes - earlier.bytes };
+    }
+};
