@@ -1,6 +1,6 @@
 // Prints title and artist of each file: the smallest program that uses the library.
 
-#include <kxmd/core/KXMDFileMeta.h>
+#include <kxmd/kxmd.h>
 
 #include <cstdio>
 

@@ -46,7 +46,7 @@ bool KXAbstractData::readBytesTo(std::uint8_t* bytes, std::uint64_t length)
 {
     if (length > remainingLength())
         return false;
-    // The position may lie anywhere when nothing is asked for; the source is not bothered with it.
+    // Nothing is asked for, and the position may lie anywhere: the source never sees it.
     if (length && copyBytesAt(_offset, bytes, length) != length) {
         std::fill_n(
             bytes, length, std::uint8_t { 0 }); // Cut off meanwhile: no part of it is shown.

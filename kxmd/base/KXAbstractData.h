@@ -128,12 +128,12 @@ public:
     /// `readStringToZeroTerminationInto:maxLength:encoding:` Decodes up to the first terminator.
     ///
     /// The terminator is a zero byte, for UTF-16 a zero 16-bit unit counted from the read position.
-    /// Fails when none lies whole within the next `maxLength` bytes. Stops just behind it.
+    /// Fails when none lies whole within the next `maxLength` bytes. Stops just after it.
     [[nodiscard]] bool readStringToZeroTerminationInto(
         std::optional<std::string>& text, std::uint64_t maxLength, KXStringEncoding encoding);
 
     /// `readStringWithZeroTerminationTo:length:encoding:` Decodes a field of exactly `length` bytes
-    /// up to its first terminator, or whole when it has none. Stops behind the field.
+    /// up to its first terminator, or whole when it has none. Stops after the field.
     [[nodiscard]] bool readStringWithZeroTerminationTo(
         std::optional<std::string>& text, std::uint64_t length, KXStringEncoding encoding);
 
@@ -168,7 +168,7 @@ private:
 
     std::uint8_t const* contiguousBytes(std::size_t count)
     {
-        std::uint64_t const into = _offset - _window.start; // Wraps past any length when in front.
+        std::uint64_t const into = _offset - _window.start; // Wraps past any length when before it.
         if (into <= _window.length && count <= _window.length - into) [[likely]]
             return _window.bytes + into;
         return count <= remainingLength() ? bytesAt(_offset, count) : nullptr;

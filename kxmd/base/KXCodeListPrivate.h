@@ -11,7 +11,7 @@ constexpr std::size_t hashOfCode(std::uint32_t code) { return code * 2654435761u
 /// A set of character codes, written as one comma-separated text.
 ///
 /// Membership is a substring search in that text, so a code that straddles a comma belongs as well:
-/// "264," to "h264,H264". Wanted so; what other programs write has been judged by it for years.
+/// "264," to "h264,H264". Deliberate: files have been judged by it for years.
 class KXCodeList {
 public:
     consteval explicit KXCodeList(std::string_view codes)

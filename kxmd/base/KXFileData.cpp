@@ -10,9 +10,9 @@
 
 namespace {
 
-// Sizes of the windows, in bytes. The head of a file usually holds all of its tags. Behind a jump
+// Sizes of the windows, in bytes. The head of a file usually holds all of its tags. After a jump
 // lie a few atoms or frames before the next jump, so little is read there; a parse that goes
-// straight on gets longer windows, one twice the other.
+// straight on gets longer windows, each twice as long as the one before.
 constexpr std::size_t headWindowLength = 8 * 1024;
 constexpr std::size_t jumpWindowLength = 2 * 1024;
 constexpr std::size_t longestWindowLength = 64 * 1024;
@@ -84,7 +84,7 @@ std::uint8_t const* KXFileData::bytesAt(std::uint64_t position, std::size_t coun
 {
     for (std::size_t i = 0; i < _usedSlots; ++i) {
         Slot const& slot = _slots[i];
-        std::uint64_t const into = position - slot.start; // Wraps past any length when in front.
+        std::uint64_t const into = position - slot.start; // Wraps past any length when before it.
         if (into <= slot.length && count <= slot.length - into) {
             _current = i;
             setWindow({ slot.bytes.get(), slot.start, slot.length });

@@ -64,7 +64,7 @@ void KXMutableData::insertPieceAt(Piece const& piece, std::uint64_t position)
     _length += piece.length;
 }
 
-/// Copies bytes of a piece, from that number on.
+/// Copies `count` bytes of a piece, from its byte `into` on.
 bool KXMutableData::copyFrom(
     Piece const& piece, std::uint64_t into, std::uint8_t* target, std::uint64_t count) const
 {
@@ -104,7 +104,7 @@ bool KXMutableData::loadPieceAt(std::uint64_t position, std::uint64_t wanted)
     return true;
 }
 
-/// So many bytes of a piece, from one on.
+/// `length` bytes of a piece, from its byte `into` on.
 KXMutableData::Piece KXMutableData::partOf(
     Piece const& piece, std::uint64_t into, std::uint64_t length)
 {
@@ -206,7 +206,7 @@ bool KXMutableData::removeRanges(std::span<Range const> ranges)
                 kept.push_back(partOf(piece, keptFrom - start, range->position - keptFrom));
             keptFrom = std::max(keptFrom, range->position + range->length);
             if (keptFrom > pieceEnd)
-                break; // It goes on in the next piece.
+                break; // The range continues in the next piece.
         }
         if (keptFrom < pieceEnd)
             kept.push_back(partOf(piece, keptFrom - start, pieceEnd - keptFrom));
@@ -300,10 +300,10 @@ bool KXMutableData::isInOneRow() const
     return areInOrder && _row.size() == _length;
 }
 
-/// Puts all bytes into one row where the first of them lie already, with room enough for all: one
-/// pass, and no second buffer. Pieces that lie there are in the order of the row. Those that move
-/// towards its start go first, the first of them before the others, and those that move towards its
-/// end after them, the last of them before the others: so none is written over before it has moved.
+/// Puts all bytes into the row that holds most of them already: one pass, and no second buffer. The
+/// pieces in the row are in order. Those that move towards its start are moved first, from the
+/// front; then those that move towards its end, from the back. So none is overwritten before it has
+/// moved.
 void KXMutableData::moveWithinRow() const
 {
     std::uint8_t const* const oldEnd = _row.data() + _row.size();
@@ -338,7 +338,7 @@ void KXMutableData::moveWithinRow() const
     _blocks.clear();
 }
 
-/// The same in a new row; false, with nothing changed, when not all bytes can be read.
+/// The same in a new row; false, with nothing changed, when some bytes cannot be read.
 bool KXMutableData::copyToNewRow() const
 {
     std::vector<std::uint8_t> row(_length);

@@ -97,7 +97,7 @@ public:
     };
 
     /// `keptBytes` Every stretch that is still there, overwritten bytes included, in order. What
-    /// lies between two of them was removed or inserted.
+    /// lies between two stretches was removed or inserted.
     [[nodiscard]] std::vector<Kept> keptBytes() const;
 
     /// `overwrittenOrigins` The places that were overwritten, as they were counted then, in the

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-/// Whether the system would take `path` for another one: for what precedes the zero in it.
+/// Whether `path` holds a zero, at which the system would cut it off and open another file.
 inline bool KXIsCutShortByZero(std::string_view path)
 {
     return path.find('\0') != std::string_view::npos;

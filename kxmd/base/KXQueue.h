@@ -11,6 +11,7 @@ public:
 
     virtual ~KXQueue();
 
-    /// `async:` Submits `work` and returns at once. Works run one at a time, in submission order.
+    /// `async:` Submits `work` and returns at once. One piece of work runs at a time, in submission
+    /// order.
     virtual void async(Work work) = 0;
 };

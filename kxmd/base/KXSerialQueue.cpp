@@ -11,7 +11,7 @@
 #include <utility>
 
 struct KXSerialQueue::State {
-    /// Who runs the works.
+    /// Who runs the submitted work.
     enum class Runner {
         none,
         thread, ///< The queue's own, until the queue is released.
@@ -20,7 +20,7 @@ struct KXSerialQueue::State {
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<Work> works;
+    std::deque<Work> pending;
     Runner runner { Runner::none };
     bool released { false };
 
@@ -28,8 +28,8 @@ struct KXSerialQueue::State {
     {
         std::unique_lock lock(mutex);
         for (;;) {
-            changed.wait(lock, [this] { return released || !works.empty(); });
-            if (works.empty())
+            changed.wait(lock, [this] { return released || !pending.empty(); });
+            if (pending.empty())
                 return;
             runFirst(lock);
         }
@@ -38,7 +38,7 @@ struct KXSerialQueue::State {
     void runOnThreadOfSubmitter() noexcept
     {
         std::unique_lock lock(mutex);
-        while (!works.empty())
+        while (!pending.empty())
             runFirst(lock);
         runner = Runner::none;
     }
@@ -46,8 +46,8 @@ struct KXSerialQueue::State {
 private:
     void runFirst(std::unique_lock<std::mutex>& lock)
     {
-        Work work = std::move(works.front());
-        works.pop_front();
+        Work work = std::move(pending.front());
+        pending.pop_front();
         lock.unlock();
         work();
         work = nullptr; // What it holds may be the last owner of the queue: let go unlocked.
@@ -83,7 +83,7 @@ void KXSerialQueue::async(Work work)
     auto const state = _state; // A work that runs right here may let go of the queue.
     {
         std::scoped_lock const lock(state->mutex);
-        state->works.push_back(std::move(work));
+        state->pending.push_back(std::move(work));
         state->changed.notify_one();
         if (state->runner != State::Runner::none)
             return;

@@ -5,12 +5,12 @@
 #include <memory>
 #include <string>
 
-/// A queue with one thread of its own, which starts with the first work.
+/// A queue with one thread of its own, which starts with the first submission.
 ///
-/// When the system has no thread to give, works run where they are submitted, still one at a time
-/// and in order; the next submission tries again. Letting go of the queue does not wait: works
-/// already submitted still run, then the thread ends. The last owner may therefore be a work of the
-/// queue itself.
+/// When the system has no thread to give, work runs where it is submitted, still one piece at a
+/// time and in order; the next submission tries again. Letting go of the queue does not wait: what
+/// was already submitted still runs, then the thread ends. The last owner may therefore be work of
+/// the queue itself.
 class KX_EXPORT KXSerialQueue final : public KXQueue {
 public:
     /// `initWithLabel:` A queue named by a reverse-DNS label; its thread bears the last component.

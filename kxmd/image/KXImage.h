@@ -28,7 +28,7 @@ public:
     /// or a side over `longestSide`.
     [[nodiscard]] static std::shared_ptr<KXImage> imageWithSize(KXSize size);
 
-    /// `imageWithPixels:width:height:` A picture of these pixels, one a point.
+    /// `imageWithPixels:width:height:` A picture of these pixels, one per point.
     ///
     /// Null when there are not exactly `width` times `height` of them, or more than `mostPixels`
     /// or `longestSide`.

@@ -69,7 +69,7 @@ KXResamplerAxis::KXResamplerAxis(double from, double fromLength, double sourceLe
     double const highest = std::min(std::ceil(from + fromLength), sourcePixels) - 1;
     double const begin = std::max(into, 0.0);
     double const end = std::min(into + intoLength, static_cast<double>(targetPixels));
-    // So written that what is no number draws nothing either.
+    // Written so that NaN draws nothing either.
     if (!(fromLength > 0) || !std::isfinite(fromLength) || !(intoLength > 0) || !(lowest <= highest)
         || !(begin < end))
         return;

@@ -78,7 +78,7 @@ KXMDFileMeta::ImageRef KXMDFileMetaMP3::albumCoverFromData(KXAbstractData& data)
     auto const decoded = [&loader](KXMP3Picture const& picture) {
         return loader->imageInData(*picture.data(), picture.data()->remainingLength(), {});
     };
-    std::vector<KXMP3Picture> others; // Than front covers.
+    std::vector<KXMP3Picture> others; // Those that are not front covers.
     for (auto const& frame : albumCoverFrames()) {
         auto picture = KXMP3Picture::pictureOfFrame(*frame, data);
         if (!picture)

@@ -32,7 +32,7 @@ public:
     /// version is unknown or the identifier cannot be read.
     [[nodiscard]] static Ref frameWithData(KXAbstractData& data, std::uint16_t version);
 
-    /// `syncSafeSizeToSize:` Decodes a sync-safe integer (ID3v2.4.0 structure, 6.2: seven bits a
+    /// `syncSafeSizeToSize:` Decodes a sync-safe integer (ID3v2.4.0 structure, 6.2: seven bits per
     /// byte).
     ///
     /// Takes its four bytes as they lie in the file, loaded without a swap. The top bits are
@@ -56,9 +56,9 @@ public:
     /// `setSize:` Sets the size.
     void setSize(std::uint64_t size) { _size = size; }
 
-    /// `dataSize` Bytes behind the header, as the header claims.
+    /// `dataSize` Bytes that follow the header, as the header claims.
     [[nodiscard]] std::uint64_t dataSize() const { return _dataSize; }
-    /// `setDataSize:` Sets the size behind the header.
+    /// `setDataSize:` Sets the number of bytes that follow the header.
     void setDataSize(std::uint64_t dataSize) { _dataSize = dataSize; }
 
     /// `tag` The frame identifier, such as "TIT2".
@@ -97,7 +97,7 @@ public:
     /// less than a tag's header, which has then lost the frame.
     bool removeSelfFromMutableData(KXMutableData& data) const;
 
-    /// `insertBeforeSelfInMutableData:frameData:` Inserts the bytes of a whole frame in front of
+    /// `insertBeforeSelfInMutableData:frameData:` Inserts the bytes of a whole frame before
     /// this one and adds their number to the tag's size.
     ///
     /// False, with nothing changed, when this frame does not begin within the buffer; otherwise as

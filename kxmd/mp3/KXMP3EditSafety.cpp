@@ -67,7 +67,7 @@ KXMP3EditSafety::KXMP3EditSafety(KXAbstractData& data)
 }
 
 /// Whether the edits happen between frames as others find them. In version 2.4 they need not: we
-/// skip four bytes too many behind an extended header, and some programs write sizes in eight bits
+/// skip four bytes too many after an extended header, and some programs write sizes in eight bits
 /// of a byte, as in version 2.3, which most others notice.
 bool KXMP3EditSafety::isReadByOthersAlike(KXAbstractData& data) const
 {
@@ -78,7 +78,7 @@ bool KXMP3EditSafety::isReadByOthersAlike(KXAbstractData& data) const
     if (_meta.id3Flags() & extendedHeaderFlag)
         return false;
     for (std::size_t i = 0; i < frames->size(); ++i) {
-        // What is left of the last cover hides nothing, unless the new one comes behind it.
+        // What is left of the last cover hides nothing, unless the new one comes after it.
         bool const isLastCover
             = (*frames)[i]->tag() == _meta.albumCoverTag() && i + 2 >= frames->size();
         auto const length = lengthForOthers(*(*frames)[i], data);

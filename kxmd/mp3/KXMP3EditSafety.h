@@ -14,7 +14,7 @@
 /// The edits of `KXMDFileMetaMP3` take frames to lie where they read them. That is right for most
 /// files; damaged tags, and a few that we read in our own way, lose music or frames. The edits
 /// themselves do not ask; whoever makes them should. A footer of version 2.4 is left as it is, with
-/// the size from before: it serves to find a tag behind the music, and these are in front.
+/// the size from before: it serves to find a tag after the music, and these are in front.
 ///
 /// A reason is a part of an English sentence for a person: "a cover runs past the end of the tag".
 /// Where there is nothing to edit, there is none. One thread at a time.

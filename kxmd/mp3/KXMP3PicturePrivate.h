@@ -13,8 +13,8 @@
 /// The frame itself measures its picture by a simpler rule, which misses some.
 class KXMP3Picture {
 public:
-    /// The picture of `frame`, which `data` reads. Absent when the frame is no picture frame, does
-    /// not hold a picture, only names one, or is compressed or encrypted.
+    /// The picture of `frame`, which `data` reads. Absent when the frame is not a picture frame,
+    /// does not hold a picture, only names one, or is compressed or encrypted.
     static std::optional<KXMP3Picture> pictureOfFrame(
         KXMDFileMetaMP3Frame const& frame, KXAbstractData& data);
 

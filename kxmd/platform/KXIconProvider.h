@@ -19,7 +19,7 @@ public:
     [[nodiscard]] virtual KXImage::Ref iconForFileType(
         std::string const& fileType, KXSize size) const = 0;
 
-    // Types that are no extension: these stand behind a full stop in a file's name, which never
+    // Types that are no extension: these stand after a full stop in a file's name, which never
     // holds a slash.
     static constexpr std::string_view folderType = "/fldr";
     static constexpr std::string_view documentType = "/docu"; ///< A file without extension.

@@ -38,7 +38,7 @@ public:
 
     /// `movieWithData:` Opens the movie that `data` holds, from its start, reading what is needed.
     ///
-    /// `data` must outlive the movie, which reads it. Null when it is no movie that the library
+    /// `data` must outlive the movie, which reads it. Null when it is not a movie that the library
     /// knows, or one that cannot be played from these bytes.
     [[nodiscard]] virtual std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data) const = 0;
 };

@@ -44,7 +44,7 @@ bool removeFirstAtomWithPath(std::string_view path, KXMutableData::Ref const& da
     auto const root = treeOf(data);
     auto const atoms = root->allAtomsWithPath(path);
     std::uint64_t const length = data->length();
-    // An offset that cannot be corrected is no reason to keep the atom, so the answer is not asked.
+    // The atom goes even if an offset cannot be corrected, so the answer is ignored.
     if (!atoms.empty())
         static_cast<void>(atoms.front()->removeSelfFromMutableData(*data));
     return data->length() != length; // One that is still there would be found again and again.

@@ -21,7 +21,7 @@ constexpr std::uint64_t entrySize = 12;
 constexpr std::uint16_t previewOffsetTag = 0x0201; ///< JPEGInterchangeFormat.
 constexpr std::uint16_t previewLengthTag = 0x0202; ///< JPEGInterchangeFormatLength.
 
-/// Moves behind the application segment that the preview's segment follows at once, or stays.
+/// Moves after the application segment that the preview's segment follows at once, or stays.
 bool skipToExifSegment(KXAbstractData& data)
 {
     std::uint16_t marker = data.readUInt16OrZero(KXSwap::yes);
@@ -76,7 +76,7 @@ bool KXMDExifParser::readTagsFromData(
     KXAbstractData& data, std::uint64_t locationOffset, KXSwap swap)
 {
     if (!_entriesLeft)
-        _entriesLeft = mostEntries; // Called by itself.
+        _entriesLeft = mostEntries; // When it is called on its own.
     std::set<std::uint64_t> visited;
     while (visited.size() < mostDirectories && visited.insert(data.offset()).second) {
         std::uint16_t const count = data.readUInt16OrZero(swap);

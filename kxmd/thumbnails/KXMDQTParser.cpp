@@ -52,7 +52,7 @@ double posterTimeOfMovie(Bytes bytes)
 /// The poster frame of the movie whose first bytes these are, or else its first frame.
 ///
 /// An error is never forgotten: after one, later attempts give nothing even where their bytes make
-/// a movie. Wanted so.
+/// a movie. Deliberate.
 KXImage::Ref imageInStart(Bytes bytes, KXMovieLoader const& loader, bool& hadError)
 {
     KXMemoryData data(bytes);

@@ -19,7 +19,7 @@ public:
 
     /// `parseAbstractData:` Makes the picture from the start of the file: the movie library is
     /// offered the first 512 KiB, then 1 MiB, then 1.5 MiB, until one gives a picture. Nothing
-    /// behind that is read.
+    /// after that is read.
     ///
     /// True when there is a picture; otherwise `thumbnail` is left as it was. Once the library
     /// refuses a start of the file as no movie there is none, though the larger ones are still

@@ -29,7 +29,7 @@ std::optional<Arguments> parsedArguments(
         std::string const& option = words[i];
         std::string const& value = words[i + 1];
         if ((option == "-f" && value == "m4af") || (option == "-d" && value == "aac"))
-            continue; // The only format there is.
+            continue; // The only format that we write.
         auto const rate = option == "-b" ? bitRateOf(value) : std::nullopt;
         if (!rate) {
             problem = "\"" + option + " " + value + "\" is not supported";

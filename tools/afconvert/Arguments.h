@@ -12,7 +12,7 @@ struct Arguments {
     std::string target;
 };
 
-/// The arguments behind the program's name: options, then source and target, which are paths
+/// The arguments after the program's name: options, then source and target, which are paths
 /// whatever they begin with. Absent, with `problem` filled, when they make no sense.
 std::optional<Arguments> parsedArguments(
     std::vector<std::string> const& words, std::string& problem);

@@ -18,7 +18,7 @@ public:
     AVFrame const* nextFrame();
 
     AVCodecContext const& decoder() const { return *_decoder; }
-    /// The tags of the file, with those of the audio behind them.
+    /// The tags of the file, with those of the audio after them.
     AVDictionary const* fileTags() const { return _input->metadata; }
     AVDictionary const* streamTags() const { return _audio->metadata; }
     /// The picture that is attached as cover.

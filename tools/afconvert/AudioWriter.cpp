@@ -106,7 +106,7 @@ void AudioWriter::addCover(CoverPicture cover)
     bool const isFormatOfCovers = cover.format == AV_CODEC_ID_MJPEG
         || cover.format == AV_CODEC_ID_PNG || cover.format == AV_CODEC_ID_BMP;
     bool const isMeasured = cover.width > 0 && cover.height > 0;
-    if (!isFormatOfCovers || !isMeasured) // A picture that is damaged must not take the music.
+    if (!isFormatOfCovers || !isMeasured) // A damaged picture must not cost the music.
         return;
     _coverStream = allocated(avformat_new_stream(_output.get(), nullptr));
     _coverStream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;

@@ -22,7 +22,7 @@ public:
     /// Attaches a picture as cover, if this kind of file can hold one of its format.
     void addCover(CoverPicture cover);
 
-    /// Writes what comes in front of the audio; tags and cover are there.
+    /// Writes what comes before the audio; tags and cover are there.
     void begin();
     void write(AVFrame const& frame);
     /// Writes what is left, and the header.

@@ -40,8 +40,8 @@ Exit status: 0 TARGET is complete, 1 SOURCE cannot be converted, 2 wrong usage.
 
 constexpr int cannotConvert = 1, wrongUsage = 2;
 
-/// Ends with the process that started us, if that is the library and says so: nobody waits for the
-/// result then. A shell that is gone may well have left us to work on. False when it is too late.
+/// Ends with the process that started us, if that is the library and asks for it: nobody waits for
+/// the result then. A shell may well go and leave us to our work. False when it is too late.
 bool isStarterThere()
 {
     char const* const starter = std::getenv("KXMD_CONVERTER_PARENT");
@@ -79,7 +79,7 @@ int main(int argumentCount, char** arguments)
     KXSetLogSink({});
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
     if (!isStarterThere())
-        return cannotConvert; // And nobody to tell.
+        return cannotConvert; // Nobody is left to tell.
     std::vector<std::string> const words(arguments + 1, arguments + argumentCount);
     bool const isOne = words.size() == 1;
     if (isOne && (words[0] == "-h" || words[0] == "--help")) {

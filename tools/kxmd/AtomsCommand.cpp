@@ -110,7 +110,7 @@ void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     auto* const paths = command.add_flag("--paths", options->paths, "Print full paths and sizes");
-    command.add_flag("--json", options->json, "Print one JSON object an atom")->excludes(paths);
+    command.add_flag("--json", options->json, "Print one JSON object per atom")->excludes(paths);
     addFile(command, options->path, "File to look at");
     command.callback([options, &session] { showAtoms(*options, session); });
 }

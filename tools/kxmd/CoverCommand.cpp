@@ -130,7 +130,7 @@ void addCover(EditOptions const& options, Session& session)
         session);
 }
 
-/// What each of the three does, with the options that all of them have.
+/// The options that all three have.
 using Action = void (*)(EditOptions const& options, Session& session);
 
 CLI::App& addAction(CLI::App& cover, Session& session, char const* name, char const* description,

@@ -22,7 +22,7 @@ struct EditOptions {
 /// `options.output`.
 std::shared_ptr<KXAbstractData> editedInput(EditOptions const& options, Session& session);
 
-/// Writes all that `data` reads to the file at `options.output`; false, reported, when that fails.
+/// Writes all that `data` reads to the file at `options.output`. Reports a failure; false then.
 bool writeEdited(
     EditOptions const& options, KXAbstractData& data, std::uint64_t bytesBefore, Session& session);
 
@@ -36,10 +36,10 @@ bool isAllowed(EditOptions const& options,
 void reportEdit(EditOptions const& options, std::string const& what, std::uint64_t bytesBefore,
     std::uint64_t bytesAfter, Session& session);
 
-/// Tells that nothing was written, and why.
+/// Reports that nothing was written, and why.
 void reportRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
     Session& session);
 
-/// The same, in JSON if that is wanted, where standard error has heard of it.
+/// The same, only as JSON, if that is wanted: standard error has the reason already.
 void writeRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
     Session& session);

@@ -69,7 +69,7 @@ void showFrames(Options const& options, Session& session)
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
-    command.add_flag("--json", options->json, "Print one JSON object a frame");
+    command.add_flag("--json", options->json, "Print one JSON object per frame");
     addFile(command, options->path, "File to look at");
     command.callback([options, &session] { showFrames(*options, session); });
 }

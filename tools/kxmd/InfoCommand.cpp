@@ -140,7 +140,7 @@ void showFile(std::string const& path, bool json, Session& session)
 void addOptions(CLI::App& command, Session& session)
 {
     auto const json = std::make_shared<bool>(false);
-    command.add_flag("--json", *json, "Print one JSON object a file");
+    command.add_flag("--json", *json, "Print one JSON object per file");
     auto* const files = addFiles(command, "Files to look at");
     command.callback([json, files, &session] {
         for (auto const& path : textsOf(*files))

@@ -17,15 +17,15 @@ namespace {
 
 /// The file that `path` stands for: whoever names a link means what it leads to, be it there or
 /// not. Absent for links that lead back to themselves.
-std::optional<std::string> pathBehindLinks(std::string const& path)
+std::optional<std::string> pathWithoutLinks(std::string const& path)
 {
     constexpr int mostLinks = 40; // As many as the kernel follows.
-    std::filesystem::path behind(path);
+    std::filesystem::path target(path);
     std::error_code error;
     for (int i = 0; i < mostLinks; ++i) {
-        if (!std::filesystem::is_symlink(behind, error))
-            return behind.string();
-        behind = behind.parent_path() / std::filesystem::read_symlink(behind, error);
+        if (!std::filesystem::is_symlink(target, error))
+            return target.string();
+        target = target.parent_path() / std::filesystem::read_symlink(target, error);
     }
     return std::nullopt;
 }
@@ -55,12 +55,12 @@ bool withOutputFile(
         session.reportError(path, "is the input itself");
         return false;
     }
-    auto const behind = pathBehindLinks(path);
-    if (!behind) {
+    auto const target = pathWithoutLinks(path);
+    if (!target) {
         session.reportError(path, std::strerror(ELOOP));
         return false;
     }
-    AtomicFile file(*behind);
+    AtomicFile file(*target);
     if (file.open(commonPermissions(inputs)) && write(file))
         return true;
     session.reportError(path, file.error().empty() ? "the input changed" : file.error());

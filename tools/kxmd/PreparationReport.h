@@ -40,7 +40,7 @@ private:
 
     std::string const _folder;
     bool const _isJSON;
-    bool const _showsAll; ///< Nobody watches a bar.
+    bool const _showsAll; ///< There is no terminal for a bar.
     Session& _session;
     std::chrono::steady_clock::time_point const _start { std::chrono::steady_clock::now() };
     std::optional<ProgressBar> _progress;

@@ -38,7 +38,7 @@ std::string problemOfPlaylistName(std::string const& typed)
 {
     std::string const name = withoutLiteralMark(typed);
     bool const isName = !name.empty() && name.find('/') == std::string::npos;
-    return isName ? "" : "\"" + name + "\" is no name of a file";
+    return isName ? "" : "\"" + name + "\" is not the name of a file";
 }
 
 std::string problemOfFolderName(std::string const& typed)

@@ -13,7 +13,7 @@ namespace {
 using std::chrono::seconds;
 
 constexpr std::chrono::milliseconds shortestPause { 100 };
-constexpr seconds timeToEstimate { 1 }; // What is left is a wild guess before.
+constexpr seconds timeToEstimate { 1 }; // Before that, the time left is a wild guess.
 
 /// "3:07", or "1:03:07" from an hour on.
 std::string textOfTime(seconds time)
@@ -28,7 +28,7 @@ std::string textOfTime(seconds time)
     return text.data();
 }
 
-/// "1.2 of 34.5 MB", in the unit that suits the total.
+/// "1.2 of 34.5 MB", in a unit that suits the total.
 std::string textOfBytes(std::uint64_t done, std::uint64_t total)
 {
     constexpr std::array<std::string_view, 5> units { "B", "kB", "MB", "GB", "TB" };

@@ -10,7 +10,7 @@
 class StandardError;
 
 /// Shows on the last line of the terminal how far a long run has come, and how long it may still
-/// take. Erased with the object; nothing when standard error is no terminal.
+/// take. Erased with the object; nothing when standard error is not a terminal.
 class ProgressBar {
 public:
     struct Amount {
@@ -25,7 +25,7 @@ public:
     ProgressBar(ProgressBar const&) = delete;
     ProgressBar& operator=(ProgressBar const&) = delete;
 
-    /// Counts what was done. Draws at most ten times a second. Safe on several threads.
+    /// Counts what was done. Draws at most ten times per second. Safe on several threads.
     void advanceBy(Amount done);
 
 private:

@@ -47,14 +47,14 @@ void Session::reportWriteError()
     int const error = errno;
     _outputIsGone = true;
     _exitStatus = ExitStatus::someFileFailed;
-    if (error != EPIPE) // A reader that has seen enough needs no message.
+    if (error != EPIPE) // A reader that stopped reading needs no message.
         reportError("standard output", std::strerror(error));
 }
 
 void Session::reportError(std::string_view path, std::string_view problem)
 {
     _exitStatus = ExitStatus::someFileFailed;
-    finish(); // So that an error on a terminal follows the results before it.
+    finish(); // On a terminal the error then follows the results before it.
     std::string line = "kxmd: ";
     line.append(KXTextWithoutControlCharacters(path))
         .append(": ")

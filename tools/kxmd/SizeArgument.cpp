@@ -7,10 +7,10 @@ namespace {
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// Moves `text` behind the number that it begins with.
+/// Moves `text` after the number that it begins with.
 std::optional<double> takePoints(std::string_view& text)
 {
-    if (text.empty() || !isDigit(text.front())) // Neither signs nor "inf".
+    if (text.empty() || !isDigit(text.front())) // No sign, no "inf".
         return std::nullopt;
     double points;
     auto const [end, error]

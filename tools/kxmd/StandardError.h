@@ -23,11 +23,11 @@ public:
     /// Shows no status from now on.
     void hideStatus() { _isQuiet = true; }
 
-    /// Shows nothing at all from now on; waits for nobody who is writing.
+    /// Shows nothing at all from now on, without waiting for whoever is writing.
     void fallSilent() { _isSilent = true; }
     bool isSilent() const { return _isSilent; }
 
-    /// Runs `write`, which writes to the terminal by another way, while the status is erased.
+    /// Runs `write`, which writes to the terminal in another way, while the status is erased.
     template <class Write> auto withoutStatus(Write write)
     {
         auto const status = _status.lock();

@@ -51,7 +51,7 @@ std::string Targets::claim(std::string const& path)
 
 std::string Targets::place(AtomicFile& file, std::string const& path)
 {
-    if (!file.settle()) // Takes its time, so not under the lock.
+    if (!file.settle()) // Slow, so not under the lock.
         return file.errorWithPath();
     auto const state = _state.lock();
     auto const replaced = identityOf(path, Link::itself);

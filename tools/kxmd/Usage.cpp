@@ -35,7 +35,7 @@ std::string withoutLiteralMark(std::string text)
 std::string messageOfError(CLI::ParseError const& error)
 {
     std::string message = error.what();
-    std::erase(message, literalMark); // In front of the arguments that it names.
+    std::erase(message, literalMark); // Before the arguments that it names.
     return KXTextWithoutControlCharacters(message);
 }
 
@@ -102,7 +102,7 @@ void addSize(CLI::App& command, KXSize& size)
     auto const take = [&size](std::string const& text) {
         auto const parsed = sizeFromArgument(text);
         if (!parsed)
-            throw CLI::ValidationError("-s", "\"" + text + "\" is no size such as 256x256");
+            throw CLI::ValidationError("-s", "\"" + text + "\" is not a size, such as 256x256");
         size = *parsed;
     };
     command

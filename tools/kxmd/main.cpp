@@ -32,7 +32,7 @@ constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &ex
 
 void cleanUp(Session& session)
 {
-    // A signal to all of our group ends converters as well: that is no failure of their files.
+    // A signal to all of our group ends converters as well: which is not the fault of their files.
     session.standardError().fallSilent();
     removeTemporaryFoldersForGood();
     removePartsForGood();
@@ -44,7 +44,7 @@ void addCommands(CLI::App& app, Session& session, std::optional<CleanUpOnSignal>
 {
     app.set_version_flag("--version", std::string("kxmd ") + KXVersion());
     addQuietFlag(app, session);
-    app.require_subcommand(0, 1); // None is refused later, after arguments that nobody expects.
+    app.require_subcommand(0, 1); // A missing one is reported later, after unexpected arguments.
     for (Command const* const command : commands) {
         CLI::App& added = addSubcommand(app, session, command->name, command->description);
         command->addOptions(added, session);
@@ -57,7 +57,7 @@ void addCommands(CLI::App& app, Session& session, std::optional<CleanUpOnSignal>
 
 void parse(CLI::App& app, std::vector<std::string> arguments)
 {
-    std::ranges::reverse(arguments); // As the parser wants them.
+    std::ranges::reverse(arguments); // In the order that the parser wants.
     app.parse(std::move(arguments));
     if (app.get_subcommands().empty())
         throw CLI::RequiredError("A subcommand");
@@ -102,8 +102,8 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
 int main(int argumentCount, char** arguments)
 {
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
-    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that grows too long.
-    std::signal(SIGCHLD, SIG_DFL); // How a converter ended would be lost.
+    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that outgrows its limit.
+    std::signal(SIGCHLD, SIG_DFL); // Else a converter's exit status is lost.
     Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);

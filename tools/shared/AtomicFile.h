@@ -22,7 +22,7 @@ public:
     [[nodiscard]] bool open(mode_t permissions = 0666);
     /// Appends `bytes`.
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
-    /// Appends what the file behind `descriptor` holds from its start on, up to its end.
+    /// Appends what the file of `descriptor` holds from its start on, up to its end.
     [[nodiscard]] bool writeContentsOf(int descriptor);
     /// Gets the file ready for its place: as private as the one that is there, if there is one, and
     /// on the disk, so that neither is lost with the power.

@@ -137,7 +137,7 @@ void KXMP4Atom::removeAllChildren()
     removed.swap(_children);
 }
 
-/// Keeps in mind that the link of a child that is about to be removed has to be cleared one day.
+/// Remembers a child that is about to be removed: its link has to be cleared when this atom dies.
 void KXMP4Atom::rememberFormerChild(Ref const& child)
 {
     if (child->_parent != this)

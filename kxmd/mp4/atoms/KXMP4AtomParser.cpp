@@ -77,7 +77,7 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
     }
     root._rootIsParsed = true;
 
-    // What a sample description table holds depends on its track's handler, which may stand behind
+    // What a sample description table holds depends on its track's handler, which may stand after
     // it: the tables are read again once all handlers are known.
     KXMP4AtomParser secondPass(data, true);
     for (auto const& table : root.allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd")) {

@@ -34,7 +34,7 @@ public:
 protected:
     KXMP4AtomSDExt() = default;
 
-    /// The base description with the codec's name of the profile behind it.
+    /// The base description with the codec's name of the profile after it.
     [[nodiscard]] std::string descriptionWithProfileOfCodec(KXMDCodec codec) const;
 
 private:

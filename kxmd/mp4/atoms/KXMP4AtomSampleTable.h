@@ -14,7 +14,7 @@ public:
     void parseAtomSpecificData(KXAbstractData& data) override;
 
 protected:
-    /// Stops at the first entry in front of `start`. Deliberate: media lies behind the edit or in
+    /// Stops at the first entry before `start`. Deliberate: media lies after the edit or in
     /// front of it, hardly ever on both sides.
     bool adjustOwnOffsets(
         std::int64_t difference, std::uint64_t start, KXMutableData& data) override;

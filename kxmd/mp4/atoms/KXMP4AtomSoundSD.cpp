@@ -24,7 +24,7 @@ void KXMP4AtomSoundSD::parseAtomSpecificData(KXAbstractData& data)
         data.setOffset(end());
         return;
     }
-    // Read and not skipped: at the end of the data the fields behind then move up.
+    // Read and not skipped: at the end of the data the fields that follow then move up.
     std::ignore = data.readUInt16OrZero(KXSwap::yes); // Revision level.
     std::ignore = data.readUInt32OrZero(KXSwap::yes); // Vendor.
     if (version == 2) {

@@ -17,7 +17,8 @@ public:
     /// `setNoOfSampleDescriptions:` Sets the count.
     void setNoOfSampleDescriptions(std::uint32_t count) { _noOfSampleDescriptions = count; }
 
-    /// `codecsInfo` One record a child, in order; codec 0 for a child that is no sample entry.
+    /// `codecsInfo` One record per child, in order; codec 0 for a child that is not a sample
+    /// entry.
     [[nodiscard]] KXMDCodecInfo::List codecsInfo() const;
 
     void parseAtomSpecificData(KXAbstractData& data) override;

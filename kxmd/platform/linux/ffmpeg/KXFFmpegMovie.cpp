@@ -12,7 +12,7 @@ extern "C" {
 namespace {
 
 // Containers of movies and music. What is left out reads other files (playlists, concatenations,
-// numbered pictures) or shows what is no movie (texts, terminal recordings, single pictures).
+// numbered pictures) or shows what is not a movie (texts, terminal recordings, single pictures).
 constexpr char const* formats
     = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,asf,ogg,rm,mxf,nut,"
       "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
@@ -163,7 +163,8 @@ bool KXFFmpegMovie::openDecoder()
         return false;
     decoder->pkt_timebase = _video->time_base;
     decoder->max_pixels = mostPixels;
-    decoder->thread_count = 1; // Threads cost more than one frame takes; callers have their own.
+    decoder->thread_count
+        = 1; // For one frame, threads cost more than they save; callers have their own.
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
         return false;
     for (AVStream* const stream : std::span(_format->streams, _format->nb_streams))

@@ -7,7 +7,7 @@
 /// A movie that FFmpeg plays. Decodes on the caller's thread alone.
 class KXFFmpegMovie final : public KXMovie {
 public:
-    /// Null when `data` is no movie or piece of music, or one that cannot be opened.
+    /// Null when `data` is neither a movie nor music, or cannot be opened.
     static std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data);
 
     explicit KXFFmpegMovie(KXAbstractData& data);

@@ -70,7 +70,7 @@ void KXIconThemes::readThemes() const
     auto names = _places.themes;
     if (names.empty())
         names = { themeOfDesktop(), themeOfToolkit(), "Adwaita" };
-    // Parents come right behind their theme and before the next one, each theme once.
+    // Parents come right after their theme and before the next one, each theme once.
     std::vector<std::string> pending(names.rbegin(), names.rend());
     pending.insert(pending.begin(), themeOfLastResort);
     std::set<std::string> seen;

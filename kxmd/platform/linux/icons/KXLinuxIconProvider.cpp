@@ -66,7 +66,7 @@ GAllocated<gchar> contentTypeForFileType(std::string const& fileType)
     return type && !g_content_type_is_unknown(type.get()) ? std::move(type) : nullptr;
 }
 
-/// A drawing can be had in any size; one by a theme is no stranger's.
+/// A drawing can be had in any size. Those of a theme are trusted.
 KXImage::Ref imageOfDrawing(std::string const& path, int size)
 {
     GObjectRef<GdkPixbuf> const pixbuf(
@@ -106,7 +106,7 @@ std::vector<std::string> KXLinuxIconProvider::iconNamesForFileType(std::string c
 
 KXImage::Ref KXLinuxIconProvider::iconOfTheme(std::string const& fileType, KXSize size) const
 {
-    constexpr double largest = 1024; // Beyond it, the controller's stretching shows no difference.
+    constexpr double largest = 1024; // Beyond this, stretching by the controller looks the same.
     int const pixels
         = static_cast<int>(std::ceil(std::min(std::max(size.width, size.height), largest)));
     std::string const path = _themes.pathOfIcon(iconNamesForFileType(fileType), pixels);

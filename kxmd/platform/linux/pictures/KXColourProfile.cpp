@@ -19,7 +19,7 @@ struct TransformDelete {
 using TransformRef = std::unique_ptr<void, TransformDelete>;
 
 /// Whether a profile has primaries and curves, and no tables, which would be used before these:
-/// they are for printers and scanners, and a wide field for hostile files.
+/// they are for printers and scanners, and a large target for hostile files.
 bool isOfThreePrimaries(cmsHPROFILE profile)
 {
     constexpr cmsTagSignature tables[] { cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigDToB0Tag,
@@ -56,8 +56,8 @@ template <class Value> bool areEqualIn(cmsTagSignature tag, cmsHPROFILE one, cms
     return ofOne && ofOther && areEqual(*ofOne, *ofOther);
 }
 
-/// Whether two profiles stand for the same colours. Most stand for sRGB, and to prepare a transform
-/// takes longer than to decode a small picture.
+/// Whether two profiles stand for the same colours. Most stand for sRGB, and preparing a transform
+/// takes longer than decoding a small picture.
 bool areEqual(cmsHPROFILE one, cmsHPROFILE other)
 {
     auto const isEqualPrimary
@@ -73,7 +73,8 @@ bool areEqual(cmsHPROFILE one, cmsHPROFILE other)
 
 void convertToSRGB(GdkPixbuf& pixbuf, std::span<guchar const> profile)
 {
-    constexpr std::size_t longestProfile = 1 << 20; // Real ones of this kind take a few kilobytes.
+    constexpr std::size_t longestProfile = 1
+        << 20; // Real profiles of this kind take a few kilobytes.
     if (profile.size() > longestProfile)
         return;
     auto const size = static_cast<cmsUInt32Number>(profile.size());

@@ -41,7 +41,7 @@ bool isNeeded(std::string_view chunkType, std::uint64_t length)
         || colourTypes.find(chunkType) != std::string_view::npos;
 }
 
-/// `data` stands at the signature, and `end` behind the last byte.
+/// `data` stands at the signature, and `end` after the last byte.
 bool feedPNG(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t end)
 {
     if (!feedBytes(feed, data, signatureOfPNG.size()))
@@ -77,7 +77,7 @@ std::uint64_t lengthOfColourTable(std::uint8_t packedFields)
     return packedFields & colourTableFlag ? std::uint64_t { 3 } << ((packedFields & 7) + 1) : 0;
 }
 
-/// Moves behind the empty block that ends a row of blocks; false when there is none.
+/// Moves after the empty block that ends a row of blocks; false when there is none.
 bool skipSubBlocks(KXAbstractData& data)
 {
     std::uint8_t length = 0;

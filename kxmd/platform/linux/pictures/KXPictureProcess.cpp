@@ -29,7 +29,7 @@ std::string wholePixels(double length)
 }
 
 /// What the program writes: width and height, 32 bits each, most significant byte first, and then
-/// the pixels; nothing for what is no picture.
+/// the pixels; nothing for what is not a picture.
 KXImage::Ref imageOfOutput(KXData const& output)
 {
     constexpr std::size_t headLength = 8;

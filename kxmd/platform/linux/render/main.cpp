@@ -9,7 +9,7 @@
 //     kxmd-render WIDTH HEIGHT PATH
 //
 // Writes a width and a height, 32 bits each, most significant byte first, and then the pixels;
-// nothing for what is no picture that it knows.
+// nothing for what is not a picture that it knows.
 
 namespace {
 

@@ -66,7 +66,7 @@ bool waitFor(pid_t process, Clock::time_point end)
         if (result == 0 && state.si_pid == process)
             return true;
         if (result != 0 && errno != EINTR)
-            return errno == ECHILD; // A host that does not care for its children's ends.
+            return errno == ECHILD; // The host ignores SIGCHLD.
         if (Clock::now() >= end)
             return false;
         timespec const time { 0, std::chrono::nanoseconds(pause).count() };
@@ -81,7 +81,7 @@ bool endProcess(pid_t process)
     int status = 0;
     while (::waitpid(process, &status, 0) < 0) {
         if (errno != EINTR)
-            return true; // Taken away by the host; what it wrote has to tell.
+            return true; // The host reaped it; judge by what it wrote.
     }
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
@@ -103,7 +103,7 @@ std::optional<KXData> KXChildProcess::run() const
         return std::nullopt;
     pid_t const process = *started;
 
-    // It runs already, but has not seen the file yet.
+    // It is running, but has not seen the file yet.
     limit(process, RLIMIT_CORE, 0);
     limit(process, RLIMIT_FSIZE, mostOutputBytes);
     if (mostMemoryBytes)

@@ -26,7 +26,7 @@ constexpr std::size_t pieceLength = 256 * 1024;
 constexpr int fileOnlyForTheUser = 0600;
 constexpr int folderOnlyForTheUser = 0700;
 
-/// More would be taken from whatever else runs here; a file may claim any size and hold nothing.
+/// More would starve whatever else runs here: a sparse file may have any size and hold nothing.
 std::uint64_t bytesOfMemory()
 {
     return static_cast<std::uint64_t>(::sysconf(_SC_PHYS_PAGES))
@@ -72,7 +72,7 @@ KXMutableData::Ref KXGLibFileManager::mutableDataWithContentsOfFile(std::string 
     while (bytes->size() < file->length()) {
         std::uint64_t const count = file->readBytesToMaxLength(piece.data(), piece.size());
         if (!count)
-            return nullptr; // Shorter than it was.
+            return nullptr; // The file became shorter.
         bytes->insert(bytes->end(), piece.data(), piece.data() + count);
     }
     return std::make_shared<KXMutableData>(std::move(*bytes));
@@ -108,7 +108,7 @@ bool KXGLibFileManager::createFolderAtPath(std::string const& path) const
 void KXGLibFileManager::removeEmptyFolderAtPath(std::string const& path) const
 {
     if (!KXIsCutShortByZero(path))
-        ::rmdir(path.c_str()); // A folder that stays is swept away later.
+        ::rmdir(path.c_str()); // A folder that stays is removed later.
 }
 
 std::optional<std::uint64_t> KXGLibFileManager::sizeOfFileAtPath(std::string const& path) const

@@ -87,7 +87,7 @@ std::optional<int> exitStatusOf(pid_t tool)
     int status;
     while (::waitpid(tool, &status, 0) < 0) {
         if (errno != EINTR)
-            return std::nullopt; // Taken away by a host that does not care for its children's ends.
+            return std::nullopt; // The host reaped it, or ignores SIGCHLD.
     }
     return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
 }

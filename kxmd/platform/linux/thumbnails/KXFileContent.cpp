@@ -19,7 +19,7 @@ struct Signature {
 
 using enum KXFileContent;
 
-// What is no picture: the file types of ISO/IEC 14496-12 that are have been looked for before.
+// Everything but pictures: the file types of ISO/IEC 14496-12 that are pictures come earlier.
 constexpr Signature signatures[] {
     { 4, "ftyp"sv, movie },
     { 4, "moov"sv, movie },

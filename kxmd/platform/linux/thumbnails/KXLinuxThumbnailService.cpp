@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-/// A file that is to be shown, as far as everybody wants to know it.
+/// A file that is to be shown, with what every way of showing it needs.
 struct KXLinuxThumbnailService::File {
     std::string path;
     KXAbstractData& data;
@@ -71,7 +71,7 @@ KXImage::Ref KXLinuxThumbnailService::imageForPath(
     return image ? shrinkImageToSize(image, maximumSize) : nullptr;
 }
 
-/// Absent when the file is nothing of ours.
+/// Absent when the file is of no kind that we show ourselves.
 std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     File const& file, KXSize maximumSize) const
 {
@@ -94,7 +94,7 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     return std::nullopt;
 }
 
-/// Absent when it is no movie that can be opened; without frame and cover it has no picture.
+/// Absent when it is not a movie that can be opened; without frame and cover it has no picture.
 std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfMovie(
     File const& file, KXSize maximumSize) const
 {

@@ -15,7 +15,7 @@
 /// documents that the desktop has a program for.
 class KX_EXPORT_FOR_TESTS KXLinuxThumbnailService final : public KXThumbnailService {
 public:
-    /// Who shows what; no member is null.
+    /// What shows each kind of file; no member is null.
     struct Parts {
         std::shared_ptr<KXPictureLoader const> pictureLoader;
         std::shared_ptr<KXMovieLoader const> movieLoader;

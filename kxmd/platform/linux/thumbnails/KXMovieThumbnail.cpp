@@ -27,7 +27,7 @@ bool isBlank(KXImage const& image)
     return true;
 }
 
-/// A frame that tells something: behind titles and fades, which a tenth of the movie usually is.
+/// A frame that tells something: after titles and fades, which a tenth of the movie usually is.
 /// Not further in than half a minute, since files without an index are read up to there; a third
 /// of the movie is looked at only when that is blank.
 KXImage::Ref frameOfMovie(KXMovie& movie, KXSize maximumSize)

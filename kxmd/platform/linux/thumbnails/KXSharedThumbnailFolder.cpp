@@ -26,7 +26,7 @@ constexpr SizeFolder sizeFolders[] {
 };
 
 constexpr std::uint64_t longestText = 32 * 1024; // An address; far more than a path can have.
-constexpr int mostChunks = 64; // The texts stand in front of the pixels.
+constexpr int mostChunks = 64; // The texts stand before the pixels.
 
 /// The next `length` bytes as they are; empty when they are not there.
 std::string readBytes(KXAbstractData& data, std::uint64_t length)
@@ -38,7 +38,7 @@ std::string readBytes(KXAbstractData& data, std::uint64_t length)
                                                                                    : std::string();
 }
 
-/// The tEXt chunks (ISO/IEC 15948, 11.3.4.3) in front of the pixels.
+/// The tEXt chunks (ISO/IEC 15948, 11.3.4.3) before the pixels.
 std::map<std::string, std::string> textsOfPNG(KXAbstractData& data)
 {
     std::map<std::string, std::string> texts;
@@ -64,7 +64,7 @@ bool isNumber(std::string_view text, std::int64_t number)
 {
     std::int64_t told = 0;
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), told);
-    // Some programs write a fraction of the second behind it.
+    // Some programs write a fraction of the second after it.
     bool const isOver = end == text.data() + text.size() || *end == '.';
     return error == std::errc() && isOver && told == number;
 }
@@ -80,7 +80,7 @@ bool isOfFile(std::string const& path, std::string const& address, struct stat c
         auto const found = texts.find(key);
         return found == texts.end() ? std::string() : found->second;
     };
-    std::string const size = valueOf("Thumb::Size"); // Optional.
+    std::string const size = valueOf("Thumb::Size"); // May be missing.
     return valueOf("Thumb::URI") == address && isNumber(valueOf("Thumb::MTime"), file.st_mtime)
         && (size.empty() || isNumber(size, file.st_size));
 }
