@@ -36,12 +36,12 @@ bool KXMutableData::contains(std::uint64_t position, std::uint64_t length) const
 /// from the piece that was asked for before: accesses follow each other.
 KXMutableData::Place KXMutableData::placeOf(std::uint64_t position) const
 {
-    auto [index, start] = _lastPlace.index < _pieces.size() ? _lastPlace : Place { 0, 0 };
-    while (start > position)
-        start -= _pieces[--index].length;
-    while (index < _pieces.size() && position - start >= _pieces[index].length)
-        start += _pieces[index++].length;
-    return _lastPlace = { index, start };
+    Place place = _lastPlace.index < _pieces.size() ? _lastPlace : Place { 0, 0 };
+    while (place.start > position)
+        place.start -= _pieces[--place.index].length;
+    while (place.index < _pieces.size() && position - place.start >= _pieces[place.index].length)
+        place.start += _pieces[place.index++].length;
+    return _lastPlace = place;
 }
 
 /// Makes a piece begin at `position`, and returns its index.

@@ -19,11 +19,10 @@ std::vector<std::string_view> resolvedComponents(std::string_view path)
     bool const absolute = path.starts_with('/');
     std::vector<std::string_view> resolved;
     for (std::string_view const component : KXPathComponents(path)) {
-        if (component != "..")
-            resolved.push_back(component);
-        else if (!resolved.empty() && resolved.back() != "..")
+        bool const leadsUp = component == "..";
+        if (leadsUp && !resolved.empty() && resolved.back() != "..")
             resolved.pop_back();
-        else if (!absolute)
+        else if (!leadsUp || !absolute)
             resolved.push_back(component);
     }
     return resolved;

@@ -30,7 +30,7 @@ KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAbstractData(KXAbstractData& data)
 
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAnyAbstractData(KXAbstractData& data)
 {
-    if (Ref const meta = fileMetaWithAbstractData(data))
+    if (Ref meta = fileMetaWithAbstractData(data))
         return meta;
     auto const empty = std::make_shared<KXMDFileMetaEmpty>();
     empty->parseAbstractData(data);

@@ -56,7 +56,7 @@ KXMDFileMetaMP3Frame::Ref KXMDFileMetaMP3Frame::frameWithData(
         return nullptr;
     data.setOffset(offset);
 
-    auto const frame = std::make_shared<KXMDFileMetaMP3Frame>();
+    auto frame = std::make_shared<KXMDFileMetaMP3Frame>();
     frame->_offset = offset;
     if (!frame->readHeader(data, version)) {
         KXLog("Metadata", "KXMetaMP3Frame->frameWithData: Couldn't parse frame id");

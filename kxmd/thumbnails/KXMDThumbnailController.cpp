@@ -298,7 +298,7 @@ KXImage::Ref KXMDThumbnailController::thumbnailForFile(
 {
     std::string const cacheName = file ? cacheNameForFile(*file, size) : std::string();
     return cachedImageOrProduce(
-        cacheName, [this, file, size] { return thumbnailForFile(*file, size); },
+        cacheName, [this, file = std::move(file), size] { return thumbnailForFile(*file, size); },
         std::move(handler));
 }
 
@@ -324,5 +324,6 @@ KXImage::Ref KXMDThumbnailController::iconForFile(KXDCFile::Ref file, KXSize siz
 {
     std::string const cacheName = file ? cacheNameForIcon(*file, size) : std::string();
     return cachedImageOrProduce(
-        cacheName, [this, file, size] { return iconForFile(*file, size); }, std::move(handler));
+        cacheName, [this, file = std::move(file), size] { return iconForFile(*file, size); },
+        std::move(handler));
 }

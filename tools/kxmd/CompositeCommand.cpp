@@ -25,6 +25,7 @@ void writeComposite(std::vector<std::string> const& paths, Options const& option
     if (files.empty())
         return;
     std::vector<std::string> inputs;
+    inputs.reserve(files.size());
     for (auto const& file : files)
         inputs.push_back(file->sourcePath());
     auto const& controller = KXMDThumbnailController::sharedController();

@@ -159,7 +159,7 @@ void prepare(Options const& options, Session& session)
             report.advance(outcome);
             return outcome;
         },
-        [&](std::size_t, PreparationOutcome outcome) {
+        [&](std::size_t, PreparationOutcome const& outcome) {
             report.add(outcome);
             playlist.add(outcome);
         });

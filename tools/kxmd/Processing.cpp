@@ -41,7 +41,7 @@ void addProcessingOptions(CLI::App& command, EditOptions& options)
 KXAbstractData::Ref processingInput(
     EditOptions const& options, TemporaryFolder const& folder, Session& session)
 {
-    auto const source = editedInput(options, session);
+    auto source = editedInput(options, session);
     if (!source || folder.platform())
         return source;
     reportRefusal(options, "there is no temporary folder to work in", source->length(), session);

@@ -62,7 +62,7 @@ private:
 
 }
 
-TemporaryFolder::TemporaryFolder(KXPlatform::Ref platform)
+TemporaryFolder::TemporaryFolder(KXPlatform::Ref const& platform)
     : _path(newFolder(*platform))
 {
     if (_path.empty())

@@ -8,7 +8,7 @@
 class TemporaryFolder {
 public:
     /// Within the application's temporary folder of `platform`.
-    explicit TemporaryFolder(KXPlatform::Ref platform);
+    explicit TemporaryFolder(KXPlatform::Ref const& platform);
     ~TemporaryFolder();
     TemporaryFolder(TemporaryFolder const&) = delete;
     TemporaryFolder& operator=(TemporaryFolder const&) = delete;

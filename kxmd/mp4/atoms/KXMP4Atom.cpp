@@ -340,7 +340,7 @@ void KXMP4Atom::visitDepthFirst(Visitor const& visitor)
 
 KXMP4Atom::Ref KXMP4Atom::atomWithAbstractData(KXAbstractData& data)
 {
-    auto const root = std::make_shared<KXMP4Atom>();
+    auto root = std::make_shared<KXMP4Atom>();
     root->parseRootWithAbstractData(data);
     return root;
 }

@@ -84,7 +84,8 @@ void convertToSRGB(GdkPixbuf& pixbuf, std::span<guchar const> profile)
     ProfileRef const sRGB(cmsCreate_sRGBProfile());
     if (!sRGB || areEqual(parsed.get(), sRGB.get()))
         return;
-    auto const layout = gdk_pixbuf_get_has_alpha(&pixbuf) ? TYPE_RGBA_8 : TYPE_RGB_8;
+    cmsUInt32Number const layout
+        = gdk_pixbuf_get_has_alpha(&pixbuf) ? cmsUInt32Number { TYPE_RGBA_8 } : TYPE_RGB_8;
     TransformRef const transform(cmsCreateTransform(parsed.get(), layout, sRGB.get(), layout,
         INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_COPY_ALPHA));
     if (!transform)

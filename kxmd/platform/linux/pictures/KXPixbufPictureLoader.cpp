@@ -41,7 +41,8 @@ int shrinkingFactor(int width, int height, KXSize wantedSize)
 {
     double const wanted = std::max(wantedSize.width, wantedSize.height);
     for (int const factor : { 8, 4, 2 }) {
-        if (wanted > 0 && std::min(width, height) / factor >= wanted)
+        int const shorterSide = std::min(width, height) / factor;
+        if (wanted > 0 && shorterSide >= wanted)
             return factor;
     }
     return 1;

@@ -36,7 +36,7 @@ KXImage::Ref frameOfMovie(KXMovie& movie, KXSize maximumSize)
     double const duration = std::isfinite(movie.duration()) ? std::max(movie.duration(), 0.0) : 0;
     KXImage::Ref first;
     for (double const seconds : { std::min(duration / 10, latest), duration / 3, 0.0 }) {
-        auto const frame = movie.keyImageAtTime(seconds, maximumSize);
+        auto frame = movie.keyImageAtTime(seconds, maximumSize);
         if (frame && !isBlank(*frame))
             return frame;
         if (!first)
