@@ -45,28 +45,6 @@ std::string textFromLatin1(Bytes bytes)
     return text;
 }
 
-/// The length of the well-formed UTF-8 sequence at the start of `bytes`, or 0 (Unicode, table 3-7).
-std::size_t lengthOfUTF8Sequence(Bytes bytes)
-{
-    std::uint8_t const lead = bytes[0];
-    if (lead < 0x80)
-        return 1;
-    std::size_t const length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length)
-        return 0;
-    // The first continuation byte is narrower where overlong forms, surrogates and codes past
-    // U+10FFFF would begin.
-    std::uint8_t const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    std::uint8_t const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    if (bytes[1] < lowest || bytes[1] > highest)
-        return 0;
-    for (std::size_t i = 2; i < length; ++i) {
-        if ((bytes[i] & 0xC0) != 0x80)
-            return 0;
-    }
-    return length;
-}
-
 bool isUTF8(Bytes bytes)
 {
     while (!bytes.empty()) {
@@ -106,6 +84,27 @@ std::optional<std::string> textFromUTF16(Bytes bytes)
     return text;
 }
 
+}
+
+std::size_t lengthOfUTF8Sequence(Bytes bytes)
+{
+    std::uint8_t const lead = bytes[0];
+    if (lead < 0x80)
+        return 1;
+    std::size_t const length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length)
+        return 0;
+    // The first continuation byte is narrower where overlong forms, surrogates and codes past
+    // U+10FFFF would begin.
+    std::uint8_t const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    std::uint8_t const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    if (bytes[1] < lowest || bytes[1] > highest)
+        return 0;
+    for (std::size_t i = 2; i < length; ++i) {
+        if ((bytes[i] & 0xC0) != 0x80)
+            return 0;
+    }
+    return length;
 }
 
 std::optional<std::string> textFromBytes(Bytes bytes, KXStringEncoding encoding)

@@ -16,5 +16,9 @@
 KX_EXPORT_FOR_TESTS std::optional<std::string> textFromBytes(
     std::span<std::uint8_t const> bytes, KXStringEncoding encoding);
 
+/// The length of the well-formed UTF-8 sequence at the start of `bytes`, which is not empty, or 0
+/// (Unicode, table 3-7).
+std::size_t lengthOfUTF8Sequence(std::span<std::uint8_t const> bytes);
+
 /// Bytes of the encoding's zero terminator: 2 for UTF-16, else 1.
 KX_EXPORT_FOR_TESTS std::size_t terminatorSizeForEncoding(KXStringEncoding encoding);

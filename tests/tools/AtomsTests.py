@@ -1,10 +1,13 @@
 import os
+import re
 import subprocess
 import threading
 
 from support import (COMMAND, CommandTestCase, atom, mp4, nested, run, sound_entry, tag_atom, track,
                      user_data)
 
+# Characters that a terminal obeys, but for the tabs and line ends of our own.
+STEERING = "[\0-\x08\x0b-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069]"
 DESCRIBE_TREE = os.environ["KXMD_DESCRIBE_TREE"]
 
 SONG = mp4(track(b"soun", sound_entry(2)),
@@ -52,8 +55,21 @@ class AtomsTests(CommandTestCase):
             + atom(b"free") + atom(b"moov", atom(b"udta")))
 
     def test_tree_of_odd_tags(self):
-        self.assert_as_the_library_says(
-            atom(b"\0abc") + atom(b"a.b ") + atom(b"a\nb\t") + atom(b"\xff\xfe\x80\x01"))
+        self.assert_as_the_library_says(atom(b"\0abc") + atom(b"a.b ") + atom(b"\xff\xfe\xa0~"))
+
+    def test_no_atom_can_steer_the_terminal(self):
+        path = self.write("a.mp4", atom(b"a\nb\x1b") + atom(b"\x07\x9b\r\x7f") + mp4(user_data(
+            tag_atom(b"\xa9nam", "\x1b[2J\u202eevil\u2029"))))
+        tree = run("atoms", path).out.decode()
+        self.assertEqual(re.findall(r"\tMP4 Atom:(....)", tree)[:2], ["a?b?", "????"])
+        self.assertIn("?[2J?evil?", tree)
+        paths = run("atoms", "--paths", path).out.decode()
+        self.assertTrue(paths.splitlines()[1].startswith("ROOT.a?b? Size:8"), paths)
+        for out in (tree, paths, run("atoms", "--json", path).out.decode()):
+            self.assertNotRegex(out, STEERING)
+        told = run("atoms", "--json", path).objects()
+        self.assertEqual([told[1]["tag"], told[2]["tag"]], ["a\nb\x1b", "\x07\x9b\r\x7f"])
+        self.assertIn("\x1b[2J\u202eevil\u2029", [one.get("content") for one in told])
 
     def test_tree_of_moderate_depth(self):
         self.assert_as_the_library_says(nested(2000))

@@ -128,7 +128,7 @@ class InfoTests(CommandTestCase):
     def test_missing_path_that_is_not_utf8(self):
         path = os.fsencode(self.folder) + b"/\xff"
         result = run("info", "--json", path)
-        self.assert_failure(result, os.fsdecode(path))
+        self.assert_failure(result, self.path("?"))
 
     def test_path_with_a_line_end_gives_one_error_line(self):
         self.assert_failure(run("info", self.path("a\nb")), self.path("a?b"))

@@ -5,6 +5,7 @@
 #include "Session.h"
 #include "Usage.h"
 
+#include <kxmd/base/KXPrintableText.h>
 #include <kxmd/mp4/atoms/KXMP4Atom.h>
 
 #include <memory>
@@ -40,7 +41,8 @@ private:
 std::string pathLine(std::string const& path, KXMP4Atom const& atom)
 {
     // Signed, as in the library's own list of paths.
-    return path + " Size:" + std::to_string(static_cast<std::int64_t>(atom.size())) + '\n';
+    return KXTextWithoutControlCharacters(path)
+        + " Size:" + std::to_string(static_cast<std::int64_t>(atom.size())) + '\n';
 }
 
 std::string atomJSON(std::string const& path, KXMP4Atom const& atom, std::size_t depth)
@@ -77,7 +79,7 @@ private:
             return atomJSON(_path.pathOf(atom, depth), atom, depth);
         if (_options.paths)
             return pathLine(_path.pathOf(atom, depth), atom);
-        return std::string(depth, '\t') + atom.description() + '\n';
+        return std::string(depth, '\t') + KXTextWithoutControlCharacters(atom.description()) + '\n';
     }
 
     bool printLine(std::string const& line)

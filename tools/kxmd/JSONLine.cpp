@@ -1,11 +1,29 @@
 #include "JSONLine.h"
 
+#include <kxmd/base/KXPrintableText.h>
+
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+
+namespace {
+
+/// RFC 8259, 7. All of these characters are in the basic multilingual plane, and in texts only.
+std::string escapeSequence(char32_t character)
+{
+    std::array<char, 7> sequence;
+    std::snprintf(
+        sequence.data(), sequence.size(), "\\u%04x", static_cast<unsigned>(character) & 0xFFFF);
+    return sequence.data();
+}
+
+}
 
 std::string jsonLine(JSON const& value)
 {
-    return value.dump(-1, ' ', false, JSON::error_handler_t::replace) + '\n';
+    std::string const line = value.dump(-1, ' ', false, JSON::error_handler_t::replace);
+    return KXTextReplacingControlCharactersWith(line, escapeSequence) + '\n';
 }
 
 JSON jsonNumber(double number)

@@ -9,6 +9,7 @@
 #include "tools/shared/CleanUpOnSignal.h"
 
 #include <kxmd/base/KXLog.h>
+#include <kxmd/base/KXPrintableText.h>
 #include <kxmd/version.h>
 
 #include <CLI/Config.hpp>
@@ -69,7 +70,8 @@ void showLog(StandardError& standardError)
 {
     KXSetLogSink([&standardError](std::string_view category, std::string_view text) {
         std::string line;
-        line.append("[").append(category).append("] ").append(text).append("\n");
+        line.append("[").append(category).append("] ");
+        line.append(KXTextWithoutControlCharacters(text)).append("\n");
         standardError.writeLines(line);
     });
 }
