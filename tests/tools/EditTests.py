@@ -6,7 +6,8 @@ import time
 
 import pictures
 from audio import attached, encode, pattern, samples, tone
-from support import CommandTestCase, atom, mp4, on_card, run, sound_entry, tag_atom, track, user_data, video_entry
+from support import (CommandTestCase, atom, mp4, on_card, preloading, run, sound_entry, tag_atom, track, user_data,
+                     video_entry)
 
 TITLE = tag_atom(b"\xa9nam", "Title")
 
@@ -281,6 +282,21 @@ class EditTests(CommandTestCase):
             with self.subTest(out=out):
                 self.assert_failure(run("cover", "remove", music, "-o", out), out)
         self.assertFalse(os.path.isfile("/dev/null"))
+
+    def test_disk_that_is_full_at_close_leaves_what_was_there(self):
+        music = self.music("a.mp3")
+        for place, environment in (("disk", os.environ), ("card", on_card())):
+            environment = preloading("KXMD_FULL_AT_CLOSE", environment)
+            for before in (None, b"before"):
+                with self.subTest(place=place, before=before):
+                    if before:
+                        self.write("out", before)
+                    result = run("cover", "add", music, self.picture, "-o", self.out, env=environment)
+                    self.assertEqual((result.status, result.errors),
+                                     (1, [f"kxmd: {self.out}: No space left on device"]))
+                    self.assertEqual(self.read(self.out) if before else os.path.exists(self.out), before or False)
+                    self.assertEqual(len(os.listdir(self.folder)), 3 if before else 2)
+            os.remove(self.out)
 
     def test_full_disk_leaves_what_was_there(self):
         music = self.music("a.mp3")

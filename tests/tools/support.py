@@ -37,9 +37,12 @@ def run(*arguments, stack=None, **options):
 
 
 def preloading(library, environment=os.environ):
-    """An environment that changes what the system does for a program, by the library that a variable names."""
+    """An environment that changes what the system does for a program, by the library that a variable names,
+    besides those that the environment has already."""
     options = environment.get("ASAN_OPTIONS", "")
-    return {**environment, "LD_PRELOAD": os.environ[library], "ASAN_OPTIONS": options + ":verify_asan_link_order=0"}
+    libraries = [environment["LD_PRELOAD"]] if environment.get("LD_PRELOAD") else []
+    return {**environment, "LD_PRELOAD": ":".join([*libraries, os.environ[library]]),
+            "ASAN_OPTIONS": options + ":verify_asan_link_order=0"}
 
 
 def on_card(environment=os.environ):

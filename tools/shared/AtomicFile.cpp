@@ -232,6 +232,14 @@ bool AtomicFile::linkIntoPlace()
     return hasPart && (::rename(_partPath.c_str(), _path.c_str()) == 0 || fail());
 }
 
+/// Some file systems tell only when a descriptor is closed that there was no room. That of a copy
+/// tells as well, and ours keeps the file, and its lock, until it has its place.
+bool AtomicFile::flush()
+{
+    int const copy = ::fcntl(_descriptor, F_DUPFD_CLOEXEC, 0);
+    return (copy >= 0 && ::close(copy) == 0) || fail();
+}
+
 bool AtomicFile::settle()
 {
     struct stat replaced;
@@ -240,8 +248,8 @@ bool AtomicFile::settle()
         if (!isOnDisk(_descriptor))
             return fail();
     }
-    _isSettled = true;
-    return true;
+    _isSettled = flush();
+    return _isSettled;
 }
 
 bool AtomicFile::commit()
@@ -252,11 +260,5 @@ bool AtomicFile::commit()
         = _hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace();
     if (_hasName && isInPlace)
         dropName();
-    // Some file systems tell only now that there was no room.
-    if (::close(std::exchange(_descriptor, -1)) != 0 && isInPlace) {
-        fail();
-        ::unlink(_path.c_str());
-        return false;
-    }
     return isInPlace;
 }

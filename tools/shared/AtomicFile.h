@@ -24,8 +24,8 @@ public:
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
     /// Appends what the file of `descriptor` holds from its start on, up to its end.
     [[nodiscard]] bool writeContentsOf(int descriptor);
-    /// Gets the file ready for its place: as private as the one that is there, if there is one, and
-    /// on the disk, so that neither is lost with the power.
+    /// Gets the file ready for its place: written whole, as private as the one that is there, if
+    /// there is one, and on the disk, so that neither is lost with the power.
     [[nodiscard]] bool settle();
     /// Puts the file in place, of another one if there is one; settles it first.
     [[nodiscard]] bool commit();
@@ -45,6 +45,7 @@ private:
     bool takeName(std::function<bool()> const& make);
     void dropName();
     bool copyByKernel(int descriptor, bool& isSupported);
+    bool flush();
     bool linkIntoPlace();
 
     std::string const _path;
