@@ -299,7 +299,13 @@ class AfconvertTests(CommandTestCase):
                 self.assert_refused(self.write(name, content))
         self.assert_refused(video, "has no audio")
         self.assert_refused(self.path("missing"), "cannot be opened")
-        self.assert_refused(self.folder)
+        self.assert_refused(self.folder, "is not a regular file")
+
+    def test_source_that_may_wait_for_ever_is_not_opened(self):
+        os.mkfifo(self.path("fifo"))
+        self.assert_refused(self.path("fifo"), "is not a regular file")
+        self.assert_refused("/dev/zero", "is not a regular file")
+        self.assert_refused("/proc/kmsg", "is empty")  # It passes for a regular file.
 
     def test_lists_of_other_files_are_not_read(self):
         secret = encode(self.path("secret.wav"), *tone())

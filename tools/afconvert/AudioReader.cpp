@@ -1,6 +1,7 @@
 #include "AudioReader.h"
 
 #include <span>
+#include <sys/stat.h>
 
 namespace {
 
@@ -8,9 +9,23 @@ namespace {
 constexpr char const* formats
     = "mov,mp3,flac,wav,w64,aiff,caf,au,ogg,ape,wv,tta,mpc,mpc8,dsf,tak,asf,matroska,aac,ac3,amr";
 
+/// Anything but a regular file may wait for somebody to write to it, for ever. So may a file of the
+/// kernel's log, which passes for a regular one of no bytes.
+void checkRegularFile(std::string const& path)
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return; // What is wrong is said when it is opened.
+    if (!S_ISREG(status.st_mode))
+        throw ConversionError("is not a regular file");
+    if (status.st_size == 0)
+        throw ConversionError("is empty");
+}
+
 /// Opened by nothing but its name: a path may well look like an address.
 InputRef openedInput(std::string const& path)
 {
+    checkRegularFile(path);
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     av_dict_set(&options, "format_whitelist", formats, 0);
