@@ -15,7 +15,7 @@
 #include <string>
 
 static_assert(std::endian::native == std::endian::little,
-    "the reader and the sync-safe sizes of ID3v2 are told for little-endian machines");
+    "the reader and the sync-safe sizes of ID3v2 assume a little-endian machine");
 
 /// The byte order of a stored number.
 enum class KXSwap : bool {

@@ -5,8 +5,8 @@
 
 /// A mutual exclusion lock of one byte, for small objects that exist by the million.
 ///
-/// Meets the standard's Lockable requirements. Not recursive: what it guards is read or replaced
-/// and nothing is called meanwhile.
+/// Meets the standard's Lockable requirements. Not recursive: it is held only while a value is read
+/// or replaced, and nothing else is called meanwhile.
 class KXByteLock {
 public:
     void lock()

@@ -10,8 +10,8 @@ constexpr std::size_t hashOfCode(std::uint32_t code) { return code * 2654435761u
 
 /// A set of character codes, written as one comma-separated text.
 ///
-/// Membership is a substring search in that text, so a code that straddles a comma belongs as well:
-/// "264," to "h264,H264". Deliberate: files have been judged by it for years.
+/// Membership is a substring search in that text, so a code that straddles a comma also belongs:
+/// "264," belongs to "h264,H264". Deliberate.
 class KXCodeList {
 public:
     consteval explicit KXCodeList(std::string_view codes)

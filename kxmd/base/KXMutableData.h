@@ -24,9 +24,9 @@ public:
     KXMutableData() = default;
     explicit KXMutableData(std::vector<std::uint8_t> bytes);
 
-    /// `initWithAbstractData:` The bytes that `source` reads, for edits of a file that stays as it
-    /// is. They are read when they are asked for, so only what is changed takes memory; bytes that
-    /// cannot be read fail the access to them. Moves the read position of `source`.
+    /// `initWithAbstractData:` The bytes that `source` reads, to be edited while the file itself
+    /// stays as it is. They are read on demand, so only what is changed takes memory; an access to
+    /// bytes that cannot be read fails. Moves the read position of `source`.
     explicit KXMutableData(std::shared_ptr<KXAbstractData> source);
 
     KXMutableData(KXMutableData const&) = delete;
@@ -100,8 +100,8 @@ public:
     /// lies between two stretches was removed or inserted.
     [[nodiscard]] std::vector<Kept> keptBytes() const;
 
-    /// `overwrittenOrigins` The places that were overwritten, as they were counted then, in the
-    /// order of the edits. A place may occur several times.
+    /// `overwrittenOrigins` The places that were overwritten, counted in the bytes that the buffer
+    /// was made from, in the order of the edits. A place may occur several times.
     [[nodiscard]] std::span<Range const> overwrittenOrigins() const { return _overwritten; }
 
 private:

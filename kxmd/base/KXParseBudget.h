@@ -21,8 +21,8 @@ public:
         return true;
     }
 
-    /// `takeHeaderByte` Takes one of the steps through the fillers and segments of small headers,
-    /// each of at least a byte. False when none is left.
+    /// `takeHeaderByte` Takes one step through the fillers or segments of a header, over at least
+    /// one byte. False when none is left.
     [[nodiscard]] bool takeHeaderByte() { return take(_headerBytes, 1); }
 
     /// `takeTextBytes:` Takes bytes of text. False when there are not as many left.

@@ -15,7 +15,8 @@ struct KXSerialQueue::State {
     enum class Runner {
         none,
         thread, ///< The queue's own, until the queue is released.
-        submitter, ///< Whoever submitted a work when no thread was to be had, until all are done.
+        submitter, ///< Whoever submitted work when no thread could be started, until all of it is
+                   ///< done.
     };
 
     std::mutex mutex;
@@ -80,7 +81,7 @@ KXSerialQueue::~KXSerialQueue()
 
 void KXSerialQueue::async(Work work)
 {
-    auto const state = _state; // A work that runs right here may let go of the queue.
+    auto const state = _state; // Work that runs right here may release the queue.
     {
         std::scoped_lock const lock(state->mutex);
         state->pending.push_back(std::move(work));
@@ -92,8 +93,8 @@ void KXSerialQueue::async(Work work)
             return;
     }
     state->runOnThreadOfSubmitter();
-    KXLog(
-        "Metadata", "KXSerialQueue->no thread to be had, the work was done where it was asked for");
+    KXLog("Metadata",
+        "KXSerialQueue->no thread could be started, the work was done on the submitting thread");
 }
 
 bool KXSerialQueue::startThread() const

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// The numbers by which the byte reader is told how text is encoded.
+/// Text encodings, by the numbers that the byte reader takes.
 enum KXStringEncoding : std::uint32_t {
     KXStringEncodingASCII = 1, ///< Seven bits; a byte above 0x7F cannot be decoded.
     KXStringEncodingUTF8 = 4, ///< RFC 3629; a leading byte-order mark is kept as a character.

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 /// When a file's covers are good enough to show: the widest is at least 200 pixels wide and the
-/// highest at least 200 high. The two maxima may come from different covers.
+/// tallest at least 200 high. The two maxima may come from different covers.
 class KXAlbumCoverRule {
 public:
     void addCoverOfSize(KXSize size)

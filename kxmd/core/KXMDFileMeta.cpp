@@ -6,35 +6,6 @@
 #include <algorithm>
 #include <array>
 
-namespace {
-
-/// Whether these bytes stand there; at most four.
-bool startsWith(KXAbstractData& data, std::uint64_t offset, std::string_view signature)
-{
-    std::array<char, 4> bytes;
-    data.setOffset(offset);
-    return data.readBytesTo(reinterpret_cast<std::uint8_t*>(bytes.data()), signature.size())
-        && std::string_view(bytes.data(), signature.size()) == signature;
-}
-
-KXMDMetaType detectedType(KXAbstractData& data)
-{
-    if (startsWith(data, 0, "ID3"))
-        return KXMDMetaTypeMP3;
-    if (startsWith(data, 4, "ftyp") || startsWith(data, 4, "moov"))
-        return KXMDMetaTypeMP4;
-    return startsWith(data, 0, signatureOfJPEG) ? KXMDMetaTypeJPEG : KXMDMetaTypeUnknown;
-}
-
-}
-
-KXMDMetaType KXMDFileMeta::metaTypeForData(KXAbstractData& data)
-{
-    KXMDMetaType const type = detectedType(data);
-    data.setOffset(0);
-    return type;
-}
-
 KXMDFileMeta::~KXMDFileMeta() = default;
 
 bool KXMDFileMeta::parseAbstractData(KXAbstractData& data)

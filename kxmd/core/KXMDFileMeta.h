@@ -36,8 +36,8 @@ inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 /// What is known of a media file: its kind, its descriptive tags, its codecs and its album cover.
 ///
 /// Made by `fileMetaWithSourcePath:` or `fileMetaWithAbstractData:`, which choose the class by the
-/// file's first bytes. Parsed and edited by one thread at a time; a finished object may be read
-/// from any thread, but for the predicted size, which is kept.
+/// file's first bytes. Parsed and edited by one thread at a time. A finished object may be read
+/// from any thread, except for the predicted size, which the first call stores.
 class KX_EXPORT KXMDFileMeta : public KXObject {
 public:
     using Ref = std::shared_ptr<KXMDFileMeta>;
@@ -103,9 +103,9 @@ public:
     // Album covers. They are embedded as JPEG; whoever needs one several times encodes it once and
     // hands its bytes to the operations for encoded ones.
 
-    /// `setPlatform:` Sets whose picture library decodes and encodes covers. Without one it is that
-    /// of the process-wide platform, which is asked for when there is a cover to decode or encode
-    /// and never before.
+    /// `setPlatform:` Sets the platform whose picture library decodes and encodes covers. Null
+    /// means the process-wide platform, which is looked up only when there is a cover to decode or
+    /// encode.
     void setPlatform(PlatformRef platform) { _platform = std::move(platform); }
 
     /// `hasValidAlbumCover` Whether the embedded covers are at least 200 by 200; true for files

@@ -23,8 +23,8 @@ public:
     /// `init` A controller with a serial queue of its own.
     [[nodiscard]] static Ref create();
 
-    /// `initWithPlatform:` The same, whose objects decode and encode covers by the picture library
-    /// of `platform`; null as in `setPlatform:` of `KXMDFileMeta`.
+    /// `initWithPlatform:` The same; its objects decode and encode covers with the picture library
+    /// of `platform`. Null means the same as for `setPlatform:` of `KXMDFileMeta`.
     [[nodiscard]] static Ref createWithPlatform(KXMDFileMeta::PlatformRef platform);
 
     /// `fileMetaForFile:` The metadata of the file at `file`'s source path, read on the calling

@@ -1,10 +1,33 @@
-// The one place where the base class of file metadata meets the classes derived from it.
+// Which class reads a file, by its first bytes: the one place where the base class of file metadata
+// meets the classes derived from it.
 
 #include "kxmd/core/KXMDFileMeta.h"
+#include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 
+#include <array>
+#include <string_view>
+
 namespace {
+
+/// Whether these bytes stand there; at most four.
+bool startsWith(KXAbstractData& data, std::uint64_t offset, std::string_view signature)
+{
+    std::array<char, 4> bytes;
+    data.setOffset(offset);
+    return data.readBytesTo(reinterpret_cast<std::uint8_t*>(bytes.data()), signature.size())
+        && std::string_view(bytes.data(), signature.size()) == signature;
+}
+
+KXMDMetaType detectedType(KXAbstractData& data)
+{
+    if (startsWith(data, 0, "ID3"))
+        return KXMDMetaTypeMP3;
+    if (startsWith(data, 4, "ftyp") || startsWith(data, 4, "moov"))
+        return KXMDMetaTypeMP4;
+    return startsWith(data, 0, signatureOfJPEG) ? KXMDMetaTypeJPEG : KXMDMetaTypeUnknown;
+}
 
 KXMDFileMeta::Ref emptyMetaOfType(KXMDMetaType type)
 {
@@ -20,6 +43,13 @@ KXMDFileMeta::Ref emptyMetaOfType(KXMDMetaType type)
     return std::make_shared<KXMDFileMetaEmpty>();
 }
 
+}
+
+KXMDMetaType KXMDFileMeta::metaTypeForData(KXAbstractData& data)
+{
+    KXMDMetaType const type = detectedType(data);
+    data.setOffset(0);
+    return type;
 }
 
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAbstractData(KXAbstractData& data)

@@ -16,7 +16,7 @@ public:
 
     virtual ~KXDCFileProxy();
 
-    /// `file` The file that is transferred; never null.
+    /// `file` The file that is transferred; null for one that is not there.
     [[nodiscard]] virtual KXDCFile::Ref file() const = 0;
 
     /// `targetPath` The path that the file will have on the phone.

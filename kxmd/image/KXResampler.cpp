@@ -83,18 +83,18 @@ KXResamplerAxis::KXResamplerAxis(double from, double fromLength, double sourceLe
     for (double left = std::floor(begin); left < end; ++left) {
         double const coveredFrom = std::max(left, begin);
         double const coveredTo = std::min(left + 1, end);
-        double const center = from + ((coveredFrom + coveredTo) / 2 - into) * scale;
+        double const centre = from + ((coveredFrom + coveredTo) / 2 - into) * scale;
         addTarget(
-            center, kernelScale, lowest, highest, static_cast<float>(coveredTo - coveredFrom));
+            centre, kernelScale, lowest, highest, static_cast<float>(coveredTo - coveredFrom));
     }
 }
 
 void KXResamplerAxis::addTarget(
-    double center, double scale, double lowest, double highest, float coverage)
+    double centre, double scale, double lowest, double highest, float coverage)
 {
     constexpr double radius = 2;
-    double const first = std::floor(center - radius * scale);
-    double const last = std::ceil(center + radius * scale);
+    double const first = std::floor(centre - radius * scale);
+    double const last = std::ceil(centre + radius * scale);
     double const firstTap = std::clamp(first, lowest, highest);
     double const lastTap = std::clamp(last, lowest, highest);
 
@@ -105,7 +105,7 @@ void KXResamplerAxis::addTarget(
     std::vector<double> weights(target.tapCount);
     double total = 0;
     for (double pixel = first; pixel <= last; ++pixel) {
-        double const weight = kernel((pixel + 0.5 - center) / scale);
+        double const weight = kernel((pixel + 0.5 - centre) / scale);
         double const tap = std::clamp(pixel, firstTap, lastTap);
         weights[static_cast<std::size_t>(tap - firstTap)] += weight;
         total += weight * std::min(_sourceLength - tap, 1.0);

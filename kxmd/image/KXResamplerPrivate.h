@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    void addTarget(double center, double scale, double lowest, double highest, float coverage);
+    void addTarget(double centre, double scale, double lowest, double highest, float coverage);
 
     double const _sourceLength;
     std::size_t _firstTarget { 0 };

@@ -59,7 +59,7 @@ public:
     [[nodiscard]] KXMDCodecInfo::List audioCodecsInfo() const override;
 
     /// `hasValidAlbumCover` Whether the widest embedded cover is at least 200 pixels wide and the
-    /// highest at least 200 high; the two may be different covers.
+    /// tallest at least 200 high; the two may be different covers.
     [[nodiscard]] bool hasValidAlbumCover() const override;
 
     /// `canInsertAlbumCover` Whether the tag has a frame to insert one before.
@@ -68,8 +68,8 @@ public:
     /// `albumCoverFromData:` The embedded picture of the file that `data` reads and this object was
     /// parsed from: the first front cover that decodes, else the first other picture that does.
     ///
-    /// Pictures are found as the standards say, so also where `hasValidAlbumCover`, which keeps to
-    /// a simpler rule, measures none.
+    /// Pictures are found as the standards say, including some that `hasValidAlbumCover` misses,
+    /// since it uses a simpler rule.
     [[nodiscard]] ImageRef albumCoverFromData(KXAbstractData& data) const override;
 
     /// `removeAlbumCoverFromData:` Removes all picture frames.

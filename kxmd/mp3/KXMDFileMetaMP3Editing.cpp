@@ -47,8 +47,8 @@ bool areFramesInEachOther(KXMDFileMetaMP3Frame::List const& frames)
     });
 }
 
-/// Those of `covers` that go when the last one is removed again and again, in file order. Frames
-/// that begin where the tag, which shrinks with each, then has ended are no longer found, and stay.
+/// The covers, in file order, that go when the last one is removed again and again. The tag shrinks
+/// with each; frames that then begin past its end are no longer found, and stay.
 KXMDFileMetaMP3Frame::List removableCovers(
     KXMDFileMetaMP3Frame::List const& covers, std::uint64_t tagSize)
 {

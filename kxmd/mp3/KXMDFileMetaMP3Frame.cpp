@@ -165,9 +165,8 @@ bool KXMDFileMetaMP3Frame::adjustSizeInMutableData(
     // ID3v2.4.0 structure, 3.1.
     constexpr std::uint64_t headerLength = 10, sizeOffset = 6;
     std::array<std::uint8_t, 4> bytes;
-    if (data.length() < headerLength)
+    if (data.length() < headerLength || !data.readBytesToAt(bytes.data(), bytes.size(), sizeOffset))
         return false;
-    std::ranges::copy(data.bytes().subspan(sizeOffset, bytes.size()), bytes.begin());
     std::uint32_t const size = syncSafeSizeToSize(std::bit_cast<std::uint32_t>(bytes))
         + static_cast<std::uint32_t>(difference);
     bytes = std::bit_cast<decltype(bytes)>(sizeToSyncSafeSize(size));

@@ -66,9 +66,9 @@ KXMP3EditSafety::KXMP3EditSafety(KXAbstractData& data)
 {
 }
 
-/// Whether the edits happen between frames as others find them. In version 2.4 they need not: we
-/// skip four bytes too many after an extended header, and some programs write sizes in eight bits
-/// of a byte, as in version 2.3, which most others notice.
+/// Whether other programs find the same frames as we do, so that the edits fall between frames for
+/// them too. In version 2.4 that may fail: we skip four bytes too many after an extended header,
+/// and some programs write plain sizes as in version 2.3, which most readers notice.
 bool KXMP3EditSafety::isReadByOthersAlike(KXAbstractData& data) const
 {
     constexpr std::uint8_t extendedHeaderFlag = 0x40;
@@ -88,8 +88,8 @@ bool KXMP3EditSafety::isReadByOthersAlike(KXAbstractData& data) const
     return true;
 }
 
-/// Longer, where a frame's size makes sense in eight bits of a byte only: the next frame, or the
-/// end of all, is not where it ends for us, but where it ends then.
+/// Longer when a frame's size only makes sense as a plain number: the next frame, or the end of the
+/// tag, is not where the frame ends for us but where it ends by that number.
 KXMP3EditSafety::Length KXMP3EditSafety::lengthForOthers(
     KXMDFileMetaMP3Frame const& frame, KXAbstractData& data) const
 {

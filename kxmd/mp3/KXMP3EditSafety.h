@@ -8,13 +8,13 @@
 #include <optional>
 #include <string>
 
-/// Tells beforehand whether an edit of the cover leaves an MP3 file's music and the other frames of
-/// its ID3v2 tag to other programs as they were.
+/// Predicts whether other programs will still find an MP3 file's music, and the other frames of its
+/// ID3v2 tag, after an edit of its cover.
 ///
-/// The edits of `KXMDFileMetaMP3` take frames to lie where they read them. That is right for most
-/// files; damaged tags, and a few that we read in our own way, lose music or frames. The edits
-/// themselves do not ask; whoever makes them should. A footer of version 2.4 is left as it is, with
-/// the size from before: it serves to find a tag after the music, and these are in front.
+/// The edits of `KXMDFileMetaMP3` assume that frames lie where it read them. That is right for most
+/// files; damaged tags, and a few that we read differently from other programs, lose music or
+/// frames. The edits themselves do not ask; whoever makes them should. A version 2.4 footer keeps
+/// the old size: footers are for finding a tag after the music, and these tags come before it.
 ///
 /// A reason is a part of an English sentence for a person: "a cover runs past the end of the tag".
 /// Where there is nothing to edit, there is none. One thread at a time.

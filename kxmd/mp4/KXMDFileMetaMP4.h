@@ -17,7 +17,7 @@ public:
     [[nodiscard]] KXMDCodecInfo::List audioCodecsInfo() const override;
 
     /// `hasValidAlbumCover` Whether the widest embedded cover is at least 200 pixels wide and the
-    /// highest at least 200 high; the two may be different covers.
+    /// tallest at least 200 high; the two may be different covers.
     [[nodiscard]] bool hasValidAlbumCover() const override;
 
     /// `canInsertAlbumCover` Whether the file has a tag list and a 32-bit chunk offset table.

@@ -7,15 +7,16 @@
 
 /// Whether `count` atoms of the file that `root` stands for can be removed in good time.
 ///
-/// Each removal moves the file's bytes and parses them anew. Real files have a handful to remove;
-/// one with very many of them, or with many among a million atoms, was made to keep us busy.
+/// Each removal corrects the chunk offset tables, which may fill the file, and then the whole file
+/// is parsed again. Real files have a handful of atoms to remove; a file with very many, or with
+/// many among a million atoms, was made to keep us busy.
 inline bool canRemoveInGoodTime(std::size_t count, KXMP4Atom& root)
 {
     constexpr std::uint64_t aHandful = 16, mostParsedAtoms = 1u << 25,
-                            mostMovedBytes = std::uint64_t { 1 } << 38;
+                            mostTableBytes = std::uint64_t { 1 } << 38;
     if (count <= aHandful)
         return true;
-    if (count > mostMovedBytes / std::max<std::uint64_t>(root.size(), 1))
+    if (count > mostTableBytes / std::max<std::uint64_t>(root.size(), 1))
         return false;
     std::uint64_t atoms = 0;
     root.visitDepthFirst(

@@ -14,12 +14,12 @@ public:
     virtual ~KXFileManager();
 
     /// `mutableDataWithContentsOfFile:` All bytes of the regular file at `path`, in a buffer with
-    /// room for a cover besides; null when they cannot all be read.
+    /// spare room for a cover; null when they cannot all be read.
     [[nodiscard]] virtual KXMutableData::Ref mutableDataWithContentsOfFile(
         std::string const& path) const = 0;
 
-    /// `writeBytes:toFile:` Makes `bytes` the contents of the file at `path`, at once for whoever
-    /// reads it; false, with the file as it was, when that cannot be done.
+    /// `writeBytes:toFile:` Replaces the contents of the file at `path` with `bytes` atomically;
+    /// false, with the file unchanged, when that cannot be done.
     [[nodiscard]] virtual bool writeBytesToFile(
         std::span<std::uint8_t const> bytes, std::string const& path) const = 0;
 

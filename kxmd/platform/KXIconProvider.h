@@ -19,8 +19,8 @@ public:
     [[nodiscard]] virtual KXImage::Ref iconForFileType(
         std::string const& fileType, KXSize size) const = 0;
 
-    // Types that are no extension: these stand after a full stop in a file's name, which never
-    // holds a slash.
+    // Types that are not extensions. An extension is part of a file's name and never contains a
+    // slash.
     static constexpr std::string_view folderType = "/fldr";
     static constexpr std::string_view documentType = "/docu"; ///< A file without extension.
 };

@@ -10,7 +10,7 @@ class KX_EXPORT KXMemoryPressure {
 public:
     /// Called on any thread; it should let go of memory and return.
     using Observer = std::function<void()>;
-    /// Keeps an observer; letting go of it ends the calls, one under way aside.
+    /// Keeps an observer registered; releasing it ends the calls, except one already under way.
     using Registration = std::shared_ptr<void>;
 
     virtual ~KXMemoryPressure();

@@ -14,8 +14,8 @@ public:
     /// `runToolAtPath:arguments:` Runs the program with exactly these arguments and waits for its
     /// end, however long that takes.
     ///
-    /// It keeps the environment of this process, has nothing to read, and what it says on standard
-    /// error, up to 4 KiB, is logged line by line. Returns its exit status; absent when it could
+    /// It inherits the environment of this process, its standard input is empty, and up to 4 KiB of
+    /// its standard error are logged line by line. Returns its exit status; absent when it could
     /// not be started or was ended by a signal.
     [[nodiscard]] virtual std::optional<int> runToolAtPath(
         std::string const& path, std::vector<std::string> const& arguments) const = 0;

@@ -14,8 +14,8 @@ public:
     /// `processedFileDataForFileProxy:fileData:` Replaces the covers in the buffer of `fileData`,
     /// which must be a mutable reader, whether or not they are valid.
     ///
-    /// Returns a new reader over that buffer; `fileData` when the file cannot take a cover or has
-    /// no thumbnail, and, with some covers gone perhaps, when the edit fails.
+    /// Returns a new reader over that buffer. Returns `fileData` when the file cannot take a cover
+    /// or has no thumbnail, and when the edit fails, which may have removed some covers.
     [[nodiscard]] KXAbstractData::Ref processedFileDataForFileProxy(
         KXDCFileProxy const& fileProxy, KXAbstractData::Ref fileData) const override;
 

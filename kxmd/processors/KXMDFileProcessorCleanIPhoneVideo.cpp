@@ -1,5 +1,4 @@
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
-#include "kxmd/base/KXMutableAbstractData.h"
 
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXMutableAbstractData.h"

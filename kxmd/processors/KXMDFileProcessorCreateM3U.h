@@ -5,9 +5,9 @@
 /// Writes the playlist file of a playlist: its members by their paths on the phone, relative to the
 /// playlist's folder, in the form `.\Music\01.mp3`.
 ///
-/// The text is UTF-8 without a byte-order mark; its lines are parted by carriage return and line
-/// feed, the last one has no end. Members that are rights-protected, or not below the playlist's
-/// folder, are left out.
+/// The text is UTF-8 without a byte-order mark; its lines are separated by a carriage return and a
+/// line feed, with none after the last. Members that are rights-protected, or not below the
+/// playlist's folder, are left out.
 class KX_EXPORT KXMDFileProcessorCreateM3U final : public KXDCFileProcessor {
 public:
     /// `createPlaylistDataForFileProxy:` A reader over the playlist's text; null when the file is

@@ -93,6 +93,20 @@ TEST(KXLog, SinkMayLogItself)
     EXPECT_THAT(lines, testing::ElementsAre("outer", "inner"));
 }
 
+TEST(KXLog, SinkMayPutAnotherInItsPlace)
+{
+    LogCapture const restoresTheSink;
+    std::vector<std::string> heard;
+    auto const keptAlive = std::make_shared<std::string>("first");
+    KXSetLogSink([&heard, keptAlive](auto, std::string_view text) {
+        KXSetLogSink([&heard](auto, std::string_view later) { heard.emplace_back(later); });
+        heard.push_back(*keptAlive + ' ' + std::string(text));
+    });
+    KXLog("Metadata", "one");
+    KXLog("Metadata", "two");
+    EXPECT_THAT(heard, ElementsAre("first one", "two"));
+}
+
 TEST(KXLog, WhatASinkThrowsIsDropped)
 {
     LogCapture const restoresTheSink;

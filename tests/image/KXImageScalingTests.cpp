@@ -151,8 +151,8 @@ TEST(KXImageScaling, CentredSquareIsDrawnWithFractions)
     auto const target = KXImage::imageWithSize({ 20, 20 });
     target->drawImageFromRectInRect(*image, { 50.5, 0, { 200, 200 } }, { 0, 0, { 20, 20 } });
     for (std::size_t x = 1; x < 19; ++x) {
-        double const center = 50.5 + (static_cast<double>(x) + 0.5) * 10;
-        ASSERT_NEAR(pixel(*target, x, 10)[0], center / 2 - 0.5, 0.8) << x;
+        double const centre = 50.5 + (static_cast<double>(x) + 0.5) * 10;
+        ASSERT_NEAR(pixel(*target, x, 10)[0], centre / 2 - 0.5, 0.8) << x;
     }
 }
 

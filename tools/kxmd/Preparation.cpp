@@ -105,7 +105,7 @@ private:
             && !_meta->metadataForKey(KXMDMetadataKeyName);
     }
 
-    /// Whether no judgement finds a picture of the size that a phone shows.
+    /// Whether neither the tags nor the thumbnail service has a picture large enough for a phone.
     bool lacksCover() const
     {
         bool const canHaveOne = _outcome.isAudio && _meta->canInsertAlbumCover();

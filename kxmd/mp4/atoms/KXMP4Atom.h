@@ -30,14 +30,14 @@ enum KXMP4TrackType : std::int32_t {
 /// of 1 to 7 is taken as it is. A parent owns its children; the link back is not owned, and is
 /// cleared when the parent dies.
 ///
-/// A tree is built and edited by one thread at a time; a finished one may be read by several, and
-/// its tags, texts and lists of children be replaced meanwhile. So the type is atomic, and whoever
-/// touches another tag, the text or the children holds the atom's lock; only the parser, before
-/// anybody else knows an atom, and the destructor go without.
+/// A tree is built and edited by one thread at a time. Several threads may read a finished tree
+/// while its tags, texts and lists of children are replaced, so the type is atomic, and every
+/// access to another kind of tag, to the text or to the children holds the atom's lock. Only the
+/// destructor, and the parser before any other thread can see the atom, do without it.
 ///
-/// Every operation may be overridden. Walks over a tree stay on one level of the machine stack:
-/// they ask each atom for `children`, `description` and `adjustOwnOffsets`, not for the walk below
-/// it.
+/// Every operation but `visitDepthFirst:` may be overridden. Walks over a tree stay on one level of
+/// the machine stack: they ask each atom for `children`, `description` and `adjustOwnOffsets`, not
+/// for the walk below it.
 class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
 public:
     using Ref = std::shared_ptr<KXMP4Atom>;
@@ -48,9 +48,9 @@ public:
 
     /// `atomForParent:abstractData:` Reads the atom at the read position, with its children.
     ///
-    /// Null when its size is 0, after which the reader stands, or when it cannot be read or the
-    /// reader's budget of atoms is spent. `parent`, which may be null, is not changed and must live
-    /// as long as the atom asks it.
+    /// Null when its size is 0, with the reader then just past that size, or when it cannot be read
+    /// or the reader's budget of atoms is spent. `parent`, which may be null, is not changed and
+    /// must live as long as the atom uses it.
     [[nodiscard]] static Ref atomForParent(KXMP4Atom* parent, KXAbstractData& data);
 
     /// `init` An atom without type, size and place.
@@ -96,7 +96,7 @@ public:
     /// `removeAllChildren` Removes every child, as `removeChild:` does.
     virtual void removeAllChildren();
 
-    /// `rootIsParsed` Whether the first pass over the file is over, by the word of the root.
+    /// `rootIsParsed` Whether the first pass over the file is over, as recorded in the root.
     [[nodiscard]] virtual bool rootIsParsed() const;
     /// `rootAtom` The atom at the top of the parent links; this one when it has no parent.
     [[nodiscard]] virtual KXMP4Atom* rootAtom();
@@ -150,11 +150,11 @@ public:
     /// `codecInfo` What a sample entry says of its stream; absent for every other atom.
     [[nodiscard]] virtual std::optional<KXMDCodecInfo> codecInfo();
 
-    // Edits, in a buffer with the whole file that the tree was parsed from. What moves keeps its
-    // place in tree and buffer right, but the tree is not read anew: parse the buffer again before
-    // the next edit. No 64-bit size and no 64-bit chunk offset is ever written. The root must be
-    // kept alive meanwhile: an atom that was removed from the file, or that outlives its parent,
-    // refuses to edit, since what is around it could not be corrected.
+    // Edits, in a buffer with the whole file that the tree was parsed from. Sizes and offsets are
+    // corrected in the tree and in the buffer, but the tree is not parsed again: parse the buffer
+    // before the next edit. No 64-bit size and no 64-bit chunk offset is ever written. The root
+    // must be kept alive meanwhile: an atom that was removed from the file, or that outlives its
+    // parent, refuses to edit, since what is around it could not be corrected.
 
     /// `removeSelfFromMutableData:` Removes the atom from the file and from its parent.
     ///

@@ -212,9 +212,8 @@ void KXMP4AtomParser::closeLast()
     _open.pop_back();
     if (!_openTracks.empty() && _openTracks.back().depth == _open.size())
         _openTracks.pop_back();
-    // Also back, when the last child ran past the end of its parent: those bytes are then walked
-    // again as what follows the parent. Deliberate, since that is how such files have always been
-    // read; the budget of atoms bounds it.
+    // This may move backwards, when the last child ran past the end of its parent: those bytes are
+    // then read again as what follows the parent. Deliberate; the budget of atoms bounds it.
     _data.setOffset(closed.atom->end());
     if (closed.owner)
         appendChild(std::move(closed.owner));

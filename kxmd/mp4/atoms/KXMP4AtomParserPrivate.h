@@ -40,8 +40,8 @@ private:
         KXMP4ContainerRule rule { KXMP4ContainerRule::never };
     };
 
-    /// Who appends the children of an atom: itself, if it came from elsewhere and may be of any
-    /// class, or else we.
+    /// Who appends the children of an atom: the atom itself, if a caller passed it in and it may be
+    /// of any class; otherwise the parser.
     enum class AddedBy : std::uint8_t { parent, parser };
 
     struct OpenAtom {

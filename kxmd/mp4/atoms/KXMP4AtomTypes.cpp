@@ -115,7 +115,7 @@ private:
         _slots[slot] = { type, { classOfType(code), ruleOfTag(code), tagTypes.contains(code) } };
     }
 
-    /// Those that straddle a comma as well: they are in the list like any other.
+    /// Includes codes that straddle a comma: they belong to the list like any other.
     consteval void addEveryCodeOf(KXCodeList const& list)
     {
         constexpr std::size_t longestCode = 2 * KXFourCharacterCode::length; // In UTF-8.

@@ -55,7 +55,8 @@ struct KXMP4TypeTraits {
     bool hasText { false }; ///< Whether it is a tag whose value is a text.
 };
 
-/// Whether an atom under the rule is read as atoms, by what is asked only when it matters.
+/// Whether the payload of an atom under `rule` is read as atoms. The other two are called only when
+/// the answer depends on them.
 template <class RootIsParsed, class TrackType>
 bool isContainerUnderRule(KXMP4ContainerRule rule, RootIsParsed rootIsParsed, TrackType trackType)
 {
@@ -75,5 +76,5 @@ bool isContainerUnderRule(KXMP4ContainerRule rule, RootIsParsed rootIsParsed, Tr
 /// By the tag of an atom, whatever text it is.
 KXMP4ContainerRule containerRuleOfTag(std::string_view tag);
 
-/// By the type in a file: one look at a table instead of a search through every list.
+/// The traits of a type read from a file: one table lookup instead of a search through every list.
 KXMP4TypeTraits traitsOfType(KXFourCharacterCode type);

@@ -16,7 +16,7 @@ struct Nesting {
 
 constexpr KXFourCharacterCode file {};
 
-// The boxes on the way to what tells of places in the file, and to what is edited.
+// The boxes that lead to those with file offsets, and to those that are edited.
 constexpr Nesting nestings[] {
     { file, "moov" },
     { "moov", "trak" },
@@ -233,7 +233,7 @@ KXMP4FieldPair KXMP4EditComparison::fieldsOf(Boxes const& boxes)
         { *_after, after.offset + after.headerSize, after.end } };
 }
 
-/// A box that may itself tell of places in the file.
+/// A box that may itself hold file offsets.
 std::string_view KXMP4EditComparison::takeLeaf(Boxes const& boxes)
 {
     auto const is = [&](KXFourCharacterCode parent, KXFourCharacterCode type) {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-// Places that fragments, indexes and items tell, none of which is ever corrected.
+// File offsets in fragments, indexes and items, none of which is ever corrected.
 
 /// Whether a place in the file holds the same byte as before. One past the end of the file must
 /// stay past it.

@@ -81,7 +81,7 @@ std::string_view KXMP4EditComparison::compareEntry32(KXMP4Pair entry, Table cons
 {
     Track const& track = _tracks[table.track];
     bool const isSame = leadsToTheSame(entry);
-    if (track.hasForeignMedia) // In which file the chunk is, is not told here.
+    if (track.hasForeignMedia) // The table does not say which file the chunk is in.
         return entry.isEqual() && (isSame || !track.hasOwnMedia) ? std::string_view()
                                                                  : reasons::mediaElsewhere;
     if (isSame)
@@ -217,7 +217,8 @@ bool KXMP4EditComparison::isCorrected(Box const& table) const
         && std::ranges::binary_search(_takenTables, table.offset, {}, &TakenTable::offset);
 }
 
-/// Of the edit that came upon the end of the file: at what was to be removed, or in a table.
+/// Why the edit could not be finished: it ran past the end of the file, in an atom to be removed or
+/// in a table.
 std::string_view KXMP4EditComparison::reasonAgainstUnfinished()
 {
     bool const isInTable = std::ranges::any_of(_tables, [this](Table const& table) {

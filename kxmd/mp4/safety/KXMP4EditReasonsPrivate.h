@@ -24,7 +24,7 @@ inline constexpr std::string_view mediaRemoved = "media would be removed";
 inline constexpr std::string_view tableTooLong
     = "a chunk offset table claims more entries than it holds, and what follows would be changed";
 inline constexpr std::string_view noTable
-    = "bytes that are no chunk offset table would be changed as one";
+    = "bytes that are not a chunk offset table would be changed as if they were";
 inline constexpr std::string_view mediaElsewhere
     = "the chunk offsets of media in another file would be changed";
 inline constexpr std::string_view auxiliary

@@ -30,8 +30,8 @@ public:
     /// live as long as this object and the file must stay as it is.
     explicit KXMP4EditSafety(KXAbstractData& data);
 
-    /// `reasonAgainstEdit:` Why media would be lost by what `edit` does to the file, or why that
-    /// cannot be done as a whole; absent when all stays right.
+    /// `reasonAgainstEdit:` Why `edit` would lose media of the file, or why it cannot be completed;
+    /// absent when it does no harm.
     [[nodiscard]] std::optional<std::string> reasonAgainstEdit(Edit const& edit) const;
 
     /// `reasonAgainstEditAt:difference:` The same for the removal of the atom at `position`, of

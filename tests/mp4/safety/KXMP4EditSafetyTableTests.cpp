@@ -102,7 +102,8 @@ TEST(KXMP4EditSafetyTables, WhatOnlyLooksLikeATableMattersWhenItIsChanged)
         return join(
             moovFirst([](std::uint32_t media) { return moovWithTables(stco({ media })); }), table);
     };
-    EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 9000 }))), HasSubstr("no chunk offset table"));
+    EXPECT_THAT(
+        reasonAgainstAdding(fileWith(stco({ 9000 }))), HasSubstr("not a chunk offset table"));
     EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 5 }))), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(fileWith(stco({}))), IsEmpty());
 }
@@ -117,7 +118,7 @@ TEST(KXMP4EditSafetyTables, LookAlikesBehindA64BitSizeMatter)
         media = join(std::move(media), stco({ entry }), zeros(8));
         return join(ftyp(), moov, largeAtom("mdat", media));
     };
-    EXPECT_THAT(reasonAgainstAdding(fileWith(9000)), HasSubstr("no chunk offset table"));
+    EXPECT_THAT(reasonAgainstAdding(fileWith(9000)), HasSubstr("not a chunk offset table"));
     EXPECT_THAT(reasonAgainstAdding(fileWith(5)), IsEmpty());
 }
 
@@ -149,7 +150,7 @@ TEST(KXMP4EditSafetyTables, TablesTooShortForACountMatterWhenWhatFollowsIsChange
             return moovWithTables(join(stco({ media }), shortTable, sizes));
         };
         // Without any field the first "entry" is the 0 behind the header of what follows.
-        auto const expected = length ? HasSubstr("no chunk offset table") : HasSubstr("");
+        auto const expected = length ? HasSubstr("not a chunk offset table") : HasSubstr("");
         for (auto const& file : { moovFirst(moov), moovLast(moov) }) {
             EXPECT_THAT(reasonAgainstAdding(file), expected) << length;
             EXPECT_THAT(reasonAgainstRemoving(file), expected) << length;
@@ -182,7 +183,7 @@ TEST(KXMP4EditSafetyTables, ALookAlikeMattersWhenTheSizeBehindItGrowsPastThePlac
     auto const edited = treeOf(file)->allAtomsWithPath("moov/udta/meta/ilst/covr").front();
     auto const largest = edited->offset() - 1 - (userData.size() - cover.size());
     EXPECT_THAT(reasonAgainstAdding(file, largest), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(file, largest + 1), HasSubstr("no chunk offset table"));
+    EXPECT_THAT(reasonAgainstAdding(file, largest + 1), HasSubstr("not a chunk offset table"));
     EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
 }
 

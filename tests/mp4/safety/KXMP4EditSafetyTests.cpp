@@ -238,7 +238,7 @@ TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreBeforeItIsRemovedMatters)
         }));
     };
     EXPECT_THAT(reason({}), IsEmpty());
-    EXPECT_THAT(reason(atom("udta", title)), HasSubstr("no chunk offset table"));
+    EXPECT_THAT(reason(atom("udta", title)), HasSubstr("not a chunk offset table"));
 }
 
 TEST(KXMP4EditSafety, AnAtomWhoseTypeIsASizeThatIsCorrectedMatters)

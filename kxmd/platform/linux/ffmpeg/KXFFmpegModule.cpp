@@ -8,8 +8,8 @@ extern "C" {
 
 namespace {
 
-/// FFmpeg tells standard error whatever it dislikes about a file. A host that uses it as well has
-/// chosen its level already; only the default one is changed.
+/// FFmpeg writes whatever it dislikes about a file to standard error. A host that uses FFmpeg
+/// itself may have set a log level; only the default level is changed.
 void keepQuiet()
 {
     if (av_log_get_level() == AV_LOG_INFO)

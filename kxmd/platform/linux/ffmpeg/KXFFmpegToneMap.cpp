@@ -77,8 +77,8 @@ Light displayed(Light scene)
     return scene * (std::pow(std::max(luminance, 1e-6f), gamma - 1) * hlgPeak / referenceWhite);
 }
 
-/// Presses what is brighter than `knee` into what is left up to white, by its brightest colour, so
-/// that the hue stays.
+/// Compresses what is brighter than `knee` into the range up to white, scaling by the brightest
+/// channel so that the hue stays.
 Light pressed(Light light)
 {
     constexpr float knee = 0.5f;

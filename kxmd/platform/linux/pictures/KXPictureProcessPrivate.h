@@ -13,9 +13,9 @@ public:
     /// With the path of our program `kxmd-render`.
     explicit KXPictureProcess(std::string program);
 
-    /// The picture file at `path`, within `maximumSize` in whole pixels. Null when it is one that
-    /// nobody should be asked for: it took too long or too much memory. Absent when it is none that
-    /// we know.
+    /// The picture file at `path`, within `maximumSize` in whole pixels. Null when decoding it took
+    /// too long or too much memory, so that nobody else should be asked. Absent when it is in no
+    /// format that we know.
     std::optional<KXImage::Ref> imageForPath(std::string const& path, KXSize maximumSize) const;
 
     /// Where our program lies, seen from the library that this code is in.

@@ -7,8 +7,9 @@
 #include <cstddef>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-/// The picture of a pixbuf; null when it has another layout than eight bits of red, green, blue and
-/// perhaps alpha. With a `factor` above 1 each of its pixels is the mean of so many by so many.
+/// The picture of a pixbuf; null unless its layout is eight bits each of red, green, blue and
+/// optionally alpha. With a `factor` above 1, each pixel is the mean of a block of `factor` by
+/// `factor`.
 KXImage::Ref imageOfPixbuf(GdkPixbuf& pixbuf, std::size_t factor = 1);
 
 /// The pixels of a picture, not premultiplied, with alpha.

@@ -30,8 +30,8 @@ bool isMissingConverter(std::string const& path)
     return path == converter && ::access(path.c_str(), X_OK) != 0;
 }
 
-/// Asks our converter to end with this process, which it must not do for whoever else starts it.
-/// The system lets it end with the thread that started it; that one waits for it here.
+/// Asks our converter to end with this process, which it must not do when others start it. The
+/// kernel ends it with the thread that started it, which waits for it here.
 std::string requestToEndWithUs() { return "KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()); }
 
 /// Takes the next piece of what a tool says, which is kept up to the bound. False at the end.
@@ -46,8 +46,8 @@ bool readPieceTo(std::string& said, int descriptor)
     return length > 0;
 }
 
-/// What a tool says until its end. All of it is read, so that the tool never waits for us; but not
-/// for what it may have left behind with its end of the pipe in hand.
+/// What a tool writes until it ends. All of it is read, so that the tool never waits for us; but we
+/// do not wait for processes that it leaves behind holding the pipe open.
 std::string allThatIsSaidBy(pid_t tool, int descriptor)
 {
     int const tellsTheEnd = ::pidfd_open(tool, 0); // None, -1, is passed over.

@@ -26,7 +26,7 @@ public:
     int readingEnd() const { return _ends[0]; }
     int writingEnd() const { return _ends[1]; }
 
-    /// To be called when the other program has its own: only then does reading come to an end.
+    /// Call this once the other program has its own copy; until then reading never reaches the end.
     void closeWritingEnd()
     {
         if (_ends[1] >= 0)

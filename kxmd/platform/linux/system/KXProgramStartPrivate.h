@@ -15,10 +15,10 @@ struct KXProgramStart {
     int target { -1 };
     /// The stream that goes there, standard output or standard error; the other goes nowhere.
     int stream { STDOUT_FILENO };
-    /// Whether it gets a process group of its own, so that it can be killed with all that it
-    /// started and hears nothing of the terminal, and ignores no signal. Otherwise it belongs to
-    /// our group and ignores what we ignore (a hang-up, say, when the host shall outlive its
-    /// terminal), but for broken pipes: a host has its own reasons to ignore those.
+    /// Whether it gets its own process group and ignores no signal, so that it can be killed with
+    /// everything it started and gets no signals from the terminal. Otherwise it stays in our group
+    /// and ignores the signals that we ignore (SIGHUP, say, when the host is to outlive its
+    /// terminal), except SIGPIPE, which a host ignores for its own reasons.
     bool isApart { false };
     /// A variable "NAME=value" to be added to our environment; empty for none.
     std::string variable {};

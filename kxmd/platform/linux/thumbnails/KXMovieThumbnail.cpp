@@ -27,9 +27,9 @@ bool isBlank(KXImage const& image)
     return true;
 }
 
-/// A frame that tells something: after titles and fades, which a tenth of the movie usually is.
-/// Not further in than half a minute, since files without an index are read up to there; a third
-/// of the movie is looked at only when that is blank.
+/// A frame worth showing: a tenth of the way in, which is usually past titles and fades, but no
+/// later than half a minute, since files without an index are read up to there. A frame a third of
+/// the way in is tried only when that one is blank.
 KXImage::Ref frameOfMovie(KXMovie& movie, KXSize maximumSize)
 {
     constexpr double latest = 30; // Seconds.
