@@ -76,12 +76,10 @@ struct KXIconTheme::Index {
         int const threshold = numberFor(name, "Threshold", 2);
         std::string const type = stringFor(name, "Type");
         Directory directory { name, size, std::max(1, numberFor(name, "Scale", 1)),
-            size - threshold, size + threshold, Fit::threshold };
+            size - threshold, size + threshold };
         if (type == "Fixed") {
-            directory.fit = Fit::fixed;
             directory.smallest = directory.largest = size;
         } else if (type == "Scalable") {
-            directory.fit = Fit::scalable;
             directory.smallest = numberFor(name, "MinSize", size);
             directory.largest = numberFor(name, "MaxSize", size);
         }

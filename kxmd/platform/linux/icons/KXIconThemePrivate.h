@@ -21,14 +21,12 @@ public:
     std::string pathOfIcon(std::string const& name, int size) const;
 
 private:
-    enum class Fit { fixed, scalable, threshold };
     struct Directory {
         std::string name;
         int size { 0 };
         int scale { 1 };
         int smallest { 0 };
         int largest { 0 };
-        Fit fit { Fit::threshold };
 
         bool matches(int wanted) const { return scale == 1 && distanceTo(wanted) == 0; }
         int distanceTo(int wanted) const;
