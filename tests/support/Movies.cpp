@@ -23,10 +23,11 @@ namespace {
             zeros(12), u32(2));
     }
 
-    Bytes trackHeader(Movie const& movie, std::uint32_t duration)
+    Bytes trackHeader(Movie const& movie, std::uint32_t number, std::uint32_t duration)
     {
-        return atom("tkhd", u32(7), zeros(8), u32(1), zeros(4), u32(duration), zeros(16),
-            matrixOf(movie.matrix), u32(movie.width << 16), u32(movie.height << 16));
+        return atom("tkhd", u32(movie.isEnabled ? 7 : 6), zeros(8), u32(number), zeros(4),
+            u32(duration), zeros(16), matrixOf(movie.matrix), u32(movie.width << 16),
+            u32(movie.height << 16));
     }
 
     Bytes sampleEntry(Movie const& movie)
@@ -58,15 +59,27 @@ namespace {
             atom("stsz", u32(0), u32(0), u32(count), concatenated(sizes)), stco({ mediaOffset }));
     }
 
-    Bytes header(Movie const& movie, std::uint32_t mediaOffset)
+    Bytes trackOf(Movie const& movie, std::uint32_t number, std::uint32_t mediaOffset)
     {
         auto const duration = static_cast<std::uint32_t>(movie.frames.size());
         Bytes const mediaHeader
             = atom("mdhd", zeros(12), u32(framesPerSecond), u32(duration), zeros(4));
         Bytes const media = atom("mdia", mediaHeader, hdlr("vide"),
             atom("minf", atom("vmhd", u32(1), zeros(8)), sampleTable(movie, mediaOffset)));
-        return atom("moov", movieHeader(movie, duration),
-            atom("trak", trackHeader(movie, duration), media), movie.userData);
+        return atom("trak", trackHeader(movie, number, duration), movie.trackChildren, media);
+    }
+
+    Bytes header(Movie const& movie, std::uint32_t mediaOffset)
+    {
+        Bytes tracks = trackOf(movie, 1, mediaOffset);
+        Movie const* before = &movie;
+        for (Movie const& other : movie.otherTracks) {
+            mediaOffset += static_cast<std::uint32_t>(concatenated(before->frames).size());
+            before = &other;
+            tracks = join(tracks, trackOf(other, 2, mediaOffset));
+        }
+        return atom("moov", movieHeader(movie, static_cast<std::uint32_t>(movie.frames.size())),
+            movie.atomsInFront, tracks, movie.userData);
     }
 
 }
@@ -74,7 +87,10 @@ namespace {
 Bytes Movie::file() const
 {
     Bytes const type = atom("ftyp", text("qt  "), zeros(4), text("qt  "));
-    Bytes const media = atom("mdat", concatenated(frames));
+    Bytes content = concatenated(frames);
+    for (Movie const& other : otherTracks)
+        content = join(content, concatenated(other.frames));
+    Bytes const media = atom("mdat", content);
     auto const headerLength = isHeaderLast ? 0 : header(*this, 0).size();
     auto const mediaOffset = static_cast<std::uint32_t>(type.size() + headerLength + 8);
     Bytes const moov = header(*this, mediaOffset);

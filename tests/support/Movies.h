@@ -24,6 +24,10 @@ struct Movie {
     std::uint32_t posterTime { 0 }; ///< In frames.
     bool isHeaderLast { false };
     build::Bytes userData {}; ///< Atoms behind the track.
+    build::Bytes atomsInFront {}; ///< Of the track.
+    build::Bytes trackChildren {}; ///< Atoms within the track, such as its edit list.
+    bool isEnabled { true }; ///< Whether players show the track by themselves.
+    std::vector<Movie> otherTracks {}; ///< Of these only what belongs to a track counts.
 
     build::Bytes file() const;
 };

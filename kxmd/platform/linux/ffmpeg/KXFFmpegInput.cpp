@@ -62,25 +62,9 @@ int KXFFmpegInput::readPacket(void* input, std::uint8_t* bytes, int length)
 std::int64_t KXFFmpegInput::seek(void* input, std::int64_t offset, int whence)
 {
     KXAbstractData& data = inputAt(input)._data;
-    auto const length = static_cast<std::int64_t>(data.length());
-    std::int64_t start = 0;
-    switch (whence & ~AVSEEK_FORCE) {
-    case AVSEEK_SIZE:
-        return length;
-    case SEEK_SET:
-        break;
-    case SEEK_CUR:
-        start = static_cast<std::int64_t>(data.offset());
-        break;
-    case SEEK_END:
-        start = length;
-        break;
-    default:
-        return AVERROR(EINVAL);
-    }
-    std::int64_t target;
-    if (__builtin_add_overflow(start, offset, &target) || target < 0)
-        return AVERROR(EINVAL);
-    data.setOffset(static_cast<std::uint64_t>(target)); // Past the end as well: reads end there.
-    return target;
+    if (whence == AVSEEK_SIZE)
+        return static_cast<std::int64_t>(data.length());
+    // FFmpeg makes every other request one from the start of the file, and none before it.
+    data.setOffset(static_cast<std::uint64_t>(offset)); // Past the end as well: reads end there.
+    return offset;
 }

@@ -1,14 +1,12 @@
-#include "kxmd/platform/KXPlatform.h"
-
-#include "support/Builders.h"
+#include "support/FileLimit.h"
 #include "support/LogCapture.h"
-#include "support/Movies.h"
-#include "support/Pictures.h"
+#include "support/MovieTest.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <limits>
+#include <unistd.h>
 
 using namespace build;
 using namespace movies;
@@ -16,37 +14,7 @@ using namespace pictures;
 
 namespace {
 
-/// Tests of movies as this machine plays them.
-class KXFFmpegMovieLoader : public testing::Test {
-protected:
-    std::unique_ptr<KXMovie> opened(Bytes bytes)
-    {
-        _data = reader(std::move(bytes));
-        return _loader->movieWithData(*_data);
-    }
-
-    /// The first frame of a movie, as large as it is.
-    KXImage::Ref firstFrame(Movie const& movie)
-    {
-        auto const open = opened(movie.file());
-        return open ? open->imageAtTime(0, {}) : nullptr;
-    }
-
-    Colour firstColour(Movie const& movie)
-    {
-        auto const image = firstFrame(movie);
-        return image ? pixel(*image, 1, 1) : transparent;
-    }
-
-private:
-    std::shared_ptr<KXMovieLoader const> const _loader
-        = KXPlatform::platformOfThisMachine()->movieLoader;
-    KXAbstractData::Ref _data;
-};
-
-Bytes const redFrame = solidRGB(16, 8, { 255, 0, 0 });
-Bytes const greenFrame = solidRGB(16, 8, { 0, 255, 0 });
-Bytes const blueFrame = solidRGB(16, 8, { 0, 0, 255 });
+class KXFFmpegMovieLoader : public MovieTest { };
 
 /// A frame whose left half is red and whose right half is blue, the lower half of both darker.
 Bytes quarteredFrame()
@@ -290,4 +258,23 @@ TEST_F(KXFFmpegMovieLoader, RefusesFramesThatAreTooLarge)
     Movie const movie { .width = 32'000, .height = 32'000, .frames = { redFrame } };
     auto const open = opened(movie.file());
     EXPECT_FALSE(open && open->keyImageAtTime(0, { 100, 100 }));
+}
+
+TEST(KXFFmpegMovieLoaderDeathTest, ModuleThatIsMissingIsLoggedOnce)
+{
+    // In a process of its own, which has not opened it yet, and can open no file.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto const askTwice = [] {
+        auto const loader = KXPlatform::platformOfThisMachine()->movieLoader;
+        LogCapture const log;
+        FileLimit const limit;
+        auto const data = reader(Movie { .frames = { redFrame } }.file());
+        bool const isMovie = loader->movieWithData(*data) || loader->movieWithData(*data);
+        auto const lines = log.lines();
+        ::_exit(!isMovie && lines.size() == 1
+                    && lines.front().starts_with("Metadata: Movies have no pictures: /")
+                ? 0
+                : 1);
+    };
+    EXPECT_EXIT(askTwice(), testing::ExitedWithCode(0), "");
 }
