@@ -136,6 +136,34 @@ TEST_F(KXColourProfile, ProfileOfSRGBChangesNoPixel)
     EXPECT_TRUE(areEqual(*image, *gradient(64, 64)));
 }
 
+TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOneCurveChangesColours)
+{
+    Bytes const file = png(*solid(4, 4, wideOrange));
+    auto* const curve = cmsBuildGamma(nullptr, 1.8);
+    for (cmsTagSignature const tag : { cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag }) {
+        cmsHPROFILE const profile = createdProfile(rec709);
+        ASSERT_TRUE(cmsWriteTag(profile, tag, curve));
+        EXPECT_NE(shown(withProfile(file, saved(profile))), wideOrange);
+    }
+    cmsFreeToneCurve(curve);
+}
+
+TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOnePrimaryChangesColours)
+{
+    Bytes const file = png(*solid(4, 4, wideOrange));
+    for (cmsTagSignature const tag :
+        { cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag }) {
+        for (double cmsCIEXYZ::*const coordinate :
+            { &cmsCIEXYZ::X, &cmsCIEXYZ::Y, &cmsCIEXYZ::Z }) {
+            cmsHPROFILE const profile = createdProfile(rec709);
+            auto primary = *static_cast<cmsCIEXYZ const*>(cmsReadTag(profile, tag));
+            primary.*coordinate += 0.1;
+            ASSERT_TRUE(cmsWriteTag(profile, tag, &primary));
+            EXPECT_NE(shown(withProfile(file, saved(profile))), wideOrange);
+        }
+    }
+}
+
 TEST_F(KXColourProfile, OtherKindsOfProfilesChangeNothing)
 {
     Bytes const file = png(*solid(16, 16, wideOrange));

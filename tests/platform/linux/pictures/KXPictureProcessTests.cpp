@@ -143,6 +143,22 @@ TEST_F(KXPictureProcessTest, ProgramThatMisbehavesGivesNothing)
     EXPECT_EQ(pixel(**image, 0, 0), (Colour { 'a', 'b', 'c', 'd' }));
 }
 
+TEST_F(KXPictureProcessTest, ProgramHasAGibibyteOfMemoryAndHalfAsMuchToWrite)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers have memory of their own";
+#endif
+    // It is bounded a moment after it begins to run.
+    auto const image
+        = processByScript("for line in 'data size *1073741824 ' 'file size *536870912 '; do\n"
+                          "until grep -q \"$line\" /proc/self/limits; do sleep 0.1; done\n"
+                          "done\n"
+                          "printf '\\0\\0\\0\\1\\0\\0\\0\\1abcd'")
+              .imageForPath("/x", { 10, 10 });
+    ASSERT_TRUE(image);
+    EXPECT_TRUE(*image);
+}
+
 TEST_F(KXPictureProcessTest, MissingProgramGivesNothing)
 {
     auto const image = KXPictureProcess("/no/such/program").imageForPath("/x", { 10, 10 });

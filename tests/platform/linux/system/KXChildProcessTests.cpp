@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 
+#include "support/FileLimit.h"
 #include "support/Files.h"
 
 #include <gmock/gmock.h>
@@ -49,6 +50,12 @@ TEST(KXChildProcess, FailureGivesNothing)
         EXPECT_EQ(outputOf(shell(script)), "(nothing)") << script;
     EXPECT_EQ(outputOf({ .arguments = { "/no/such/program" } }), "(nothing)");
     EXPECT_EQ(outputOf({ .arguments = { "/" } }), "(nothing)");
+}
+
+TEST(KXChildProcess, StartsNothingWhenNoPipeCanBeOpened)
+{
+    FileLimit const limit;
+    EXPECT_EQ(outputOf({ .arguments = { "/bin/true" } }), "(nothing)");
 }
 
 TEST(KXChildProcess, ArgumentsAreSeenByNoShell)

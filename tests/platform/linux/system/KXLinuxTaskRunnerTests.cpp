@@ -1,6 +1,7 @@
 #include "kxmd/base/KXLog.h"
 #include "kxmd/platform/KXPlatform.h"
 
+#include "support/FileLimit.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
@@ -75,6 +76,12 @@ TEST(KXLinuxTaskRunner, ProgramThatCannotBeStartedHasNoStatus)
     EXPECT_EQ(run(notExecutable, {}), std::nullopt);
     ASSERT_EQ(::chmod(notExecutable.c_str(), 0700), 0);
     EXPECT_THAT(run(notExecutable, {}), Optional(0));
+}
+
+TEST(KXLinuxTaskRunner, StartsNothingWhenNoPipeCanBeOpened)
+{
+    FileLimit const limit;
+    EXPECT_EQ(run("/bin/true", {}), std::nullopt);
 }
 
 TEST(KXLinuxTaskRunner, ArgumentsArriveAsTheyAre)

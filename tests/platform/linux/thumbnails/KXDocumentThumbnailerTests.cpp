@@ -3,10 +3,12 @@
 #include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/SharedThumbnails.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <sys/stat.h>
 
 using namespace pictures;
 namespace files = std::filesystem;
@@ -59,6 +61,21 @@ protected:
         return thumbnailer().imageOfDocument(document, type, { 100, 100 });
     }
 
+    /// Keeps a blue thumbnail of the document, of 128 pixels, in the shared folder.
+    void keepShared() const
+    {
+        struct stat status { };
+        ASSERT_EQ(::stat(document.c_str(), &status), 0);
+        auto const data = loader->pngRepresentation(*solid(128, 128, blue));
+        files::create_directories(folder.path() / "shared/normal");
+        folder.write("shared/normal/" + shared_thumbnails::nameFor(document),
+            shared_thumbnails::withChunks({ data.bytes().begin(), data.bytes().end() },
+                { shared_thumbnails::textChunk(
+                      "Thumb::URI", shared_thumbnails::addressOf(document)),
+                    shared_thumbnails::textChunk(
+                        "Thumb::MTime", std::to_string(status.st_mtime)) }));
+    }
+
     std::string copyCommand() const
     {
         return "/bin/cp " + (folder.path() / "quarters.png").string() + " %o";
@@ -83,6 +100,34 @@ TEST_F(KXDocumentThumbnailerTest, IsMadeByTheProgramForTheType)
     EXPECT_EQ(pixel(*image, 3, 3), red);
     EXPECT_FALSE(shown("text/b"));
     EXPECT_EQ(temporaryFolders->count(), 1); // None for what no program is there for.
+}
+
+TEST_F(KXDocumentThumbnailerTest, SharedThumbnailThatIsLargeEnoughGoesBeforeTheProgram)
+{
+    keepShared();
+    install(copyCommand());
+    auto const colourOf = [this](double sideLength) {
+        auto const image
+            = thumbnailer().imageOfDocument(document, "text/a", { sideLength, sideLength });
+        return image ? pixel(*image, 3, 3) : transparent;
+    };
+    EXPECT_EQ(colourOf(100), blue);
+    EXPECT_EQ(colourOf(128), blue);
+    EXPECT_EQ(colourOf(128.5), red);
+    install("/bin/false"); // Now a smaller one is better than none.
+    EXPECT_EQ(colourOf(129), blue);
+}
+
+TEST_F(KXDocumentThumbnailerTest, ProgramsAreAskedFor16To2048Pixels)
+{
+    std::string const program = folder.write(
+        "pdf", build::text("#!/bin/sh\necho $7 > " + (folder.path() / "asked").string() + "\n"));
+    files::permissions(program, files::perms::owner_all);
+    for (auto const& [size, asked] : { std::pair(KXSize { 1, 1 }, "16\n"), { { 16.5, 1 }, "17\n" },
+             { { 1, 17 }, "17\n" }, { { 2047, 2047 }, "2047\n" }, { { 5000, 1 }, "2048\n" } }) {
+        EXPECT_FALSE(thumbnailer(program).imageOfPDF(document, size));
+        EXPECT_EQ(bytesOfFile(folder.path() / "asked"), build::text(asked));
+    }
 }
 
 TEST_F(KXDocumentThumbnailerTest, LeavesNothingBehind)

@@ -55,11 +55,24 @@ TEST(KXFileContent, KnowsMoviesAndMusic)
 {
     for (char const* brand : { "M4A ", "isom", "qt  ", "mp42", "3gp4" })
         EXPECT_EQ(contentOf(atom("ftyp", text(brand), u32(0))), movie) << brand;
-    for (char const* type : { "moov", "mdat", "wide", "free", "skip" })
+    for (char const* type : { "moov", "mdat", "wide", "free", "skip", "pnot" }) {
         EXPECT_EQ(contentOf(atom(type, u32(0))), movie) << type;
-    for (char const* head : { "ID3\4", "fLaC", "OggS", "\x1A\x45\xDF\xA3", "RIFF....AVI LIST",
-             "RIFF....WAVEfmt ", "FORM....AIFFCOMM", "FLV\1", "#!AMR\n" })
+        EXPECT_EQ(contentOf(type), other) << type; // In front of its size.
+    }
+    for (char const* head :
+        { "RIFF....AVI LIST", "RIFF....WAVEfmt ", "FORM....AIFFCOMM", "FORM....AIFCFVER" })
         EXPECT_EQ(contentOf(head), movie) << head;
+}
+
+TEST(KXFileContent, MostSignaturesCountAtTheVeryStart)
+{
+    for (Bytes const& head : { text("ID3\4"), text("fLaC"), text("OggS"), text("\x1A\x45\xDF\xA3"),
+             text("FLV\1"), text("\x30\x26\xB2\x75\x8E\x66\xCF\x11"), bytes({ 0, 0, 1, 0xBA }),
+             bytes({ 0, 0, 1, 0xB3 }), text("#!AMR\n"), text(".snd"), text(".RMF"), text("caff"),
+             text("wvpk"), text("MAC "), text("MPCK"), text("MP+"), text("TTA1"), text("DSD ") }) {
+        EXPECT_EQ(contentOf(head), movie) << testing::PrintToString(head);
+        EXPECT_EQ(contentOf(join(text("x"), head)), other) << testing::PrintToString(head);
+    }
 }
 
 TEST(KXFileContent, KnowsAudioFramesAndPackets)
@@ -81,6 +94,7 @@ TEST(KXFileContent, KnowsPDFBehindALineOrTwo)
 {
     EXPECT_EQ(contentOf("%PDF-1.4\n"), pdf);
     EXPECT_EQ(contentOf(join(filled(1'000, '\n'), text("%PDF-1.4"))), pdf);
+    EXPECT_EQ(contentOf(join(filled(1'019, '\n'), text("%PDF-1.4"))), pdf);
     EXPECT_EQ(contentOf(join(filled(1'020, '\n'), text("%PDF-1.4"))), other);
 }
 

@@ -169,6 +169,21 @@ TEST_F(KXLinuxThumbnailServiceTest, DocumentIsShownByTheProgramOfTheDesktop)
     EXPECT_FALSE(service.imageForPath(folder.path().string(), { 50, 50 }));
 }
 
+TEST_F(KXLinuxThumbnailServiceTest, PDFIsShownByItsProgramBeforeThatOfTheDesktop)
+{
+    auto const picture = pictureFile("page", *solid(8, 8, red));
+    auto const program = folder.write("pdf", text("#!/bin/sh\nexec cat " + picture + "\n"));
+    files::permissions(program, files::perms::owner_all);
+    (void)serviceWithProgramFor("application/pdf");
+    auto const document = folder.write("a.pdf", text("%PDF-1.4\n"));
+    for (auto const& [pdfProgram, colour] : { std::pair(program, red), { "/bin/false", green } }) {
+        auto const image = serviceWithPlaces({ pdfProgram, {}, { folder.path().string() } })
+                               .imageForPath(document, { 50, 50 });
+        ASSERT_TRUE(image) << pdfProgram;
+        EXPECT_EQ(pixel(*image, 4, 4), colour) << pdfProgram;
+    }
+}
+
 TEST_F(KXLinuxThumbnailServiceTest, ListByTheNameOfAMovieIsGivenToNoProgram)
 {
     for (char const* type : { "video/mp4", "audio/x-mpegurl", "application/vnd.apple.mpegurl" }) {

@@ -1,31 +1,21 @@
 #include "kxmd/platform/linux/thumbnails/KXSharedThumbnailFolderPrivate.h"
 
 #include "support/Files.h"
+#include "support/SharedThumbnails.h"
 
 #include <gtest/gtest.h>
 
-#include <glib.h>
 #include <sys/stat.h>
 
 using namespace build;
+using namespace shared_thumbnails;
 namespace files = std::filesystem;
 
 namespace {
 
-Bytes textChunk(std::string const& key, std::string const& value)
-{
-    return pngChunk("tEXt", join(text(key), u8(0), text(value)));
-}
-
 class KXSharedThumbnailFolderTest : public testing::Test {
 protected:
-    std::string address() const
-    {
-        gchar* const uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
-        std::string const copy = uri;
-        g_free(uri);
-        return copy;
-    }
+    std::string address() const { return addressOf(path); }
 
     std::string time() const
     {
@@ -37,14 +27,8 @@ protected:
     /// Keeps a thumbnail with these texts in the folder for a size.
     void keep(std::string const& size, std::vector<Bytes> const& texts) const
     {
-        gchar* const digest = g_compute_checksum_for_string(G_CHECKSUM_MD5, address().c_str(), -1);
         files::create_directories(folder.path() / size);
-        Bytes const whole = png(1, 1);
-        auto const behindHeader = whole.begin() + 33;
-        folder.write(size + "/" + digest + ".png",
-            join(Bytes(whole.begin(), behindHeader), concatenated(texts),
-                Bytes(behindHeader, whole.end())));
-        g_free(digest);
+        folder.write(size + "/" + nameFor(path), withChunks(png(1, 1), texts));
     }
 
     void keepValid(std::string const& size) const
@@ -81,6 +65,9 @@ TEST_F(KXSharedThumbnailFolderTest, ChoosesTheSmallestThatIsLargeEnough)
     EXPECT_EQ(chosen(129), 256);
     keepValid("xx-large");
     EXPECT_EQ(chosen(513), 1024);
+    for (int const sideLength : { 128, 256, 512, 1024 })
+        EXPECT_EQ(chosen(sideLength), sideLength);
+    EXPECT_EQ(chosen(257), 512);
 }
 
 TEST_F(KXSharedThumbnailFolderTest, ThumbnailOfAnEarlierStateIsNone)
@@ -113,11 +100,33 @@ TEST_F(KXSharedThumbnailFolderTest, TextsMustBeThereAndMatch)
     }
 }
 
+TEST_F(KXSharedThumbnailFolderTest, TextsLieInTheFirst64Chunks)
+{
+    // The header is one of them.
+    std::vector<Bytes> texts(61, textChunk("Software", "x"));
+    texts.push_back(textChunk("Thumb::URI", address()));
+    texts.push_back(textChunk("Thumb::MTime", time()));
+    keep("normal", texts);
+    EXPECT_EQ(chosen(128), 128);
+    texts.insert(texts.begin(), textChunk("Software", "x"));
+    keep("normal", texts);
+    EXPECT_EQ(chosen(128), 0);
+}
+
+TEST_F(KXSharedThumbnailFolderTest, TextHasUpTo32Kibibytes)
+{
+    std::string fraction = time() + ".";
+    fraction.resize(32 * 1024 - std::string("Thumb::MTime").size() - 1, '0');
+    Bytes const uri = textChunk("Thumb::URI", address());
+    keep("normal", { uri, textChunk("Thumb::MTime", fraction) });
+    EXPECT_EQ(chosen(128), 128);
+    keep("normal", { uri, textChunk("Thumb::MTime", fraction + "0") });
+    EXPECT_EQ(chosen(128), 0);
+}
+
 TEST_F(KXSharedThumbnailFolderTest, DamagedThumbnailIsNone)
 {
-    gchar* const digest = g_compute_checksum_for_string(G_CHECKSUM_MD5, address().c_str(), -1);
-    std::string const name = std::string("normal/") + digest + ".png";
-    g_free(digest);
+    std::string const name = "normal/" + nameFor(path);
     keepValid("normal");
     Bytes const whole = bytesOfFile(folder.path() / name);
     std::size_t const needed = whole.size() - 12; // All but IEND.
