@@ -131,8 +131,7 @@ bool KXFFmpegMovie::knowsVideoStream() const
     std::span const streams(_format->streams, _format->nb_streams);
     for (AVStream const* const stream : streams) {
         AVCodecParameters const& parameters = *stream->codecpar;
-        bool const isKnown = parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0
-            && parameters.height > 0;
+        bool const isKnown = parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0;
         if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !isAttachedPicture(*stream) && !isKnown)
             return false;
     }

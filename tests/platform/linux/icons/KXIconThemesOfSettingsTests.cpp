@@ -21,7 +21,7 @@ namespace {
 [[noreturn]] void findInTheme(
     std::string const& expected, std::function<void(files::path const&)> const& writeSettings)
 {
-    ::alarm(60); // It must not wait for whoever holds the other end of a pipe.
+    ::alarm(20); // It must not wait for whoever holds the other end of a pipe.
     bool isFound = false;
     {
         TemporaryFolder const home;

@@ -33,10 +33,11 @@ Bytes saved(cmsHPROFILE profile)
 cmsHPROFILE createdProfile(cmsCIExyYTRIPLE const& primaries)
 {
     std::array<double, 5> const parameters { 2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045 };
-    auto* const curve = cmsBuildParametricToneCurve(nullptr, 4, parameters.data());
-    cmsToneCurve* curves[] { curve, curve, curve };
+    cmsToneCurve* curves[3]; // One for all would be changed for all.
+    for (auto*& curve : curves)
+        curve = cmsBuildParametricToneCurve(nullptr, 4, parameters.data());
     cmsHPROFILE const profile = cmsCreateRGBProfile(&whiteD65, &primaries, curves);
-    cmsFreeToneCurve(curve);
+    cmsFreeToneCurveTriple(curves);
     return profile;
 }
 

@@ -54,8 +54,13 @@ TEST(KXChildProcess, FailureGivesNothing)
 
 TEST(KXChildProcess, StartsNothingWhenNoPipeCanBeOpened)
 {
-    FileLimit const limit;
-    EXPECT_EQ(outputOf({ .arguments = { "/bin/true" } }), "(nothing)");
+    TemporaryFolder const folder;
+    std::string const mark = folder.path() / "mark";
+    {
+        FileLimit const limit;
+        EXPECT_EQ(outputOf({ .arguments = { "/bin/mkdir", mark } }), "(nothing)");
+    }
+    EXPECT_FALSE(files::exists(mark));
 }
 
 TEST(KXChildProcess, ArgumentsAreSeenByNoShell)

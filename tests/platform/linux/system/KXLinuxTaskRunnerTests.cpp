@@ -80,8 +80,13 @@ TEST(KXLinuxTaskRunner, ProgramThatCannotBeStartedHasNoStatus)
 
 TEST(KXLinuxTaskRunner, StartsNothingWhenNoPipeCanBeOpened)
 {
-    FileLimit const limit;
-    EXPECT_EQ(run("/bin/true", {}), std::nullopt);
+    TemporaryFolder const folder;
+    std::string const mark = folder.path() / "mark";
+    {
+        FileLimit const limit;
+        EXPECT_EQ(run("/bin/mkdir", { mark }), std::nullopt);
+    }
+    EXPECT_FALSE(files::exists(mark));
 }
 
 TEST(KXLinuxTaskRunner, ArgumentsArriveAsTheyAre)
