@@ -126,8 +126,7 @@ bool KXFFmpegMovie::open()
 /// Whether the headers tell enough to decode; finding out by decoding costs many times as much.
 bool KXFFmpegMovie::knowsVideoStream() const
 {
-    if (_format->ctx_flags & AVFMTCTX_NOHEADER)
-        return false;
+    // Formats that tell of streams later on have none yet, or none with a size.
     std::span const streams(_format->streams, _format->nb_streams);
     for (AVStream const* const stream : streams) {
         AVCodecParameters const& parameters = *stream->codecpar;
