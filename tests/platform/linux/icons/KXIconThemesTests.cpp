@@ -98,8 +98,10 @@ TEST_F(KXIconThemesTest, ThemesThatInheritEachOtherEnd)
         many += "t" + std::to_string(i) + ",";
     }
     theme("user", "many", many + "\n");
-    icon("user/t299/16/b.png");
-    EXPECT_EQ(found({ "b" }, 16, { "many" }), ""); // There is an end to it.
+    icon("user/t63/16/b.png");
+    EXPECT_EQ(found({ "b" }, 16, { "many" }), ""); // There is an end to it,
+    icon("user/t62/16/b.png");
+    EXPECT_EQ(found({ "b" }, 16, { "many" }), "user/t62/16/b.png"); // at 64 themes.
 }
 
 TEST_F(KXIconThemesTest, DamagedIndexesAreNoHarm)

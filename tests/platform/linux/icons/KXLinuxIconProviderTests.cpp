@@ -7,6 +7,7 @@
 #include <limits>
 
 using namespace pictures;
+using testing::Contains;
 using testing::Not;
 namespace files = std::filesystem;
 
@@ -42,6 +43,13 @@ TEST_F(KXLinuxIconProviderTest, TypeHasTheIconOfItsName)
         GTEST_SKIP() << "no database of types";
     for (char const* type : { "mp3", "MP3", "m3u", "flac" })
         EXPECT_EQ(colourOf(type), green) << type;
+}
+
+TEST_F(KXLinuxIconProviderTest, FolderGoesByItsContentTypeFirst)
+{
+    auto const names = KXLinuxIconProvider::iconNamesForFileType("/fldr");
+    EXPECT_THAT(names, Contains("inode-directory"));
+    EXPECT_EQ(names.back(), "folder");
 }
 
 TEST_F(KXLinuxIconProviderTest, DrawingIsMadeInTheSize)

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <tuple>
 #include <utility>
 
 using namespace build;
@@ -147,6 +148,24 @@ TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOneCurveChangesColours)
         EXPECT_NE(shown(withProfile(file, saved(profile))), wideOrange);
     }
     cmsFreeToneCurve(curve);
+}
+
+TEST_F(KXColourProfile, CurvesMayDifferAtTheirEndsOnly)
+{
+    for (auto const& [place, value, colour] :
+        { std::tuple(0u, 0x2000, Colour { 0, 0, 0, 255 }), { 16u, 0xF000, white } }) {
+        cmsHPROFILE const profile = createdProfile(rec709);
+        auto const* const sRGB
+            = static_cast<cmsToneCurve const*>(cmsReadTag(profile, cmsSigGreenTRCTag));
+        std::array<cmsUInt16Number, 17> values;
+        for (std::size_t i = 0; i < values.size(); ++i)
+            values[i] = cmsEvalToneCurve16(sRGB, static_cast<cmsUInt16Number>(i * 0xFFFF / 16));
+        values[place] = static_cast<cmsUInt16Number>(value);
+        auto* const curve = cmsBuildTabulatedToneCurve16(nullptr, values.size(), values.data());
+        ASSERT_TRUE(cmsWriteTag(profile, cmsSigGreenTRCTag, curve));
+        cmsFreeToneCurve(curve);
+        EXPECT_NE(shown(withProfile(png(*solid(4, 4, colour)), saved(profile))), colour) << place;
+    }
 }
 
 TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOnePrimaryChangesColours)

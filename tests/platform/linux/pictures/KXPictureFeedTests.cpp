@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <string>
+#include <utility>
 
 using namespace build;
 
@@ -29,6 +31,31 @@ Fed fedOf(Bytes const& file, std::uint64_t length)
 }
 
 Fed fedOf(Bytes const& file) { return fedOf(file, file.size()); }
+
+/// A reader over a text and zeros behind it, which need no memory.
+class LongData final : public KXAbstractData {
+public:
+    LongData(std::string start, std::uint64_t length)
+        : _start(std::move(start))
+        , _length(length)
+    {
+    }
+    std::uint64_t length() const override { return _length; }
+
+private:
+    std::uint8_t const* bytesAt(std::uint64_t, std::size_t) override { return nullptr; }
+    std::uint64_t copyBytesAt(
+        std::uint64_t position, std::uint8_t* target, std::uint64_t count) override
+    {
+        std::fill_n(target, count, 0);
+        if (position == 0)
+            std::copy_n(_start.data(), std::min<std::uint64_t>(_start.size(), count), target);
+        return count;
+    }
+
+    std::string const _start;
+    std::uint64_t const _length;
+};
 
 Bytes signature() { return bytes({ 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n' }); }
 Bytes header() { return pngChunk("IHDR", join(u32(1), u32(1), bytes({ 8, 0, 0, 0, 0 }))); }
@@ -143,6 +170,24 @@ TEST(KXPictureFeed, GivesAnythingElseAsItIs)
         EXPECT_TRUE(fed.isWhole);
         EXPECT_EQ(fed.bytes, file);
         EXPECT_FALSE(fedOf(file, file.size() + 1).isWhole);
+    }
+}
+
+TEST(KXPictureFeed, GivesUpTo256MebibytesOfWhatHasNoFrames)
+{
+    constexpr std::uint64_t most = 256 << 20;
+    for (std::string const start : { "", "GIF89a" }) {
+        for (std::uint64_t const length : { most, most + 1 }) {
+            LongData data(start, length);
+            std::uint64_t count = 0;
+            auto const keep = [&count](std::span<std::uint8_t const> piece) {
+                count += piece.size();
+                return true;
+            };
+            bool const isWhole = feedPictureTo(keep, data, length);
+            EXPECT_EQ(count, most);
+            EXPECT_TRUE(isWhole == (length == most) || !start.empty());
+        }
     }
 }
 
