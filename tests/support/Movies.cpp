@@ -1,5 +1,7 @@
 #include "support/Movies.h"
 
+#include <utility>
+
 using namespace build;
 
 namespace movies {
@@ -71,12 +73,13 @@ namespace {
 
     Bytes header(Movie const& movie, std::uint32_t mediaOffset)
     {
-        Bytes tracks = trackOf(movie, 1, mediaOffset);
+        std::uint32_t number = 1;
+        Bytes tracks = trackOf(movie, number, mediaOffset);
         Movie const* before = &movie;
         for (Movie const& other : movie.otherTracks) {
             mediaOffset += static_cast<std::uint32_t>(concatenated(before->frames).size());
             before = &other;
-            tracks = join(tracks, trackOf(other, 2, mediaOffset));
+            tracks = join(std::move(tracks), trackOf(other, ++number, mediaOffset));
         }
         return atom("moov", movieHeader(movie, static_cast<std::uint32_t>(movie.frames.size())),
             movie.atomsInFront, tracks, movie.userData);

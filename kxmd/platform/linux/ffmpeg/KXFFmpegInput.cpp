@@ -27,14 +27,14 @@ KXFFmpegInput::~KXFFmpegInput()
 
 bool KXFFmpegInput::attachToFormat(AVFormatContext& format)
 {
-    auto* const buffer = static_cast<std::uint8_t*>(av_malloc(bufferLength));
+    AVMemoryRef buffer(av_malloc(bufferLength));
     if (!buffer)
         return false;
-    _context = avio_alloc_context(buffer, bufferLength, 0, this, readPacket, nullptr, seek);
-    if (!_context) {
-        av_free(buffer);
+    _context = avio_alloc_context(
+        static_cast<std::uint8_t*>(buffer.get()), bufferLength, 0, this, readPacket, nullptr, seek);
+    if (!_context)
         return false;
-    }
+    (void)buffer.release(); // The context has it.
     format.pb = _context;
     format.io_open = openNothing;
     format.interrupt_callback = { isInterrupted, this };

@@ -75,8 +75,8 @@ struct KXIconTheme::Index {
             return std::nullopt;
         int const threshold = numberFor(name, "Threshold", 2);
         std::string const type = stringFor(name, "Type");
-        Directory directory { name, size, std::max(1, numberFor(name, "Scale", 1)),
-            size - threshold, size + threshold };
+        Directory directory { name, std::max(1, numberFor(name, "Scale", 1)), size - threshold,
+            size + threshold };
         if (type == "Fixed") {
             directory.smallest = directory.largest = size;
         } else if (type == "Scalable") {

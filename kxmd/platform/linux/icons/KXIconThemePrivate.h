@@ -23,10 +23,9 @@ public:
 private:
     struct Directory {
         std::string name;
-        int size { 0 };
-        int scale { 1 };
-        int smallest { 0 };
-        int largest { 0 };
+        int scale;
+        int smallest; // Sizes for which it is meant, without the scale.
+        int largest;
 
         bool matches(int wanted) const { return scale == 1 && distanceTo(wanted) == 0; }
         int distanceTo(int wanted) const;

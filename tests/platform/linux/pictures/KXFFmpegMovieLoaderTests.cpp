@@ -154,12 +154,34 @@ TEST_F(KXFFmpegMovieLoader, TakesColoursByTheirStandard)
 
 TEST_F(KXFFmpegMovieLoader, GuessesTheStandardOfColoursBySize)
 {
-    Movie const small { .codec = "2vuy", .frames = { solidUYVY(16, 8, 145, 54, 34) } };
-    Movie const large {
-        .codec = "2vuy", .width = 16, .height = 720, .frames = { solidUYVY(16, 720, 173, 42, 26) }
+    auto const expectGreen = [this](
+                                 std::uint32_t width, std::uint32_t height, auto const& frameOf) {
+        std::uint32_t const stored = (width + 1) / 2 * 2; // Two pixels lie together.
+        Movie const movie {
+            .codec = "2vuy", .width = width, .height = height, .frames = { frameOf(stored, height) }
+        };
+        EXPECT_TRUE(areNear(firstColour(movie), green)) << width << " by " << height;
     };
-    EXPECT_TRUE(areNear(firstColour(small), green));
-    EXPECT_TRUE(areNear(firstColour(large), green));
+    auto const byBT601
+        = [](auto width, auto height) { return solidUYVY(width, height, 145, 54, 34); };
+    auto const byBT709
+        = [](auto width, auto height) { return solidUYVY(width, height, 173, 42, 26); };
+    expectGreen(16, 8, byBT601);
+    expectGreen(1279, 8, byBT601);
+    expectGreen(16, 576, byBT601);
+    expectGreen(16, 577, byBT709);
+    expectGreen(1280, 8, byBT709);
+}
+
+TEST_F(KXFFmpegMovieLoader, PicturesOfTheFullRangeKeepTheirColours)
+{
+    Colour const orange { 220, 120, 40, 255 };
+    auto const encoded = KXPlatform::platformOfThisMachine()->pictureLoader->jpgRepresentation(
+        *solid(16, 16, orange));
+    Movie const movie { .codec = "jpeg",
+        .height = 16,
+        .frames = { Bytes(encoded.bytes().begin(), encoded.bytes().end()) } };
+    EXPECT_TRUE(areNear(firstColour(movie), orange, 4));
 }
 
 TEST_F(KXFFmpegMovieLoader, KeepsWhatIsTransparent)
@@ -189,6 +211,26 @@ TEST_F(KXFFmpegMovieLoader, PressesHighDynamicRangeIntoWhite)
         EXPECT_GT(brightness(transfer, 940), 250);
     }
     EXPECT_LT(brightness(hybrid, 300), brightness(hybrid, 400));
+}
+
+TEST_F(KXFFmpegMovieLoader, HighDynamicRangeStaysInItsPlace)
+{
+    constexpr std::uint32_t bt2020 = 9, perceptual = 16;
+    Bytes const dark = greyV210(1, 64), bright = greyV210(1, 940);
+    auto const half = static_cast<std::ptrdiff_t>(dark.size() / 2);
+    Bytes const row = join(
+        Bytes(dark.begin(), dark.begin() + half), Bytes(bright.begin() + half, bright.end()));
+    auto const image = firstFrame({ .codec = "v210",
+        .width = 48,
+        .frames = { concatenated(std::vector(8, row)) },
+        .entryChildren = colours(bt2020, perceptual, bt2020) });
+    ASSERT_TRUE(image);
+    for (std::size_t y = 0; y < 8; ++y) {
+        for (std::size_t x = 0; x < 20; ++x) {
+            EXPECT_EQ(pixel(*image, x, y), (Colour { 0, 0, 0, 255 }));
+            EXPECT_TRUE(areNear(pixel(*image, 47 - x, y), white, 5));
+        }
+    }
 }
 
 TEST_F(KXFFmpegMovieLoader, TakesOutAnAttachedPicture)

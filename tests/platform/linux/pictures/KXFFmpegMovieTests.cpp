@@ -102,6 +102,15 @@ TEST_F(KXFFmpegMovie, PlaysTheFirstEnabledTrackOrElseTheFirst)
     }
 }
 
+TEST_F(KXFFmpegMovie, HasUpTo256Tracks)
+{
+    Movie movie { .frames = { redFrame } };
+    movie.otherTracks.assign(255, { .frames = { greenFrame } });
+    EXPECT_TRUE(opened(movie.file()));
+    movie.otherTracks.push_back(movie.otherTracks.front());
+    EXPECT_FALSE(opened(movie.file()));
+}
+
 TEST_F(KXFFmpegMovie, SoundAndCoverInFrontAreNotPlayed)
 {
     for (Bytes const& front : { track("soun", stsd(soundEntry("sowt"))),

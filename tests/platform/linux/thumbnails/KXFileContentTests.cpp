@@ -90,6 +90,30 @@ TEST(KXFileContent, KnowsAudioFramesAndPackets)
     EXPECT_EQ(contentOf("GGGG"), other);
 }
 
+TEST(KXFileContent, AudioFrameHasNoReservedValue)
+{
+    // Layers I, II and III of the versions 1, 2 and 2.5; the highest bit rate and sampling
+    // frequency; the last sampling frequency of AAC.
+    for (auto const& frame : { bytes({ 0xFF, 0xFF, 0x90, 0 }), bytes({ 0xFF, 0xFD, 0x90, 0 }),
+             bytes({ 0xFF, 0xF5, 0x90, 0 }), bytes({ 0xFF, 0xE3, 0x90, 0 }),
+             bytes({ 0xFF, 0xE7, 0x90, 0 }), bytes({ 0xFF, 0xFB, 0xE8, 0 }),
+             bytes({ 0xFF, 0xF1, 0x30, 0 }) })
+        EXPECT_EQ(contentOfFileWithHead(frame), movie) << testing::PrintToString(frame);
+    for (auto const& frame : { bytes({ 0xFF, 0xDB, 0x90, 0 }), bytes({ 0xFE, 0xFB, 0x90, 0 }),
+             bytes({ 0xFF, 0xE1, 0x90, 0 }), bytes({ 0xFF, 0xEF, 0x90, 0 }),
+             bytes({ 0xFF, 0xFB, 0xF8, 0 }), bytes({ 0xFF, 0xFB, 0x0C, 0 }),
+             bytes({ 0xFF, 0xF1, 0x34, 0 }), bytes({ 0xFF, 0xFB, 0x90 }) })
+        EXPECT_EQ(contentOfFileWithHead(frame), other) << testing::PrintToString(frame);
+}
+
+TEST(KXFileContent, TransportStreamShowsThreePackets)
+{
+    Bytes const stream = packets(0, 188);
+    EXPECT_EQ(contentOfFileWithHead(std::span(stream).first(2 * 188 + 1)), movie);
+    EXPECT_EQ(contentOfFileWithHead(std::span(stream).first(2 * 188)), other);
+    EXPECT_EQ(contentOf(Bytes(stream.begin(), stream.begin() + 2 * 188)), other);
+}
+
 TEST(KXFileContent, KnowsPDFBehindALineOrTwo)
 {
     EXPECT_EQ(contentOf("%PDF-1.4\n"), pdf);

@@ -70,6 +70,23 @@ TEST_F(KXMovieThumbnail, BlankFrameGivesWayToOneOfThePlot)
     EXPECT_THAT(movie.asked, ElementsAre(9, 30));
 }
 
+TEST_F(KXMovieThumbnail, FrameIsBlankUpToAGrainOf24)
+{
+    for (std::size_t channel = 0; channel < KXImage::bytesPerPixel; ++channel) {
+        for (int const grain : { 24, 25 }) {
+            auto const grained = imageOf(8, 8, [&](std::size_t x, std::size_t y) {
+                Colour colour { 100, 100, 100, 200 };
+                if (x + y == 0)
+                    colour[channel] = static_cast<std::uint8_t>(colour[channel] + grain);
+                return colour;
+            });
+            movie.length = 90;
+            movie.frames = { { 0, grained }, { 20, quarters(8, 8) } };
+            EXPECT_EQ(thumbnail(), movie.frames[grain == 24 ? 20 : 0]) << channel << grain;
+        }
+    }
+}
+
 TEST_F(KXMovieThumbnail, BlankFrameIsBetterThanNone)
 {
     movie.length = 90;
