@@ -4,7 +4,9 @@
 #include "support/RecordingData.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <numeric>
 #include <thread>
 #include <tuple>
 
@@ -56,6 +58,14 @@ Bytes pack(std::uint32_t number, Bytes const& content)
     Bytes const time = join(u8(0x21), u16(ticks >> 15 << 1 | 1), u16((ticks & 0x7FFF) << 1 | 1));
     auto const length = static_cast<std::uint32_t>(time.size() + content.size());
     return join(u32(0x1BA), time, u24(0x800003), u32(0x1E0), u16(length), time, content);
+}
+
+/// A frame of Apple's run lengths, 16 by 8 pixels of one colour, as it is in a movie.
+Bytes runsOf(std::array<int, 3> const& colour)
+{
+    Bytes const row = bytes({ 1, -16 & 0xFF, colour[0], colour[1], colour[2], -1 & 0xFF });
+    Bytes const rows = concatenated(std::vector(8, row));
+    return join(u32(static_cast<std::uint32_t>(rows.size() + 7)), u16(0), rows, u8(0));
 }
 
 /// Much more than is read at once.
@@ -175,6 +185,22 @@ TEST_F(KXFFmpegMovie, PassesOverDamagedFrames)
     EXPECT_TRUE(areEqual(*movie->keyImageAtTime(0.1, {}), *solid(16, 8, blue)));
     EXPECT_TRUE(areEqual(*movie->imageAtTime(0.1, {}), *solid(16, 8, blue)));
     EXPECT_TRUE(areEqual(*movie->imageAtTime(0.05, {}), *solid(16, 8, red)));
+}
+
+TEST_F(KXFFmpegMovie, AfterEightDamagedKeyFramesAnyFrameWillDo)
+{
+    for (auto const& [count, colour] : { std::pair(7u, blue), { 8u, green } }) {
+        // Behind them a frame that is no key frame, and one that is.
+        std::vector<Bytes> frames(count, u32(4));
+        frames.insert(frames.end(), { runsOf({ 0, 255, 0 }), runsOf({ 0, 0, 255 }) });
+        std::vector<std::uint32_t> keys(count);
+        std::iota(keys.begin(), keys.end(), 1);
+        keys.push_back(count + 2);
+        auto const movie
+            = opened(Movie { .codec = "rle ", .frames = frames, .keyFrames = keys }.file());
+        ASSERT_TRUE(movie);
+        EXPECT_TRUE(areEqual(*movie->keyImageAtTime(0, {}), *solid(16, 8, colour))) << count;
+    }
 }
 
 TEST_F(KXFFmpegMovie, ShowsNothingThatIsEncrypted)

@@ -2,6 +2,7 @@
 
 #include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
+#include "support/LogCapture.h"
 #include "support/Pictures.h"
 
 #include <gtest/gtest.h>
@@ -94,6 +95,22 @@ TEST_F(KXPictureProcessTest, FileThatCannotBeReadIsNothing)
     auto const image = process.imageForPath("/no/such/file", { 10, 10 });
     ASSERT_TRUE(image);
     EXPECT_FALSE(*image);
+}
+
+TEST_F(KXPictureProcessTest, ProgramTellsWhatWasWrongByItsStatus)
+{
+    auto const runner = KXPlatform::platformOfThisMachine()->taskRunner;
+    std::string const program = KXPictureProcess::installedProgram();
+    std::string const letter = folder.write("letter", build::text("a letter"));
+    EXPECT_EQ(runner->runToolAtPath(program, { "1", "1", letter }), 0);
+    EXPECT_EQ(runner->runToolAtPath(program, { "1", "1", "/no/such/file" }), 1);
+    EXPECT_EQ(runner->runToolAtPath(program, { "0.9", "1", letter }), 1);
+    EXPECT_EQ(runner->runToolAtPath(program, { "1", "0.9", letter }), 1);
+    EXPECT_EQ(runner->runToolAtPath(program, { "nan", "1", letter }), 1);
+    LogCapture const log;
+    EXPECT_EQ(runner->runToolAtPath(program, { "1", "1" }), 2);
+    EXPECT_EQ(runner->runToolAtPath(program, { "1", "1", letter, letter }), 2);
+    EXPECT_EQ(log.lines().size(), 2u);
 }
 
 TEST_F(KXPictureProcessTest, DrawingReadsNoOtherFile)
