@@ -93,13 +93,11 @@ bool isIconFile(std::string const& path)
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-int KXIconTheme::Directory::distanceTo(int wanted) const
+std::int64_t KXIconTheme::Directory::distanceTo(int wanted) const
 {
-    auto const scaled = [this](int length) {
-        return static_cast<int>(
-            std::min<long>(static_cast<long>(length) * scale, std::numeric_limits<int>::max() / 2));
-    };
-    return std::max({ 0, scaled(smallest) - wanted, wanted - scaled(largest) });
+    std::int64_t const tooSmall = std::int64_t { smallest } * scale - wanted;
+    std::int64_t const tooLarge = wanted - std::int64_t { largest } * scale;
+    return std::max({ std::int64_t { 0 }, tooSmall, tooLarge });
 }
 
 std::optional<KXIconTheme> KXIconTheme::themeNamed(
@@ -153,9 +151,9 @@ std::string KXIconTheme::pathOfIcon(std::string const& name, int size) const
             return path;
     }
     std::string nearest;
-    int least = std::numeric_limits<int>::max();
+    std::int64_t least = std::numeric_limits<std::int64_t>::max();
     for (auto const& directory : _directories) {
-        int const distance = directory.distanceTo(size);
+        std::int64_t const distance = directory.distanceTo(size);
         if (distance >= least)
             continue;
         if (auto path = pathInDirectory(directory, name); !path.empty()) {

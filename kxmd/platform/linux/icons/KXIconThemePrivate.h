@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,7 +29,7 @@ private:
         int largest;
 
         bool matches(int wanted) const { return scale == 1 && distanceTo(wanted) == 0; }
-        int distanceTo(int wanted) const;
+        std::int64_t distanceTo(int wanted) const;
     };
     struct Index;
 
