@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <numeric>
 #include <thread>
 #include <tuple>
 
@@ -193,9 +192,9 @@ TEST_F(KXFFmpegMovie, AfterEightDamagedKeyFramesAnyFrameWillDo)
         // Behind them a frame that is no key frame, and one that is.
         std::vector<Bytes> frames(count, u32(4));
         frames.insert(frames.end(), { runsOf({ 0, 255, 0 }), runsOf({ 0, 0, 255 }) });
-        std::vector<std::uint32_t> keys(count);
-        std::iota(keys.begin(), keys.end(), 1);
-        keys.push_back(count + 2);
+        std::vector<std::uint32_t> keys { count + 2 };
+        for (std::uint32_t number = count; number > 0; --number)
+            keys.insert(keys.begin(), number);
         auto const movie
             = opened(Movie { .codec = "rle ", .frames = frames, .keyFrames = keys }.file());
         ASSERT_TRUE(movie);
@@ -225,7 +224,7 @@ TEST_F(KXFFmpegMovie, HalfAPictureIsNoFrame)
     Bytes const picture(encoded.bytes().begin(), encoded.bytes().end());
     Bytes file = Movie { .codec = "jpeg", .width = 64, .height = 64, .frames = { picture } }.file();
     EXPECT_TRUE(opened(file)->keyImageAtTime(0, {}));
-    file.resize(file.size() - picture.size() / 4);
+    file.erase(file.end() - static_cast<std::ptrdiff_t>(picture.size() / 4), file.end());
     EXPECT_FALSE(opened(file)->keyImageAtTime(0, {}));
     EXPECT_FALSE(opened(file)->imageAtTime(0, {}));
 }
