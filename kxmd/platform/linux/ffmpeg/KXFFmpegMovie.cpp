@@ -173,7 +173,7 @@ bool KXFFmpegMovie::openDecoder()
 
 double KXFFmpegMovie::duration() const
 {
-    return _format->duration > 0 ? static_cast<double>(_format->duration) / AV_TIME_BASE : 0;
+    return static_cast<double>(std::max<std::int64_t>(_format->duration, 0)) / AV_TIME_BASE;
 }
 
 KXData KXFFmpegMovie::attachedPicture() const

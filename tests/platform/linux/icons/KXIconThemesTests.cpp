@@ -37,6 +37,16 @@ TEST_F(KXIconThemesTest, IconThatIsMissingInTheRightSizeComesInTheNearest)
     EXPECT_EQ(found({ "a" }, 33), "user/mine/48/a.png");
 }
 
+TEST_F(KXIconThemesTest, NearestSizeMayComeInAnyOrder)
+{
+    theme("user", "mine",
+        directories("16,64,24") + directory("16", "Size=16\nType=Fixed")
+            + directory("64", "Size=64\nType=Fixed") + directory("24", "Size=24\nType=Fixed"));
+    for (char const* name : { "16", "64", "24" })
+        icon(std::string("user/mine/") + name + "/a.png");
+    EXPECT_EQ(found({ "a" }, 31), "user/mine/24/a.png");
+}
+
 TEST_F(KXIconThemesTest, IconsForDenseScreensAreALastChoice)
 {
     theme("user", "mine",

@@ -129,6 +129,14 @@ TEST_F(KXFFmpegMovie, SoundAndCoverInFrontAreNotPlayed)
     }
 }
 
+TEST_F(KXFFmpegMovie, DurationThatNobodyKnowsIsNone)
+{
+    auto const movie = opened(join(ftyp(),
+        atom("moov", atom("mvhd", zeros(100)), userDataWithTags(covr(13, jpeg(30, 20, 400))))));
+    ASSERT_TRUE(movie);
+    EXPECT_EQ(movie->duration(), 0);
+}
+
 TEST_F(KXFFmpegMovie, CountsTimeFromTheStartOfTheTrack)
 {
     // Nothing for three frames, and then the track from its start (ISO/IEC 14496-12, 8.6.6).
