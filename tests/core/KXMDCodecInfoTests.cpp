@@ -1,5 +1,7 @@
 #include "kxmd/core/KXMDCodecInfo.h"
 
+#include "support/Fields.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -36,32 +38,18 @@ void expectProfileNames(KXMDCodec codec, Names const& names, std::string_view un
 
 }
 
-TEST(KXMDCodecInfo, HasNothingButAnUnknownProfileAtFirst)
+TEST(KXMDCodecInfo, HasTheseFields)
 {
-    KXMDCodecInfo const info;
-    EXPECT_EQ(info.codec(), 0);
-    EXPECT_EQ(info.profile(), 65535);
-    EXPECT_EQ(info.profileLevel(), 0);
-    EXPECT_EQ(info.bitRate(), 0.0);
-    EXPECT_EQ(info.videoSize(), KXSize());
-    EXPECT_EQ(info.videoFrameRate(), 0.0);
-    EXPECT_EQ(info.audioChannels(), 0);
-}
-
-TEST(KXMDCodecInfo, KeepsWhatIsSet)
-{
-    KXMDCodecInfo info = record(KXMDCodecAVC, 100, 41);
-    info.setBitRate(1.5e6);
-    info.setVideoSize({ 1920, 1080 });
-    info.setVideoFrameRate(29.97);
-    info.setAudioChannels(6);
-    EXPECT_EQ(info.codec(), KXMDCodecAVC);
-    EXPECT_EQ(info.profile(), 100);
-    EXPECT_EQ(info.profileLevel(), 41);
-    EXPECT_EQ(info.bitRate(), 1.5e6);
-    EXPECT_EQ(info.videoSize(), (KXSize { 1920, 1080 }));
-    EXPECT_EQ(info.videoFrameRate(), 29.97);
-    EXPECT_EQ(info.audioChannels(), 6);
+    using Info = KXMDCodecInfo;
+    expectFields<Info>({
+        field<Info>("codec", &Info::codec, &Info::setCodec, KXMDCodecNone, KXMDCodecAVC),
+        field<Info>("profile", &Info::profile, &Info::setProfile, 65535, 100),
+        field<Info>("profileLevel", &Info::profileLevel, &Info::setProfileLevel, 0, 41),
+        field<Info>("bitRate", &Info::bitRate, &Info::setBitRate, 0, 1.5e6),
+        field<Info>("videoSize", &Info::videoSize, &Info::setVideoSize, {}, { 1920, 1080 }),
+        field<Info>("videoFrameRate", &Info::videoFrameRate, &Info::setVideoFrameRate, 0, 29.97),
+        field<Info>("audioChannels", &Info::audioChannels, &Info::setAudioChannels, 0, 6),
+    });
 }
 
 TEST(KXMDCodecInfo, FreshRecordDescribesItselfAsUnknown)

@@ -3,6 +3,7 @@
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "support/Fields.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
@@ -18,6 +19,8 @@ namespace {
 class BaseMeta final : public KXMDFileMeta {
 public:
     BaseMeta() = default;
+
+    using KXMDFileMeta::setFilesize;
 };
 
 /// A file of which the cover questions have chosen answers.
@@ -169,9 +172,6 @@ TEST(KXMDFileMeta, KeysAreTheSharedVocabulary)
 TEST(KXMDFileMeta, BaseHasNoMediaAndNoPlaceForACover)
 {
     BaseMeta meta;
-    EXPECT_EQ(meta.metaType(), 0);
-    EXPECT_EQ(meta.filesize(), 0u);
-    EXPECT_FALSE(meta.mp4Atom());
     EXPECT_FALSE(meta.metadataForKey("Name"));
     EXPECT_FALSE(meta.containsVideo());
     EXPECT_TRUE(meta.videoCodecsInfo().empty());
@@ -196,17 +196,16 @@ TEST(KXMDFileMeta, BaseParsesAnythingAndKeepsTheLength)
     EXPECT_EQ(meta.filesizeWithValidAlbumCover(someImage()), 17u);
 }
 
-TEST(KXMDFileMeta, TypeAndAtomAreKeptAsSet)
+TEST(KXMDFileMeta, HasTheseFields)
 {
-    BaseMeta meta;
-    meta.setMetaType(static_cast<KXMDMetaType>(7));
-    EXPECT_EQ(meta.metaType(), 7);
-    std::shared_ptr<KXMP4Atom> const atom = KXMP4Atom::atomWithAbstractData(*reader(ftyp()));
-    ASSERT_TRUE(atom);
-    meta.setMp4Atom(atom);
-    EXPECT_EQ(meta.mp4Atom(), atom);
-    meta.setMp4Atom(nullptr);
-    EXPECT_FALSE(meta.mp4Atom());
+    auto const atom = KXMP4Atom::atomWithAbstractData(*reader(ftyp()));
+    using Meta = BaseMeta;
+    expectFields<Meta>({
+        field<Meta>(
+            "metaType", &Meta::metaType, &Meta::setMetaType, KXMDMetaTypeUnknown, KXMDMetaTypeJPEG),
+        field<Meta>("mp4Atom", &Meta::mp4Atom, &Meta::setMp4Atom, nullptr, atom),
+        field<Meta>("filesize", &Meta::filesize, &Meta::setFilesize, 0, 17),
+    });
 }
 
 TEST(KXMDFileMeta, TagsAreKeptReplacedAndCleared)

@@ -1,6 +1,7 @@
 #include "kxmd/host/KXDCFile.h"
 
 #include "kxmd/host/KXDCFileProxy.h"
+#include "support/Fields.h"
 
 #include <gmock/gmock.h>
 
@@ -20,9 +21,6 @@ TEST(KXDCSimpleFile, KnowsItsPathAndNothingElseAtFirst)
     EXPECT_EQ(file.sourcePath(), "/Music/Blue.mp3");
     EXPECT_EQ(file.filename(), "Blue.mp3");
     EXPECT_EQ(file.name(), "Blue.mp3");
-    EXPECT_EQ(file.fileKind(), 0);
-    EXPECT_FALSE(file.hasDRM());
-    EXPECT_FALSE(file.isFolder());
     EXPECT_TRUE(std::holds_alternative<std::monostate>(file.metadataForKey("Name")));
 }
 
@@ -58,15 +56,18 @@ TEST(KXDCSimpleFile, RenamingLeavesTheFileNameAlone)
     EXPECT_EQ(file.filename(), "01.mp3");
 }
 
-TEST(KXDCSimpleFile, TakesWhatTheHostSaysOfIt)
+TEST(KXDCSimpleFile, HasTheseFields)
 {
-    KXDCSimpleFile file("/list");
-    file.setFileKind(KXDCFileKindPlaylist);
-    file.setHasDRM(true);
-    file.setIsFolder(true);
-    EXPECT_EQ(file.fileKind(), 64);
-    EXPECT_TRUE(file.hasDRM());
-    EXPECT_TRUE(file.isFolder());
+    using File = KXDCSimpleFile;
+    expectFields<File>(
+        {
+            field<File>("name", &File::name, &File::setName, "list", "Blue"),
+            field<File>("fileKind", &File::fileKind, &File::setFileKind, 0, 64),
+            field<File>("hasDRM", &File::hasDRM, &File::setHasDRM, false, true),
+            field<File>("isFolder", &File::isFolder, &File::setIsFolder, false, true),
+        },
+        [] { return File("/list"); });
+    EXPECT_EQ(KXDCFileKindPlaylist, 64);
 }
 
 TEST(KXDCSimpleFile, ValuesMayBeUsedOnSeveralThreads)

@@ -1,5 +1,6 @@
 #include "kxmd/mp3/KXMDFileMetaMP3Frame.h"
 
+#include "support/Fields.h"
 #include "support/LogCapture.h"
 #include "support/PictureHeaders.h"
 
@@ -114,23 +115,20 @@ TEST(KXMDFileMetaMP3Frame, HeaderSizeFollowsTheVersion)
     }
 }
 
-TEST(KXMDFileMetaMP3Frame, PropertiesAreKeptAsSet)
+TEST(KXMDFileMetaMP3Frame, HasTheseFields)
 {
-    KXMDFileMetaMP3Frame frame;
-    frame.setOffset(1);
-    frame.setSize(2);
-    frame.setDataSize(3);
-    frame.setTag("TIT2");
-    frame.setContent("Blue");
-    frame.setFlags(4);
-    frame.setAlbumCoverSize({ 5, 6 });
-    EXPECT_EQ(frame.offset(), 1u);
-    EXPECT_EQ(frame.size(), 2u);
-    EXPECT_EQ(frame.dataSize(), 3u);
-    EXPECT_EQ(frame.tag(), "TIT2");
-    EXPECT_EQ(frame.content(), "Blue");
-    EXPECT_EQ(frame.flags(), 4u);
-    EXPECT_EQ(frame.albumCoverSize(), (KXSize { 5, 6 }));
+    using Frame = KXMDFileMetaMP3Frame;
+    expectFields<Frame>({
+        field<Frame>("offset", &Frame::offset, &Frame::setOffset, 0, 1),
+        field<Frame>("size", &Frame::size, &Frame::setSize, 0, 2),
+        field<Frame>("dataSize", &Frame::dataSize, &Frame::setDataSize, 0, 3),
+        field<Frame>("tag", &Frame::tag, &Frame::setTag, "", "TIT2"),
+        field<Frame>("content", &Frame::content, &Frame::setContent, {}, "Blue"),
+        field<Frame>("flags", &Frame::flags, &Frame::setFlags, 0, 4),
+        field<Frame>("id3Version", &Frame::id3Version, &Frame::setId3Version, 0, 5),
+        field<Frame>(
+            "albumCoverSize", &Frame::albumCoverSize, &Frame::setAlbumCoverSize, {}, { 5, 6 }),
+    });
 }
 
 TEST(KXMDFileMetaMP3Frame, ReadsTheHeaderOfEachVersion)
