@@ -187,3 +187,46 @@ TEST(ReadingCost, WhatEndsWithAWindowTakesNoOtherOne)
     EXPECT_TRUE(data->readUInt32To(last, KXSwap::yes));
     EXPECT_EQ((SystemCalls::soFar() - before).calls, 1u);
 }
+
+TEST(ReadingCost, ReadingStraightOnDoublesTheWindowUpTo64Kilobytes)
+{
+    constexpr std::uint64_t kilobyte = 1024;
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(600 * kilobyte, 7)));
+    auto const costOfReading = [&](std::uint64_t from, std::uint64_t length) {
+        auto const before = SystemCalls::soFar();
+        data->setOffset(from);
+        std::uint32_t word;
+        for (std::uint64_t read = 0; read < length; read += sizeof word)
+            EXPECT_TRUE(data->readUInt32To(word, KXSwap::yes));
+        return SystemCalls::soFar() - before;
+    };
+    constexpr auto fromTheHead = (8 + 16 + 32 + 64 + 64) * kilobyte;
+    auto const head = costOfReading(0, fromTheHead);
+    EXPECT_EQ(head.calls, 5u);
+    EXPECT_EQ(head.bytesRead, fromTheHead);
+    constexpr auto afterAJump = (2 + 4 + 8 + 16 + 32 + 64 + 64) * kilobyte;
+    auto const jump = costOfReading(300 * kilobyte, afterAJump);
+    EXPECT_EQ(jump.calls, 7u);
+    EXPECT_EQ(jump.bytesRead, afterAJump);
+}
+
+TEST(ReadingCost, TheHeadAndTheThreeWindowsReadLastAreKept)
+{
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(600'000, 7)));
+    auto const callsToReadAt = [&](std::uint64_t position) {
+        auto const before = SystemCalls::soFar();
+        std::uint8_t byte;
+        data->setOffset(position);
+        EXPECT_TRUE(data->readUInt8To(byte));
+        return (SystemCalls::soFar() - before).calls;
+    };
+    for (std::uint64_t const position : { 0, 100'000, 200'000, 300'000, 400'000 })
+        EXPECT_EQ(callsToReadAt(position), 1u) << position;
+    for (std::uint64_t const position : { 0, 200'000, 300'000, 400'000 })
+        EXPECT_EQ(callsToReadAt(position), 0u) << position;
+    EXPECT_EQ(callsToReadAt(100'000), 1u);
+}

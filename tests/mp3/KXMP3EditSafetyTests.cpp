@@ -164,6 +164,21 @@ TEST_F(MP3EditSafety, FrameOfAnOddNameMayStay)
     EXPECT_EQ(additionReason(tag(ID3::v24, join(title, odd, title, cover))), "");
 }
 
+TEST_F(MP3EditSafety, NamesOfThreeLettersMayBeFilledUpWithAZeroOrASpace)
+{
+    // Read in eight bits of a byte, the size of the first frame leads to the third.
+    auto const reason = [](char filler) {
+        constexpr std::uint32_t firstBody = 0xC8, later = 0x80;
+        std::string const name = std::string("TT2") + filler;
+        return additionReason(tag(ID3::v24,
+            join(frame(ID3::v24, "PRIV", filled(firstBody, 'p')),
+                frame(ID3::v24, name, zeros(later - 10)), title)));
+    };
+    EXPECT_EQ(reason('\0'), "");
+    EXPECT_EQ(reason(' '), "");
+    EXPECT_EQ(reason('!'), readByUsAlone);
+}
+
 TEST_F(MP3EditSafety, CoverTooLargeForAFrameIsRefused)
 {
     constexpr char const* tooLarge = "the cover is too large for a frame of its tag";

@@ -209,6 +209,18 @@ TEST_F(KXMDFileMetaMP4Editing, TheFirstCoverThatDecodesIsFoundAfterItsHeaders)
         (std::vector<Call> { { "broken", {} }, { "picture", {} } }));
 }
 
+TEST_F(KXMDFileMetaMP4Editing, ACoverMayEndWithTheFileAndNotPastIt)
+{
+    auto const image = pictures::solid(3, 3, pictures::green);
+    machine.pictureLoader->setImageForWord(image, "picture");
+    Bytes file = join(ftyp(), atom("moov", userDataWithTags(covr(13, text("picture")))));
+    auto const meta = metaOf(editable(file));
+    EXPECT_EQ(meta->albumCoverFromData(*reader(file)), image);
+    file.pop_back();
+    EXPECT_EQ(meta->albumCoverFromData(*reader(file)), nullptr);
+    EXPECT_EQ(machine.pictureLoader->calls().size(), 1u);
+}
+
 TEST_F(KXMDFileMetaMP4Editing, ACoverEndsWithItsValueOrItsAtom)
 {
     // The value claims less and more than the atom holds.

@@ -224,7 +224,7 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, WithoutATemporaryFolderTheSourceIs
     auto const file = movie(soundEntry("mp4a"), atom("udta", zeros(100)));
     temporaryFolders->fail();
     EXPECT_EQ(cleaned(file), file);
-    EXPECT_THAT(leftovers(), IsEmpty());
+    EXPECT_EQ(fileManager->writes(), 0u);
 }
 
 TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyThatCannotBeWrittenLeavesNoFolderBehind)
@@ -235,9 +235,10 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyThatCannotBeWrittenLeavesNoFol
     EXPECT_THAT(leftovers(), IsEmpty());
 }
 
-TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, NothingToCleanMakesNoFolder)
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, NothingToCleanIsNotReadWholeAndMakesNoFolder)
 {
     EXPECT_EQ(cleaned(plainMovie), plainMovie);
+    EXPECT_EQ(fileManager->reads(), 0u);
     EXPECT_THAT(leftovers(), IsEmpty());
 }
 

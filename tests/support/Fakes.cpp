@@ -199,12 +199,14 @@ std::optional<int> FakeTaskRunner::runToolAtPath(
 
 KXMutableData::Ref FakeFileManager::mutableDataWithContentsOfFile(std::string const& path) const
 {
+    ++_reads;
     return _failsToRead ? nullptr : _real->mutableDataWithContentsOfFile(path);
 }
 
 bool FakeFileManager::writeBytesToFile(
     std::span<std::uint8_t const> bytes, std::string const& path) const
 {
+    ++_writes;
     return !_failsToWrite && _real->writeBytesToFile(bytes, path);
 }
 

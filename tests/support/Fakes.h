@@ -3,6 +3,7 @@
 #include "kxmd/base/KXGuarded.h"
 #include "kxmd/platform/KXPlatform.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -212,6 +213,9 @@ public:
     void failToRead() { _failsToRead = true; }
     void failToWrite() { _failsToWrite = true; }
     void failToCreateFolders() { _failsToCreateFolders = true; }
+    /// How often a file was to be read whole, and how often one was to be written.
+    std::size_t reads() const { return _reads; }
+    std::size_t writes() const { return _writes; }
 
     KXMutableData::Ref mutableDataWithContentsOfFile(std::string const& path) const override;
     bool writeBytesToFile(
@@ -229,6 +233,8 @@ private:
     bool _failsToRead { false };
     bool _failsToWrite { false };
     bool _failsToCreateFolders { false };
+    mutable std::atomic<std::size_t> _reads { 0 };
+    mutable std::atomic<std::size_t> _writes { 0 };
 };
 
 /// Temporary folders in a folder of a test.

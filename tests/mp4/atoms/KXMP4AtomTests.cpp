@@ -207,12 +207,16 @@ TEST(KXMP4Atom, RecursiveDescriptionIsIndentedByTabs)
 TEST(KXMP4Atom, VisitEndsWhenTheVisitorSaysSo)
 {
     auto const root = treeOf(join(atom("moov", atom("trak")), atom("mdat")));
-    std::vector<std::string> seen;
-    root->visitDepthFirst([&seen](KXMP4Atom& atom, std::size_t depth) {
-        seen.push_back(std::to_string(depth) + atom.tag());
-        return atom.tag() != "trak";
-    });
-    EXPECT_THAT(seen, ElementsAre("0ROOT", "1moov", "2trak"));
+    std::vector<std::string> expected;
+    for (char const* const last : { "0ROOT", "1moov", "2trak", "1mdat" }) {
+        expected.push_back(last);
+        std::vector<std::string> seen;
+        root->visitDepthFirst([&](KXMP4Atom& atom, std::size_t depth) {
+            seen.push_back(std::to_string(depth) + atom.tag());
+            return seen.back() != last;
+        });
+        EXPECT_EQ(seen, expected);
+    }
 }
 
 TEST(KXMP4Atom, TagTextIsReadAsUTF8WhateverTheTypeIndicator)

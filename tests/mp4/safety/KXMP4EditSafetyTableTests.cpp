@@ -134,11 +134,26 @@ TEST(KXMP4EditSafetyTables, MediaInAnotherFileDoesNotMove)
     EXPECT_THAT(reasonAgainstAdding(file(0, 9000)), HasSubstr("another file"));
     EXPECT_THAT(reasonAgainstAdding(file(0, 5)), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(file(1, 9000)), IsEmpty());
-    auto const foreign64 = moovFirst([&](std::uint32_t media) {
-        return atom("moov", trackWithTables(stco({ media })),
-            trackWithTables(co64({ 9000 }), information(0)), userData);
-    });
-    EXPECT_THAT(reasonAgainstAdding(foreign64), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyTables, TablesOf64BitsAndAuxiliaryOffsetsMayLeadIntoAnotherFile)
+{
+    auto const reason = [](std::uint32_t flags, char const* type) {
+        return reasonAgainstAdding(moovFirst([&](std::uint32_t media) {
+            Bytes const table = type == std::string_view("saio")
+                ? atom(type, u32(0), u32(1), u32(media))
+                : co64({ media });
+            Bytes const information
+                = atom("dinf", atom("dref", u32(0), u32(1), atom("url ", u32(flags))));
+            return atom("moov", trackWithTables(stco({ media })),
+                trackWithTables(table, information), userData);
+        }));
+    };
+    constexpr std::uint32_t isInThisFile = 1;
+    for (char const* const type : { "co64", "saio" }) {
+        EXPECT_THAT(reason(0, type), IsEmpty());
+        EXPECT_THAT(reason(isInThisFile, type), HasSubstr("would not be corrected"));
+    }
 }
 
 TEST(KXMP4EditSafetyTables, TablesTooShortForACountMatterWhenWhatFollowsIsChanged)

@@ -1,5 +1,6 @@
 #include "support/AtomTrees.h"
 #include "support/EditableMovies.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -131,6 +132,26 @@ TEST(KXMP4EditSafety, SegmentIndexesMatterWhenTheEditLiesInWhatTheyReferTo)
     EXPECT_THAT(
         reasonAgainstAdding(join(ftyp(), index(0, length), moov)), HasSubstr("segment index"));
     EXPECT_THAT(reasonAgainstAdding(join(ftyp(), index(0, 8), atom("free"), moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, SegmentIndexesCountTheirDistanceFromTheirEnd)
+{
+    auto const index = [](std::uint32_t version, std::uint32_t distance) {
+        auto const number = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
+        return atom("sidx", u32(version << 24), u32(1), u32(1000), number(0), number(distance),
+            u16(0), u16(0));
+    };
+    Bytes const padding = atom("free", zeros(100)), moov = moovWithTables(stco({}));
+    auto const toMovie = static_cast<std::uint32_t>(padding.size());
+    auto const behindMovie = toMovie + static_cast<std::uint32_t>(moov.size());
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const reason = [&](std::uint32_t distance) {
+            return reasonAgainstAdding(
+                join(ftyp(), index(version, distance), padding, moov, atom("mdat", zeros(2000))));
+        };
+        EXPECT_THAT(reason(toMovie), IsEmpty());
+        EXPECT_THAT(reason(behindMovie), HasSubstr("segment index"));
+    }
 }
 
 TEST(KXMP4EditSafety, ItemsInTheFileMatterBehindTheEdit)
@@ -305,4 +326,19 @@ TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
     EXPECT_TRUE(safety.reasonAgainstEditAt(0, INT64_MIN).has_value());
     EXPECT_THAT(
         safety.reasonAgainstEditAt(table->offset(), 0xFFFFFFFF).value_or(""), HasSubstr("4 GiB"));
+}
+
+TEST(KXMP4EditSafety, AFileOfMoreAtomsThanTheTreeKeepsIsNotEdited)
+{
+    constexpr std::size_t most = 1u << 20;
+    LogCapture const log;
+    auto const reason = [](std::size_t furtherAtoms) {
+        Bytes const movie
+            = moovFirst([](std::uint32_t media) { return moovWithTables(stco({ media })); });
+        auto const data
+            = reader(join(movie, concatenated(std::vector<Bytes>(furtherAtoms, atom("free")))));
+        return KXMP4EditSafety(*data).reasonAgainstEditAt(0, 100).value_or("");
+    };
+    EXPECT_THAT(reason(most - 100), IsEmpty());
+    EXPECT_THAT(reason(most), HasSubstr("too many atoms"));
 }
