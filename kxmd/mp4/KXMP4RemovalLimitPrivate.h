@@ -2,7 +2,6 @@
 
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 
-#include <algorithm>
 #include <cstddef>
 
 /// Whether `count` atoms of the file that `root` stands for can be removed in good time.
@@ -16,10 +15,12 @@ inline bool canRemoveInGoodTime(std::size_t count, KXMP4Atom& root)
                             mostTableBytes = std::uint64_t { 1 } << 38;
     if (count <= aHandful)
         return true;
-    if (count > mostTableBytes / std::max<std::uint64_t>(root.size(), 1))
+    if (root.size() > mostTableBytes / count)
         return false;
     std::uint64_t atoms = 0;
-    root.visitDepthFirst(
-        [&](KXMP4Atom&, std::size_t) { return ++atoms * count <= mostParsedAtoms; });
-    return atoms * count <= mostParsedAtoms;
+    root.visitDepthFirst([&atoms](KXMP4Atom&, std::size_t) {
+        ++atoms;
+        return true;
+    });
+    return atoms <= mostParsedAtoms / count;
 }

@@ -62,8 +62,6 @@ std::string_view KXMP4EditComparison::compareTable32(Table const& table)
     std::uint64_t const entries = fields.position().before;
     for (std::uint64_t i = 0; i < count; ++i) {
         KXMP4Pair const entry = fields.number(Layout::entrySize);
-        if (!fields.isGood())
-            return {}; // The file has become shorter.
         auto const reason = compareEntry32(entry, table);
         if (!reason.empty() && entry.isEqual())
             return reason;
@@ -194,9 +192,11 @@ std::string_view KXMP4EditComparison::reasonForChangeIn(
 /// there now.
 std::uint64_t KXMP4EditComparison::claimedEntries(TakenTable const& table) const
 {
-    std::uint32_t now = 0;
-    if (auto const position = _map.positionOf(table.offset))
-        static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
+    auto const position = _map.positionOf(table.offset);
+    if (!position)
+        return table.noOfEntries;
+    std::uint32_t now;
+    static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
     return std::max(table.noOfEntries, now);
 }
 

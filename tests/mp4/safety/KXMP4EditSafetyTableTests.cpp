@@ -2,9 +2,12 @@
 
 #include "support/AtomTrees.h"
 #include "support/EditableMovies.h"
+#include "support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 using namespace build;
 using namespace editable;
@@ -134,6 +137,33 @@ TEST(KXMP4EditSafetyTables, MediaInAnotherFileDoesNotMove)
     EXPECT_THAT(reasonAgainstAdding(file(0, 9000)), HasSubstr("another file"));
     EXPECT_THAT(reasonAgainstAdding(file(0, 5)), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(file(1, 9000)), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyTables, AnEntryThatStaysMattersWhereItMayBeOfThisFile)
+{
+    // The first entry, in front of the edit, ends the correction of the table.
+    auto const reason = [](Bytes const& references, std::uint32_t count) {
+        return reasonAgainstAdding(moovFirst([&](std::uint32_t media) {
+            return moovWithTables(
+                stco({ 5, media }), atom("dinf", atom("dref", u32(0), u32(count), references)));
+        }));
+    };
+    Bytes const elsewhere = atom("url ", u32(0)), inThisFile = atom("url ", u32(1));
+    EXPECT_THAT(reason(elsewhere, 1), IsEmpty());
+    EXPECT_THAT(reason(join(elsewhere, inThisFile), 2), HasSubstr("another file"));
+    EXPECT_THAT(reason(inThisFile, 1), HasSubstr("entries before the edit ahead of"));
+}
+
+TEST(KXMP4EditSafetyTables, AnEntryRightBehindALargeFileDoesNotPass4GiB)
+{
+    constexpr std::uint32_t end = 0x80000000;
+    TemporaryFolder const folder;
+    Bytes const movie = join(ftyp(), moovWithTables(stco({ 5, end + 1 })), atomClaiming(0, "mdat"));
+    std::string const path = folder.write("movie.mp4", movie);
+    std::filesystem::resize_file(path, end);
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    EXPECT_THAT(KXMP4EditSafety(*data).reasonAgainstAddingAlbumCoverOfSize(1000).value_or(""),
+        HasSubstr("entries before the edit ahead of"));
 }
 
 TEST(KXMP4EditSafetyTables, TablesOf64BitsAndAuxiliaryOffsetsMayLeadIntoAnotherFile)

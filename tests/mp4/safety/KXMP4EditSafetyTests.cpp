@@ -101,6 +101,22 @@ TEST(KXMP4EditSafety, FragmentsWhoseMediaLiesBeyondTheEditMatter)
         HasSubstr("movie fragment"));
 }
 
+TEST(KXMP4EditSafety, RunsWithoutAnOffsetFollowTheRunBeforeThem)
+{
+    // What stands where the offset would is the duration of a sample.
+    auto const reason = [](std::uint32_t flags) {
+        Bytes const moov = moovWithTables(stco({}));
+        auto const beyond = static_cast<std::uint32_t>(200 + moov.size());
+        Bytes const run = atom("trun", u32(flags), u32(1), u32(beyond));
+        return reasonAgainstAdding(
+            join(ftyp(), atom("moof", atom("traf", atom("tfhd", u32(0), u32(1)), run)), moov,
+                atom("mdat", zeros(500))));
+    };
+    constexpr std::uint32_t hasOffset = 1, hasDurations = 0x100;
+    EXPECT_THAT(reason(hasDurations), IsEmpty());
+    EXPECT_THAT(reason(hasOffset), HasSubstr("movie fragment"));
+}
+
 TEST(KXMP4EditSafety, IndexesOfFragmentsMatterBehindTheEdit)
 {
     auto const index = [](std::uint32_t version, Bytes const& place) {
