@@ -215,6 +215,22 @@ TEST(KXMDExifDirectory, NothingIsKeptOfTheFileBefore)
     }
 }
 
+TEST(KXMDExifDirectory, DirectoriesReadByThemselvesSayWhetherThePreviewWasRead)
+{
+    auto const isRead = [](Bytes const& file) {
+        auto const data = reader(file);
+        data->setOffset(base + firstDirectory);
+        return KXMDExifParser().readTagsFromData(*data, base, KXSwap::yes);
+    };
+    Bytes const preview = encodedPreview();
+    Bytes const file = fileWithEntriesBeforePreview(0, preview);
+    EXPECT_TRUE(isRead(file));
+    EXPECT_FALSE(isRead(Bytes(file.begin(), file.end() - 1)));
+    EXPECT_FALSE(isRead(fileWithEntriesBeforePreview(mostEntries, preview)));
+    EXPECT_FALSE(isRead(fileOf(tiff(order, directory(order, {}, firstDirectory)))));
+    EXPECT_FALSE(isRead(fileOf(tiff(order, directory(order, {})))));
+}
+
 TEST(KXMDExifDirectory, PartsMayBeReadByThemselves)
 {
     Bytes const preview = encodedPreview();

@@ -294,6 +294,26 @@ TEST_F(KXMDExifParserTest, LaterValueReplacesAnEarlierOne)
     EXPECT_THAT(words(), ElementsAre("preview"));
 }
 
+TEST_F(KXMDExifParserTest, EntryThatIsCutOffHasNoValue)
+{
+    Bytes block = blockWithEntries(
+        TIFF::MM, { entry(TIFF::MM, lengthTag, 7), entry(TIFF::MM, offsetTag, 0x01010101) });
+    constexpr std::size_t lengthOfLink = 4, lengthOfPreview = 7;
+    block.resize(block.size() - lengthOfPreview - lengthOfLink - 1);
+    EXPECT_TRUE(parse(join(startOfImage, block)));
+    EXPECT_THAT(words(), IsEmpty());
+}
+
+TEST_F(KXMDExifParserTest, LinkToTheNextDirectoryIsNoEntry)
+{
+    // It looks like the tag of the preview's offset, and its value follows.
+    Bytes const block = exif(
+        tiff(TIFF::MM, directory(TIFF::MM, { entry(TIFF::MM, lengthTag, 7) }, offsetTag << 16),
+            zeros(4), u32(firstDirectory + directoryLength(1) + 8), text("preview")));
+    EXPECT_TRUE(parse(join(startOfImage, block)));
+    EXPECT_THAT(words(), IsEmpty());
+}
+
 // The preview itself.
 
 TEST_F(KXMDExifParserTest, PreviewThatReachesBeyondTheFileIsNone)
