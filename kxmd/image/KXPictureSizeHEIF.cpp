@@ -107,7 +107,7 @@ std::optional<std::uint32_t> primaryItem(KXPictureReader const& metadata)
 /// The associations of one item with properties, each of a byte or two.
 struct Associations {
     KXPictureReader list;
-    bool areWide { false };
+    bool areWide;
 };
 
 /// What an association box (ISO/IEC 23008-12, 9.3) lists for an item. Absent when that is nothing.

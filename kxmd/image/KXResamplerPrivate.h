@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -10,7 +12,7 @@
 /// A Catmull-Rom kernel, widened by the scale when it shrinks; taps outside of the source's
 /// interval repeat the interval's edge. The last pixel of a source whose length has a fraction
 /// counts by the part that is covered, which is all that it shows.
-class KXResamplerAxis {
+class KX_EXPORT_FOR_TESTS KXResamplerAxis {
 public:
     /// Maps the interval [`from`, `from` + `fromLength`) of a source of `sourceLength` onto
     /// [`into`, `into` + `intoLength`) of a target of `targetPixels`, all measured in pixels.

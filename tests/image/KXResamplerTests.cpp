@@ -1,0 +1,30 @@
+#include "kxmd/image/KXResamplerPrivate.h"
+
+#include <gtest/gtest.h>
+
+TEST(KXResamplerAxis, DrawsToThePixelsThatAreCoveredAndToNoOthers)
+{
+    constexpr std::size_t targetPixels = 4;
+    struct {
+        double into, intoLength;
+        std::size_t firstTarget;
+        std::vector<float> coverages;
+    } const cases[] {
+        { 0, 4, 0, { 1, 1, 1, 1 } },
+        { 1, 2, 1, { 1, 1 } },
+        { 0.5, 1, 0, { 0.5, 0.5 } },
+        { 1.25, 0.5, 1, { 0.5 } },
+        { -3, 4, 0, { 1 } },
+        { 3, 9, 3, { 1 } },
+        { -1, 1, 0, {} },
+        { 4, 1, 0, {} },
+    };
+    for (auto const& [into, intoLength, firstTarget, coverages] : cases) {
+        SCOPED_TRACE(testing::Message() << into << ", " << intoLength);
+        KXResamplerAxis const axis(0, 8, 8, into, intoLength, targetPixels);
+        EXPECT_EQ(axis.firstTarget(), firstTarget);
+        ASSERT_EQ(axis.targetCount(), coverages.size());
+        for (std::size_t i = 0; i < coverages.size(); ++i)
+            EXPECT_EQ(axis.target(i).coverage, coverages[i]);
+    }
+}
