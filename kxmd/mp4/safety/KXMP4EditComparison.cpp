@@ -149,9 +149,8 @@ std::optional<KXMP4EditComparison::Box> KXMP4EditComparison::boxAt(
 std::string_view KXMP4EditComparison::take(Boxes const& boxes)
 {
     auto const& [before, after] = boxes;
-    bool const isSame = before.type == after.type && before.headerSize == after.headerSize
-        && _map.originOf(after.offset) == before.offset;
-    if (!isSame)
+    // Headers that were overwritten are found by `compareSizes` and `compareOverwritten`.
+    if (_map.originOf(after.offset) != before.offset)
         return reasonForChangeIn({ before.offset, smallHeader }, reasons::sizesDoNotNest);
     if (auto const reason = compareSizes(boxes); !reason.empty())
         return reason;

@@ -92,6 +92,14 @@ TEST(KXMP4EditSafety, FragmentsThatCountFromTheStartOfTheFileMatterBehindTheEdit
     EXPECT_THAT(reasonAgainstAdding(join(inFront, moovWithTables(stco({})))), IsEmpty());
 }
 
+TEST(KXMP4EditSafety, FragmentsWhoseBaseIsCutOffCountFromTheirStart)
+{
+    constexpr std::uint32_t hasBase = 1;
+    auto const behindMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
+    EXPECT_THAT(
+        reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, {}, behindMovie))), IsEmpty());
+}
+
 TEST(KXMP4EditSafety, FragmentsWhoseMediaLiesBeyondTheEditMatter)
 {
     Bytes const moov = moovWithTables(stco({}));
