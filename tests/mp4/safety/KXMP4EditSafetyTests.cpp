@@ -178,6 +178,39 @@ TEST(KXMP4EditSafety, SegmentIndexesCountTheirDistanceFromTheirEnd)
     }
 }
 
+TEST(KXMP4EditSafety, EachReferenceOfASegmentIndexCountsFromTheOneBefore)
+{
+    Bytes const padding = atom("free", zeros(100)), moov = moovWithTables(stco({}));
+    auto const reason = [&](std::uint32_t secondSize) {
+        Bytes const others = filled(8, 0xFF); // Of a reference: duration and access points.
+        Bytes const index = atom("sidx", u32(0), u32(1), u32(1000), u32(0), u32(0), u16(0), u16(2),
+            u32(static_cast<std::uint32_t>(padding.size())), others, u32(secondSize), others);
+        return reasonAgainstAdding(join(ftyp(), index, padding, moov, atom("mdat", zeros(2000))));
+    };
+    EXPECT_THAT(reason(0), IsEmpty());
+    EXPECT_THAT(reason(static_cast<std::uint32_t>(moov.size())), HasSubstr("segment index"));
+}
+
+TEST(KXMP4EditSafety, ItemsMayHaveSeveralExtents)
+{
+    // Whatever is no offset is a place behind the edit.
+    constexpr std::uint32_t behind = 8000, inFront = 8;
+    auto const reason = [](std::uint32_t version, std::uint32_t secondOffset) {
+        auto const number
+            = [&](std::uint32_t value) { return version < 2 ? u16(value) : u32(value); };
+        Bytes const method = version ? u16(0) : Bytes(), index = version ? u32(behind) : Bytes();
+        Bytes const item = join(number(behind), method, u16(behind), u32(0), u16(2), index,
+            u32(inFront), u32(behind), index, u32(secondOffset), u32(behind));
+        Bytes const items = atom("iloc", u32(version << 24), u16(0x4444), number(1), item);
+        return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
+            atom("meta", u32(0), items), atom("mdat", zeros(9000))));
+    };
+    for (std::uint32_t const version : { 0u, 1u, 2u }) {
+        EXPECT_THAT(reason(version, inFront), IsEmpty()) << version;
+        EXPECT_THAT(reason(version, behind), HasSubstr("items")) << version;
+    }
+}
+
 TEST(KXMP4EditSafety, ItemsInTheFileMatterBehindTheEdit)
 {
     auto const items = [](std::uint32_t method, std::uint32_t place) {
@@ -200,6 +233,24 @@ TEST(KXMP4EditSafety, OffsetsOfAuxiliaryInformationMatterBehindTheEdit)
     };
     EXPECT_THAT(reasonAgainstAdding(moovFirst(moov)), HasSubstr("auxiliary"));
     EXPECT_THAT(reasonAgainstAdding(moovLast(moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AuxiliaryInformationMayHaveATypeAndOffsetsOf64Bits)
+{
+    Bytes const padding = atom("free", zeros(2000));
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const reason = [&](bool isBehind) {
+            return reasonAgainstAdding(join(moovLast([&](std::uint32_t media) {
+                std::uint32_t const behind = media + 1500, offset = isBehind ? behind : media;
+                return moovWithTables(join(stco({ media }),
+                    atom("saio", u32(version << 24 | 1), text("type"), u32(behind), u32(1),
+                        version ? u64(offset) : u32(offset))));
+            }),
+                padding));
+        };
+        EXPECT_THAT(reason(false), IsEmpty()) << version;
+        EXPECT_THAT(reason(true), HasSubstr("auxiliary")) << version;
+    }
 }
 
 TEST(KXMP4EditSafety, AtomsThatRunPastTheirParentMatter)
