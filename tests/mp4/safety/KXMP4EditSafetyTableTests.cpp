@@ -92,11 +92,14 @@ TEST(KXMP4EditSafetyTables, TablesThatClaimMoreThanTheyHoldMatterWhenWhatFollows
     EXPECT_THAT(reasonAgainstAdding(moovLast(moovWith(2000))), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyTables, AnUnboundedClaimAtTheEndOfTheFileMatters)
+TEST(KXMP4EditSafetyTables, ATableThatClaimsEntriesPastTheEndOfTheFileMatters)
 {
-    Bytes const table = atom("stco", u32(0), u32(0xFFFFFFFF), u32(5000), u32(6000));
-    auto const moov = join(ftyp(), atom("moov", userData, trackWithTables(table)));
-    EXPECT_THAT(reasonAgainstAdding(moov), HasSubstr("claims more entries"));
+    for (std::uint32_t const claimed : { 3u, 0xFFFFFFFFu }) {
+        Bytes const table = atom("stco", u32(0), u32(claimed), u32(5000), u32(6000));
+        EXPECT_THAT(
+            reasonAgainstAdding(join(ftyp(), atom("moov", userData, trackWithTables(table)))),
+            HasSubstr("claims more entries"));
+    }
 }
 
 TEST(KXMP4EditSafetyTables, WhatOnlyLooksLikeATableMattersWhenItIsChanged)
