@@ -33,14 +33,13 @@ KXMP4Atom* atomAt(std::uint64_t position, std::optional<std::uint64_t> size, KXM
 /// `insertBeforeSelfInMutableData:atomData:` does with a whole one.
 bool insertUnknownAtomBefore(KXMP4Atom& atom, std::uint64_t size, KXMutableData& data)
 {
-    constexpr std::uint64_t headerSize = 8;
-    KXByteBuilder header(headerSize);
-    header.appendUInt32(static_cast<std::uint32_t>(size));
-    header.appendCode("covr");
+    KXByteBuilder builder(sizeof(std::uint32_t));
+    builder.appendUInt32(static_cast<std::uint32_t>(size));
+    KXData const sizeField = builder.takeData(); // Nobody looks at the type of what is new.
     std::uint64_t const position = atom.offset();
-    std::uint64_t const known = std::min(size, headerSize);
+    std::uint64_t const known = std::min<std::uint64_t>(size, sizeField.length());
     bool isDone = data.insertUnknownBytesAt(size - known, position)
-        && data.insertBytesAt(header.takeData().bytes().first(known), position);
+        && data.insertBytesAt(sizeField.bytes().first(known), position);
     auto const difference = static_cast<std::int64_t>(size);
     if (KXMP4Atom* const parent = atom.parent())
         isDone &= parent->adjustSizeInMutableData(difference, data);
