@@ -418,6 +418,8 @@ TEST(KXMP4Atom, LastHandlerSoFarOfATrackThatIsBeingReadDecides)
     EXPECT_THAT(tablesWithEntries(media(hdlr("soun")), entries, media(hdlr("text")), entries,
                     media(hdlr("vide")), entries),
         ElementsAre(1, 0, 1));
+    EXPECT_THAT(tablesWithEntries(atom("tkhd"), media(hdlr("soun")), atom("edts"), entries),
+        ElementsAre(1));
 }
 
 TEST(KXMP4Atom, AtomFindsItselfWhateverOwnsIt)

@@ -273,6 +273,20 @@ TEST(KXMP4EditSafety, ACutOffMovieAtomIsNoHindrance)
         reasonAgainstAdding(join(ftyp(), atomClaiming(claimed, "moov", payload))), IsEmpty());
 }
 
+TEST(KXMP4EditSafety, ACoverThatWasCutOffCanNeitherBeRemovedNorReplaced)
+{
+    auto const claiming = [](char const* type, Bytes const& payload) {
+        constexpr std::uint32_t lost = 100;
+        return atomClaiming(static_cast<std::uint32_t>(8 + payload.size()) + lost, type, payload);
+    };
+    Bytes const tags = claiming("ilst", join(title, claiming("covr", zeros(50))));
+    Bytes const metadata = claiming("meta", join(u32(0), hdlr("mdir"), tags));
+    auto const file = join(
+        ftyp(), claiming("moov", join(trackWithTables(stco({ 40 })), claiming("udta", metadata))));
+    EXPECT_THAT(reasonAgainstRemoving(file), HasSubstr("past the end of the file"));
+    EXPECT_THAT(reasonAgainstAdding(file), HasSubstr("past the end of the file"));
+}
+
 TEST(KXMP4EditSafety, AtomsThatWereCutOffTogetherWithTheMovieAtomAreNoHindrance)
 {
     constexpr std::uint32_t lost = 100; // Bytes of padding at the very end.
