@@ -21,7 +21,7 @@ public:
 
     void skip(std::uint64_t count) { _position += count; }
 
-    /// The next `width` bytes as a number, at most 8; 0 when they are not all there.
+    /// The next `width` bytes as a number, at most 8; 0 when there are not as many.
     std::uint64_t number(unsigned width)
     {
         std::uint64_t value = 0;
@@ -37,7 +37,7 @@ public:
             left -= isWord ? 4 : 1;
         }
         _position += width;
-        return _isGood ? value : 0;
+        return value;
     }
 
 private:
