@@ -1,0 +1,273 @@
+// What becomes of the places that fragments, indexes, items and auxiliary information tell.
+
+#include "support/EditableMovies.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace build;
+using namespace editable;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// A fragment whose header has `headerFields`, with one sample, and its media.
+Bytes fragment(std::uint32_t headerFlags, Bytes const& headerFields, std::uint32_t dataOffset)
+{
+    return join(atom("moof", atom("mfhd", zeros(8)),
+                    atom("traf", atom("tfhd", u32(headerFlags), u32(1), headerFields),
+                        atom("trun", u32(1), u32(1), u32(dataOffset)))),
+        atom("mdat", filled(mediaLength, 'f')));
+}
+
+Bytes const fragmentedStart = join(ftyp(), moovWithTables(stco({})));
+
+}
+
+TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheirStartAreSafe)
+{
+    constexpr std::uint32_t defaultBaseIsMoof = 0x20000;
+    for (std::uint32_t const flags : { 0u, defaultBaseIsMoof })
+        EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(flags, {}, 88))), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheStartOfTheFileMatterBehindTheEdit)
+{
+    auto const behind = fragmentedStart.size();
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(1, u64(behind), 88))),
+        HasSubstr("movie fragment"));
+    Bytes const inFront = join(ftyp(), fragment(1, u64(ftyp().size()), 88));
+    EXPECT_THAT(reasonAgainstAdding(join(inFront, moovWithTables(stco({})))), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, FragmentsWhoseBaseIsCutOffCountFromTheirStart)
+{
+    constexpr std::uint32_t hasBase = 1;
+    auto const behindMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
+    EXPECT_THAT(
+        reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, {}, behindMovie))), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, FragmentsWhoseMediaLiesBeyondTheEditMatter)
+{
+    Bytes const moov = moovWithTables(stco({}));
+    auto const beyond = static_cast<std::uint32_t>(200 + moov.size());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), fragment(0, {}, beyond), moov, atom("mdat", zeros(500)))),
+        HasSubstr("movie fragment"));
+}
+
+TEST(KXMP4EditSafetyFragments, RunsWithoutAnOffsetFollowTheRunBeforeThem)
+{
+    // What stands where the offset would is the duration of a sample.
+    auto const reason = [](std::uint32_t flags) {
+        Bytes const moov = moovWithTables(stco({}));
+        auto const beyond = static_cast<std::uint32_t>(200 + moov.size());
+        Bytes const run = atom("trun", u32(flags), u32(1), u32(beyond));
+        return reasonAgainstAdding(
+            join(ftyp(), atom("moof", atom("traf", atom("tfhd", u32(0), u32(1)), run)), moov,
+                atom("mdat", zeros(500))));
+    };
+    constexpr std::uint32_t hasOffset = 1, hasDurations = 0x100;
+    EXPECT_THAT(reason(hasDurations), IsEmpty());
+    EXPECT_THAT(reason(hasOffset), HasSubstr("movie fragment"));
+}
+
+TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsMatterBehindTheEdit)
+{
+    auto const index = [](std::uint32_t version, Bytes const& place) {
+        Bytes const time = version ? u64(0) : u32(0);
+        return atom("mfra",
+            atom("tfra", u32(version << 24), u32(1), u32(0), u32(1), time, place, zeros(3)));
+    };
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const place = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
+        EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(0, {}, 88),
+                        index(version, place(static_cast<std::uint32_t>(fragmentedStart.size()))))),
+            HasSubstr("index of the movie fragments"));
+        EXPECT_THAT(
+            reasonAgainstAdding(join(fragmentedStart, index(version, place(8)))), IsEmpty());
+    }
+}
+
+TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsHaveEntriesOfSeveralWidths)
+{
+    constexpr std::uint32_t widthsOf2And3And4 = 1 << 4 | 2 << 2 | 3, inFront = 8;
+    auto const behind = static_cast<std::uint32_t>(fragmentedStart.size());
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const reason = [&](std::uint32_t secondPlace) {
+            auto const number
+                = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
+            // Whatever is no place looks like one behind the edit.
+            Bytes const others = filled(2 + 3 + 4, static_cast<std::uint8_t>(behind % 256));
+            return reasonAgainstAdding(join(fragmentedStart, fragment(0, {}, 88),
+                atom("mfra",
+                    atom("tfra", u32(version << 24), u32(1), u32(widthsOf2And3And4), u32(2),
+                        number(behind), number(inFront), others, number(behind),
+                        number(secondPlace), others))));
+        };
+        EXPECT_THAT(reason(inFront), IsEmpty()) << version;
+        EXPECT_THAT(reason(behind), HasSubstr("index of the movie fragments")) << version;
+    }
+}
+
+TEST(KXMP4EditSafetyFragments, SegmentIndexesMatterWhenTheEditLiesInWhatTheyReferTo)
+{
+    auto const index = [](std::uint32_t distance, std::uint32_t size) {
+        return atom("sidx", u32(0), u32(1), u32(1000), u32(0), u32(distance), u16(0), u16(1),
+            u32(size), u32(0), u32(0));
+    };
+    Bytes const moov = moovWithTables(stco({}));
+    auto const length = static_cast<std::uint32_t>(moov.size());
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), moov, index(0, 100))), IsEmpty());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), index(length, 100), moov)), HasSubstr("segment index"));
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), index(0, length), moov)), HasSubstr("segment index"));
+    EXPECT_THAT(reasonAgainstAdding(join(ftyp(), index(0, 8), atom("free"), moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, SegmentIndexesCountTheirDistanceFromTheirEnd)
+{
+    auto const index = [](std::uint32_t version, std::uint32_t distance) {
+        auto const number = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
+        return atom("sidx", u32(version << 24), u32(1), u32(1000), number(0), number(distance),
+            u16(0), u16(0));
+    };
+    Bytes const padding = atom("free", zeros(100)), moov = moovWithTables(stco({}));
+    auto const toMovie = static_cast<std::uint32_t>(padding.size());
+    auto const behindMovie = toMovie + static_cast<std::uint32_t>(moov.size());
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const reason = [&](std::uint32_t distance) {
+            return reasonAgainstAdding(
+                join(ftyp(), index(version, distance), padding, moov, atom("mdat", zeros(2000))));
+        };
+        EXPECT_THAT(reason(toMovie), IsEmpty());
+        EXPECT_THAT(reason(behindMovie), HasSubstr("segment index"));
+    }
+}
+
+TEST(KXMP4EditSafetyFragments, EachReferenceOfASegmentIndexCountsFromTheOneBefore)
+{
+    Bytes const padding = atom("free", zeros(100)), moov = moovWithTables(stco({}));
+    auto const reason = [&](std::uint32_t secondSize) {
+        Bytes const others = filled(8, 0xFF); // Of a reference: duration and access points.
+        Bytes const index = atom("sidx", u32(0), u32(1), u32(1000), u32(0), u32(0), u16(0), u16(2),
+            u32(static_cast<std::uint32_t>(padding.size())), others, u32(secondSize), others);
+        return reasonAgainstAdding(join(ftyp(), index, padding, moov, atom("mdat", zeros(2000))));
+    };
+    EXPECT_THAT(reason(0), IsEmpty());
+    EXPECT_THAT(reason(static_cast<std::uint32_t>(moov.size())), HasSubstr("segment index"));
+}
+
+TEST(KXMP4EditSafetyFragments, ItemsMayHaveSeveralExtents)
+{
+    // Whatever is no offset is a place behind the edit.
+    constexpr std::uint32_t behind = 8000, inFront = 8;
+    auto const reason = [](std::uint32_t version, std::uint32_t secondOffset) {
+        auto const number
+            = [&](std::uint32_t value) { return version < 2 ? u16(value) : u32(value); };
+        Bytes const method = version ? u16(0) : Bytes(), index = version ? u32(behind) : Bytes();
+        Bytes const item = join(number(behind), method, u16(behind), u32(0), u16(2), index,
+            u32(inFront), u32(behind), index, u32(secondOffset), u32(behind));
+        Bytes const items = atom("iloc", u32(version << 24), u16(0x4444), number(1), item);
+        return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
+            atom("meta", u32(0), items), atom("mdat", zeros(9000))));
+    };
+    for (std::uint32_t const version : { 0u, 1u, 2u }) {
+        EXPECT_THAT(reason(version, inFront), IsEmpty()) << version;
+        EXPECT_THAT(reason(version, behind), HasSubstr("items")) << version;
+    }
+}
+
+TEST(KXMP4EditSafetyFragments, ItemsAreLookedForWhereAllSizesAreKnown)
+{
+    constexpr std::uint32_t behind = 8000;
+    auto const reason = [](std::uint32_t version, std::uint32_t sizes, Bytes const& places) {
+        Bytes const items
+            = atom("iloc", u32(version << 24), u16(sizes), u32(1), u32(1), u16(0), u16(0), places);
+        return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
+            atom("meta", u32(0), items), atom("mdat", zeros(9000))));
+    };
+    EXPECT_THAT(reason(2, 0x0040, join(u32(behind), u16(3))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x4040, join(u32(8), u16(1), u32(behind - 8))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x8080, join(u64(8), u16(1), u64(behind - 8))), HasSubstr("items"));
+    // Sizes and versions that the standard does not know.
+    EXPECT_THAT(reason(2, 0x0090, join(u8(0), u64(behind), u16(1))), IsEmpty());
+    EXPECT_THAT(reason(2, 0x9000, join(u16(1), u8(0), u64(behind))), IsEmpty());
+    EXPECT_THAT(reason(3, 0x0040, join(u32(behind), u16(1))), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, ItemsInTheFileMatterBehindTheEdit)
+{
+    auto const items = [](std::uint32_t method, std::uint32_t place) {
+        return atom("meta", u32(0),
+            atom("iloc", u32(1 << 24), u16(0x4440), u16(1), u16(1), u16(method), u16(0), u32(place),
+                u16(1), u32(4), u32(10)));
+    };
+    Bytes const start = join(ftyp(), moovWithTables(stco({})));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 9000))), IsEmpty()) << "Not in the file.";
+    Bytes const media = atom("mdat", zeros(9000));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 8000), media)), HasSubstr("items"));
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(1, 8000), media)), IsEmpty());
+    EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 8), media)), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationMatterBehindTheEdit)
+{
+    auto const moov = [](std::uint32_t media) {
+        return moovWithTables(join(stco({ media }), atom("saio", u32(0), u32(1), u32(media))));
+    };
+    EXPECT_THAT(reasonAgainstAdding(moovFirst(moov)), HasSubstr("auxiliary"));
+    EXPECT_THAT(reasonAgainstAdding(moovLast(moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, AuxiliaryInformationMayHaveATypeAndOffsetsOf64Bits)
+{
+    Bytes const padding = atom("free", zeros(2000));
+    for (std::uint32_t const version : { 0u, 1u }) {
+        auto const reason = [&](bool isBehind) {
+            return reasonAgainstAdding(join(moovLast([&](std::uint32_t media) {
+                std::uint32_t const behind = media + 1500, offset = isBehind ? behind : media;
+                return moovWithTables(join(stco({ media }),
+                    atom("saio", u32(version << 24 | 1), text("type"), u32(behind), u32(1),
+                        version ? u64(offset) : u32(offset))));
+            }),
+                padding));
+        };
+        EXPECT_THAT(reason(false), IsEmpty()) << version;
+        EXPECT_THAT(reason(true), HasSubstr("auxiliary")) << version;
+    }
+}
+
+TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationInAFragmentCountFromItsStart)
+{
+    auto const fragmentWith = [](std::uint32_t offset) {
+        return atom("moof",
+            atom("traf", atom("tfhd", u32(0), u32(1)), atom("saio", u32(0), u32(1), u32(offset))));
+    };
+    // A place in the file behind the edit, and one past its end from the start of the fragment.
+    auto const behindMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragmentWith(behindMovie))), IsEmpty());
+    Bytes const moov = moovWithTables(stco({}));
+    auto const beyond = static_cast<std::uint32_t>(100 + moov.size());
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), fragmentWith(beyond), moov, atom("mdat", zeros(500)))),
+        HasSubstr("auxiliary"));
+}
+
+TEST(KXMP4EditSafetyFragments,
+    AnAtomWithoutChildrenThatRunsPastItsParentIsNoHindranceInFrontOfTheEdit)
+{
+    Bytes const broken = atom("trak", atom("mdia", atomClaiming(0x70000000, "what")));
+    auto const file = moovFirst([&](std::uint32_t media) {
+        return atom("moov", broken, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+    Bytes const container = atom("trak", atom("mdia", atomClaiming(0x70000000, "minf")));
+    auto const walkedTwice = moovFirst([&](std::uint32_t media) {
+        return atom("moov", container, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_FALSE(reasonAgainstAdding(walkedTwice).empty());
+}
