@@ -112,6 +112,20 @@ TEST(KXMP4EditSafety, AtomsThatWereCutOffTogetherWithTheMovieAtomAreNoHindrance)
     EXPECT_FALSE(reasonAgainstRemoving(cutOffFile(lost + 1)).empty());
 }
 
+TEST(KXMP4EditSafety, AnAtomWithoutChildrenThatRunsPastItsParentIsNoHindranceInFrontOfTheEdit)
+{
+    Bytes const broken = atom("trak", atom("mdia", atomClaiming(0x70000000, "what")));
+    auto const file = moovFirst([&](std::uint32_t media) {
+        return atom("moov", broken, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+    Bytes const container = atom("trak", atom("mdia", atomClaiming(0x70000000, "minf")));
+    auto const walkedTwice = moovFirst([&](std::uint32_t media) {
+        return atom("moov", container, trackWithTables(stco({ media })), userData);
+    });
+    EXPECT_FALSE(reasonAgainstAdding(walkedTwice).empty());
+}
+
 TEST(KXMP4EditSafety, ATableThatIsCorrectedOnceMoreWhileItsOtherParentIsThereMatters)
 {
     // The metadata of the second user data runs on into the track, which is so found twice until
