@@ -80,18 +80,22 @@ KXFileData::Slot& KXFileData::nextSlot()
     return _slots[_current];
 }
 
-std::uint8_t const* KXFileData::bytesAt(std::uint64_t position, std::size_t count)
+/// The slot that has these bytes; null without one.
+KXFileData::Slot const* KXFileData::slotWith(std::uint64_t position, std::size_t count)
 {
     for (std::size_t i = 0; i < _usedSlots; ++i) {
         Slot const& slot = _slots[i];
         std::uint64_t const into = position - slot.start; // Wraps past any length when before it.
         if (into <= slot.length && count <= slot.length - into) {
             _current = i;
-            setWindow({ slot.bytes.get(), slot.start, slot.length });
-            return slot.bytes.get() + into;
+            return &slot;
         }
     }
+    return nullptr;
+}
 
+KXFileData::Slot& KXFileData::readSlotAt(std::uint64_t position, std::size_t count)
+{
     std::size_t const wanted = std::max(windowLengthAt(position), count);
     Slot& slot = nextSlot();
     if (slot.capacity < wanted) {
@@ -101,8 +105,16 @@ std::uint8_t const* KXFileData::bytesAt(std::uint64_t position, std::size_t coun
     slot.start = position;
     slot.length
         = readFile(position, slot.bytes.get(), std::min<std::uint64_t>(wanted, _length - position));
+    return slot;
+}
+
+std::uint8_t const* KXFileData::bytesAt(std::uint64_t position, std::size_t count)
+{
+    Slot const* const found = slotWith(position, count);
+    Slot const& slot = found ? *found : readSlotAt(position, count);
     setWindow({ slot.bytes.get(), slot.start, slot.length });
-    return count <= slot.length ? slot.bytes.get() : nullptr;
+    std::uint64_t const into = position - slot.start;
+    return count <= slot.length - into ? slot.bytes.get() + into : nullptr;
 }
 
 std::uint64_t KXFileData::copyBytesAt(

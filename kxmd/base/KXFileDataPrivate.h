@@ -33,6 +33,8 @@ private:
 
     std::size_t windowLengthAt(std::uint64_t position) const;
     Slot& nextSlot();
+    Slot const* slotWith(std::uint64_t position, std::size_t count);
+    Slot& readSlotAt(std::uint64_t position, std::size_t count);
     std::uint64_t readFile(std::uint64_t position, std::uint8_t* target, std::uint64_t count);
 
     int const _descriptor;

@@ -51,6 +51,11 @@ TEST(KXMP4EditSafetyFragments, FragmentsCountFromTheirBaseOrFromTheirStartIfThat
         HasSubstr("movie fragment"));
     EXPECT_THAT(
         reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, {}, behindMovie))), IsEmpty());
+    // The base of another track in front of it is not taken either.
+    Bytes const other = atom("traf", atom("tfhd", u32(hasBase), u32(1), u64(0)));
+    Bytes const cutOff = atom(
+        "traf", atom("tfhd", u32(hasBase), u32(2)), atom("trun", u32(1), u32(1), u32(behindMovie)));
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, atom("moof", other, cutOff))), IsEmpty());
 }
 
 TEST(KXMP4EditSafetyFragments, FragmentsWhoseMediaLiesBeyondTheEditMatter)
