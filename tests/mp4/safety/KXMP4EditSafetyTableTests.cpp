@@ -143,6 +143,19 @@ TEST(KXMP4EditSafetyTables, MediaInAnotherFileDoesNotMove)
     EXPECT_THAT(reasonAgainstAdding(file(1, 9000)), IsEmpty());
 }
 
+TEST(KXMP4EditSafetyTables, AReferenceTooSmallForItsFieldsNamesNoOtherFile)
+{
+    auto const reason = [](std::uint32_t size) {
+        Bytes const reference = atomClaiming(size, "url ", u32(0));
+        return reasonAgainstAdding(moovFirst([&](std::uint32_t media) {
+            return moovWithTables(
+                stco({ media }), atom("dinf", atom("dref", u32(0), u32(1), reference)));
+        }));
+    };
+    EXPECT_THAT(reason(11), IsEmpty());
+    EXPECT_THAT(reason(12), HasSubstr("another file"));
+}
+
 TEST(KXMP4EditSafetyTables, AnEntryThatStaysMattersWhereItMayBeOfThisFile)
 {
     // The first entry, in front of the edit, ends the correction of the table.
