@@ -119,7 +119,7 @@ TEST_P(TextOfAnyReader, UnknownEncodingFails)
     EXPECT_EQ(reader->offset(), 0u);
 }
 
-TEST_P(TextOfAnyReader, StopsJustBehindTheTerminator)
+TEST_P(TextOfAnyReader, StopsJustAfterTheTerminator)
 {
     struct {
         KXStringEncoding encoding;

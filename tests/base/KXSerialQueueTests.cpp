@@ -65,7 +65,7 @@ TEST(KXSerialQueue, RunsEachWorkOnceWhoeverSubmitsIt)
     EXPECT_THAT(counts, testing::Each(1));
 }
 
-TEST(KXSerialQueue, WorkSubmittedByAWorkRunsBehindTheOthers)
+TEST(KXSerialQueue, WorkSubmittedByAWorkRunsAfterTheOthers)
 {
     KXSerialQueue queue("org.example.work");
     std::vector<std::string> order;

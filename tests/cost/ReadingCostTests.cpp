@@ -1,5 +1,5 @@
 // What reading a file's metadata asks of the kernel. A program of its own, since it counts the
-// calls by functions that stand in front of the C library's.
+// calls by functions that stand before the C library's.
 
 #include "kxmd/core/KXMDFileMeta.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
@@ -49,7 +49,7 @@ void expectWholeMetadata(KXMDFileMeta const& meta)
     EXPECT_EQ(meta.audioCodecsInfo().at(0).profile(), 2);
 }
 
-/// A file with `count` media atoms of this size in front of the movie. The media is never written
+/// A file with `count` media atoms of this size before the movie. The media is never written
 /// and takes no room on the disk.
 std::string sparseMovie(TemporaryFolder const& folder, std::uint32_t mediaSize, int count)
 {

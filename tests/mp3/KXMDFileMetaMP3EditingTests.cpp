@@ -244,8 +244,8 @@ TEST_F(KXMDFileMetaMP3Editing, CoversInTheTagsLastTenBytesStay)
 {
     Bytes const cover = pictureFrame(ID3::v23, jpeg(10, 10, 100));
     Bytes const frames = join(title(ID3::v23), cover, cover);
-    auto const behindFirst = static_cast<std::uint32_t>(10 + title(ID3::v23).size() + cover.size());
-    for (std::uint32_t size = behindFirst - 15; size < behindFirst + 15; ++size) {
+    auto const afterFirst = static_cast<std::uint32_t>(10 + title(ID3::v23).size() + cover.size());
+    for (std::uint32_t size = afterFirst - 15; size < afterFirst + 15; ++size) {
         auto const data = editable(join(tagClaiming(0x0300, 0, size, frames), sound));
         auto const expected = editable(bytesOf(*data));
         EXPECT_EQ(KXMDFileMetaMP3().removeAlbumCoverFromData(data), removeOneByOne(expected));
@@ -261,7 +261,7 @@ TEST_F(KXMDFileMetaMP3Editing, AHundredThousandEmptyCoversAreRemoved)
             = frameClaiming(version, 1, version == ID3::v22 ? "PIC" : "APIC", zeros(1));
         Bytes const frames = join(title(version), repeated(cover, count));
         auto const length = static_cast<std::uint32_t>(frames.size());
-        // Padding behind the last, none, and a tag that ends within the last.
+        // Padding after the last, none, and a tag that ends within the last.
         for (std::uint32_t const size : { length + 10, length, length - 3 }) {
             auto const versionWord = static_cast<std::uint32_t>(version);
             auto const data = editable(join(tagClaiming(versionWord, 0, size, frames), sound));

@@ -39,7 +39,7 @@ KXSize coverSize(Bytes const& body)
     return parsed(frame(ID3::v23, "APIC", body))->albumCoverSize();
 }
 
-/// What a picture frame of v2.3 has in front of its picture.
+/// What a picture frame of v2.3 has before its picture.
 Bytes pictureHead(std::uint32_t encoding, std::uint32_t pictureType, Bytes const& description)
 {
     return join(u8(encoding), text("image/jpeg"), u8(0), u8(pictureType), description);

@@ -50,7 +50,7 @@ std::vector<Refusal> refusals()
     return {
         { "nothing", {}, {} },
         { "other identifier", text("IDE\3\0\0\0\0\0\0"), {} },
-        { "tag behind the start", join(u8(0), whole), {} },
+        { "tag after the start", join(u8(0), whole), {} },
         { "cut in the identifier", firstBytes(2), {} },
         { "cut in the version", firstBytes(4), {} },
         { "no flags", firstBytes(5), {} },
@@ -302,7 +302,7 @@ TEST(KXMDFileMetaMP3, PaddingEndsTheFrames)
     EXPECT_EQ(meta.frames()->size(), 1u);
 }
 
-TEST(KXMDFileMetaMP3, ExtendedHeaderOfVersion3IsSkippedBehindItsSize)
+TEST(KXMDFileMetaMP3, ExtendedHeaderOfVersion3IsSkippedAfterItsSize)
 {
     LogCapture const log;
     KXMDFileMetaMP3 meta;

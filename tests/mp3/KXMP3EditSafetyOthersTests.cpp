@@ -190,9 +190,9 @@ TEST_F(MP3EditSafetyOthers, ZerosInAFrameWhoseSizeIsNotSyncSafeAreNoPadding)
 {
     Bytes const content = join(filled(50, 'p'), zeros(100), filled(150, 'p')); // 44 in seven bits.
     Bytes const title = frame(ID3::v24, "TIT2", filled(8, 't'));
-    for (Bytes const& behind : { title, zeros(100), Bytes() }) {
+    for (Bytes const& after : { title, zeros(100), Bytes() }) {
         Bytes const frames
-            = join(title, frameWithSizeIn(8, "PRIV", join(zeros(60), content)), behind);
+            = join(title, frameWithSizeIn(8, "PRIV", join(zeros(60), content)), after);
         auto const size = static_cast<std::uint32_t>(frames.size());
         Bytes const file = join(tagClaiming(0x0400, 0, size, frames), filled(500, 'U'));
         EXPECT_EQ(KXMP3EditSafety(*reader(file)).reasonAgainstAddingAlbumCoverOfSize(1000),

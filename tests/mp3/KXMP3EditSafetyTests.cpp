@@ -48,7 +48,7 @@ Bytes coveredFile(ID3 version)
         sound);
 }
 
-/// What lies behind the tag, by the size in its header.
+/// What lies after the tag, by the size in its header.
 Bytes soundOf(Bytes const& file)
 {
     std::size_t size = 10;

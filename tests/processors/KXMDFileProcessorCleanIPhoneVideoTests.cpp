@@ -31,12 +31,12 @@ Bytes entryWithWave(Bytes const& nested)
         1);
 }
 
-/// A movie of one track, whose two chunks are `media`, with these atoms behind the track.
-Bytes movie(Bytes const& entry, Bytes const& behindTrack)
+/// A movie of one track, whose two chunks are `media`, with these atoms after the track.
+Bytes movie(Bytes const& entry, Bytes const& afterTrack)
 {
     auto const withChunkAt = [&](std::uint32_t chunk) {
         auto const sound = track("soun", stsd(entry), { chunk, chunk + 32 });
-        return join(ftyp(), atom("moov", sound, behindTrack));
+        return join(ftyp(), atom("moov", sound, afterTrack));
     };
     auto const start = static_cast<std::uint32_t>(withChunkAt(0).size() + 8);
     return join(withChunkAt(start), media);

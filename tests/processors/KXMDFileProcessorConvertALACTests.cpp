@@ -114,7 +114,7 @@ TEST_F(KXMDFileProcessorConvertALACTest, SuccessWithoutAFileGivesNothing)
     EXPECT_FALSE(processor().processedFileDataForFileProxy(proxy, nullptr));
 }
 
-TEST_F(KXMDFileProcessorConvertALACTest, CacheStaysBehindTheReader)
+TEST_F(KXMDFileProcessorConvertALACTest, CacheStaysAfterTheReader)
 {
     taskRunner->setOutput(text("converted"));
     processor().processedFileDataForFileProxy(proxy, nullptr).reset();

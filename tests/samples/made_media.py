@@ -31,7 +31,7 @@ ENCODED = {
     "sidx.mp4": (MOVING, PICTURE, FRAGMENTS + "+dash+skip_trailer"),
     "global-sidx.mp4": (MOVING, PICTURE,
                         FRAGMENTS + "+default_base_moof+global_sidx+skip_trailer"),
-    "fragments-behind-media.mp4": (MOVING + TONE, PICTURE + SOUND, "frag_keyframe+skip_trailer"),
+    "fragments-after-media.mp4": (MOVING + TONE, PICTURE + SOUND, "frag_keyframe+skip_trailer"),
     "tone.mp3": (TONE, ["-c:a", "libmp3lame", "-b:a", "64k", "-id3v2_version", "3"], None),
     "tone-4.mp3": (TONE, ["-c:a", "libmp3lame", "-b:a", "64k", "-id3v2_version", "4"], None),
 }
@@ -88,7 +88,7 @@ def top_level(data):
 
 
 def split_movie(data, second_half_first):
-    """The file as media, movie, media; the chunks of the first half of the media in front or behind."""
+    """The file as media, movie, media; the chunks of the first half of the media in front or after."""
     media, ftyp = top_level(data)
     values = sorted(v for _, fields in media_atoms.offset_tables(data) for _, _, v in fields)
     middle = values[len(values) // 2]
@@ -107,7 +107,7 @@ def split_movie(data, second_half_first):
 
 
 def wide_tables(data, is_first):
-    """The file with 64-bit tables, the movie in front of the media or behind it."""
+    """The file with 64-bit tables, the movie before the media or after it."""
     media, ftyp = top_level(data)
     payload = data[media.body:media.end]
     moov_size = len(with_chunk_offsets(data, lambda value: value, wide=True))
@@ -118,7 +118,7 @@ def wide_tables(data, is_first):
 
 
 def wide_media(data):
-    """The file with a 64-bit size of its media, behind the movie."""
+    """The file with a 64-bit size of its media, after the movie."""
     media, ftyp = top_level(data)
     payload = data[media.body:media.end]
     start = len(ftyp) + len(with_chunk_offsets(data, lambda value: value)) + 16
@@ -128,7 +128,7 @@ def wide_media(data):
 
 
 def one_table_wide(data):
-    """The movie in front of the media, with 64-bit offsets in the last track only."""
+    """The movie before the media, with 64-bit offsets in the last track only."""
     media, ftyp = top_level(data)
     tables = list(media_atoms.offset_tables(data))
 
@@ -169,7 +169,7 @@ def make(folder):
 
 
 def open_end(data):
-    """The movie in front of media that reaches to the end of the file."""
+    """The movie before media that reaches to the end of the file."""
     media, ftyp = top_level(data)
     start = len(ftyp) + len(with_chunk_offsets(data, lambda value: value)) + 8
     moov = with_chunk_offsets(data, lambda value: value - media.body + start)

@@ -76,7 +76,7 @@ def offset_tables(data):
 
 def places_named(data):
     """What each offset in the file points to: (kind of atom, the next bytes, or None outside). No bytes
-    behind the end of the atom that they lie in, since those may be a size."""
+    after the end of the atom that they lie in, since those may be a size."""
     found = [(atom.kind[:2], value) for atom, fields in offset_tables(data) for _, _, value in fields]
     base = fragment = 0
     for atom in all_atoms(data):

@@ -32,7 +32,7 @@ except ImportError:
     mutagen = None
 
 SKIPPED = 77
-# A FLAC file behind an ID3v2 tag: others see the tags of the FLAC only, and no cover in front of it.
+# A FLAC file after an ID3v2 tag: others see the tags of the FLAC only, and no cover before it.
 UNLIKE_OTHERS = {"devsnd-tinytag__with_id3_header.flac"}
 LARGEST = 600 << 10  # Larger samples say nothing new.
 
@@ -67,7 +67,7 @@ def tags_of(path):
 
 
 def mutagen_tags(path):
-    """All tags, with those in front of what mutagen does not know; None where there are none."""
+    """All tags, with those before what mutagen does not know; None where there are none."""
     for read in (lambda: mutagen.File(path).tags, lambda: mutagen.id3.ID3(path)):
         try:
             tags = read()
@@ -89,8 +89,8 @@ def cover_of(path):
     return pictures[0].data if pictures else None
 
 
-def sound_behind_tag(data):
-    """What lies behind an ID3v2 tag, whose size is that of its frames and padding."""
+def sound_after_tag(data):
+    """What lies after an ID3v2 tag, whose size is that of its frames and padding."""
     size = sum((byte & 0x7F) << shift for byte, shift in zip(data[6:10], (21, 14, 7, 0)))
     return data[10 + size:]
 
@@ -185,7 +185,7 @@ class Edits:
         if self.is_movie:
             if after != media_atoms.without(self.before, media_atoms.covers(self.before)):
                 self.blame(name, "other bytes have changed")
-        elif sound_behind_tag(after) != sound_behind_tag(self.before):
+        elif sound_after_tag(after) != sound_after_tag(self.before):
             self.blame(name, "the sound has changed")
 
     def expect_cover(self, name, after):
@@ -196,7 +196,7 @@ class Edits:
                 self.blame(name, "other bytes have changed")
             if len(media_atoms.covers(after)) != 1:
                 self.blame(name, "not one cover")
-        elif sound_behind_tag(after) != sound_behind_tag(self.before):
+        elif sound_after_tag(after) != sound_after_tag(self.before):
             self.blame(name, "the sound has changed")
         cover = cover_of(self.output)
         if cover is not None and not cover.startswith(b"\xff\xd8"):

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// What was allocated, counted by an operator new that stands in front of the C++ library's own.
+/// What was allocated, counted by an operator new that stands before the C++ library's own.
 /// Linking Allocations.cpp into a program is enough.
 struct Allocations {
     std::uint64_t count { 0 };

@@ -27,7 +27,7 @@ Bytes u64(std::uint64_t value);
 Bytes zeros(std::size_t count);
 Bytes filled(std::size_t count, std::uint8_t value);
 Bytes syncSafe(std::uint32_t value); ///< Four bytes of seven bits.
-Bytes utf16(std::u16string_view text); ///< Little-endian behind a byte-order mark.
+Bytes utf16(std::u16string_view text); ///< Little-endian after a byte-order mark.
 Bytes utf16BigEndian(std::u16string_view text); ///< Without a byte-order mark.
 
 inline Bytes join() { return {}; }

@@ -21,14 +21,14 @@ inline Bytes const cover = covr(13, jpeg(8, 8, 100));
 inline Bytes const title = tagAtom("\xA9nam", "Title");
 inline Bytes const userData = userDataWithTags(join(cover, title));
 
-/// The movie atom in front of its media, whose position `moovFor` is given.
+/// The movie atom before its media, whose position `moovFor` is given.
 inline Bytes moovFirst(std::function<Bytes(std::uint32_t media)> const& moovFor)
 {
     auto const position = static_cast<std::uint32_t>(ftyp().size() + moovFor(0).size() + 8);
     return join(ftyp(), moovFor(position), atom("mdat", filled(mediaLength, 'm')));
 }
 
-/// The media in front of the movie atom.
+/// The media before the movie atom.
 inline Bytes moovLast(std::function<Bytes(std::uint32_t media)> const& moovFor)
 {
     auto const position = static_cast<std::uint32_t>(ftyp().size() + 8);

@@ -68,7 +68,7 @@ inline Bytes jfif() { return app(0, join(text("JFIF"), zeros(10))); }
 /// The segment of an EXIF block.
 inline Bytes exif(Bytes const& tiff) { return app(1, join(text("Exif"), zeros(2), tiff)); }
 
-/// The JPEG file with another segment behind its start.
+/// The JPEG file with another segment after its start.
 inline Bytes withSegment(Bytes const& jpeg, Bytes const& segment)
 {
     return join(startOfImage, segment, Bytes(jpeg.begin() + 2, jpeg.end()));

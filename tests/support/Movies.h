@@ -23,7 +23,7 @@ struct Movie {
     std::array<std::int32_t, 4> matrix { 1, 0, 0, 1 }; ///< a, b, c, d (ISO/IEC 14496-12, 8.3.2).
     std::uint32_t posterTime { 0 }; ///< In frames.
     bool isHeaderLast { false };
-    build::Bytes userData {}; ///< Atoms behind the track.
+    build::Bytes userData {}; ///< Atoms after the track.
     build::Bytes atomsInFront {}; ///< Of the track.
     build::Bytes trackChildren {}; ///< Atoms within the track, such as its edit list.
     bool isEnabled { true }; ///< Whether players show the track by themselves.

@@ -34,12 +34,12 @@ inline build::Bytes textChunk(std::string const& key, std::string const& value)
     return build::pngChunk("tEXt", build::join(build::text(key), build::u8(0), build::text(value)));
 }
 
-/// The PNG file with more chunks behind its header chunk.
+/// The PNG file with more chunks after its header chunk.
 inline build::Bytes withChunks(build::Bytes const& png, std::vector<build::Bytes> const& chunks)
 {
-    auto const behindHeader = png.begin() + 33;
-    return build::join(build::Bytes(png.begin(), behindHeader), build::concatenated(chunks),
-        build::Bytes(behindHeader, png.end()));
+    auto const afterHeader = png.begin() + 33;
+    return build::join(build::Bytes(png.begin(), afterHeader), build::concatenated(chunks),
+        build::Bytes(afterHeader, png.end()));
 }
 
 }

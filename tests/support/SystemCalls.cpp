@@ -10,7 +10,7 @@ namespace {
 
 thread_local SystemCalls counted;
 
-/// The function of the C library (or of a sanitizer) that ours stands in front of.
+/// The function of the C library (or of a sanitizer) that ours stands before.
 template <class Function> Function* next(char const* name)
 {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));

@@ -88,11 +88,11 @@ TEST(KXMDExifDirectory, PreviewIsDecoded)
     for (TIFF const someOrder : { TIFF::II, TIFF::MM }) {
         Bytes const preview = encodedPreview();
         auto const length = static_cast<std::uint32_t>(preview.size());
-        std::uint32_t const behind = firstDirectory + directoryLength(2);
+        std::uint32_t const after = firstDirectory + directoryLength(2);
         KXMDExifParser parser;
         EXPECT_TRUE(parser.parseAbstractData(*reader(fileOf(tiff(someOrder,
             directory(someOrder,
-                { entry(someOrder, offsetTag, behind), entry(someOrder, lengthTag, length) }),
+                { entry(someOrder, offsetTag, after), entry(someOrder, lengthTag, length) }),
             preview)))));
         ASSERT_TRUE(parser.thumbnail());
         EXPECT_EQ(parser.thumbnail()->size(), (KXSize { 32, 16 }));
@@ -117,14 +117,14 @@ TEST(KXMDExifDirectory, ChainThatBitesItsTailEnds)
 
 TEST(KXMDExifDirectory, ChainMayGoBackwards)
 {
-    // The first directory stands where it must, the second behind the third.
+    // The first directory stands where it must, the second after the third.
     Bytes const preview = encodedPreview();
     auto const length = static_cast<std::uint32_t>(preview.size());
     std::uint32_t const third = firstDirectory + directoryLength(0);
     std::uint32_t const second = third + directoryLength(2);
-    std::uint32_t const behind = second + directoryLength(0);
+    std::uint32_t const after = second + directoryLength(0);
     EXPECT_TRUE(findsPreview(fileOf(tiff(order, directory(order, {}, second),
-        directory(order, { entry(order, offsetTag, behind), entry(order, lengthTag, length) }),
+        directory(order, { entry(order, offsetTag, after), entry(order, lengthTag, length) }),
         directory(order, {}, third), preview))));
 }
 
@@ -187,11 +187,11 @@ TEST(KXMDExifDirectory, OverlappingDirectoriesAreBoundedToo)
 TEST(KXMDExifDirectory, CountLargerThanTheFileEndsAtItsEnd)
 {
     EXPECT_FALSE(findsPreview(fileOf(tiff(order, u16(0xFFFF), orientation(order, 1)))));
-    // The preview is still found in front of the end.
+    // The preview is still found before the end.
     Bytes const preview = encodedPreview();
     auto const length = static_cast<std::uint32_t>(preview.size());
-    std::uint32_t const behind = firstDirectory + 2 + 2 * static_cast<std::uint32_t>(entryLength);
-    EXPECT_TRUE(findsPreview(fileOf(tiff(order, u16(0xFFFF), entry(order, offsetTag, behind),
+    std::uint32_t const after = firstDirectory + 2 + 2 * static_cast<std::uint32_t>(entryLength);
+    EXPECT_TRUE(findsPreview(fileOf(tiff(order, u16(0xFFFF), entry(order, offsetTag, after),
         entry(order, lengthTag, length), preview))));
 }
 
@@ -199,9 +199,9 @@ TEST(KXMDExifDirectory, NothingIsKeptOfTheFileBefore)
 {
     Bytes const preview = encodedPreview();
     auto const length = static_cast<std::uint32_t>(preview.size());
-    std::uint32_t const behind = firstDirectory + directoryLength(1);
+    std::uint32_t const after = firstDirectory + directoryLength(1);
     // Each names one half of a preview that would be there.
-    for (Bytes const& half : { entry(order, offsetTag, behind), entry(order, lengthTag, length) }) {
+    for (Bytes const& half : { entry(order, offsetTag, after), entry(order, lengthTag, length) }) {
         KXMDExifParser parser;
         EXPECT_TRUE(parser.parseAbstractData(*reader(fileWithEntriesBeforePreview(0, preview))));
         EXPECT_TRUE(parser.thumbnail());
@@ -235,16 +235,16 @@ TEST(KXMDExifDirectory, PartsMayBeReadByThemselves)
 {
     Bytes const preview = encodedPreview();
     auto const length = static_cast<std::uint32_t>(preview.size());
-    std::uint32_t const behind = firstDirectory + directoryLength(2);
+    std::uint32_t const after = firstDirectory + directoryLength(2);
     Bytes const block = tiff(order,
-        directory(order, { entry(order, offsetTag, behind), entry(order, lengthTag, length) }),
+        directory(order, { entry(order, offsetTag, after), entry(order, lengthTag, length) }),
         preview);
 
     auto const data = reader(join(text("Exif"), zeros(2), block));
     KXMDExifParser ofBlock;
     EXPECT_TRUE(ofBlock.readExifData(*data, 0));
     EXPECT_TRUE(ofBlock.thumbnail());
-    EXPECT_EQ(ofBlock.thumbnailAddress(), 6u + behind);
+    EXPECT_EQ(ofBlock.thumbnailAddress(), 6u + after);
 
     data->setOffset(6 + firstDirectory);
     KXMDExifParser ofDirectories;

@@ -17,7 +17,7 @@ constexpr TIFF bothOrders[] { TIFF::II, TIFF::MM };
 constexpr std::uint32_t offsetTag = 0x0201; // JPEGInterchangeFormat.
 constexpr std::uint32_t lengthTag = 0x0202;
 constexpr std::uint32_t otherTag = 0x010F; // The camera's maker.
-constexpr std::uint64_t baseBehindStart = 12; // Of a block right behind the start of image.
+constexpr std::uint64_t baseAfterStart = 12; // Of a block right after the start of image.
 constexpr std::uint32_t firstDirectory = 8;
 
 /// Tests with a picture loader that takes words for pictures.
@@ -42,26 +42,26 @@ protected:
     KXMDExifParser parser { platform };
 };
 
-/// A block whose second directory has the preview, which stands behind it.
+/// A block whose second directory has the preview, which stands after it.
 Bytes blockWithPreview(TIFF order)
 {
     std::uint32_t const second = firstDirectory + directoryLength(2);
-    std::uint32_t const behind = second + directoryLength(3);
+    std::uint32_t const after = second + directoryLength(3);
     return exif(
         tiff(order, directory(order, { orientation(order, 1), entry(order, otherTag, 7) }, second),
             directory(order,
-                { entry(order, 0x0103, 6, tiffShort), entry(order, offsetTag, behind),
+                { entry(order, 0x0103, 6, tiffShort), entry(order, offsetTag, after),
                     entry(order, lengthTag, 7) }),
             text("preview")));
 }
 
-/// A block with these entries in its only directory, and the preview behind it.
+/// A block with these entries in its only directory, and the preview after it.
 Bytes blockWithEntries(TIFF order, std::vector<Bytes> const& entries)
 {
     return exif(tiff(order, directory(order, entries), text("preview")));
 }
 
-std::uint32_t behindDirectory(std::uint32_t entries)
+std::uint32_t afterDirectory(std::uint32_t entries)
 {
     return firstDirectory + directoryLength(entries);
 }
@@ -79,13 +79,13 @@ TEST_F(KXMDExifParserTest, FindsThePreviewInBothByteOrders)
         auto const data = reader(join(startOfImage, blockWithPreview(order), endOfImage));
         EXPECT_TRUE(other.parseAbstractData(*data));
         EXPECT_EQ(other.thumbnail(), preview);
-        EXPECT_EQ(other.thumbnailAddress(), baseBehindStart + 8 + 30 + 42);
+        EXPECT_EQ(other.thumbnailAddress(), baseAfterStart + 8 + 30 + 42);
         EXPECT_EQ(other.thumbnailLength(), 7u);
     }
     EXPECT_THAT(words(), ElementsAre("preview", "preview"));
 }
 
-TEST_F(KXMDExifParserTest, BlockMayStandBehindTheJFIFSegment)
+TEST_F(KXMDExifParserTest, BlockMayStandAfterTheJFIFSegment)
 {
     EXPECT_TRUE(parse(join(startOfImage, jfif(), blockWithPreview(TIFF::MM), endOfImage)));
     EXPECT_EQ(parser.thumbnail(), preview);
@@ -94,7 +94,7 @@ TEST_F(KXMDExifParserTest, BlockMayStandBehindTheJFIFSegment)
     EXPECT_EQ(words().size(), 3u);
 }
 
-TEST_F(KXMDExifParserTest, BlockBehindAnyOtherSegmentIsRefused)
+TEST_F(KXMDExifParserTest, BlockAfterAnyOtherSegmentIsRefused)
 {
     Bytes const block = blockWithPreview(TIFF::MM);
     EXPECT_FALSE(parse(join(startOfImage, jfif(), app(2, zeros(4)), block)));
@@ -150,7 +150,7 @@ TEST_F(KXMDExifParserTest, BlockMustBearItsIdentifier)
 {
     Bytes const inside = tiff(TIFF::MM, directory(TIFF::MM, {}));
     EXPECT_TRUE(parse(join(startOfImage, app(1, join(text("Exif"), zeros(2), inside)))));
-    // The two bytes behind it may be anything.
+    // The two bytes after it may be anything.
     EXPECT_TRUE(parse(join(startOfImage, app(1, join(text("Exif"), text("??"), inside)))));
     for (char const* identifier : { "exif", "EXIF", "Exiv", "http" })
         EXPECT_FALSE(parse(join(startOfImage, app(1, join(text(identifier), zeros(2), inside)))))
@@ -204,7 +204,7 @@ TEST_F(KXMDExifParserTest, BlockWithoutPreviewIsStillOne)
 TEST_F(KXMDExifParserTest, PreviewMayBeNamedInTheFirstDirectoryInEitherOrder)
 {
     for (TIFF const order : bothOrders) {
-        Bytes const offset = entry(order, offsetTag, behindDirectory(3));
+        Bytes const offset = entry(order, offsetTag, afterDirectory(3));
         Bytes const length = entry(order, lengthTag, 7);
         Bytes const other = entry(order, otherTag, 0xFFFF);
         for (auto const& entries : { std::vector { offset, length, other },
@@ -218,7 +218,7 @@ TEST_F(KXMDExifParserTest, PreviewMayBeNamedInTheFirstDirectoryInEitherOrder)
 
 TEST_F(KXMDExifParserTest, OffsetCountsFromTheHeader)
 {
-    std::uint32_t const second = behindDirectory(0);
+    std::uint32_t const second = afterDirectory(0);
     Bytes const block = exif(tiff(TIFF::II, directory(TIFF::II, {}, second),
         directory(
             TIFF::II, { entry(TIFF::II, offsetTag, 0x1234), entry(TIFF::II, lengthTag, 7) })));
@@ -236,7 +236,7 @@ TEST_F(KXMDExifParserTest, TypeAndCountOfAnEntryDoNotMatter)
             parser.setThumbnail(nullptr);
             EXPECT_TRUE(parse(join(startOfImage,
                 blockWithEntries(order,
-                    { entry(order, offsetTag, behindDirectory(2), type, 0),
+                    { entry(order, offsetTag, afterDirectory(2), type, 0),
                         entry(order, lengthTag, 7, type, 0xFFFFFFFF) }))));
             EXPECT_EQ(parser.thumbnail(), preview) << type;
         }
@@ -247,9 +247,9 @@ TEST_F(KXMDExifParserTest, HalvesMayStandInDifferentDirectories)
 {
     for (auto const& [first, second] :
         { std::pair(offsetTag, lengthTag), { lengthTag, offsetTag } }) {
-        std::uint32_t const next = behindDirectory(1), behind = next + directoryLength(1);
-        auto const half = [behind](std::uint32_t tag) {
-            return entry(TIFF::MM, tag, tag == offsetTag ? behind : 7);
+        std::uint32_t const next = afterDirectory(1), after = next + directoryLength(1);
+        auto const half = [after](std::uint32_t tag) {
+            return entry(TIFF::MM, tag, tag == offsetTag ? after : 7);
         };
         parser.setThumbnail(nullptr);
         EXPECT_TRUE(parse(join(startOfImage,
@@ -261,11 +261,11 @@ TEST_F(KXMDExifParserTest, HalvesMayStandInDifferentDirectories)
 
 TEST_F(KXMDExifParserTest, LengthZeroIsNotFoundAndTheWalkGoesOn)
 {
-    std::uint32_t const next = behindDirectory(2), behind = next + directoryLength(1);
+    std::uint32_t const next = afterDirectory(2), after = next + directoryLength(1);
     auto const block = [=](std::uint32_t lastLength) {
         return exif(tiff(TIFF::MM,
             directory(TIFF::MM,
-                { entry(TIFF::MM, offsetTag, behind), entry(TIFF::MM, lengthTag, 0) }, next),
+                { entry(TIFF::MM, offsetTag, after), entry(TIFF::MM, lengthTag, 0) }, next),
             directory(TIFF::MM, { entry(TIFF::MM, lengthTag, lastLength) }), text("preview")));
     };
     EXPECT_TRUE(parse(join(startOfImage, block(0))));
@@ -275,12 +275,12 @@ TEST_F(KXMDExifParserTest, LengthZeroIsNotFoundAndTheWalkGoesOn)
     EXPECT_EQ(parser.thumbnail(), preview);
 }
 
-TEST_F(KXMDExifParserTest, NothingIsReadBehindTheEntryThatCompletesThePreview)
+TEST_F(KXMDExifParserTest, NothingIsReadAfterTheEntryThatCompletesThePreview)
 {
     // The same tags once more, for another picture.
     EXPECT_TRUE(parse(join(startOfImage,
         blockWithEntries(TIFF::MM,
-            { entry(TIFF::MM, offsetTag, behindDirectory(4)), entry(TIFF::MM, lengthTag, 7),
+            { entry(TIFF::MM, offsetTag, afterDirectory(4)), entry(TIFF::MM, lengthTag, 7),
                 entry(TIFF::MM, offsetTag, 1), entry(TIFF::MM, lengthTag, 1) }))));
     EXPECT_THAT(words(), ElementsAre("preview"));
 }
@@ -289,7 +289,7 @@ TEST_F(KXMDExifParserTest, LaterValueReplacesAnEarlierOne)
 {
     EXPECT_TRUE(parse(join(startOfImage,
         blockWithEntries(TIFF::MM,
-            { entry(TIFF::MM, offsetTag, 1), entry(TIFF::MM, offsetTag, behindDirectory(3)),
+            { entry(TIFF::MM, offsetTag, 1), entry(TIFF::MM, offsetTag, afterDirectory(3)),
                 entry(TIFF::MM, lengthTag, 7) }))));
     EXPECT_THAT(words(), ElementsAre("preview"));
 }
@@ -321,14 +321,14 @@ TEST_F(KXMDExifParserTest, PreviewThatReachesBeyondTheFileIsNone)
     for (std::uint32_t const length : { 8u, 0x7FFFFFFFu, 0xFFFFFFFFu }) {
         EXPECT_TRUE(parse(join(startOfImage,
             blockWithEntries(TIFF::MM,
-                { entry(TIFF::MM, offsetTag, behindDirectory(2)),
+                { entry(TIFF::MM, offsetTag, afterDirectory(2)),
                     entry(TIFF::MM, lengthTag, length) }))));
         EXPECT_FALSE(parser.thumbnail()) << length;
     }
     EXPECT_TRUE(parse(join(startOfImage,
         blockWithEntries(
             TIFF::MM, { entry(TIFF::MM, offsetTag, 0xFFFFFFFF), entry(TIFF::MM, lengthTag, 1) }))));
-    EXPECT_EQ(parser.thumbnailAddress(), 0xFFFFFFFFull + baseBehindStart); // Does not wrap.
+    EXPECT_EQ(parser.thumbnailAddress(), 0xFFFFFFFFull + baseAfterStart); // Does not wrap.
     EXPECT_THAT(words(), IsEmpty());
 }
 
@@ -337,13 +337,13 @@ TEST_F(KXMDExifParserTest, PreviewThatIsNoPictureIsNoneThoughItWasFound)
     auto const data = reader(join(startOfImage,
         exif(tiff(TIFF::MM,
             directory(TIFF::MM,
-                { entry(TIFF::MM, offsetTag, behindDirectory(2)), entry(TIFF::MM, lengthTag, 6) }),
+                { entry(TIFF::MM, offsetTag, afterDirectory(2)), entry(TIFF::MM, lengthTag, 6) }),
             text("letter")))));
     EXPECT_TRUE(parser.parseAbstractData(*data));
     EXPECT_FALSE(parser.thumbnail());
     EXPECT_THAT(words(), ElementsAre("letter"));
-    data->setOffset(baseBehindStart + firstDirectory);
-    EXPECT_TRUE(parser.readTagsFromData(*data, baseBehindStart, KXSwap::yes));
+    data->setOffset(baseAfterStart + firstDirectory);
+    EXPECT_TRUE(parser.readTagsFromData(*data, baseAfterStart, KXSwap::yes));
 }
 
 TEST_F(KXMDExifParserTest, PreviewIsKeptWhenALaterFileHasNone)
@@ -358,7 +358,7 @@ TEST_F(KXMDExifParserTest, PreviewIsKeptWhenALaterFileHasNone)
     // One that is found but is no picture does replace it.
     EXPECT_TRUE(parse(join(startOfImage,
         blockWithEntries(TIFF::MM,
-            { entry(TIFF::MM, offsetTag, behindDirectory(2)), entry(TIFF::MM, lengthTag, 3) }))));
+            { entry(TIFF::MM, offsetTag, afterDirectory(2)), entry(TIFF::MM, lengthTag, 3) }))));
     EXPECT_FALSE(parser.thumbnail());
 }
 

@@ -48,8 +48,8 @@ TEST(KXMDQTParserOfMovies, PosterFrameIsShownInTheMoviesSize)
 TEST(KXMDQTParserOfMovies, FirstFrameIsShownWithoutAPosterFrame)
 {
     EXPECT_TRUE(isSolid(posterOf(Movie { .frames = { redFrame, greenFrame } }.file()), red));
-    Movie const behindTheEnd { .frames = { redFrame, greenFrame }, .posterTime = 1000 };
-    EXPECT_TRUE(isSolid(posterOf(behindTheEnd.file()), red));
+    Movie const afterTheEnd { .frames = { redFrame, greenFrame }, .posterTime = 1000 };
+    EXPECT_TRUE(isSolid(posterOf(afterTheEnd.file()), red));
 }
 
 TEST(KXMDQTParserOfMovies, HeaderMayComeLastInAShortFile)
@@ -60,7 +60,7 @@ TEST(KXMDQTParserOfMovies, HeaderMayComeLastInAShortFile)
 
 TEST(KXMDQTParserOfMovies, HeaderMustLieWithinTheFirstAttempt)
 {
-    // Behind the first half of a mebibyte the first attempt is an error, which is not forgotten.
+    // After the first half of a mebibyte the first attempt is an error, which is not forgotten.
     std::vector<Bytes> const frames(2000, redFrame);
     Movie const movie { .frames = frames, .isHeaderLast = true };
     Bytes const file = movie.file();

@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::uint64_t step = 524'288;
 
-/// A movie header's fields behind the version, up to the poster time.
+/// A movie header's fields after the version, up to the poster time.
 Bytes fieldsOfHeader(std::uint32_t timeScale, std::uint32_t posterTime)
 {
     return join(zeros(3 + 4 + 4), u32(timeScale), u32(9000), u32(0x10000), u16(0x100), zeros(10),
@@ -33,7 +33,7 @@ Bytes movieHeader(std::uint32_t timeScale, std::uint32_t posterTime)
     return atom("mvhd", u8(0), fieldsOfHeader(timeScale, posterTime), zeros(16));
 }
 
-/// A movie whose header is as given, with media behind it.
+/// A movie whose header is as given, with media after it.
 Bytes movieWithHeader(Bytes const& header)
 {
     return join(
@@ -159,7 +159,7 @@ TEST_F(KXMDQTParserTest, MovieIsOfferedTheBytesOfTheFile)
             first = data.readUInt32OrZero(KXSwap::yes);
             data.setOffset(data.length() - 1);
             last.push_back(data.readUInt8OrZero());
-            EXPECT_EQ(data.readUInt8OrZero(), 0); // Nothing behind.
+            EXPECT_EQ(data.readUInt8OrZero(), 0); // Nothing after.
             return nullptr;
         }
         mutable std::uint32_t first { 0 };
@@ -257,7 +257,7 @@ TEST_F(KXMDQTParserTest, WhatIsNoWholeHeaderMeansTheStart)
 {
     EXPECT_THAT(timesAskedFor({}), ElementsAre(0, 0));
     EXPECT_THAT(timesAskedFor(atom("mvhd")), ElementsAre(0, 0));
-    // Its fields would be those of the atom behind it.
+    // Its fields would be those of the atom after it.
     Bytes const fields = join(u8(0), fieldsOfHeader(600, 300));
     for (std::uint32_t const size : { 1u, 8u, 20u, 24u, 91u })
         EXPECT_THAT(timesAskedFor(atomClaiming(size, "mvhd", fields)), ElementsAre(0, 0)) << size;

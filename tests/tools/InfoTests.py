@@ -140,7 +140,7 @@ class InfoTests(CommandTestCase):
         self.assertEqual([(told["path"], told["size"]) for told in result.objects()],
                          [("[Live]", 3), ("{}", 4), ("[a,b]", 0)])
 
-    def test_path_behind_a_double_dash(self):
+    def test_path_after_a_double_dash(self):
         self.write("--json", b"abc")
         result = run("info", "--json", "--", "--json", cwd=self.folder)
         self.assertEqual(result.objects()[0]["size"], 3)

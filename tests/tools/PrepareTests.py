@@ -341,7 +341,7 @@ class PrepareTests(CommandTestCase):
         os.makedirs(place)
         self.assert_failure(self.prepare(), path, f"cannot be written to {place}: is a folder")
 
-    def test_slashes_behind_the_target_change_nothing(self):
+    def test_slashes_after_the_target_change_nothing(self):
         self.place("song.mp3")
         self.out += "//"
         file, _ = self.prepare("--json").objects()

@@ -109,7 +109,7 @@ class ProgressBarTests(CommandTestCase):
             terminal = show("files 4 0", f"{verb} one", "wait 110", "advance 1 0", f"{verb} two", stdout=stdout)
             start = "kxmd: path: " if verb == "error" else ""
             self.assertEqual(terminal.lines(), [f"{start}one", f"{start}two", ""])
-            # And it is there again behind each of them.
+            # And it is there again after each of them.
             below = terminal.written.split("\n")[1:]
             self.assertTrue(below[0].startswith("[>"), below)
             self.assertIn("1 of 4 files", below[1])

@@ -51,7 +51,7 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> placesIn(KXMP4Atom& root)
     return places;
 }
 
-/// A movie whose track has these chunk offsets, with 100 bytes of user data in front of them.
+/// A movie whose track has these chunk offsets, with 100 bytes of user data before them.
 Bytes movieWithUserDataFirst(std::vector<std::uint32_t> const& offsets)
 {
     return join(ftyp(),
@@ -288,7 +288,7 @@ TEST(KXMP4AtomEditing, AnEntryInFrontOfTheEditEndsEvenFourBillionEntries)
 
 TEST(KXMP4AtomEditing, ATableRunsOverWhatFollowsItWhenItClaimsMore)
 {
-    // Deliberate: the count is believed, as long as what follows lies behind the edit.
+    // Deliberate: the count is believed, as long as what follows lies after the edit.
     Bytes const table = atom("stco", u32(0), u32(3), u32(5000));
     Bytes const file
         = join(ftyp(), atom("moov", atom("udta", zeros(92)), table), u32(7000), u32(8000));
@@ -312,7 +312,7 @@ TEST(KXMP4AtomEditing, TheCountOfATableIsTakenFromTheBuffer)
     EXPECT_THAT(chunkOffsets(data), ElementsAre(4900, 5900, 7000));
 }
 
-TEST(KXMP4AtomEditing, EntriesInsideOfARemovedAtomMoveAsIfTheyLayBehindIt)
+TEST(KXMP4AtomEditing, EntriesInsideOfARemovedAtomMoveAsIfTheyLayAfterIt)
 {
     std::uint32_t const userData = static_cast<std::uint32_t>(ftyp().size()) + 8;
     Bytes const file = movieWithUserDataFirst({ userData + 99, userData + 50, userData + 1 });

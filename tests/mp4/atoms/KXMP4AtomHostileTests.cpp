@@ -39,7 +39,7 @@ Bytes nestedAtoms(std::size_t levels, std::string_view type)
     return bytes;
 }
 
-/// Pairs of a container that holds only the header of a second one, which claims everything behind
+/// Pairs of a container that holds only the header of a second one, which claims everything after
 /// it: all that follows is walked as its children, and then again as what follows the first.
 Bytes doublingContainers(int count)
 {

@@ -20,7 +20,7 @@ std::shared_ptr<KXMP4AtomSDExtEsds> esdsOf(Bytes const& atom)
     return lastAtom<KXMP4AtomSDExtEsds>(treeOf(atom), "esds");
 }
 
-/// A decoder configuration descriptor without what stands in front of it.
+/// A decoder configuration descriptor without what stands before it.
 Bytes configuration(std::uint32_t objectType, Bytes const& info)
 {
     return join(u8(4), u8(15 + static_cast<std::uint32_t>(info.size())), u8(objectType), u8(0x15),
@@ -75,7 +75,7 @@ TEST(KXMP4AtomSDExtEsds, HighEfficiencyAACHasChannelsOfItsObjectType)
     EXPECT_EQ(escaped->audioChannels(), 15);
 }
 
-TEST(KXMP4AtomSDExtEsds, VisualProfileAndLevelStandBehindTheStartCode)
+TEST(KXMP4AtomSDExtEsds, VisualProfileAndLevelStandAfterTheStartCode)
 {
     auto const atom = esdsOf(esds(visual, 0, 0, bytes({ 0, 0, 1, 0xB0, 0xF3, 0 })));
     EXPECT_EQ(atom->profile(), 15);

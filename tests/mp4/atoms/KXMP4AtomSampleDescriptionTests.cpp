@@ -130,7 +130,7 @@ TEST(KXMP4AtomStsd, VersionZeroReadsItsCount)
     EXPECT_EQ(table->noOfSampleDescriptions(), 1u);
 }
 
-TEST(KXMP4AtomStsd, OtherVersionsHaveTheirChildrenRightBehindTheVersion)
+TEST(KXMP4AtomStsd, OtherVersionsHaveTheirChildrenRightAfterTheVersion)
 {
     Bytes const table = atom("stsd", u8(1), soundEntry("samr"));
     auto const root = treeOf(atom("moov", track("soun", table)));

@@ -94,7 +94,7 @@ TEST(KXMP4Atom, Latin1TypeIsUTF8Text)
 
 TEST(KXMP4Atom, ChildThatRunsPastItsParentMovesThePositionBack)
 {
-    // "abcd" claims the bytes of "free" as well; they are read again behind "moov".
+    // "abcd" claims the bytes of "free" as well; they are read again after "moov".
     auto const root
         = treeOf(join(atomClaiming(16, "moov", atomClaiming(100, "abcd")), atom("free", zeros(4))));
     EXPECT_THAT(tagsOf(root->children()), ElementsAre("moov", "free"));
@@ -273,7 +273,7 @@ TEST(KXMP4Atom, SampleDescriptionsOfOtherTracksHaveNoChildren)
     EXPECT_EQ(tables[0]->trackType(), KXMP4TrackTypeNone);
 }
 
-TEST(KXMP4Atom, HandlerBehindTheSampleDescriptionCounts)
+TEST(KXMP4Atom, HandlerAfterTheSampleDescriptionCounts)
 {
     auto const root = treeOf(atom("moov",
         atom("trak",

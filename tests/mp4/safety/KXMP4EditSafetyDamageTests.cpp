@@ -131,7 +131,7 @@ private:
         return places;
     }
 
-    /// The first bytes there, up to the next box: what is inserted in front of that is in the midst
+    /// The first bytes there, up to the next box: what is inserted before that is in the midst
     /// of a chunk that runs into it.
     Bytes chunkAt(std::uint64_t place) const
     {
@@ -143,7 +143,7 @@ private:
         return chunk;
     }
 
-    /// The bytes behind the header, but for the entries of a table.
+    /// The bytes after the header, but for the entries of a table.
     Bytes unmaskedOrTable(Box const& box) const
     {
         auto const at = [&](std::uint64_t place) {
@@ -208,17 +208,17 @@ private:
         for (std::uint32_t i = 0; i < chunkCount; ++i)
             chunks = join(std::move(chunks), text("CHNK"), u32(i));
         Bytes const media = atom("mdat", chunks);
-        // How many of the chunks are found in front of the movie.
+        // How many of the chunks are found before the movie.
         auto const inFront = oneOf<std::uint32_t>({ 0, 0, 2, chunkCount });
         Bytes const front = inFront ? join(ftyp(), media) : ftyp();
 
         // Built twice of the same random numbers: for its length, and with the places of chunks.
         std::vector<std::uint32_t> places(chunkCount);
         auto const random = _random;
-        auto const behind = static_cast<std::uint32_t>(front.size() + moov(places).size());
+        auto const after = static_cast<std::uint32_t>(front.size() + moov(places).size());
         _random = random;
         for (std::uint32_t i = 0; i < chunkCount; ++i) {
-            auto const place = i < inFront ? static_cast<std::uint32_t>(ftyp().size()) : behind;
+            auto const place = i < inFront ? static_cast<std::uint32_t>(ftyp().size()) : after;
             places[i] = place + headerSize + i * chunkSize;
         }
         Bytes const movie = moov(places);

@@ -34,10 +34,10 @@ TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheirStartAreSafe)
         EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(flags, {}, 88))), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheStartOfTheFileMatterBehindTheEdit)
+TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheStartOfTheFileMatterAfterTheEdit)
 {
-    auto const behind = fragmentedStart.size();
-    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(1, u64(behind), 88))),
+    auto const after = fragmentedStart.size();
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(1, u64(after), 88))),
         HasSubstr("movie fragment"));
     Bytes const inFront = join(ftyp(), fragment(1, u64(ftyp().size()), 88));
     EXPECT_THAT(reasonAgainstAdding(join(inFront, moovWithTables(stco({})))), IsEmpty());
@@ -46,15 +46,15 @@ TEST(KXMP4EditSafetyFragments, FragmentsThatCountFromTheStartOfTheFileMatterBehi
 TEST(KXMP4EditSafetyFragments, FragmentsCountFromTheirBaseOrFromTheirStartIfThatIsCutOff)
 {
     constexpr std::uint32_t hasBase = 1;
-    auto const behindMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
-    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, u64(0), behindMovie))),
+    auto const afterMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, u64(0), afterMovie))),
         HasSubstr("movie fragment"));
     EXPECT_THAT(
-        reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, {}, behindMovie))), IsEmpty());
-    // The base of another track in front of it is not taken either.
+        reasonAgainstAdding(join(fragmentedStart, fragment(hasBase, {}, afterMovie))), IsEmpty());
+    // The base of another track before it is not taken either.
     Bytes const other = atom("traf", atom("tfhd", u32(hasBase), u32(1), u64(0)));
     Bytes const cutOff = atom(
-        "traf", atom("tfhd", u32(hasBase), u32(2)), atom("trun", u32(1), u32(1), u32(behindMovie)));
+        "traf", atom("tfhd", u32(hasBase), u32(2)), atom("trun", u32(1), u32(1), u32(afterMovie)));
     EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, atom("moof", other, cutOff))), IsEmpty());
 }
 
@@ -83,7 +83,7 @@ TEST(KXMP4EditSafetyFragments, RunsWithoutAnOffsetFollowTheRunBeforeThem)
     EXPECT_THAT(reason(hasOffset), HasSubstr("movie fragment"));
 }
 
-TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsMatterBehindTheEdit)
+TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsMatterAfterTheEdit)
 {
     auto const index = [](std::uint32_t version, Bytes const& place) {
         Bytes const time = version ? u64(0) : u32(0);
@@ -103,21 +103,21 @@ TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsMatterBehindTheEdit)
 TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsHaveEntriesOfSeveralWidths)
 {
     constexpr std::uint32_t widthsOf2And2And4 = 1 << 4 | 1 << 2 | 3, inFront = 8;
-    auto const behind = static_cast<std::uint32_t>(fragmentedStart.size());
+    auto const after = static_cast<std::uint32_t>(fragmentedStart.size());
     for (std::uint32_t const version : { 0u, 1u }) {
         auto const reason = [&](std::uint32_t secondPlace) {
             auto const number
                 = [&](std::uint32_t value) { return version ? u64(value) : u32(value); };
-            // Whatever is no place looks like one behind the edit.
-            Bytes const others = filled(2 + 2 + 4, static_cast<std::uint8_t>(behind % 256));
+            // Whatever is no place looks like one after the edit.
+            Bytes const others = filled(2 + 2 + 4, static_cast<std::uint8_t>(after % 256));
             return reasonAgainstAdding(join(fragmentedStart, fragment(0, {}, 88),
                 atom("mfra",
                     atom("tfra", u32(version << 24 | allFlags), u32(1), u32(widthsOf2And2And4),
-                        u32(2), number(behind), number(inFront), others, number(behind),
-                        number(secondPlace), others, number(behind), number(behind), others))));
+                        u32(2), number(after), number(inFront), others, number(after),
+                        number(secondPlace), others, number(after), number(after), others))));
         };
         EXPECT_THAT(reason(inFront), IsEmpty()) << version;
-        EXPECT_THAT(reason(behind), HasSubstr("index of the movie fragments")) << version;
+        EXPECT_THAT(reason(after), HasSubstr("index of the movie fragments")) << version;
     }
 }
 
@@ -146,14 +146,14 @@ TEST(KXMP4EditSafetyFragments, SegmentIndexesCountTheirDistanceFromTheirEnd)
     };
     Bytes const padding = atom("free", zeros(100)), moov = moovWithTables(stco({}));
     auto const toMovie = static_cast<std::uint32_t>(padding.size());
-    auto const behindMovie = toMovie + static_cast<std::uint32_t>(moov.size());
+    auto const afterMovie = toMovie + static_cast<std::uint32_t>(moov.size());
     for (std::uint32_t const version : { 0u, 1u }) {
         auto const reason = [&](std::uint32_t distance) {
             return reasonAgainstAdding(
                 join(ftyp(), index(version, distance), padding, moov, atom("mdat", zeros(2000))));
         };
         EXPECT_THAT(reason(toMovie), IsEmpty());
-        EXPECT_THAT(reason(behindMovie), HasSubstr("segment index"));
+        EXPECT_THAT(reason(afterMovie), HasSubstr("segment index"));
     }
 }
 
@@ -190,43 +190,43 @@ TEST(KXMP4EditSafetyFragments, ReferencesOfASegmentIndexHaveSizesOf31Bits)
 
 TEST(KXMP4EditSafetyFragments, ItemsMayHaveSeveralExtents)
 {
-    // Whatever is no offset is a place behind the edit.
-    constexpr std::uint32_t behind = 8000, inFront = 8;
+    // Whatever is no offset is a place after the edit.
+    constexpr std::uint32_t after = 8000, inFront = 8;
     auto const reason = [](std::uint32_t version, std::uint32_t secondOffset) {
         auto const number
             = [&](std::uint32_t value) { return version < 2 ? u16(value) : u32(value); };
-        Bytes const method = version ? u16(0) : Bytes(), index = version ? u32(behind) : Bytes();
-        Bytes const item = join(number(behind), method, u16(behind), u32(0), u16(2), index,
-            u32(inFront), u32(behind), index, u32(secondOffset), u32(behind));
+        Bytes const method = version ? u16(0) : Bytes(), index = version ? u32(after) : Bytes();
+        Bytes const item = join(number(after), method, u16(after), u32(0), u16(2), index,
+            u32(inFront), u32(after), index, u32(secondOffset), u32(after));
         Bytes const items = atom("iloc", u32(version << 24), u16(0x4444), number(1), item);
         return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
             atom("meta", u32(0), items), atom("mdat", zeros(9000))));
     };
     for (std::uint32_t const version : { 0u, 1u, 2u }) {
         EXPECT_THAT(reason(version, inFront), IsEmpty()) << version;
-        EXPECT_THAT(reason(version, behind), HasSubstr("items")) << version;
+        EXPECT_THAT(reason(version, after), HasSubstr("items")) << version;
     }
 }
 
 TEST(KXMP4EditSafetyFragments, ItemsAreLookedForWhereAllSizesAreKnown)
 {
-    constexpr std::uint32_t behind = 8000;
+    constexpr std::uint32_t after = 8000;
     auto const reason = [](std::uint32_t version, std::uint32_t sizes, Bytes const& places) {
         Bytes const items
             = atom("iloc", u32(version << 24), u16(sizes), u32(1), u32(1), u16(0), u16(0), places);
         return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
             atom("meta", u32(0), items), atom("mdat", zeros(9000))));
     };
-    EXPECT_THAT(reason(2, 0x0040, join(u32(behind), u16(3))), HasSubstr("items"));
-    EXPECT_THAT(reason(2, 0x4040, join(u32(8), u16(1), u32(behind - 8))), HasSubstr("items"));
-    EXPECT_THAT(reason(2, 0x8080, join(u64(8), u16(1), u64(behind - 8))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x0040, join(u32(after), u16(3))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x4040, join(u32(8), u16(1), u32(after - 8))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x8080, join(u64(8), u16(1), u64(after - 8))), HasSubstr("items"));
     // Sizes and versions that the standard does not know.
-    EXPECT_THAT(reason(2, 0x0090, join(u8(0), u64(behind), u16(1))), IsEmpty());
-    EXPECT_THAT(reason(2, 0x9000, join(u16(1), u8(0), u64(behind))), IsEmpty());
-    EXPECT_THAT(reason(3, 0x0040, join(u32(behind), u16(1))), IsEmpty());
+    EXPECT_THAT(reason(2, 0x0090, join(u8(0), u64(after), u16(1))), IsEmpty());
+    EXPECT_THAT(reason(2, 0x9000, join(u16(1), u8(0), u64(after))), IsEmpty());
+    EXPECT_THAT(reason(3, 0x0040, join(u32(after), u16(1))), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyFragments, ItemsInTheFileMatterBehindTheEdit)
+TEST(KXMP4EditSafetyFragments, ItemsInTheFileMatterAfterTheEdit)
 {
     auto const items = [](std::uint32_t method, std::uint32_t place) {
         return atom("meta", u32(0),
@@ -241,7 +241,7 @@ TEST(KXMP4EditSafetyFragments, ItemsInTheFileMatterBehindTheEdit)
     EXPECT_THAT(reasonAgainstAdding(join(start, items(0, 8), media)), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationMatterBehindTheEdit)
+TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationMatterAfterTheEdit)
 {
     auto const moov = [](std::uint32_t media) {
         return moovWithTables(join(stco({ media }), atom("saio", u32(0), u32(1), u32(media))));
@@ -255,12 +255,12 @@ TEST(KXMP4EditSafetyFragments, AuxiliaryInformationMayHaveATypeAndOffsetsOf64Bit
     Bytes const padding = atom("free", zeros(2000));
     auto const unclaimed = [](std::uint32_t place) { return join(u32(place), u32(place)); };
     for (std::uint32_t const version : { 0u, 1u }) {
-        auto const reason = [&](bool isBehind) {
+        auto const reason = [&](bool isAfter) {
             return reasonAgainstAdding(join(moovLast([&](std::uint32_t media) {
-                std::uint32_t const behind = media + 1500, offset = isBehind ? behind : media;
+                std::uint32_t const after = media + 1500, offset = isAfter ? after : media;
                 return moovWithTables(join(stco({ media }),
-                    atom("saio", u32(version << 24 | allFlags), text("type"), u32(behind), u32(1),
-                        version ? u64(offset) : u32(offset), unclaimed(behind))));
+                    atom("saio", u32(version << 24 | allFlags), text("type"), u32(after), u32(1),
+                        version ? u64(offset) : u32(offset), unclaimed(after))));
             }),
                 padding));
         };
@@ -275,9 +275,9 @@ TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationInAFragmentCountFrom
         return atom("moof",
             atom("traf", atom("tfhd", u32(0), u32(1)), atom("saio", u32(0), u32(1), u32(offset))));
     };
-    // A place in the file behind the edit, and one past its end from the start of the fragment.
-    auto const behindMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
-    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragmentWith(behindMovie))), IsEmpty());
+    // A place in the file after the edit, and one past its end from the start of the fragment.
+    auto const afterMovie = static_cast<std::uint32_t>(fragmentedStart.size()) + 10;
+    EXPECT_THAT(reasonAgainstAdding(join(fragmentedStart, fragmentWith(afterMovie))), IsEmpty());
     Bytes const moov = moovWithTables(stco({}));
     auto const beyond = static_cast<std::uint32_t>(100 + moov.size());
     EXPECT_THAT(

@@ -40,12 +40,12 @@ TEST(KXMP4EditSafetyTables, TablesThatStraddleTheEditMatterByTheOrderOfTheirEntr
     auto const file = [](bool isMediaInFrontFirst) {
         Bytes const front = join(ftyp(), atom("mdat", filled(mediaLength, 'f')));
         auto const inFront = static_cast<std::uint32_t>(ftyp().size() + 8);
-        auto const moov = [&](std::uint32_t behind) {
-            return moovWithTables(isMediaInFrontFirst ? stco({ inFront, behind, behind + 8 })
-                                                      : stco({ behind, behind + 8, inFront }));
+        auto const moov = [&](std::uint32_t after) {
+            return moovWithTables(isMediaInFrontFirst ? stco({ inFront, after, after + 8 })
+                                                      : stco({ after, after + 8, inFront }));
         };
-        auto const behind = static_cast<std::uint32_t>(front.size() + moov(0).size() + 8);
-        return join(front, moov(behind), atom("mdat", filled(mediaLength, 'b')));
+        auto const after = static_cast<std::uint32_t>(front.size() + moov(0).size() + 8);
+        return join(front, moov(after), atom("mdat", filled(mediaLength, 'b')));
     };
     EXPECT_THAT(reasonAgainstAdding(file(true)), HasSubstr("entries before the edit ahead of"));
     EXPECT_THAT(reasonAgainstAdding(file(false)), IsEmpty());
@@ -108,19 +108,20 @@ TEST(KXMP4EditSafetyTables, WhatOnlyLooksLikeATableMattersWhenItIsChanged)
         return join(
             moovFirst([](std::uint32_t media) { return moovWithTables(stco({ media })); }), table);
     };
-    EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 9000 }))), HasSubstr("not a chunk offset table"));
+    EXPECT_THAT(
+        reasonAgainstAdding(fileWith(stco({ 9000 }))), HasSubstr("not a chunk offset table"));
     // Changed when the old cover goes, and changed back by the new one.
     EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 9000 })), cover.size()), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(fileWith(stco({ 5 }))), IsEmpty());
     EXPECT_THAT(reasonAgainstAdding(fileWith(stco({}))), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyTables, LookAlikesBehindA64BitSizeMatter)
+TEST(KXMP4EditSafetyTables, LookAlikesAfterA64BitSizeMatter)
 {
     // The tree takes the size 1 as it is, and the next bytes for atoms.
     auto const fileWith = [](std::uint32_t entry) {
         Bytes const moov = moovWithTables(stco({}));
-        // At its second byte: 00 00 01 6D, a size; what lies behind that is a table.
+        // At its second byte: 00 00 01 6D, a size; what lies after that is a table.
         Bytes media = zeros(0x16D + 1 - 16);
         media = join(std::move(media), stco({ entry }), zeros(8));
         return join(ftyp(), moov, largeAtom("mdat", media));
@@ -158,7 +159,7 @@ TEST(KXMP4EditSafetyTables, AReferenceTooSmallForItsFieldsNamesNoOtherFile)
 
 TEST(KXMP4EditSafetyTables, AnEntryThatStaysMattersWhereItMayBeOfThisFile)
 {
-    // The first entry, in front of the edit, ends the correction of the table.
+    // The first entry, before the edit, ends the correction of the table.
     auto const reason = [](Bytes const& references, std::uint32_t count) {
         return reasonAgainstAdding(moovFirst([&](std::uint32_t media) {
             return moovWithTables(
@@ -171,7 +172,7 @@ TEST(KXMP4EditSafetyTables, AnEntryThatStaysMattersWhereItMayBeOfThisFile)
     EXPECT_THAT(reason(inThisFile, 1), HasSubstr("entries before the edit ahead of"));
 }
 
-TEST(KXMP4EditSafetyTables, AnEntryRightBehindALargeFileDoesNotPass4GiB)
+TEST(KXMP4EditSafetyTables, AnEntryRightAfterALargeFileDoesNotPass4GiB)
 {
     constexpr std::uint32_t end = 0x80000000;
     TemporaryFolder const folder;
@@ -211,7 +212,7 @@ TEST(KXMP4EditSafetyTables, TablesTooShortForACountMatterWhenWhatFollowsIsChange
             Bytes const shortTable = atom("stco", filled(length, 1));
             return moovWithTables(join(stco({ media }), shortTable, sizes));
         };
-        // Without any field the first "entry" is the 0 behind the header of what follows.
+        // Without any field the first "entry" is the 0 after the header of what follows.
         auto const expected = length ? HasSubstr("not a chunk offset table") : HasSubstr("");
         for (auto const& file : { moovFirst(moov), moovLast(moov) }) {
             EXPECT_THAT(reasonAgainstAdding(file), expected) << length;
@@ -222,7 +223,7 @@ TEST(KXMP4EditSafetyTables, TablesTooShortForACountMatterWhenWhatFollowsIsChange
     }
 }
 
-TEST(KXMP4EditSafetyTables, ATableTooShortForACountMattersOnceASizeBehindItGrowsIntoOne)
+TEST(KXMP4EditSafetyTables, ATableTooShortForACountMattersOnceASizeAfterItGrowsIntoOne)
 {
     // The count is the table's last byte and the first three of the size that follows.
     auto const moov = [](std::uint32_t media) {
@@ -231,10 +232,11 @@ TEST(KXMP4EditSafetyTables, ATableTooShortForACountMattersOnceASizeBehindItGrows
     };
     auto const smallSize = 255 - userDataWithTags(title).size();
     EXPECT_THAT(reasonAgainstAdding(moovFirst(moov), smallSize), IsEmpty());
-    EXPECT_THAT(reasonAgainstAdding(moovFirst(moov), smallSize + 1), HasSubstr("no chunk offset"));
+    EXPECT_THAT(
+        reasonAgainstAdding(moovFirst(moov), smallSize + 1), HasSubstr("not a chunk offset"));
 }
 
-TEST(KXMP4EditSafetyTables, ALookAlikeMattersWhenTheSizeBehindItGrowsPastThePlaceOfTheEdit)
+TEST(KXMP4EditSafetyTables, ALookAlikeMattersWhenTheSizeAfterItGrowsPastThePlaceOfTheEdit)
 {
     Bytes const lookAlike = atom("stco", u32(0), u32(1));
     Bytes const padding = atom("free", zeros(1000));
@@ -249,7 +251,7 @@ TEST(KXMP4EditSafetyTables, ALookAlikeMattersWhenTheSizeBehindItGrowsPastThePlac
     EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
 }
 
-TEST(KXMP4EditSafetyTables, ATableThatClaimsMoreMattersWhenTheSizeBehindItGrowsPastTheEdit)
+TEST(KXMP4EditSafetyTables, ATableThatClaimsMoreMattersWhenTheSizeAfterItGrowsPastTheEdit)
 {
     Bytes const padding = atom("free", zeros(1000));
     auto const moov = [&](std::uint32_t media) {
@@ -265,7 +267,7 @@ TEST(KXMP4EditSafetyTables, ATableThatClaimsMoreMattersWhenTheSizeBehindItGrowsP
 
 TEST(KXMP4EditSafetyTables, ATableThatClaimsMoreMayEndWithinAnEntry)
 {
-    // Two bytes of the table and the upper half of the size behind it, 65,536 or a little more.
+    // Two bytes of the table and the upper half of the size after it, 65,536 or a little more.
     auto const moov = [](std::uint32_t media) {
         Bytes const table = atom("stco", u32(0), u32(9), u32(media), u16(1));
         return atom("moov", trackWithTables(table), userData);
@@ -293,7 +295,7 @@ TEST(KXMP4EditSafetyTables, ATableWith64BitSizeIsNeverCorrected)
     EXPECT_THAT(reasonAgainstAdding(moovFirst(moovWithFlags(0))), HasSubstr("not be corrected"));
     EXPECT_THAT(reasonAgainstAdding(moovLast(moovWithFlags(0))), IsEmpty());
     // They stand where other tables have their first entry.
-    EXPECT_THAT(reasonAgainstAdding(moovLast(moovWithFlags(0xFFFFFF))), HasSubstr("no chunk"));
+    EXPECT_THAT(reasonAgainstAdding(moovLast(moovWithFlags(0xFFFFFF))), HasSubstr("not a chunk"));
 }
 
 TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableIsNoHindranceWhileItHasNoEntries)
@@ -308,7 +310,7 @@ TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableIsNoHindranceWhileItHasNoEntri
             u16(0x8000), u32(media), u32(media));
         Bytes const track = trackWithTables(table);
         auto const way = static_cast<std::uint32_t>(track.size() - 8 - table.size());
-        // What is found behind the padding is found there again.
+        // What is found after the padding is found there again.
         auto const padding = 8 + way + placeOfLookAlike;
         Bytes const detour
             = atom("edts", atomClaiming(padding + 9, "udta", atomClaiming(padding, "free")));

@@ -182,9 +182,9 @@ TEST(KXMP4EditSafety, AnAtomWhoseTypeIsASizeThatIsCorrectedMatters)
 
 TEST(KXMP4EditSafety, ALargeAtomMattersOnlyWhereASizeInItsHeaderIsCorrected)
 {
-    // To the tree it has a size of 1, and the next atom begins a byte behind it: a container of 300
+    // To the tree it has a size of 1, and the next atom begins a byte after it: a container of 300
     // bytes, which takes the last byte of its size from the type of the large one.
-    auto const reason = [](Bytes const& largeInEntry, Bytes const& largeBehind) {
+    auto const reason = [](Bytes const& largeInEntry, Bytes const& largeAfter) {
         return reasonAgainstCleaning(join(moovFirst([&](std::uint32_t media) {
             Bytes const track = atom("trak",
                 atom("mdia", hdlr("soun"),
@@ -192,7 +192,7 @@ TEST(KXMP4EditSafety, ALargeAtomMattersOnlyWhereASizeInItsHeaderIsCorrected)
                         atom("stbl", stsd(soundEntry("mp4a", largeInEntry)), stco({ media })))));
             return atom("moov", track, atom("udta", title), atom("udta", title));
         }),
-            largeBehind));
+            largeAfter));
     };
     Bytes const removed = atom("mp4a", zeros(100));
     Bytes const rest = join(removed, atom("free", zeros(300 - 8 - removed.size() - 8)));

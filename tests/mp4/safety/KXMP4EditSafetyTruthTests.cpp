@@ -19,7 +19,7 @@ constexpr std::size_t chunkSize = 8;
 /// A chunk that no other is equal to.
 Bytes chunk(std::uint32_t number) { return join(text("CHNK"), u32(number)); }
 
-/// A movie of tracks with 32-bit or 64-bit tables, of media in front of it and behind it.
+/// A movie of tracks with 32-bit or 64-bit tables, of media before it and after it.
 class RandomMovie {
 public:
     explicit RandomMovie(std::uint32_t seed)
@@ -29,7 +29,7 @@ public:
             Table table { below(5) == 0, {} };
             for (std::uint32_t chunks = below(5); chunks; --chunks)
                 table.chunks.push_back(below(chunkCount));
-            // Most files have their chunks in order; some the media behind the movie first.
+            // Most files have their chunks in order; some the media after the movie first.
             if (below(2))
                 std::ranges::sort(table.chunks);
             else if (below(2))
@@ -46,8 +46,8 @@ public:
     Bytes bytes() const
     {
         Bytes const front = join(ftyp(), media(0, _chunksInFront));
-        auto const behind = static_cast<std::uint32_t>(front.size() + moov(0).size());
-        return join(front, moov(behind), media(_chunksInFront, chunkCount));
+        auto const after = static_cast<std::uint32_t>(front.size() + moov(0).size());
+        return join(front, moov(after), media(_chunksInFront, chunkCount));
     }
 
     /// What every entry of every table leads to in an edited file.
@@ -101,12 +101,12 @@ private:
         return atom("mdat", chunks);
     }
 
-    /// `behind` is where the media behind the movie begins.
-    Bytes moov(std::uint32_t behind) const
+    /// `after` is where the media after the movie begins.
+    Bytes moov(std::uint32_t after) const
     {
         auto const placeOf = [&](std::uint32_t number) {
             auto const isInFront = number < _chunksInFront;
-            auto const start = isInFront ? static_cast<std::uint32_t>(ftyp().size()) : behind;
+            auto const start = isInFront ? static_cast<std::uint32_t>(ftyp().size()) : after;
             auto const index = isInFront ? number : number - _chunksInFront;
             return start + 8 + index * static_cast<std::uint32_t>(chunkSize);
         };

@@ -78,7 +78,7 @@ Bytes stored(Bytes const& content)
         littleEndian(~content.size()), content, u32(high << 16 | low));
 }
 
-/// The PNG file with a profile behind its header chunk (PNG, 11.3.3.3).
+/// The PNG file with a profile after its header chunk (PNG, 11.3.3.3).
 Bytes withProfile(Bytes const& png, Bytes const& profile)
 {
     constexpr std::ptrdiff_t endOfHeader = 8 + 25;

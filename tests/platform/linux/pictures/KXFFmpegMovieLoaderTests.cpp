@@ -62,7 +62,7 @@ TEST_F(KXFFmpegMovieLoader, ShowsTheFrameOfATime)
     EXPECT_TRUE(areEqual(*movie->imageAtTime(0, {}), *solid(16, 8, red))); // Backwards as well.
 }
 
-TEST_F(KXFFmpegMovieLoader, HasNoFrameBehindTheEnd)
+TEST_F(KXFFmpegMovieLoader, HasNoFrameAfterTheEnd)
 {
     auto const movie = opened(Movie { .frames = { redFrame, greenFrame } }.file());
     ASSERT_TRUE(movie);

@@ -197,7 +197,7 @@ TEST_F(KXFFmpegMovie, PassesOverDamagedFrames)
 TEST_F(KXFFmpegMovie, AfterEightDamagedKeyFramesAnyFrameWillDo)
 {
     for (auto const& [count, colour] : { std::pair(7u, blue), { 8u, green } }) {
-        // Behind them a frame that is no key frame, and one that is.
+        // After them a frame that is no key frame, and one that is.
         std::vector<Bytes> frames(count, u32(4));
         frames.insert(frames.end(), { runsOf({ 0, 255, 0 }), runsOf({ 0, 0, 255 }) });
         std::vector<std::uint32_t> keys { count + 2 };

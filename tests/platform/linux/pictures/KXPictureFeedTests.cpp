@@ -32,7 +32,7 @@ Fed fedOf(Bytes const& file, std::uint64_t length)
 
 Fed fedOf(Bytes const& file) { return fedOf(file, file.size()); }
 
-/// A reader over a text and zeros behind it, which need no memory.
+/// A reader over a text and zeros after it, which need no memory.
 class LongData final : public KXAbstractData {
 public:
     LongData(std::string start, std::uint64_t length)

@@ -9,7 +9,7 @@ using enum KXFileContent;
 
 namespace {
 
-/// The content of a file with this head and some bytes behind it.
+/// The content of a file with this head and some bytes after it.
 KXFileContent contentOf(Bytes const& head) { return contentOfFileWithHead(join(head, zeros(600))); }
 
 KXFileContent contentOf(std::string const& head) { return contentOf(text(head)); }
@@ -57,7 +57,7 @@ TEST(KXFileContent, KnowsMoviesAndMusic)
         EXPECT_EQ(contentOf(atom("ftyp", text(brand), u32(0))), movie) << brand;
     for (char const* type : { "moov", "mdat", "wide", "free", "skip", "pnot" }) {
         EXPECT_EQ(contentOf(atom(type, u32(0))), movie) << type;
-        EXPECT_EQ(contentOf(type), other) << type; // In front of its size.
+        EXPECT_EQ(contentOf(type), other) << type; // Before its size.
     }
     for (char const* head :
         { "RIFF....AVI LIST", "RIFF....WAVEfmt ", "FORM....AIFFCOMM", "FORM....AIFCFVER" })
