@@ -21,17 +21,17 @@ public:
         return true;
     }
 
-    /// `takeHeaderByte` Takes one step through the fillers or segments of a header, over at least
+    /// `takeStep` Takes one step through the fillers or segments of a header, over at least
     /// one byte. False when none is left.
-    [[nodiscard]] bool takeHeaderByte() { return take(_headerBytes, 1); }
+    [[nodiscard]] bool takeStep() { return take(_steps, 1); }
 
     /// `takeTextBytes:` Takes bytes of text. False when there are not as many left.
     [[nodiscard]] bool takeTextBytes(std::uint64_t count) { return take(_textBytes, count); }
 
     /// `textBytes` The bytes of text that are left.
     [[nodiscard]] std::uint64_t textBytes() const { return _textBytes; }
-    /// `headerBytes` The steps through headers that are left.
-    [[nodiscard]] std::uint64_t headerBytes() const { return _headerBytes; }
+    /// `stepsLeft` The steps through headers that are left.
+    [[nodiscard]] std::uint64_t stepsLeft() const { return _steps; }
 
 private:
     static constexpr std::uint64_t million = 1ull << 20;
@@ -47,7 +47,7 @@ private:
     bool refuseNode(char const* message);
 
     std::uint64_t _nodes { million };
-    std::uint64_t _headerBytes { million };
+    std::uint64_t _steps { million };
     std::uint64_t _textBytes { 64 * million };
     bool _isReported { false };
 };

@@ -81,7 +81,7 @@ public:
 
     /// Takes a step of a walk from the budget; false when none is left. Every loop over what the
     /// file claims takes one.
-    [[nodiscard]] bool takeStep() { return _data->budget().takeHeaderByte(); }
+    [[nodiscard]] bool takeStep() { return _data->budget().takeStep(); }
 
 private:
     KXPictureReader(KXAbstractData& data, std::uint64_t start, std::uint64_t length)

@@ -27,9 +27,9 @@ TEST(KXParseBudget, HasAMillionStepsThroughHeaders)
 {
     KXParseBudget budget;
     for (std::uint64_t i = 0; i < million; ++i)
-        ASSERT_TRUE(budget.takeHeaderByte());
-    EXPECT_FALSE(budget.takeHeaderByte());
-    EXPECT_EQ(budget.headerBytes(), 0u);
+        ASSERT_TRUE(budget.takeStep());
+    EXPECT_FALSE(budget.takeStep());
+    EXPECT_EQ(budget.stepsLeft(), 0u);
 }
 
 TEST(KXParseBudget, GrantsTextWholeOrNotAtAll)

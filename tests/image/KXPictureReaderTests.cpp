@@ -156,10 +156,10 @@ TEST(KXPictureReader, StepsComeFromTheBudgetOfTheReaderBelow)
 {
     auto const data = dataAtPicture();
     KXPictureReader picture(*data, pictureLength);
-    auto const before = data->budget().headerBytes();
+    auto const before = data->budget().stepsLeft();
     EXPECT_TRUE(picture.takeStep());
-    EXPECT_EQ(data->budget().headerBytes(), before - 1);
-    while (data->budget().takeHeaderByte()) { }
+    EXPECT_EQ(data->budget().stepsLeft(), before - 1);
+    while (data->budget().takeStep()) { }
     EXPECT_FALSE(picture.takeStep());
 }
 

@@ -110,12 +110,12 @@ TEST(KXPictureSizeJPEG, CutOffBeforeItsScanIsAbsent)
 TEST(KXPictureSizeJPEG, MarkersPassedDrawOnTheBudget)
 {
     auto const data = reader(jpegOf(segment(0xE0, {}), bytes({ 0xFF, 0xFF, 0xFF }), frameHeader()));
-    auto const stepsLeft = [&data] { return data->budget().headerBytes(); };
+    auto const stepsLeft = [&data] { return data->budget().stepsLeft(); };
     auto const before = stepsLeft();
     EXPECT_EQ(sizeOfEncodedPictureInData(*data, data->length()), sizeOf40By30);
     EXPECT_EQ(before - stepsLeft(), 9u); // Three markers of two bytes, three fill bytes.
     while (stepsLeft() > 8)
-        ASSERT_TRUE(data->budget().takeHeaderByte());
+        ASSERT_TRUE(data->budget().takeStep());
     data->setOffset(0);
     EXPECT_EQ(sizeOfEncodedPictureInData(*data, data->length()), std::nullopt);
 }

@@ -24,8 +24,8 @@ inline Size measured(build::Bytes bytes)
 inline Size measuredInSteps(build::Bytes bytes, std::uint64_t steps)
 {
     auto const data = build::reader(std::move(bytes));
-    while (data->budget().headerBytes() > steps)
-        EXPECT_TRUE(data->budget().takeHeaderByte());
+    while (data->budget().stepsLeft() > steps)
+        EXPECT_TRUE(data->budget().takeStep());
     return sizeOfEncodedPictureInData(*data, data->length());
 }
 

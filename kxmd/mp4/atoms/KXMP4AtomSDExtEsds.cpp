@@ -39,7 +39,7 @@ std::uint8_t KXMP4AtomSDExtEsds::skipFillersAndReadByte(KXAbstractData& data)
 {
     std::uint8_t byte;
     do {
-        if (!data.budget().takeHeaderByte() || !data.readUInt8To(byte))
+        if (!data.budget().takeStep() || !data.readUInt8To(byte))
             return 0;
     } while (byte == 0x80 || byte == 0x81 || byte == 0xFE);
     return byte;

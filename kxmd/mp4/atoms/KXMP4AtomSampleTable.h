@@ -2,8 +2,8 @@
 
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 
-/// The chunk offset table: where in the file each chunk of a track's media begins, in 32 bits
-/// (ISO/IEC 14496-12, 8.7.5). The 64-bit table is an atom without fields of its own.
+/// The chunk offset table, "stco": where in the file each chunk of a track's media begins, in 32
+/// bits (ISO/IEC 14496-12, 8.7.5). The 64-bit table is an atom without fields of its own.
 class KX_EXPORT KXMP4AtomSampleTable final : public KXMP4Atom {
 public:
     /// `noOfEntries` The count of chunks that the table claims.

@@ -46,7 +46,7 @@ bool isEnteredIn(KXFourCharacterCode child, KXFourCharacterCode parent)
 }
 
 constexpr std::uint64_t largestSize = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint64_t sizeLength = 4, smallHeader = 8, largeHeader = 16; // Bytes.
+constexpr std::uint64_t sizeLength = 4, largeHeader = 16; // Bytes.
 
 }
 

@@ -59,6 +59,8 @@ private:
     };
     using Range = KXMutableData::Range;
 
+    static constexpr std::uint64_t smallHeader = 8; ///< Bytes of a size and a type.
+
     static std::vector<TakenTable> takenTablesOf(KXMP4Atom& root);
 
     // Boxes.

@@ -3,15 +3,12 @@
 #include "kxmd/mp4/safety/KXMP4EditReasonsPrivate.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 
 namespace {
 
 using Layout = KXMP4ChunkTable;
 
-constexpr std::uint64_t smallHeader = 8; // Bytes.
-constexpr std::size_t pieceLength = 4096; // Bytes that are compared at once.
 constexpr std::uint64_t largestOffset = std::numeric_limits<std::uint32_t>::max();
 
 }
@@ -63,11 +60,10 @@ std::string_view KXMP4EditComparison::compareTable32(Table const& table)
     for (std::uint64_t i = 0; i < count; ++i) {
         KXMP4Pair const entry = fields.number(Layout::entrySize);
         auto const reason = compareEntry32(entry, table);
-        if (!reason.empty() && entry.isEqual())
-            return reason;
-        if (!reason.empty())
-            return reasonForChangeIn(
-                { entries + i * Layout::entrySize, Layout::entrySize }, reason);
+        if (reason.empty())
+            continue;
+        Range const place { entries + i * Layout::entrySize, Layout::entrySize };
+        return entry.isEqual() ? reason : reasonForChangeIn(place, reason);
     }
     // After a 64-bit size the entries are not where the edit looks for them.
     if (table.boxes.before.headerSize == smallHeader)
@@ -79,9 +75,10 @@ std::string_view KXMP4EditComparison::compareEntry32(KXMP4Pair entry, Table cons
 {
     Track const& track = _tracks[table.track];
     bool const isSame = leadsToTheSame(entry);
-    if (track.hasForeignMedia) // The table does not say which file the chunk is in.
-        return entry.isEqual() && (isSame || !track.hasOwnMedia) ? std::string_view()
-                                                                 : reasons::mediaElsewhere;
+    if (track.hasForeignMedia) { // The table does not say which file the chunk is in.
+        bool const isRight = entry.isEqual() && (isSame || !track.hasOwnMedia);
+        return isRight ? std::string_view() : reasons::mediaElsewhere;
+    }
     if (isSame)
         return {};
     std::uint64_t const growth = _edited.length() - _before.length();
@@ -107,97 +104,6 @@ std::string_view KXMP4EditComparison::compareTable64(Table const& table)
             return reasons::table64;
     }
     return {};
-}
-
-/// Whether every byte that was overwritten is the same as before, sizes and entries aside: what the
-/// tree takes for a size or a table may be something else by the standards.
-std::string_view KXMP4EditComparison::compareOverwritten()
-{
-    auto const overwritten = _edited.overwrittenOrigins();
-    std::vector<Range> ranges(overwritten.begin(), overwritten.end());
-    std::ranges::sort(ranges, {}, &Range::position);
-    std::ranges::sort(_corrected, {}, &Range::position);
-    auto corrected = _corrected.begin();
-    std::uint64_t position = 0; // Up to which everything was compared.
-    for (Range const& range : ranges) {
-        std::uint64_t const end = range.position + range.length;
-        position = std::max(position, range.position);
-        while (position < end) {
-            while (corrected != _corrected.end()
-                && corrected->position + corrected->length <= position)
-                ++corrected;
-            bool const isLast = corrected == _corrected.end();
-            std::uint64_t const next = isLast ? end : std::min(end, corrected->position);
-            if (position < next) {
-                if (auto const reason = compareRange({ position, next - position });
-                    !reason.empty())
-                    return reason;
-                position = next;
-            } else {
-                position = corrected->position + corrected->length;
-            }
-        }
-    }
-    return {};
-}
-
-/// Whether the bytes of a range are the same as before, those that were removed aside.
-std::string_view KXMP4EditComparison::compareRange(Range const& range)
-{
-    std::uint64_t const end = range.position + range.length;
-    for (std::uint64_t at = range.position; at < end;) {
-        std::uint64_t const most = std::min<std::uint64_t>(end - at, pieceLength);
-        std::uint64_t const length = _map.isOneStretch(at, at + most) ? most : 1;
-        if (!isEqualAt(at, length))
-            return reasonForChangeIn({ at, length }, reasons::noTable);
-        at += length;
-    }
-    return {};
-}
-
-bool KXMP4EditComparison::isEqualAt(std::uint64_t origin, std::uint64_t length) const
-{
-    auto const position = _map.positionOf(origin);
-    std::array<std::uint8_t, pieceLength> before, after;
-    _before.setOffset(origin);
-    return !position
-        || (_before.readBytesTo(before.data(), length)
-            && _edited.readBytesToAt(after.data(), length, *position)
-            && std::equal(before.data(), before.data() + length, after.data()));
-}
-
-/// Why a size, an entry or other bytes became wrong: `otherwise`, unless the edit took them for
-/// entries of a table that they do not belong to.
-std::string_view KXMP4EditComparison::reasonForChangeIn(
-    Range const& range, std::string_view otherwise) const
-{
-    for (TakenTable const& taken : _takenTables) {
-        std::uint64_t const entries = taken.offset + Layout::entriesOffset;
-        std::uint64_t const end = std::min(
-            range.position + range.length, entries + claimedEntries(taken) * Layout::entrySize);
-        if (end <= std::max(range.position, entries))
-            continue;
-        Box const* const box = boxOfTable32(taken.offset);
-        bool const hasCount = box && box->headerSize == smallHeader && box->end >= entries;
-        if (!hasCount)
-            return reasons::noTable;
-        std::uint64_t const count = (box->end - entries) / Layout::entrySize;
-        if (end > entries + count * Layout::entrySize)
-            return reasons::tableTooLong;
-    }
-    return otherwise;
-}
-
-/// How many entries the edit takes a table to have, by the count that stood there before or stands
-/// there now.
-std::uint64_t KXMP4EditComparison::claimedEntries(TakenTable const& table) const
-{
-    auto const position = _map.positionOf(table.offset);
-    if (!position)
-        return table.noOfEntries;
-    std::uint32_t now;
-    static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
-    return std::max(table.noOfEntries, now);
 }
 
 /// The 32-bit table at `offset` by the standards; null where there is none.

@@ -30,7 +30,7 @@ struct KXIconTheme::Index {
     bool load(std::string const& path) const
     {
         std::error_code error;
-        return isIconFile(path) && std::filesystem::file_size(path, error) <= longestIndex
+        return isRegularFile(path) && std::filesystem::file_size(path, error) <= longestIndex
             && g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr)
             && g_key_file_has_group(file.get(), mainGroup);
     }
@@ -87,7 +87,7 @@ struct KXIconTheme::Index {
     }
 };
 
-bool isIconFile(std::string const& path)
+bool isRegularFile(std::string const& path)
 {
     struct stat status { };
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
@@ -135,7 +135,7 @@ std::string KXIconTheme::pathInDirectory(Directory const& directory, std::string
         for (std::string_view const extension : iconExtensions) {
             std::string path = folder;
             path.append("/").append(directory.name).append("/").append(name).append(extension);
-            if (isIconFile(path))
+            if (isRegularFile(path))
                 return path;
         }
     }

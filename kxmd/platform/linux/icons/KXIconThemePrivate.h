@@ -41,7 +41,7 @@ private:
 };
 
 /// Whether there is a regular file at `path`.
-bool isIconFile(std::string const& path);
+bool isRegularFile(std::string const& path);
 
 /// What the files of icons end in, the better one first.
 constexpr std::string_view iconExtensions[] { ".png", ".svg" };

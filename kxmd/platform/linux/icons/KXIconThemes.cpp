@@ -41,7 +41,7 @@ std::string themeOfToolkit()
 {
     std::string const path = std::string(g_get_user_config_dir()) + "/gtk-3.0/settings.ini";
     std::unique_ptr<GKeyFile, FreeKeyFile> const file(g_key_file_new());
-    if (!isIconFile(path)
+    if (!isRegularFile(path)
         || !g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr))
         return {};
     GAllocated<gchar> const name(
@@ -104,7 +104,7 @@ std::string KXIconThemes::pathOfIcon(std::vector<std::string> const& names, int 
         for (auto const& name : names) {
             for (std::string_view const extension : iconExtensions) {
                 std::string path = folder + '/' + name + std::string(extension);
-                if (isIconFile(path))
+                if (isRegularFile(path))
                     return path;
             }
         }

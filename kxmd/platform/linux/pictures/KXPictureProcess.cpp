@@ -5,6 +5,7 @@
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <span>
 #include <utility>
@@ -19,6 +20,7 @@ constexpr std::uint64_t mostMemoryBytes = 0;
 constexpr std::uint64_t mostMemoryBytes = std::uint64_t { 1 } << 30;
 #endif
 
+constexpr std::chrono::seconds longestTime { 10 };
 constexpr std::uint64_t mostOutputBytes = std::uint64_t { 1 } << 29; // 128 million pixels.
 
 /// A length for the command line, where a fraction would be written as the user's language has it.
@@ -56,6 +58,7 @@ std::optional<KXImage::Ref> KXPictureProcess::imageForPath(
     KXChildProcess const process {
         .arguments
         = { _program, wholePixels(maximumSize.width), wholePixels(maximumSize.height), path },
+        .deadline = longestTime,
         .mostOutputBytes = mostOutputBytes,
         .mostMemoryBytes = mostMemoryBytes,
     };
