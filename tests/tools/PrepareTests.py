@@ -1,3 +1,4 @@
+import contextlib
 import hashlib
 import os
 import pty
@@ -365,6 +366,25 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(len(lines), len(names) + 2)
         self.assertNotIn(b"\x1b", result.out)
         self.assertEqual(len(self.prepare("--json").objects()), len(names) + 1)
+
+    def test_standard_files_that_are_closed_get_into_no_target(self):
+        def close_standard_files():
+            for descriptor in (0, 1, 2):
+                os.close(descriptor)
+
+        self.place_album()
+        self.assertEqual(self.prepare().status, 0)
+        expected = self.hashes(self.out)
+        shutil.rmtree(self.out)
+        process = subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out], env=self.environment,
+                                   preexec_fn=close_standard_files)
+        taken = set()
+        while process.poll() is None:
+            with contextlib.suppress(OSError):  # While the program is loaded the last is closed.
+                taken.update(os.readlink(f"/proc/{process.pid}/fd/{descriptor}") for descriptor in (2, 1, 0))
+        self.assertEqual(taken, {"/dev/null"})
+        self.assertEqual(process.returncode, 1)  # Nobody took the report.
+        self.assertEqual(self.hashes(self.out), expected)
 
     def test_order_is_that_of_the_bytes_of_the_names(self):
         for name in ("b", "a/z", "a/B", "B", "a.x", "é"):

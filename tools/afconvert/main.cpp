@@ -5,6 +5,7 @@
 #include "FFmpegRefs.h"
 #include "tools/shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
+#include "tools/shared/StandardFiles.h"
 
 #include <csignal>
 #include <cstdio>
@@ -75,6 +76,7 @@ int convertAsAsked(std::vector<std::string> const& words)
 
 int main(int argumentCount, char** arguments)
 {
+    openMissingStandardFiles();
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
     KXSetLogSink({});
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.

@@ -171,16 +171,17 @@ void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     addText(command, "--to", options->folder, "Folder to write the prepared files to");
-    command.get_option("--to")->check(problemOfFolderName);
+    command.get_option("--to")->type_name("FOLDER")->check(problemOfFolderName);
     addOptionalText(command, "--playlist", options->playlist, "Also write a playlist of this name");
-    command.get_option("--playlist")->check(problemOfPlaylistName);
+    command.get_option("--playlist")->type_name("NAME")->check(problemOfPlaylistName);
     command.add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
     command.add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
     command.add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
     command.add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
-        ->check(CLI::Range(1u, 256u));
+        ->type_name("N")
+        ->check(CLI::Range(1u, 256u).description(""));
     command.add_flag("--json", options->json, "Print a JSON object for each file");
-    options->paths = addFiles(command, "Files and folders to prepare");
+    options->paths = addTexts(command, "PATH", "Files and folders to prepare");
     command.callback([options, &session] {
         options->folder = folderFromArgument(std::move(options->folder));
         prepare(*options, session);

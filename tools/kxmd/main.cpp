@@ -7,6 +7,7 @@
 #include "Usage.h"
 #include "tools/shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
+#include "tools/shared/StandardFiles.h"
 
 #include <kxmd/base/KXLog.h>
 #include <kxmd/base/KXPrintableText.h>
@@ -103,6 +104,7 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
 
 int main(int argumentCount, char** arguments)
 {
+    openMissingStandardFiles();
     std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
     std::signal(SIGXFSZ, SIG_IGN); // and so is a file that outgrows its limit.
     std::signal(SIGCHLD, SIG_DFL); // Else a converter's exit status is lost.
