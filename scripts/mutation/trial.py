@@ -19,7 +19,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 FLAGS = "-O2 -g0 -DNDEBUG -Werror=return-type"
 LIBRARY = ("kxmd", "kxmd_movies", "kxmd_render")
 EVERYTHING = (*LIBRARY, "kxmd_tests", "kxmd_cost_tests", "kxmd_command", "afconvert", "kxmd_describe_tree",
-              "kxmd_show_progress", "kxmd_phone_card", "kxmd_few_threads", "kxmd_count_opens", "kxmd_full_at_close")
+              "kxmd_show_progress", "kxmd_phone_card", "kxmd_few_threads", "kxmd_count_opens", "kxmd_full_at_close",
+              "kxmd_change_folder")
 USUAL_TIMES = 5
 START_SECONDS = 5
 FAILED = (1, 8)  # The statuses of GoogleTest and ctest; anything else is a crash.

@@ -1,4 +1,5 @@
 import os
+import subprocess
 
 import movies
 import pictures
@@ -128,6 +129,16 @@ class PicturesTests(CommandTestCase):
         for subcommand in ("thumbnail", "icon"):
             self.assert_failure(run(subcommand, photo, "-s", "99999x99999", "-o", self.out), photo, NOTHING)
         self.assert_nothing_written()
+
+    def test_programs_beside_the_library_are_found_after_a_change_of_folder(self):
+        drawing = self.write("a.svg", b'<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16"><rect width="16" '
+                             b'height="16"/></svg>')
+        library = os.path.dirname(os.environ["KXMD_LIBRARY"])
+        host = [os.environ["KXMD_CHANGE_FOLDER"], self.folder, drawing]
+        for search_path, folder in ((library, "/"), (".", library), ("", "/")):
+            with self.subTest(search_path=search_path):
+                status = subprocess.run(host, cwd=folder, env={**os.environ, "LD_LIBRARY_PATH": search_path}).returncode
+                self.assertEqual(status, 0)
 
     def test_unreadable_file(self):
         missing = self.path("missing.png")
