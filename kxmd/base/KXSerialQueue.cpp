@@ -2,11 +2,13 @@
 
 #include "kxmd/base/KXLog.h"
 
+#include <array>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <pthread.h>
-#include <system_error>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -58,10 +60,14 @@ private:
 
 namespace {
 
-/// Linux shows at most 15 characters of a thread's name.
-std::string threadNameOfLabel(std::string const& label)
+/// Names this thread after the last component of a label. Linux takes at most 15 characters. Takes
+/// no memory: that there is none is no reason to go without a thread that runs already.
+void nameThisThread(std::string_view label) noexcept
 {
-    return label.substr(label.rfind('.') + 1).substr(0, 15);
+    label.remove_prefix(label.rfind('.') + 1);
+    std::array<char, 16> name {};
+    label.copy(name.data(), name.size() - 1);
+    ::pthread_setname_np(::pthread_self(), name.data());
 }
 
 }
@@ -101,11 +107,12 @@ bool KXSerialQueue::startThread() const
 {
     try {
         // Detached: the queue may be released on this very thread, which could not join itself.
-        std::thread thread([state = _state] { state->runOnOwnThread(); });
-        ::pthread_setname_np(thread.native_handle(), threadNameOfLabel(_label).c_str());
-        thread.detach();
+        std::thread([state = _state, label = _label] {
+            nameThisThread(label);
+            state->runOnOwnThread();
+        }).detach();
         return true;
-    } catch (std::system_error const&) {
+    } catch (std::exception const&) { // No thread, or no memory for one.
         return false;
     }
 }

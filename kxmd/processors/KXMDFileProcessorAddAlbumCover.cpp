@@ -26,7 +26,7 @@ KXMDFileProcessorAddAlbumCover::KXMDFileProcessorAddAlbumCover()
 
 KXMDFileProcessorAddAlbumCover::KXMDFileProcessorAddAlbumCover(
     KXMDThumbnailController::Ref controller)
-    : _controller(std::move(controller))
+    : _controller(controller ? std::move(controller) : KXMDThumbnailController::sharedController())
 {
 }
 

@@ -8,7 +8,8 @@ class KX_EXPORT KXMDFileProcessorAddAlbumCover final : public KXDCFileProcessor 
 public:
     /// `init` Takes thumbnails from the process's shared controller.
     KXMDFileProcessorAddAlbumCover();
-    /// `initWithThumbnailController:` Takes thumbnails from `controller`.
+    /// `initWithThumbnailController:` Takes thumbnails from `controller`; null stands for the
+    /// process's shared one.
     explicit KXMDFileProcessorAddAlbumCover(KXMDThumbnailController::Ref controller);
 
     /// `processedFileDataForFileProxy:fileData:` Replaces the covers in the buffer of `fileData`,

@@ -52,7 +52,7 @@ bool removeFirstAtomWithPath(std::string_view path, KXMutableData::Ref const& da
 }
 
 KXMDFileProcessorCleanIPhoneVideo::KXMDFileProcessorCleanIPhoneVideo(KXPlatform::Ref platform)
-    : _platform(std::move(platform))
+    : _platform(platform ? std::move(platform) : KXPlatform::shared())
 {
 }
 
@@ -104,9 +104,14 @@ std::string KXMDFileProcessorCleanIPhoneVideo::pathOfCleanedCopy(std::string con
         = _platform->temporaryFolders->applicationUniqueTempFolderWithPrefix("metadata-video");
     if (folder.empty())
         return {};
-    std::string copy = folder + '/' + std::string(KXLastPathComponent(path));
-    if (files.writeBytesToFile(data->bytes(), copy))
-        return copy;
+    try {
+        std::string copy = folder + '/' + std::string(KXLastPathComponent(path));
+        if (files.writeBytesToFile(data->bytes(), copy))
+            return copy;
+    } catch (...) { // From the host's file manager, or for want of memory.
+        files.removeEmptyFolderAtPath(folder);
+        throw;
+    }
     files.removeEmptyFolderAtPath(folder);
     return {};
 }

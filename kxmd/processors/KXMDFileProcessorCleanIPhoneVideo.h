@@ -12,7 +12,8 @@
 /// The cleaned copy lies in a new temporary folder, which the host deletes when it is done with it.
 class KX_EXPORT KXMDFileProcessorCleanIPhoneVideo final : public KXDCFileProcessor {
 public:
-    /// `initWithPlatform:` A processor that works with the files and folders of `platform`.
+    /// `initWithPlatform:` A processor that works with the files and folders of `platform`;
+    /// null stands for the process-wide platform.
     explicit KXMDFileProcessorCleanIPhoneVideo(KXPlatform::Ref platform = KXPlatform::shared());
 
     /// `processedFileDataForPath:` A reader over the cleaned copy of the file at `path`; over that

@@ -3,7 +3,7 @@
 #include <utility>
 
 KXMDFileProcessorConvertALAC::KXMDFileProcessorConvertALAC(KXPlatform::Ref platform)
-    : _platform(std::move(platform))
+    : _platform(platform ? std::move(platform) : KXPlatform::shared())
 {
 }
 

@@ -38,7 +38,7 @@ bool skipToExifSegment(KXAbstractData& data)
 }
 
 KXMDExifParser::KXMDExifParser(KXPlatform::Ref platform)
-    : _platform(std::move(platform))
+    : _platform(platform ? std::move(platform) : KXPlatform::shared())
 {
 }
 

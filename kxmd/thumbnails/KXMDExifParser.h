@@ -15,7 +15,8 @@
 /// for on any.
 class KX_EXPORT KXMDExifParser {
 public:
-    /// `initWithPlatform:` A parser that decodes the preview by the platform's picture library.
+    /// `initWithPlatform:` A parser that decodes the preview by the platform's picture library;
+    /// null stands for the process-wide platform.
     explicit KXMDExifParser(KXPlatform::Ref platform = KXPlatform::shared());
 
     /// `parseAbstractData:` Looks for the preview. True when the file has an EXIF block in the

@@ -17,27 +17,32 @@ KXImage::Ref KXMDMemoryCache::imageForName(std::string const& name)
     return found->second->image;
 }
 
-void KXMDMemoryCache::setImageForName(KXImage::Ref image, std::string const& name)
+KXMDMemoryCache::Entries KXMDMemoryCache::setImageForName(
+    KXImage::Ref image, std::string const& name)
 {
+    Entries evicted;
     if (auto const found = _byName.find(name); found != _byName.end())
-        remove(found->second);
+        moveTo(evicted, found->second);
     if (image->pixels().size() > _byteBudget)
-        return;
-    evictToByteCount(_byteBudget - image->pixels().size());
+        return evicted;
+    evicted.splice(evicted.end(), evictToByteCount(_byteBudget - image->pixels().size()));
     _entries.push_front({ name, std::move(image) });
     _byName.emplace(_entries.front().name, _entries.begin());
     _byteCount += bytesOf(_entries.front());
+    return evicted;
 }
 
-void KXMDMemoryCache::evictToByteCount(std::size_t byteCount)
+KXMDMemoryCache::Entries KXMDMemoryCache::evictToByteCount(std::size_t byteCount)
 {
+    Entries evicted;
     while (_byteCount > byteCount)
-        remove(std::prev(_entries.end()));
+        moveTo(evicted, std::prev(_entries.end()));
+    return evicted;
 }
 
-void KXMDMemoryCache::remove(Entries::iterator entry)
+void KXMDMemoryCache::moveTo(Entries& evicted, Entries::iterator entry)
 {
     _byteCount -= bytesOf(*entry);
     _byName.erase(entry->name);
-    _entries.erase(entry);
+    evicted.splice(evicted.end(), _entries, entry);
 }

@@ -13,6 +13,13 @@
 /// No lock of its own.
 class KX_EXPORT KXMDMemoryCache {
 public:
+    /// A picture and its name.
+    struct Entry {
+        std::string name;
+        KXImage::Ref image;
+    };
+    using Entries = std::list<Entry>;
+
     /// `initWithByteBudget:` A cache that holds up to `byteBudget` bytes of pixels.
     explicit KXMDMemoryCache(std::size_t byteBudget);
     KXMDMemoryCache(KXMDMemoryCache&&) = default;
@@ -23,24 +30,20 @@ public:
     [[nodiscard]] KXImage::Ref imageForName(std::string const& name);
 
     /// `setImage:forName:` Keeps `image` under `name`, in place of an earlier one, and evicts
-    /// others to make room. A picture larger than the whole budget is not kept.
-    void setImageForName(KXImage::Ref image, std::string const& name);
+    /// others to make room. A picture larger than the whole budget is not kept. Returns what had
+    /// to go, so that a lock around the cache can be left before it is destroyed.
+    Entries setImageForName(KXImage::Ref image, std::string const& name);
 
-    /// `evictToByteCount:` Lets go of pictures until at most `byteCount` bytes are held.
-    void evictToByteCount(std::size_t byteCount);
+    /// `evictToByteCount:` Takes pictures out until at most `byteCount` bytes are held, and returns
+    /// them.
+    Entries evictToByteCount(std::size_t byteCount);
 
     /// `byteCount` The bytes of pixels that are held.
     [[nodiscard]] std::size_t byteCount() const { return _byteCount; }
 
 private:
-    struct Entry {
-        std::string name;
-        KXImage::Ref image;
-    };
-    using Entries = std::list<Entry>;
-
     static std::size_t bytesOf(Entry const& entry) { return entry.image->pixels().size(); }
-    void remove(Entries::iterator entry);
+    void moveTo(Entries& evicted, Entries::iterator entry);
 
     std::size_t const _byteBudget;
     std::size_t _byteCount { 0 };

@@ -67,7 +67,7 @@ KXImage::Ref imageInStart(Bytes bytes, KXMovieLoader const& loader, bool& hadErr
 }
 
 KXMDQTParser::KXMDQTParser(KXPlatform::Ref platform)
-    : _platform(std::move(platform))
+    : _platform(platform ? std::move(platform) : KXPlatform::shared())
 {
 }
 

@@ -14,7 +14,8 @@
 /// asked for on any.
 class KX_EXPORT KXMDQTParser {
 public:
-    /// `initWithPlatform:` A parser that opens movies by the platform's movie library.
+    /// `initWithPlatform:` A parser that opens movies by the platform's movie library;
+    /// null stands for the process-wide platform.
     explicit KXMDQTParser(KXPlatform::Ref platform = KXPlatform::shared());
 
     /// `parseAbstractData:` Makes the picture from the start of the file: the movie library is

@@ -21,7 +21,7 @@ bool holdsNull(KXMDThumbnailController::Files const& files)
 }
 
 KXMDThumbnailController::KXMDThumbnailController(KXPlatform::Ref platform, std::size_t byteBudget)
-    : _platform(std::move(platform))
+    : _platform(platform ? std::move(platform) : KXPlatform::shared())
     , _memoryCache(KXMDMemoryCache(byteBudget))
     , _thumbnailCacheQueue("org.kxmd.thumbnailcontroller")
 {
@@ -117,14 +117,16 @@ void KXMDThumbnailController::setImageForCacheName(KXImage::Ref image, std::stri
     if (!image || cacheName.empty())
         return;
     std::call_once(_firstStore, [this] { observeMemoryPressure(); });
-    _memoryCache.lock()->setImageForName(std::move(image), cacheName);
+    // What makes room is destroyed after the lock is left: a host's picture may ask us then.
+    auto const evicted = _memoryCache.lock()->setImageForName(image, cacheName);
 }
 
 void KXMDThumbnailController::observeMemoryPressure()
 {
     _memoryPressure = _platform->memoryPressure->addObserver([weakSelf = weak_from_this()] {
-        if (auto const self = weakSelf.lock())
-            self->_memoryCache.lock()->evictToByteCount(0);
+        if (auto const self = weakSelf.lock()) {
+            auto const evicted = self->_memoryCache.lock()->evictToByteCount(0);
+        }
     });
 }
 

@@ -40,7 +40,8 @@ public:
     /// first use and never destroyed.
     [[nodiscard]] static Ref const& sharedController();
 
-    /// `initWithPlatform:byteBudget:` A controller with a queue and a cache of its own.
+    /// `initWithPlatform:byteBudget:` A controller with a queue and a cache of its own; null
+    /// stands for the process-wide platform.
     [[nodiscard]] static Ref createWithPlatform(
         KXPlatform::Ref platform, std::size_t byteBudget = defaultByteBudget);
 

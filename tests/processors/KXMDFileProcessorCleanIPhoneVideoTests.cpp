@@ -235,6 +235,13 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyThatCannotBeWrittenLeavesNoFol
     EXPECT_THAT(leftovers(), IsEmpty());
 }
 
+TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, HostThatThrowsInsteadOfWritingLeavesNoFolderBehind)
+{
+    fileManager->throwInsteadOfWriting();
+    EXPECT_THROW(cleaned(movie(soundEntry("mp4a"), atom("udta", zeros(100)))), std::runtime_error);
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
 TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, NothingToCleanIsNotReadWholeAndMakesNoFolder)
 {
     EXPECT_EQ(cleaned(plainMovie), plainMovie);

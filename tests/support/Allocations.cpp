@@ -1,14 +1,23 @@
 #include "support/Allocations.h"
 
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 namespace {
 
 thread_local Allocations counted;
+constexpr std::uint64_t none = std::numeric_limits<std::uint64_t>::max();
+thread_local std::uint64_t failingCount = none;
 
-void* counting(std::size_t size, void* memory)
+/// What `allocate` gives, counted, unless it is to fail.
+template <class Allocate> void* counting(std::size_t size, Allocate allocate)
 {
+    if (counted.count == failingCount) {
+        failingCount = none;
+        throw std::bad_alloc();
+    }
+    void* const memory = allocate();
     if (!memory)
         throw std::bad_alloc();
     ++counted.count;
@@ -20,13 +29,23 @@ void* counting(std::size_t size, void* memory)
 
 Allocations Allocations::soFar() { return counted; }
 
+FailingAllocation::FailingAllocation(std::uint64_t count) { failingCount = counted.count + count; }
+
+FailingAllocation::~FailingAllocation() { failingCount = none; }
+
+bool FailingAllocation::hasFailed() const { return failingCount == none; }
+
 // The other forms call these.
-void* operator new(std::size_t size) { return counting(size, std::malloc(size ? size : 1)); }
+void* operator new(std::size_t size)
+{
+    return counting(size, [size] { return std::malloc(size ? size : 1); });
+}
 
 void* operator new(std::size_t size, std::align_val_t alignment)
 {
     auto const step = static_cast<std::size_t>(alignment);
-    return counting(size, std::aligned_alloc(step, (size + step - 1) / step * step));
+    return counting(
+        size, [=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }

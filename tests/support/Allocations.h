@@ -16,3 +16,15 @@ struct Allocations {
         return { count - earlier.count, bytes - earlier.bytes };
     }
 };
+
+/// While it lives, one allocation of the thread that made it fails, the one after `count` others.
+class FailingAllocation {
+public:
+    explicit FailingAllocation(std::uint64_t count);
+    ~FailingAllocation();
+    FailingAllocation(FailingAllocation const&) = delete;
+    FailingAllocation& operator=(FailingAllocation const&) = delete;
+
+    /// Whether it has failed.
+    bool hasFailed() const;
+};

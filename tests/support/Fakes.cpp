@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -207,6 +208,8 @@ bool FakeFileManager::writeBytesToFile(
     std::span<std::uint8_t const> bytes, std::string const& path) const
 {
     ++_writes;
+    if (_throwsInsteadOfWriting)
+        throw std::runtime_error("cannot be written");
     return !_failsToWrite && _real->writeBytesToFile(bytes, path);
 }
 

@@ -212,6 +212,7 @@ class FakeFileManager final : public KXFileManager {
 public:
     void failToRead() { _failsToRead = true; }
     void failToWrite() { _failsToWrite = true; }
+    void throwInsteadOfWriting() { _throwsInsteadOfWriting = true; }
     void failToCreateFolders() { _failsToCreateFolders = true; }
     /// How often a file was to be read whole, and how often one was to be written.
     std::size_t reads() const { return _reads; }
@@ -232,6 +233,7 @@ private:
         = KXPlatform::platformOfThisMachine()->fileManager;
     bool _failsToRead { false };
     bool _failsToWrite { false };
+    bool _throwsInsteadOfWriting { false };
     bool _failsToCreateFolders { false };
     mutable std::atomic<std::size_t> _reads { 0 };
     mutable std::atomic<std::size_t> _writes { 0 };

@@ -152,3 +152,18 @@ TEST(KXMDMemoryCache, CountsItsBytesThroughALongLife)
     EXPECT_EQ(held, cache.byteCount());
     EXPECT_GT(held, budget / 2);
 }
+
+TEST(KXMDMemoryCache, HandsOutWhatHadToGo)
+{
+    KXMDMemoryCache cache(120);
+    cache.setImageForName(imageOfBytes(40), "a");
+    cache.setImageForName(imageOfBytes(40), "b");
+    auto const replaced = cache.setImageForName(imageOfBytes(80), "a"),
+               all = cache.evictToByteCount(0);
+    ASSERT_EQ(replaced.size(), 1u);
+    EXPECT_EQ(replaced.front().name, "a");
+    EXPECT_EQ(replaced.front().image->pixels().size(), 40u);
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all.front().name, "b"); // The least recently used one first.
+    EXPECT_EQ(cache.byteCount(), 0u);
+}

@@ -361,3 +361,21 @@ TEST_F(KXMDThumbnailControllerEncoding, PictureThatCannotBeEncodedIsTriedAgain)
     machine.pictureLoader->setJPGRepresentation(KXData({ 1 }));
     EXPECT_EQ(controller->jpgRepresentationOfImage(image).length(), 1u);
 }
+
+TEST_F(KXMDThumbnailControllerTest, PictureThatLeavesTheCacheMayAskTheControllerAtItsEnd)
+{
+    int ends = 0;
+    auto const hostsPicture = [&] {
+        Image const pixels = solid(64, 64, red);
+        return Image(pixels.get(), [this, pixels, &ends](KXImage const*) {
+            EXPECT_FALSE(controller->thumbnailExistsForPath("/other", { 64, 64 }));
+            ++ends;
+        });
+    };
+    controller->setThumbnailForPath("/a", hostsPicture(), { 64, 64 });
+    EXPECT_EQ(ends, 0);
+    controller->setThumbnailForPath("/a", hostsPicture(), { 64, 64 }); // In place of the first.
+    EXPECT_EQ(ends, 1);
+    machine.memoryPressure->runShort();
+    EXPECT_EQ(ends, 2);
+}

@@ -69,6 +69,8 @@ std::optional<std::string> KXMP4Atom::givenTag() const
     if (std::uint32_t const type = _type)
         return KXFourCharacterCode(type).text();
     std::scoped_lock const lock(_lock);
+    if (std::uint32_t const type = _type) // It was just replaced.
+        return KXFourCharacterCode(type).text();
     return _otherTag ? std::optional(*_otherTag) : std::nullopt;
 }
 
@@ -230,6 +232,8 @@ bool KXMP4Atom::isAt(PathStep const& step) const
     if (std::uint32_t const type = _type)
         return type == step.code;
     std::scoped_lock const lock(_lock);
+    if (std::uint32_t const type = _type) // It was just replaced.
+        return type == step.code;
     return _otherTag && *_otherTag == step.text;
 }
 
@@ -273,7 +277,7 @@ std::string KXMP4Atom::fullPath() const
         ancestors.push_back(atom);
     std::string path;
     for (auto atom = ancestors.rbegin(); atom != ancestors.rend(); ++atom) {
-        if (!path.empty())
+        if (atom != ancestors.rbegin())
             path += '.';
         path += (*atom)->tag();
     }
@@ -282,7 +286,7 @@ std::string KXMP4Atom::fullPath() const
 
 std::string KXMP4Atom::fullPathWithSize() const
 {
-    return fullPath() + " Size:" + std::to_string(static_cast<std::int64_t>(_size));
+    return fullPath() + " Size:" + std::to_string(static_cast<std::int64_t>(size()));
 }
 
 std::string KXMP4Atom::allPaths()
@@ -297,7 +301,10 @@ std::string KXMP4Atom::allPaths()
 
 std::string KXMP4Atom::description() const
 {
-    std::string text = "MP4 Atom:" + givenTag().value_or("(null)") + " - " + std::to_string(_size);
+    std::string shownTag = tag();
+    if (shownTag.empty() && !givenTag())
+        shownTag = "(null)";
+    std::string text = "MP4 Atom:" + shownTag + " - " + std::to_string(size());
     if (auto const decoded = content())
         text.append(" - ").append(*decoded);
     return text;

@@ -37,7 +37,8 @@ enum KXMP4TrackType : std::int32_t {
 ///
 /// Every operation but `visitDepthFirst:` may be overridden. Walks over a tree stay on one level of
 /// the machine stack: they ask each atom for `children`, `description` and `adjustOwnOffsets`, not
-/// for the walk below it.
+/// for the walk below it. A search by path goes by the tags and children that were set, whatever is
+/// overridden.
 class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
 public:
     using Ref = std::shared_ptr<KXMP4Atom>;

@@ -1,4 +1,23 @@
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4AtomSampleTable.h"
+#include "kxmd/mp4/atoms/KXMP4ChunkTablePrivate.h"
+
+#include <algorithm>
+
+namespace {
+
+/// How many entries of a chunk offset table there are in the buffer; 0 for any other atom.
+std::uint64_t entriesWithin(KXMutableData const& data, KXMP4Atom const& atom)
+{
+    auto const* const table = dynamic_cast<KXMP4AtomSampleTable const*>(&atom);
+    if (!table)
+        return 0;
+    std::uint64_t const start = std::min(table->offset(), data.length());
+    std::uint64_t const room = (data.length() - start) / KXMP4ChunkTable::entrySize;
+    return std::min<std::uint64_t>(table->noOfEntries(), room);
+}
+
+}
 
 bool KXMP4Atom::removeSelfFromMutableData(KXMutableData& data)
 {
@@ -45,12 +64,16 @@ bool KXMP4Atom::adjustSizeInMutableData(std::int64_t difference, KXMutableData& 
 bool KXMP4Atom::adjustOffsetInMutableData(
     std::int64_t difference, std::uint64_t start, KXMutableData& data)
 {
+    // Tables that lie in each other have more entries than the file has room for.
+    std::uint64_t entriesLeft = data.length() / KXMP4ChunkTable::entrySize;
     bool isDone = true;
     visitDepthFirst([&](KXMP4Atom& atom, std::size_t) {
         if (atom._offset >= start)
             atom._offset += static_cast<std::uint64_t>(difference);
-        isDone &= atom.adjustOwnOffsets(difference, start, data);
-        return true;
+        std::uint64_t const entries = entriesWithin(data, atom);
+        isDone = entries <= entriesLeft && atom.adjustOwnOffsets(difference, start, data);
+        entriesLeft -= std::min(entries, entriesLeft);
+        return isDone;
     });
     return isDone;
 }

@@ -370,3 +370,22 @@ TEST(KXMP4AtomEditing, AMillionNestedLevelsAreEdited)
         EXPECT_THAT(data.bytes(), ElementsAreArray(file));
     });
 }
+
+TEST(KXMP4AtomEditing, TablesThatLieInEachOtherAreNotAllCorrected)
+{
+    // Each is in a track too small for it, and claims what follows: up to the end, or past it.
+    constexpr std::uint32_t tableCount = 50, trackLength = 24, hole = 16;
+    for (std::uint32_t const more : { 1u, 2u }) {
+        Bytes file = atom("free", zeros(hole - 8));
+        for (std::uint32_t i = 1; i <= tableCount; ++i) {
+            std::uint32_t const entries = (tableCount - i) * trackLength / 4 + more;
+            file = join(file, u32(trackLength), text("trak"), u32(16 + 4 * entries), text("stco"),
+                u32(0), u32(entries));
+        }
+        file = join(file, u32(5000));
+        auto const root = treeOf(file);
+        KXMutableData data(file);
+        EXPECT_FALSE(root->children().front()->removeSelfFromMutableData(data));
+        EXPECT_EQ(numberAt(data, data.length() - 4), 5000 - hole) << more;
+    }
+}

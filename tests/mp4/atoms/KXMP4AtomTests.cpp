@@ -652,3 +652,24 @@ TEST(KXMP4Atom, TrackAtomIsTheNearestTrack)
     EXPECT_EQ(root->children().front()->trackAtom(), nullptr);
     EXPECT_EQ(free->rootAtom(), root.get());
 }
+
+TEST(KXMP4Atom, PathBelowARootWithoutATagBeginsWithADot)
+{
+    KXMP4Atom root;
+    auto const movie = std::make_shared<KXMP4Atom>();
+    movie->setTag("moov");
+    movie->setParent(&root);
+    root.addChild(movie);
+    EXPECT_EQ(movie->fullPath(), ".moov");
+}
+
+TEST(KXMP4Atom, TextsTellTheTagAndTheSizeThatAreOverridden)
+{
+    class Renamed final : public KXMP4Atom {
+        std::string tag() const override { return "mine"; }
+        std::uint64_t size() const override { return 77; }
+    };
+    Renamed const atom;
+    EXPECT_EQ(atom.description(), "MP4 Atom:mine - 77");
+    EXPECT_EQ(atom.fullPathWithSize(), "mine Size:77");
+}
