@@ -25,8 +25,8 @@ KXMDFileProcessorAddAlbumCover::KXMDFileProcessorAddAlbumCover()
 }
 
 KXMDFileProcessorAddAlbumCover::KXMDFileProcessorAddAlbumCover(
-    KXMDThumbnailController::Ref controller)
-    : _controller(controller ? std::move(controller) : KXMDThumbnailController::sharedController())
+    KXMDThumbnailController::Ref const& controller)
+    : _controller(controller ? controller : KXMDThumbnailController::sharedController())
 {
 }
 

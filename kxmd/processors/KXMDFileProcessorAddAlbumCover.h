@@ -10,7 +10,7 @@ public:
     KXMDFileProcessorAddAlbumCover();
     /// `initWithThumbnailController:` Takes thumbnails from `controller`; null stands for the
     /// process's shared one.
-    explicit KXMDFileProcessorAddAlbumCover(KXMDThumbnailController::Ref controller);
+    explicit KXMDFileProcessorAddAlbumCover(KXMDThumbnailController::Ref const& controller);
 
     /// `processedFileDataForFileProxy:fileData:` Replaces the covers in the buffer of `fileData`,
     /// which must be a mutable reader, whether or not they are valid.

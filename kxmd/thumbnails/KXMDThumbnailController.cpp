@@ -112,7 +112,8 @@ KXImage::Ref KXMDThumbnailController::imageForCacheName(std::string const& cache
     return cacheName.empty() ? nullptr : _memoryCache.lock()->imageForName(cacheName);
 }
 
-void KXMDThumbnailController::setImageForCacheName(KXImage::Ref image, std::string const& cacheName)
+void KXMDThumbnailController::setImageForCacheName(
+    KXImage::Ref const& image, std::string const& cacheName)
 {
     if (!image || cacheName.empty())
         return;

@@ -114,7 +114,7 @@ public:
     [[nodiscard]] KXImage::Ref imageForCacheName(std::string const& cacheName);
 
     /// `setImage:forCacheName:` Keeps `image` under that name; does nothing without both.
-    void setImageForCacheName(KXImage::Ref image, std::string const& cacheName);
+    void setImageForCacheName(KXImage::Ref const& image, std::string const& cacheName);
 
     /// `scaleImage:size:` The largest centred square of `image`, stretched to exactly `size`;
     /// `image` itself when it has that size. Null without an image and for a size that no picture
