@@ -120,6 +120,13 @@ TEST(KXLog, WhatASinkThrowsIsDropped)
     EXPECT_EQ(calls, 2);
 }
 
+TEST(KXLog, ShowsTheFormatWhereItCannotBeFilled)
+{
+    LogCapture const log;
+    KXLog("Metadata", "name: %ls", L"\x20AC"); // The C locale knows no such character.
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: name: %ls"));
+}
+
 TEST(KXLog, EmptyTextIsALine)
 {
     LogCapture const log;
