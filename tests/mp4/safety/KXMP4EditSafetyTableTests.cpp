@@ -27,6 +27,17 @@ TEST(KXMP4EditSafetyTables, A64BitTableMattersWhenItsMediaMoves)
     EXPECT_THAT(reasonAgainstCleaning(moovLast(moov)), IsEmpty());
 }
 
+TEST(KXMP4EditSafetyTables, WhatFollowsTheEntriesOfA64BitTableDoesNotMatter)
+{
+    for (std::uint32_t const claimed : { 0u, 1u }) {
+        auto const moov = [claimed](std::uint32_t media) {
+            return atom("moov", trackWithTables(stco({ media })),
+                trackWithTables(atom("co64", u32(0), u32(claimed), u64(media))), userData);
+        };
+        EXPECT_EQ(reasonAgainstAdding(moovFirst(moov)).empty(), claimed == 0) << claimed;
+    }
+}
+
 TEST(KXMP4EditSafetyTables, FilesWithout32BitTablesAreNotEditedByCovers)
 {
     auto const file
