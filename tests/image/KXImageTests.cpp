@@ -236,6 +236,19 @@ TEST(KXImage, WhatLiesOutsideOfThePictureIsLeftOut)
         EXPECT_EQ(countOf(*drawn(*image, { 4, 4 }, outside), transparent), 16u) << outside.x;
 }
 
+TEST(KXImage, PartThatReachesPastOneEdgeOfTheSourceDrawsWhatIsThere)
+{
+    auto const image = solid(2, 2, red);
+    for (double const x : { -2, 0 }) {
+        for (double const y : { -2, 0 }) {
+            auto const target = KXImage::imageWithSize({ 4, 4 });
+            target->drawImageFromRectInRect(*image, { x, y, { 4, 4 } }, wholeOf(*target));
+            EXPECT_EQ(countOf(*target, red), 4u) << x << ' ' << y;
+            EXPECT_EQ(countOf(*target, transparent), 12u) << x << ' ' << y;
+        }
+    }
+}
+
 TEST(KXImage, PartOutsideOfTheSourceDrawsNothing)
 {
     auto const image = solid(4, 4, white);
