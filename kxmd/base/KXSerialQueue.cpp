@@ -17,8 +17,7 @@ struct KXSerialQueue::State {
     enum class Runner {
         none,
         thread, ///< The queue's own, until the queue is released.
-        submitter, ///< Whoever submitted work when no thread could be started, until all of it is
-                   ///< done.
+        submitter, ///< Whoever submitted when no thread could be started, until all is done.
     };
 
     std::mutex mutex;

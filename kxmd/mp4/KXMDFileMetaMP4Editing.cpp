@@ -53,14 +53,13 @@ bool KXMDFileMetaMP4::addEncodedAlbumCoverToData(
     // The table is looked for again: a cover of a wrong size may have taken it along.
     if (!removeAlbumCoverFromData(data) || !hasChunkOffsetTable() || !picture.length())
         return false;
-    auto const tagLists = atomsWithPath(tagListPath);
-    auto const tags = tagLists.empty() ? KXMP4Atom::List() : tagLists.back()->children();
-    if (tags.empty())
+    auto const place = placeOfCover(*mp4Atom());
+    if (!place)
         return false;
     // A chunk offset table that does not lie in the file makes this false, though the file can
     // still be parsed: its media would not be found.
     KXData const cover = coverAtomWithJPEG(picture.bytes());
-    bool const isInserted = tags.back()->insertBeforeSelfInMutableData(*data, cover.bytes());
+    bool const isInserted = place->insertBeforeSelfInMutableData(*data, cover.bytes());
     return parseMutableData(data) && isInserted;
 }
 

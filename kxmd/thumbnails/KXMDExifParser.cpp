@@ -21,7 +21,7 @@ constexpr std::uint64_t entrySize = 12;
 constexpr std::uint16_t previewOffsetTag = 0x0201; ///< JPEGInterchangeFormat.
 constexpr std::uint16_t previewLengthTag = 0x0202; ///< JPEGInterchangeFormatLength.
 
-/// Moves after the application segment that the preview's segment follows at once, or stays.
+/// Moves past the application segment that the preview's segment follows at once, or stays.
 bool skipToExifSegment(KXAbstractData& data)
 {
     std::uint16_t marker = data.readUInt16OrZero(KXSwap::yes);

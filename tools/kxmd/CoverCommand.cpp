@@ -130,9 +130,10 @@ void addCover(EditOptions const& options, Session& session)
         session);
 }
 
-/// The options that all three have.
+/// What one of the three does.
 using Action = void (*)(EditOptions const& options, Session& session);
 
+/// Adds one of them, with the option that all have.
 CLI::App& addAction(CLI::App& cover, Session& session, char const* name, char const* description,
     std::shared_ptr<EditOptions> const& options, Action action)
 {

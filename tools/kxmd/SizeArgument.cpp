@@ -7,7 +7,7 @@ namespace {
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// Moves `text` after the number that it begins with.
+/// Moves `text` past the number that it begins with.
 std::optional<double> takePoints(std::string_view& text)
 {
     if (text.empty() || !isDigit(text.front())) // No sign, no "inf".

@@ -34,7 +34,7 @@ constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &ex
 
 void cleanUp(Session& session)
 {
-    // A signal to all of our group ends converters as well: which is not the fault of their files.
+    // A signal to all of our group ends converters as well, which is no fault of their files.
     session.standardError().fallSilent();
     removeTemporaryFoldersForGood();
     removePartsForGood();

@@ -15,7 +15,7 @@ constexpr std::uint8_t decoderSpecificInfoTag = 0x05;
 constexpr std::int32_t mpeg4Visual = 0x20;
 constexpr std::int32_t mpeg4Audio = 0x40;
 
-/// Moves after the visual object sequence start code, 00 00 01 B0, by its second word (ISO/IEC
+/// Moves past the visual object sequence start code, 00 00 01 B0, by its second word (ISO/IEC
 /// 14496-2, table 6-3). Looks at whole words from the read position on, a few more than `length`
 /// has.
 bool findSequenceStartCode(KXAbstractData& data, std::uint8_t length)

@@ -14,8 +14,8 @@ public:
     void parseAtomSpecificData(KXAbstractData& data) override;
 
 protected:
-    /// Stops at the first entry before `start`. Deliberate: media lies after the edit or in
-    /// front of it, hardly ever on both sides.
+    /// Stops at the first entry before `start`. Deliberate: media lies after the edit or
+    /// before it, hardly ever on both sides.
     bool adjustOwnOffsets(
         std::int64_t difference, std::uint64_t start, KXMutableData& data) override;
 

@@ -121,10 +121,9 @@ std::optional<std::string> KXMP4EditSafety::reasonAgainstAddingAlbumCoverOfSize(
         if (!KXMDFileMetaMP4().removeAlbumCoverFromData(data))
             return false;
         auto const root = treeOf(data);
-        auto const tagLists = root->allAtomsWithPath(tagListPath);
-        auto const tags = tagLists.empty() ? KXMP4Atom::List() : tagLists.back()->children();
-        if (tags.empty() || !atomSize || root->allAtomsWithPath(chunkOffsetTablePath).empty())
-            return true; // There is no place for it.
-        return insertUnknownAtomBefore(*tags.back(), atomSize, *data);
+        auto const place = placeOfCover(*root);
+        if (!place || !atomSize || root->allAtomsWithPath(chunkOffsetTablePath).empty())
+            return true; // The operation inserts nothing either.
+        return insertUnknownAtomBefore(*place, atomSize, *data);
     });
 }

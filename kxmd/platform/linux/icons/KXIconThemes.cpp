@@ -27,9 +27,8 @@ std::string themeOfDesktop()
     GSettingsSchemaSource* const source = g_settings_schema_source_get_default(); // Not owned.
     std::unique_ptr<GSettingsSchema, UnreferenceSchema> const schema(
         source ? g_settings_schema_source_lookup(source, settingsName, TRUE) : nullptr);
-    if (!schema
-        || !g_settings_schema_has_key(
-            schema.get(), key)) // GLib aborts when asked for a missing key.
+    // GLib aborts when asked for a missing key.
+    if (!schema || !g_settings_schema_has_key(schema.get(), key))
         return {};
     GObjectRef<GSettings> const settings(g_settings_new_full(schema.get(), nullptr, nullptr));
     GAllocated<gchar> const name(g_settings_get_string(settings.get(), key));

@@ -73,8 +73,7 @@ bool areEqual(cmsHPROFILE one, cmsHPROFILE other)
 
 void convertToSRGB(GdkPixbuf& pixbuf, std::span<guchar const> profile)
 {
-    constexpr std::size_t longestProfile = 1
-        << 20; // Real profiles of this kind take a few kilobytes.
+    constexpr std::size_t longestProfile = 1 << 20; // Real ones take a few kilobytes.
     if (profile.size() > longestProfile)
         return;
     auto const size = static_cast<cmsUInt32Number>(profile.size());

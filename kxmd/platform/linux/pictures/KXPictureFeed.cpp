@@ -77,7 +77,7 @@ std::uint64_t lengthOfColourTable(std::uint8_t packedFields)
     return packedFields & colourTableFlag ? std::uint64_t { 3 } << ((packedFields & 7) + 1) : 0;
 }
 
-/// Moves after the empty block that ends a row of blocks; false when there is none.
+/// Moves past the empty block that ends a row of blocks; false when there is none.
 bool skipSubBlocks(KXAbstractData& data)
 {
     std::uint8_t length = 0;
