@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 static_assert(std::endian::native == std::endian::little,
     "the reader and the sync-safe sizes of ID3v2 assume a little-endian machine");
@@ -137,6 +138,13 @@ public:
     [[nodiscard]] bool readStringWithZeroTerminationTo(
         std::optional<std::string>& text, std::uint64_t length, KXStringEncoding encoding);
 
+    /// `readError` The system's reason for the first read that it refused, as for a disk that is
+    /// damaged or was taken out; none while it refused none.
+    ///
+    /// Tells a file that ends early, or is no media, from one that nobody can read: what was found
+    /// in the latter may be wrong or incomplete.
+    [[nodiscard]] std::error_code readError() const { return _readError; }
+
     /// `budget` What the parse that this reader serves may still spend.
     [[nodiscard]] KXParseBudget& budget() { return _budget; }
 
@@ -155,6 +163,13 @@ protected:
 
     /// Reads inside this stretch touch nothing else.
     void setWindow(Window window) { _window = window; }
+
+    /// Remembers why the system refused a read, unless there is an earlier reason.
+    void keepReadError(std::error_code error)
+    {
+        if (!_readError)
+            _readError = error;
+    }
 
 private:
     /// The `count` bytes at `position`, which the source holds, in one piece; null when they cannot
@@ -193,4 +208,5 @@ private:
     Window _window;
     std::uint64_t _offset { 0 };
     KXParseBudget _budget;
+    std::error_code _readError;
 };

@@ -1,9 +1,12 @@
 #include "kxmd/base/KXFileDataPrivate.h"
 
+#include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXPathPrivate.h"
+#include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +20,17 @@ constexpr std::size_t headWindowLength = 8 * 1024;
 constexpr std::size_t jumpWindowLength = 2 * 1024;
 constexpr std::size_t longestWindowLength = 64 * 1024;
 
+/// Says that a file could not be opened through no fault of its path. Whoever asked may only learn
+/// that there is nothing, and do without.
+void logFaultOfTheMachine(int error)
+{
+    for (int const fault : { EIO, EMFILE, ENFILE, ENOMEM }) {
+        if (error == fault)
+            KXLog("Metadata", "KXAbstractData->a file cannot be opened: %s", std::strerror(error));
+    }
+    errno = error;
+}
+
 }
 
 KXAbstractData::Ref KXFileData::createWithPath(std::string const& path)
@@ -29,9 +43,12 @@ KXAbstractData::Ref KXFileData::createWithPath(std::string const& path)
     if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     // Without O_NONBLOCK the open of a FIFO, if that is what has taken its place, would wait.
-    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
+    int const descriptor
+        = KXAboveStandardFiles(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (descriptor < 0) {
+        logFaultOfTheMachine(errno);
         return nullptr;
+    }
     return std::make_shared<KXFileData>(descriptor, static_cast<std::uint64_t>(status.st_size));
 }
 
@@ -52,11 +69,21 @@ std::uint64_t KXFileData::readFile(
             static_cast<std::size_t>(count - done), static_cast<off_t>(position + done));
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0) // Cut off under us, or unreadable.
+        if (got < 0)
+            noteReadError({ errno, std::system_category() });
+        if (got <= 0) // Unreadable, or cut off under us.
             break;
         done += static_cast<std::uint64_t>(got);
     }
     return done;
+}
+
+/// Said once: who asks for what the file holds may only learn that there is nothing.
+void KXFileData::noteReadError(std::error_code error)
+{
+    if (!readError())
+        KXLog("Metadata", "KXAbstractData->a file cannot be read: %s", error.message().c_str());
+    keepReadError(error);
 }
 
 std::size_t KXFileData::windowLengthAt(std::uint64_t position) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXExport.h"
 
 #include <array>
 #include <memory>
@@ -9,7 +10,7 @@
 ///
 /// Positioned reads, not a memory map: a file that is cut off meanwhile then gives failed reads and
 /// no signal. The first window is kept for good, since parsers come back to a file's head.
-class KXFileData final : public KXAbstractData {
+class KX_EXPORT_FOR_TESTS KXFileData final : public KXAbstractData {
 public:
     /// Null when `path` is not a regular file that can be opened.
     static Ref createWithPath(std::string const& path);
@@ -35,6 +36,7 @@ private:
     Slot& nextSlot();
     Slot const* slotWith(std::uint64_t position, std::size_t count);
     Slot& readSlotAt(std::uint64_t position, std::size_t count);
+    void noteReadError(std::error_code error);
     std::uint64_t readFile(std::uint64_t position, std::uint8_t* target, std::uint64_t count);
 
     int const _descriptor;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -84,6 +85,11 @@ public:
 
     /// `filesize` The file's size in bytes when it was last parsed.
     [[nodiscard]] std::uint64_t filesize() const { return _filesize; }
+
+    /// `readError` The system's reason why the file could not be opened, or some of it not be read,
+    /// when this object was made; none when all could. What the object says may be wrong or
+    /// incomplete then.
+    [[nodiscard]] std::error_code readError() const { return _readError; }
 
     /// `mp4Atom` The root of an MP4 file's atoms; null for other files. Read and replaced as one
     /// unit.
@@ -171,6 +177,7 @@ private:
     KXMDMetaType _metaType { KXMDMetaTypeUnknown };
     KXGuarded<std::shared_ptr<KXMP4Atom>, KXByteLock> _mp4Atom;
     std::uint64_t _filesize { 0 };
+    std::error_code _readError;
     std::uint64_t _filesizeWithAlbumCover { 0 }; // 0 until asked for.
     PlatformRef _platform; // Null for the process-wide one.
 };

@@ -7,6 +7,7 @@
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 
 #include <array>
+#include <cerrno>
 #include <string_view>
 
 namespace {
@@ -55,7 +56,9 @@ KXMDMetaType KXMDFileMeta::metaTypeForData(KXAbstractData& data)
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAbstractData(KXAbstractData& data)
 {
     Ref const meta = emptyMetaOfType(metaTypeForData(data));
-    return meta->parseAbstractData(data) ? meta : nullptr;
+    bool const isParsed = meta->parseAbstractData(data);
+    meta->_readError = data.readError();
+    return isParsed ? meta : nullptr;
 }
 
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAnyAbstractData(KXAbstractData& data)
@@ -64,11 +67,17 @@ KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithAnyAbstractData(KXAbstractData& data
         return meta;
     auto const empty = std::make_shared<KXMDFileMetaEmpty>();
     empty->parseAbstractData(data);
+    empty->_readError = data.readError();
     return empty;
 }
 
 KXMDFileMeta::Ref KXMDFileMeta::fileMetaWithSourcePath(std::string const& path)
 {
-    auto const data = KXAbstractData::abstractDataWithPath(path);
-    return data ? fileMetaWithAnyAbstractData(*data) : std::make_shared<KXMDFileMetaEmpty>();
+    errno = 0;
+    if (auto const data = KXAbstractData::abstractDataWithPath(path))
+        return fileMetaWithAnyAbstractData(*data);
+    int const error = errno; // None where there is a folder or device.
+    auto const empty = std::make_shared<KXMDFileMetaEmpty>();
+    empty->_readError = { error, std::system_category() };
+    return empty;
 }

@@ -37,6 +37,16 @@ std::optional<KXMP4Atom::List> removableAtoms(KXMP4Atom& root)
     return std::nullopt;
 }
 
+/// How many bytes the atoms that are to be removed claim to have, which may wrap.
+std::uint64_t removableBytes(KXAbstractData& data)
+{
+    std::uint64_t bytes = 0;
+    auto const atoms = removableAtoms(*KXMP4Atom::atomWithAbstractData(data));
+    for (auto const& atom : atoms.value_or(KXMP4Atom::List()))
+        bytes += atom->size();
+    return bytes;
+}
+
 /// Removes the first atom at `path`; whether any bytes went.
 bool removeFirstAtomWithPath(std::string_view path, KXMutableData::Ref const& data)
 {
@@ -128,10 +138,10 @@ std::uint64_t KXMDFileProcessorCleanIPhoneVideo::processedFilesizeForFileProxy(
 {
     auto const file = fileProxy.file();
     auto const source = file ? KXAbstractData::abstractDataWithPath(file->sourcePath()) : nullptr;
-    if (!source)
-        return filesize;
-    auto const atoms = removableAtoms(*KXMP4Atom::atomWithAbstractData(*source));
-    for (auto const& atom : atoms.value_or(KXMP4Atom::List()))
-        filesize -= atom->size();
-    return filesize;
+    return source ? filesize - removableBytes(*source) : filesize;
+}
+
+std::uint64_t KXMDFileProcessorCleanIPhoneVideo::cleanedSizeOfData(KXAbstractData& data)
+{
+    return data.length() - removableBytes(data);
 }

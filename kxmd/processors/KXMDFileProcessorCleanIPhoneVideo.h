@@ -35,6 +35,10 @@ public:
     /// be removed.
     static bool cleanData(KXMutableData::Ref const& data);
 
+    /// `cleanedSizeOfData:` The size in bytes of the file that `data` reads once it is cleaned, by
+    /// what its atoms claim, as predicted above; its length when there is nothing to remove.
+    [[nodiscard]] static std::uint64_t cleanedSizeOfData(KXAbstractData& data);
+
     /// `reasonAgainstCleaningData:` Why media of the file that `data` reads would be lost by that,
     /// as `KXMP4EditSafety` tells it; absent when none is, or when there is nothing to remove.
     [[nodiscard]] static std::optional<std::string> reasonAgainstCleaningData(KXAbstractData& data);

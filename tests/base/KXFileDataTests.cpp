@@ -1,14 +1,19 @@
 // The reader over a file: what it opens, and what it reads through its windows.
 
-#include "kxmd/base/KXAbstractData.h"
+#include "kxmd/base/KXFileDataPrivate.h"
+#include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include "support/Files.h"
+#include "support/LogCapture.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace build;
@@ -196,4 +201,119 @@ TEST(KXFileData, ClosesItsFile)
     }
     EXPECT_FALSE(KXAbstractData::abstractDataWithPath(folder.path())); // Opened, then refused.
     EXPECT_EQ(openFiles(), before);
+}
+
+namespace {
+
+/// A reader whose file the system refuses to read, since it was opened for writing only.
+KXFileData unreadable(TemporaryFolder const& folder)
+{
+    std::string const path = folder.write("file", filled(100, 'x'));
+    return KXFileData(::open(path.c_str(), O_WRONLY), 100);
+}
+
+std::error_code const refused { EBADF, std::system_category() };
+
+/// Standard input, closed as long as the object lives.
+class ClosedStandardInput {
+public:
+    ClosedStandardInput()
+        : _saved(::dup(STDIN_FILENO))
+    {
+        ::close(STDIN_FILENO);
+    }
+    ~ClosedStandardInput()
+    {
+        ::dup2(_saved, STDIN_FILENO);
+        ::close(_saved);
+    }
+
+    static bool isClosed() { return ::fcntl(STDIN_FILENO, F_GETFD) < 0; }
+
+private:
+    int const _saved;
+};
+
+}
+
+TEST(KXFileData, RemembersWhyTheSystemRefusedARead)
+{
+    TemporaryFolder const folder;
+    LogCapture const log;
+    auto reader = unreadable(folder);
+    EXPECT_FALSE(reader.readError());
+    EXPECT_EQ(reader.readUInt32OrZero(KXSwap::yes), 0u);
+    EXPECT_EQ(reader.readError(), refused);
+    Bytes target(50);
+    EXPECT_FALSE(reader.readBytesTo(target.data(), target.size()));
+    EXPECT_EQ(reader.readError(), refused);
+    EXPECT_THAT(log.lines(),
+        testing::ElementsAre(
+            "Metadata: KXAbstractData->a file cannot be read: Bad file descriptor"));
+}
+
+TEST(KXFileData, FileThatEndsEarlyIsNoReadError)
+{
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", filled(100, 'x'));
+    auto const reader = KXAbstractData::abstractDataWithPath(path);
+    files::resize_file(path, 0);
+    EXPECT_EQ(reader->readUInt32OrZero(KXSwap::yes), 0u);
+    reader->setOffset(200);
+    EXPECT_EQ(reader->readUInt32OrZero(KXSwap::yes), 0u);
+    EXPECT_FALSE(reader->readError());
+}
+
+TEST(KXFileData, TakesTheNumberOfNoStandardFile)
+{
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", filled(100, 'x'));
+    ClosedStandardInput const closed;
+    auto const reader = KXAbstractData::abstractDataWithPath(path);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->readUInt8OrZero(), 'x');
+    EXPECT_TRUE(closed.isClosed());
+}
+
+TEST(KXStandardFiles, FillsTheGapsAndLeavesThem)
+{
+    ClosedStandardInput const closed;
+    {
+        KXStandardFiles const kept;
+        EXPECT_FALSE(closed.isClosed());
+        EXPECT_EQ(::write(STDIN_FILENO, "x", 1), -1);
+        EXPECT_GE(::fcntl(STDIN_FILENO, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        KXStandardFiles const again; // Finds nothing to fill.
+    }
+    EXPECT_TRUE(closed.isClosed());
+}
+
+TEST(KXStandardFiles, LeavesThoseThatThereAre)
+{
+    {
+        KXStandardFiles const kept;
+    }
+    for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file)
+        EXPECT_GE(::fcntl(file, F_GETFD), 0) << file;
+}
+
+TEST(KXFileData, SaysThatTheMachineHasNoMoreDescriptors)
+{
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", text("x"));
+    LogCapture const log;
+    EXPECT_FALSE(KXAbstractData::abstractDataWithPath(folder.path() / "missing"));
+    EXPECT_TRUE(log.lines().empty());
+    rlimit before;
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit const none { 0, before.rlim_max };
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    auto const reader = KXAbstractData::abstractDataWithPath(path);
+    int const error = errno;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_FALSE(reader);
+    EXPECT_EQ(error, EMFILE);
+    EXPECT_THAT(log.lines(),
+        testing::ElementsAre(
+            "Metadata: KXAbstractData->a file cannot be opened: Too many open files"));
 }

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <thread>
 
 using namespace build;
@@ -295,4 +297,86 @@ TEST(KXMDFileMeta, TagsMayBeReadWhileAnotherThreadSetsThem)
         auto const name = meta.metadataForKey("Name");
         ASSERT_TRUE(!name || *name == one || *name == two);
     }
+}
+
+namespace {
+
+/// A song whose bytes from `end` on the system refuses to read.
+class DamagedData final : public KXAbstractData {
+public:
+    explicit DamagedData(std::uint64_t end)
+        : _end(end)
+    {
+    }
+
+    std::uint64_t length() const override { return _song.size(); }
+
+private:
+    std::uint8_t const* bytesAt(std::uint64_t position, std::size_t count) override
+    {
+        if (position + count <= _end)
+            return _song.data() + position;
+        keepReadError({ EIO, std::system_category() });
+        return nullptr;
+    }
+    std::uint64_t copyBytesAt(
+        std::uint64_t position, std::uint8_t* target, std::uint64_t count) override
+    {
+        auto const* const bytes = bytesAt(position, count);
+        return bytes ? std::copy_n(bytes, count, target) - target : 0;
+    }
+
+    Bytes const _song = tag(ID3::v23, textFrame(ID3::v23, "TIT2", "Title"));
+    std::uint64_t const _end;
+};
+
+}
+
+TEST(KXMDFileMeta, KeepsTheReadErrorOfItsReader)
+{
+    std::error_code const error { EIO, std::system_category() };
+    for (std::uint64_t const end : { 0, 5, 15, 22 }) {
+        DamagedData data(end);
+        EXPECT_EQ(KXMDFileMeta::fileMetaWithAnyAbstractData(data)->readError(), error) << end;
+    }
+    DamagedData parsed(15);
+    auto const meta = KXMDFileMeta::fileMetaWithAbstractData(parsed);
+    ASSERT_TRUE(meta);
+    EXPECT_EQ(meta->readError(), error);
+    DamagedData whole(1000);
+    EXPECT_FALSE(KXMDFileMeta::fileMetaWithAnyAbstractData(whole)->readError());
+}
+
+TEST(KXMDFileMeta, ReadErrorTellsWhyAFileCannotBeOpened)
+{
+    TemporaryFolder const folder;
+    auto const errorOf = [](std::string const& path) {
+        return KXMDFileMeta::fileMetaWithSourcePath(path)->readError();
+    };
+    EXPECT_EQ(errorOf(folder.path() / "missing"), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(errorOf(folder.write("file", text("x")) + "/below"), std::errc::not_a_directory);
+    EXPECT_FALSE(errorOf(folder.write("song.mp3", text("x"))));
+    errno = EIO; // Of another call: a folder was not even opened.
+    EXPECT_FALSE(errorOf(folder.path()));
+}
+
+TEST(KXAbstractData, KeepsTheFirstReadError)
+{
+    class Failing final : public KXAbstractData {
+    public:
+        using KXAbstractData::keepReadError;
+        std::uint64_t length() const override { return 0; }
+
+    private:
+        std::uint8_t const* bytesAt(std::uint64_t, std::size_t) override { return nullptr; }
+        std::uint64_t copyBytesAt(std::uint64_t, std::uint8_t*, std::uint64_t) override
+        {
+            return 0;
+        }
+    };
+    Failing data;
+    EXPECT_FALSE(data.readError());
+    data.keepReadError(std::make_error_code(std::errc::io_error));
+    data.keepReadError(std::make_error_code(std::errc::no_such_device));
+    EXPECT_EQ(data.readError(), std::errc::io_error);
 }

@@ -1,4 +1,5 @@
 import contextlib
+import fcntl
 import hashlib
 import os
 import pty
@@ -645,15 +646,34 @@ class PrepareTests(CommandTestCase):
         process.send_signal(signal.SIGHUP)
         self.assertEqual(process.wait(timeout=60), 0)
 
-    def test_forgotten_temporary_folders_are_removed(self):
-        for name, days in (("run-old", 3), ("run-new", 1), ("other", 3)):
-            folder = self.path(f"cache/kxmd/tmp/{name}")
-            os.makedirs(folder)
-            self.write(os.path.join(folder, "file"), b"")
-            long_ago = time.time() - days * 24 * 3600
-            os.utime(folder, (long_ago, long_ago))
+    def test_folders_of_killed_runs_are_removed(self):
+        """And no others: neither one that is in use nor one that is not the command's."""
+        self.place("recording.mov")
+        temporary = self.path("cache/kxmd/tmp")
+        for name in ("run-killed", "run-alive", "other"):
+            os.makedirs(os.path.join(temporary, name))
+            self.write(os.path.join(temporary, name, "file"), b"")
+        alive = os.open(os.path.join(temporary, "run-alive"), os.O_RDONLY)
+        self.addCleanup(os.close, alive)
+        fcntl.flock(alive, fcntl.LOCK_SH)
+        self.assertEqual(self.prepare().status, 0)
+        self.assertEqual(sorted(os.listdir(temporary)), ["other", "run-alive"])
+
+    def test_what_hosts_forgot_is_removed_after_two_days(self):
+        self.place("recording.mov")
+        temporary = self.path("cache/kxmd/tmp")
+        for name, days in (("metadata-video-old", 3), ("metadata-video-new", 1)):
+            os.makedirs(os.path.join(temporary, name))
+            self.write(os.path.join(temporary, name, "file"), b"")
+            self.make_old(os.path.join(temporary, name), days)
+        for name, days in (("converted-old", 3), ("converted-new", 1)):
+            self.make_old(self.write(os.path.join(temporary, name), b""), days)
         self.prepare()
-        self.assertEqual(sorted(os.listdir(self.path("cache/kxmd/tmp"))), ["other", "run-new"])
+        self.assertEqual(sorted(os.listdir(temporary)), ["converted-new", "metadata-video-new"])
+
+    def make_old(self, path, days):
+        long_ago = time.time() - days * 24 * 3600
+        os.utime(path, (long_ago, long_ago))
 
     def test_too_few_threads_slow_the_work_down_only(self):
         self.place_collection(50)

@@ -106,6 +106,7 @@ void showAtoms(Options const& options, Session& session)
         return session.reportUnreadable(options.path);
     auto const root = KXMP4Atom::atomWithAbstractData(*data);
     TreePrinter(options, session).print(*root);
+    session.reportReadError(options.path, data->readError());
 }
 
 void addOptions(CLI::App& command, Session& session)

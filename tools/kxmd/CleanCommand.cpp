@@ -13,14 +13,14 @@ namespace {
 void clean(EditOptions const& options, Session& session)
 {
     TemporaryFolder const folder(KXPlatform::shared());
-    auto const source = processingInput(options, folder, session);
-    auto const reason = [&source] {
-        return KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*source);
+    auto const input = processingInput(options, folder, session);
+    auto const reason = [&input] {
+        return KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*input->data);
     };
-    if (!source || !isAllowed(options, reason, source->length(), session))
+    if (!input || !isAllowed(options, reason, input->data->length(), session))
         return;
     KXMDFileProcessorCleanIPhoneVideo const processor(folder.platform());
-    process(options, { processor, false, "cannot be cleaned" }, source, session);
+    process(options, { processor, false, "cannot be cleaned" }, *input, session);
 }
 
 void addOptions(CLI::App& command, Session& session)

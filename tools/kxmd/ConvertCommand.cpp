@@ -13,11 +13,11 @@ namespace {
 void convert(EditOptions const& options, Session& session)
 {
     TemporaryFolder const folder(KXPlatform::shared());
-    auto const source = processingInput(options, folder, session);
-    if (!source)
+    auto const input = processingInput(options, folder, session);
+    if (!input)
         return;
     KXMDFileProcessorConvertALAC const processor(folder.platform());
-    process(options, { processor, true, "cannot be converted" }, source, session);
+    process(options, { processor, true, "cannot be converted" }, *input, session);
 }
 
 void addOptions(CLI::App& command, Session& session)

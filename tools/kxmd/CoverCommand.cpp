@@ -24,6 +24,7 @@ constexpr char const* noMusic = "is neither an MP3 file with tags nor an MP4 fil
 
 /// A music file held whole in memory.
 struct LoadedFile {
+    std::unique_ptr<EditInput> input;
     KXMutableData::Ref data;
     KXMDFileMeta::Ref meta; ///< Null when there is no such file.
 };
@@ -31,12 +32,12 @@ struct LoadedFile {
 /// The file that is edited; reported when it cannot be.
 LoadedFile loadedFile(EditOptions const& options, Session& session)
 {
-    auto const input = editedInput(options, session);
+    auto input = editedInput(options, session);
     if (!input)
         return {};
     auto data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
     if (!data) {
-        reportRefusal(options, "does not fit into memory", input->length(), session);
+        reportRefusal(options, "cannot be read into memory", input->data->length(), session);
         return {};
     }
     auto meta = KXMDFileMeta::fileMetaWithAbstractData(
@@ -45,7 +46,7 @@ LoadedFile loadedFile(EditOptions const& options, Session& session)
         reportRefusal(options, noMusic, data->length(), session);
         return {};
     }
-    return { std::move(data), std::move(meta) };
+    return { std::move(input), std::move(data), std::move(meta) };
 }
 
 /// What the report says of an edit, done or not.
@@ -68,18 +69,20 @@ void edit(EditOptions const& options, LoadedFile const& file, Wording const& wor
     if (!editData(file.data))
         return reportRefusal(options, wording.refused, bytesBefore, session);
     auto const edited = KXMutableAbstractData::abstractDataWithData(file.data);
-    if (writeEdited(options, *edited, bytesBefore, session))
+    if (writeEdited(options, *file.input, *edited, session))
         reportEdit(options, wording.done, bytesBefore, edited->length(), session);
 }
 
 void extractCover(EditOptions const& options, Session& session)
 {
-    auto const data = editedInput(options, session);
-    if (!data)
+    auto const input = editedInput(options, session);
+    if (!input)
         return;
-    std::uint64_t const length = data->length();
-    auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*data);
-    auto const cover = meta ? meta->albumCoverFromData(*data) : nullptr;
+    std::uint64_t const length = input->data->length();
+    auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*input->data);
+    auto const cover = meta ? meta->albumCoverFromData(*input->data) : nullptr;
+    if (!isWhollyRead(options, *input, session))
+        return;
     if (!cover)
         return reportRefusal(options, "has no cover that can be shown", length, session);
     if (!writePicture(cover, options.output, { options.path }, session))
@@ -105,11 +108,13 @@ KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Sessio
     auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
     auto const& loader = *KXPlatform::shared()->pictureLoader;
     auto const image = data ? loader.imageInData(*data, data->length(), {}) : nullptr;
-    if (image)
+    bool const isUnreadable
+        = data && session.reportReadError(options.picturePath, data->readError());
+    if (image && !isUnreadable)
         return loader.jpgRepresentation(*image);
-    if (data)
+    if (data && !isUnreadable)
         session.reportError(options.picturePath, "is not a picture that can be read");
-    else
+    else if (!data)
         session.reportUnreadable(options.picturePath);
     writeRefusal(options, "there is no picture to insert", file.data->length(), session);
     return {};

@@ -12,26 +12,39 @@ constexpr char const* cannotWrite = "its output cannot be written";
 
 }
 
-KXAbstractData::Ref editedInput(EditOptions const& options, Session& session)
+std::unique_ptr<EditInput> editedInput(EditOptions const& options, Session& session)
 {
-    auto data = KXAbstractData::abstractDataWithPath(options.path);
-    if (!data) {
+    std::unique_ptr<EditInput> input(new EditInput { .file = SourceFile(options.path),
+        .data = KXAbstractData::abstractDataWithPath(options.path) });
+    if (!input->data) {
         session.reportUnreadable(options.path);
         writeRefusal(options, "cannot be read", 0, session);
         return nullptr;
     }
     if (canWriteOutputFile(options.output, { options.path, options.picturePath }, session))
-        return data;
-    writeRefusal(options, cannotWrite, data->length(), session);
+        return input;
+    writeRefusal(options, cannotWrite, input->data->length(), session);
     return nullptr;
 }
 
-bool writeEdited(
-    EditOptions const& options, KXAbstractData& data, std::uint64_t bytesBefore, Session& session)
+bool isWhollyRead(EditOptions const& options, EditInput const& input, Session& session)
 {
-    if (writeOutputFile(options.output, { options.path, options.picturePath }, data, session))
+    std::error_code const error = input.data->readError();
+    if (!error && !input.file.hasChanged())
         return true;
-    writeRefusal(options, cannotWrite, bytesBefore, session);
+    reportRefusal(options,
+        error ? "cannot be read: " + error.message() : "changed while it was read",
+        input.data->length(), session);
+    return false;
+}
+
+bool writeEdited(
+    EditOptions const& options, EditInput const& input, KXAbstractData& data, Session& session)
+{
+    if (writeOutputFile(
+            options.output, { options.path, options.picturePath }, input.file, data, session))
+        return true;
+    writeRefusal(options, cannotWrite, input.data->length(), session);
     return false;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "SourceFile.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -18,13 +20,24 @@ struct EditOptions {
     bool json { false };
 };
 
+/// The file that is edited.
+struct EditInput {
+    SourceFile file;
+    std::shared_ptr<KXAbstractData> data; ///< Reads it.
+};
+
 /// The file at `options.path`; null, reported, when it cannot be read or nothing be written to
 /// `options.output`.
-std::shared_ptr<KXAbstractData> editedInput(EditOptions const& options, Session& session);
+std::unique_ptr<EditInput> editedInput(EditOptions const& options, Session& session);
 
-/// Writes all that `data` reads to the file at `options.output`. Reports a failure; false then.
+/// Whether all that was asked of the input could be read, and it is still what it was; a refusal is
+/// reported where it is not.
+bool isWhollyRead(EditOptions const& options, EditInput const& input, Session& session);
+
+/// Writes all that `data` reads, made of the input, to the file at `options.output`. Reports a
+/// failure; false then.
 bool writeEdited(
-    EditOptions const& options, KXAbstractData& data, std::uint64_t bytesBefore, Session& session);
+    EditOptions const& options, EditInput const& input, KXAbstractData& data, Session& session);
 
 /// Whether an edit may be made: `reason` says why the media would not survive it, and is only asked
 /// where that matters. A refusal is reported.

@@ -58,10 +58,14 @@ void showExif(Options const& options, Session& session)
         return session.reportUnreadable(options.path);
     KXMDExifParser parser;
     bool const parsed = parser.parseAbstractData(*data);
+    if (session.reportReadError(options.path, data->readError()))
+        return;
     session.write(options.json ? exifJSON(parsed, parser) : exifReport(parsed, parser));
     if (options.output.empty())
         return;
     auto const bytes = previewBytes(*data, parser);
+    if (session.reportReadError(options.path, data->readError()))
+        return;
     if (bytes.empty())
         return session.reportError(options.path, "has no preview to write");
     writeOutputFile(options.output, { options.path }, bytes, session);

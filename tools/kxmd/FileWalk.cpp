@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <set>
+#include <sys/stat.h>
 #include <system_error>
 #include <utility>
 
@@ -14,10 +16,14 @@ namespace fs = std::filesystem;
 
 class Walk {
 public:
-    Walk(fs::path leftOut, Session& session)
+    Walk(std::vector<std::string> const& paths, fs::path leftOut, Links links, Session& session)
         : _leftOut(std::move(leftOut))
+        , _links(links)
         , _session(session)
     {
+        std::error_code ignored; // What is not there is reported when it is searched.
+        for (std::string const& path : paths)
+            _searched.push_back(fs::canonical(path, ignored));
     }
 
     void addPath(fs::path const& path)
@@ -47,18 +53,43 @@ private:
             Pending const next = std::move(pending.back());
             pending.pop_back();
             std::error_code ignored;
-            if (next.entry.is_directory(ignored) && !next.entry.is_symlink(ignored))
-                pushEntriesOf(next.entry.path(), next.relativePath + '/', pending);
-            else if (!next.entry.is_directory(ignored))
+            bool const isLink = next.entry.is_symlink(ignored);
+            if (next.entry.is_directory(ignored)) {
+                if (!isLink || _links == Links::all)
+                    pushEntriesOf(next.entry.path(), next.relativePath + '/', pending);
+            } else if (isLink && next.entry.exists(ignored) && !isFollowed(next.entry.path())) {
+                _session.reportError(next.entry.path().string(),
+                    "is a link to a file elsewhere; --follow-links takes it");
+            } else {
                 addFile(next.entry.path(), next.relativePath);
+            }
         }
+    }
+
+    bool isFollowed(fs::path const& link) const
+    {
+        std::error_code error;
+        auto const file = fs::canonical(link, error);
+        return _links == Links::all
+            || std::ranges::any_of(_searched, [&file](fs::path const& searched) {
+                   auto const differing = std::ranges::mismatch(searched, file);
+                   return !searched.empty() && differing.in1 == searched.end();
+               });
+    }
+
+    /// Whether a folder was not entered by now: links may lead back to one.
+    bool isNew(fs::path const& folder)
+    {
+        struct stat status;
+        return ::stat(folder.c_str(), &status) != 0
+            || _entered.emplace(status.st_dev, status.st_ino).second;
     }
 
     void pushEntriesOf(
         fs::path const& folder, std::string const& prefix, std::vector<Pending>& pending)
     {
         std::error_code error;
-        if (fs::equivalent(folder, _leftOut, error))
+        if (fs::equivalent(folder, _leftOut, error) || (_links == Links::all && !isNew(folder)))
             return;
         std::vector<Pending> entries;
         fs::directory_iterator entry(folder, error);
@@ -82,17 +113,20 @@ private:
         _files.push_back({ path.string(), std::move(relativePath), error ? 0 : size });
     }
 
+    std::vector<fs::path> _searched; ///< Without links; empty where there is nothing.
     fs::path const _leftOut;
+    Links const _links;
+    std::set<std::pair<dev_t, ino_t>> _entered;
     Session& _session;
     std::vector<FoundFile> _files;
 };
 
 }
 
-std::vector<FoundFile> foundFiles(
-    std::vector<std::string> const& paths, std::string const& leftOut, Session& session)
+std::vector<FoundFile> foundFiles(std::vector<std::string> const& paths, std::string const& leftOut,
+    Links links, Session& session)
 {
-    Walk walk(leftOut, session);
+    Walk walk(paths, leftOut, links, session);
     for (std::string const& path : paths)
         walk.addPath(path);
     return walk.takeFiles();

@@ -55,7 +55,10 @@ void showFrames(Options const& options, Session& session)
     if (!data)
         return session.reportUnreadable(options.path);
     KXMDFileMetaMP3 meta;
-    if (!meta.parseAbstractData(*data))
+    bool const hasTag = meta.parseAbstractData(*data);
+    if (session.reportReadError(options.path, data->readError()))
+        return;
+    if (!hasTag)
         return session.reportError(options.path, "has no ID3v2 tag that can be read");
     if (!options.json)
         session.write("    Offset       Size  Frame\n");

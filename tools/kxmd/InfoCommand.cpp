@@ -123,16 +123,23 @@ std::string textReport(Subject const& subject)
     return report.text();
 }
 
+void showUnreadable(std::string const& path, bool json, Session& session)
+{
+    if (json)
+        session.write(jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }));
+}
+
 void showFile(std::string const& path, bool json, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(path);
     if (!data) {
-        if (json)
-            session.write(jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }));
+        showUnreadable(path, json, session);
         return session.reportUnreadable(path);
     }
     KXMDMetaType const detectedType = KXMDFileMeta::metaTypeForData(*data);
     auto const meta = KXMDFileMeta::fileMetaWithAnyAbstractData(*data);
+    if (session.reportReadError(path, meta->readError())) // What was found may be wrong.
+        return showUnreadable(path, json, session);
     Subject const subject { path, detectedType, *meta };
     session.write(json ? jsonReport(subject) : textReport(subject));
 }

@@ -6,29 +6,34 @@
 #include <cstddef>
 #include <map>
 #include <mutex>
+#include <stop_token>
 #include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
-/// Works on items 0 to `count` - 1 on `threads` threads, or as many as the system has, and hands
-/// each result of `work(item)` to `take(item, result)` on the calling thread, in the order of the
-/// items.
-template <class Work, class Take>
-void workInOrder(std::size_t count, std::size_t threads, Work work, Take take)
+/// Works on items 0 to `count` - 1 on `threads` threads, or as many as the system has. The results
+/// of `work(item)` go to the calling thread: whatever has come meanwhile together to
+/// `finish(results)`, where it is a map by item, then each to `take(item, result)`, in the order of
+/// the items.
+template <class Work, class Finish, class Take>
+void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finish, Take take)
 {
-    using Result = decltype(work(std::size_t {}));
+    using Results = std::map<std::size_t, decltype(work(std::size_t {}))>;
+    constexpr std::size_t mostWaiting = 64; // Each may hold a file open.
     std::atomic<std::size_t> next { 0 };
     std::mutex mutex;
-    std::condition_variable changed;
-    std::map<std::size_t, Result> results; // Guarded by the mutex.
+    std::condition_variable_any changed;
+    Results worked; // Guarded by the mutex.
 
-    auto const workOnItems = [&] {
+    auto const workOnItems = [&](std::stop_token const& stop) {
         for (std::size_t item = next++; item < count; item = next++) {
             auto result = work(item);
-            std::scoped_lock const lock(mutex);
-            results.emplace(item, std::move(result));
-            changed.notify_one();
+            std::unique_lock lock(mutex);
+            if (!changed.wait(lock, stop, [&] { return worked.size() < mostWaiting; }))
+                return;
+            worked.emplace(item, std::move(result));
+            changed.notify_all();
         }
     };
     std::vector<std::jthread> workers;
@@ -37,16 +42,25 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Take take)
             workers.emplace_back(workOnItems);
     } catch (std::system_error const&) { // Those that there are do it all.
         if (workers.empty()) {
-            for (std::size_t item = 0; item < count; ++item)
-                take(item, work(item));
+            for (std::size_t item = 0; item < count; ++item) {
+                Results result;
+                result.emplace(item, work(item));
+                finish(result);
+                take(item, std::move(result.begin()->second));
+            }
             return;
         }
     }
-    for (std::size_t item = 0; item < count; ++item) {
+    Results finished;
+    for (std::size_t item = 0; item < count;) {
         std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return results.contains(item); });
-        auto result = std::move(results.extract(item).mapped());
+        changed.wait(lock, [&] { return !worked.empty(); });
+        Results results = std::exchange(worked, {});
+        changed.notify_all();
         lock.unlock();
-        take(item, std::move(result));
+        finish(results);
+        finished.merge(results);
+        for (; finished.contains(item); ++item)
+            take(item, std::move(finished.extract(item).mapped()));
     }
 }

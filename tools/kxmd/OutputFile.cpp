@@ -1,6 +1,7 @@
 #include "OutputFile.h"
 
 #include "Session.h"
+#include "SourceFile.h"
 #include "tools/shared/AtomicFile.h"
 
 #include <kxmd/base/KXAbstractData.h>
@@ -63,7 +64,8 @@ bool withOutputFile(
     AtomicFile file(*target);
     if (file.open(commonPermissions(inputs)) && write(file))
         return true;
-    session.reportError(path, file.error().empty() ? "the input changed" : file.error());
+    session.reportError(
+        path, file.error().empty() ? "its source changed while it was read" : file.error());
     return false;
 }
 
@@ -85,10 +87,13 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 }
 
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
-    KXAbstractData& data, Session& session)
+    SourceFile const& source, KXAbstractData& data, Session& session)
 {
     return withOutputFile(
-        path, inputs, [&data](AtomicFile& file) { return appendData(data, file) && file.commit(); },
+        path, inputs,
+        [&](AtomicFile& file) {
+            return appendData(data, file) && !source.hasChanged() && file.commit();
+        },
         session);
 }
 

@@ -8,6 +8,7 @@
 class AtomicFile;
 class KXAbstractData;
 class Session;
+class SourceFile;
 
 /// Writes a result to the file at `path`, beside it first and then renamed into place, so that an
 /// interrupted run leaves no half file. Refuses to write over one of `inputs`, by whatever name.
@@ -15,9 +16,9 @@ class Session;
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     std::span<std::uint8_t const> bytes, Session& session);
 
-/// The same for all that `data` reads.
+/// The same for all that `data` reads, made of `source`; not if that has changed by then.
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
-    KXAbstractData& data, Session& session);
+    SourceFile const& source, KXAbstractData& data, Session& session);
 
 /// Whether a result can be written there at all, asked before the work; reports why not.
 bool canWriteOutputFile(

@@ -41,8 +41,10 @@ void Playlist::write(Targets& targets, Session& session) const
     if (!data)
         return session.reportError(_path, "there is no audio to list");
     AtomicFile list(_path);
-    bool const isWritten = list.open() && appendData(*data, list);
-    std::string const error = isWritten ? targets.place(list, _path) : list.error();
-    if (!error.empty())
-        session.reportError(_path, error);
+    if (!list.open() || !appendData(*data, list))
+        return session.reportError(_path, list.error());
+    Targets::Arrival arrival { list };
+    targets.place({ &arrival, 1 });
+    if (!arrival.error.empty())
+        session.reportError(_path, arrival.error);
 }

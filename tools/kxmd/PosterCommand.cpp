@@ -23,6 +23,8 @@ void writePoster(Options const& options, Session& session)
         return session.reportUnreadable(options.path);
     KXMDQTParser parser;
     bool const isFound = parser.parseAbstractData(*data);
+    if (session.reportReadError(options.path, data->readError()))
+        return;
     writePicture(isFound ? parser.thumbnail() : nullptr, options.output, { options.path }, session);
 }
 

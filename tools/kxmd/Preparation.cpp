@@ -70,6 +70,8 @@ private:
     {
         _outcome.sizeBefore = _outcome.predictedSize = _source.size();
         readTags();
+        if (!isWhollyRead(_meta->readError()))
+            return;
         if (_options.converts && isLosslessAudio(*_meta))
             convert();
         else if (_options.cleans && isRecording())
@@ -167,19 +169,21 @@ private:
     void clean()
     {
         auto const source = KXAbstractData::abstractDataWithPath(_outcome.source);
-        if (!source || !mayEdit(_source.size()))
+        if (!source) {
+            _outcome.error = "cannot be read";
             return;
-        std::uint64_t const size = _outcome.predictedSize;
-        if (KXMDFileProcessorCleanIPhoneVideo(_platform).processedFilesizeForFileProxy(
-                proxy(), size)
-            == size)
-            return; // There is nothing to remove.
-        if (isDangerous(KXMDFileProcessorCleanIPhoneVideo::reasonAgainstCleaningData(*source)))
+        }
+        if (!mayEdit(_source.size()))
+            return;
+        using Processor = KXMDFileProcessorCleanIPhoneVideo;
+        bool const isClean = Processor::cleanedSizeOfData(*source) == source->length();
+        auto const danger = isClean ? std::nullopt : Processor::reasonAgainstCleaningData(*source);
+        if (!isWhollyRead(source->readError()) || isClean || isDangerous(danger))
             return;
         auto const platform = platformWithTemporaryFolder();
         if (!platform)
             return;
-        KXMDFileProcessorCleanIPhoneVideo const processor(platform);
+        Processor const processor(platform);
         use(processor, PreparationStep::cleaning);
         _data = processor.processedFileDataForFileProxy(proxy(), nullptr);
         if (!_data || _data->length() != _outcome.predictedSize)
@@ -235,6 +239,13 @@ private:
         return true;
     }
 
+    bool isWhollyRead(std::error_code error)
+    {
+        if (error)
+            _outcome.error = "cannot be read: " + error.message();
+        return !error;
+    }
+
     bool isDangerous(std::optional<std::string> const& reason)
     {
         if (reason)
@@ -244,18 +255,17 @@ private:
 
     void write()
     {
-        AtomicFile target(_outcome.target);
-        bool const isWritten = target.open(_source.permissions())
-            && (_data ? appendData(*_data, target) : target.writeContentsOf(_source.descriptor()))
-            && !_source.hasChanged();
-        if (isWritten)
-            _outcome.error = _options.targets.place(target, _outcome.target);
-        else if (target.error().empty())
+        auto target = std::make_unique<AtomicFile>(_outcome.target);
+        bool const isWritten = target->open(_source.permissions())
+            && (_data ? appendData(*_data, *target)
+                      : target->writeContentsOf(_source.descriptor()));
+        if (!target->error().empty())
+            _outcome.error = target->errorWithPath();
+        else if (!isWritten || _source.hasChanged())
             _outcome.error = "changed while it was read";
-        else
-            _outcome.error = target.errorWithPath();
         if (!_outcome.isDone())
             return;
+        _outcome.file = std::move(target);
         _outcome.size = _data ? _data->length() : _source.size();
         // The size of a conversion is only known when it is done.
         if (_outcome.size != _outcome.predictedSize && !_isConverted)

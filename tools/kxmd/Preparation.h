@@ -1,13 +1,14 @@
 #pragma once
 
 #include "FolderPictures.h"
-#include "Targets.h"
+#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXPlatform.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -18,7 +19,6 @@ struct PreparationOptions {
     bool cleans { true };
     bool converts { true };
     FolderPictures& folderPictures;
-    Targets& targets;
     std::mutex& largeFiles; ///< Held by whoever has a large file in memory.
 };
 
@@ -36,6 +36,7 @@ struct PreparationOutcome {
     bool isAudio { false };
     std::string error; ///< Why there is no file; empty when there is.
     std::string remark; ///< What a person should know of a file that is there.
+    std::unique_ptr<AtomicFile> file {}; ///< Written, and not in its place yet; null without one.
 
     bool isDone() const { return error.empty(); }
     bool has(PreparationStep step) const
@@ -52,7 +53,7 @@ struct PreparationJob {
     std::string refusal {}; ///< Why it cannot go there; empty when it can.
 };
 
-/// Prepares a file for a phone and writes it to its target. Safe to call for different files on
+/// Prepares a file for a phone and writes it beside its target. Safe to call for different files on
 /// several threads at once; holds at most the one file in memory, if that is large none beside it.
 PreparationOutcome preparedFile(
     PreparationJob const& job, PreparationOptions const& options, KXPlatform::Ref const& platform);

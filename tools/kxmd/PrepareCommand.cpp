@@ -14,8 +14,10 @@
 #include <CLI/Validators.hpp>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <system_error>
 
 namespace {
@@ -29,6 +31,7 @@ struct Options {
     bool leavesCovers { false };
     bool leavesUncleaned { false };
     bool leavesUnconverted { false };
+    bool followsLinks { false };
     unsigned jobs { std::max(1u, std::thread::hardware_concurrency()) };
     bool json { false };
 };
@@ -64,17 +67,20 @@ bool makeFolder(std::string const& folder, Session& session)
     return !error;
 }
 
-/// Makes the folder of each target. A file whose folder cannot be made fails later by itself.
-void createFolders(std::vector<FoundFile> const& files, std::string const& folder)
+/// Makes the folder of each target; whether there is a new one. A file whose folder cannot be made
+/// fails later by itself.
+bool createFolders(std::vector<FoundFile> const& files, std::string const& folder)
 {
+    bool isAnyNew = false;
     std::error_code ignored;
     fs::path last;
     for (FoundFile const& file : files) {
         fs::path const parent = fs::path(folder + '/' + file.relativePath).parent_path();
         if (parent != last)
-            fs::create_directories(parent, ignored);
+            isAnyNew |= fs::create_directories(parent, ignored);
         last = parent;
     }
+    return isAnyNew;
 }
 
 std::string targetOf(FoundFile const& file, Options const& options)
@@ -115,7 +121,7 @@ std::vector<PreparationJob> jobsFor(
     return jobs;
 }
 
-PreparationOutcome refusedFile(PreparationJob const& job, std::uint64_t size)
+PreparationOutcome failedFile(PreparationJob const& job, std::uint64_t size, std::string error)
 {
     return { .source = job.source,
         .target = job.target,
@@ -124,19 +130,52 @@ PreparationOutcome refusedFile(PreparationJob const& job, std::uint64_t size)
         .predictedSize = size,
         .size = 0,
         .isAudio = false,
-        .error = job.refusal,
+        .error = std::move(error),
         .remark = {} };
+}
+
+/// Prepares a file. Where memory runs out, this file fails and no other.
+PreparationOutcome outcomeOf(PreparationJob const& job, std::uint64_t size,
+    PreparationOptions const& options, KXPlatform::Ref const& platform)
+{
+    if (!job.refusal.empty())
+        return failedFile(job, size, job.refusal);
+    try {
+        return preparedFile(job, options, platform);
+    } catch (std::bad_alloc const&) {
+        return failedFile(job, size, "there is not enough memory");
+    }
+}
+
+/// Puts the files of `outcomes` in their places.
+void placeFiles(std::map<std::size_t, PreparationOutcome>& outcomes, Targets& targets)
+{
+    std::vector<Targets::Arrival> arrivals;
+    for (auto const& [item, outcome] : outcomes) {
+        if (outcome.file)
+            arrivals.push_back({ *outcome.file });
+    }
+    targets.place(arrivals);
+    auto arrival = arrivals.begin();
+    for (auto& [item, outcome] : outcomes) {
+        if (outcome.file)
+            outcome.error = std::move((arrival++)->error);
+        outcome.file.reset();
+    }
 }
 
 void prepare(Options const& options, Session& session)
 {
     auto const platform = KXPlatform::shared();
-    removeForgottenTemporaryFolders(*platform);
     if (!makeFolder(options.folder, session))
         return;
-    auto const files = foundFiles(textsOf(*options.paths), options.folder, session);
-    createFolders(files, options.folder);
-    Targets targets;
+    auto const files = foundFiles(textsOf(*options.paths), options.folder,
+        options.followsLinks ? Links::all : Links::toFilesWithin, session);
+    Targets targets(options.folder);
+    if (createFolders(files, options.folder)) {
+        if (std::string const error = targets.sync(); !error.empty())
+            return session.reportError(options.folder, error);
+    }
     for (FoundFile const& file : files)
         targets.protect(file.path);
     Playlist playlist(options.folder, options.playlist);
@@ -148,17 +187,16 @@ void prepare(Options const& options, Session& session)
         .cleans = !options.leavesUncleaned,
         .converts = !options.leavesUnconverted,
         .folderPictures = folderPictures,
-        .targets = targets,
         .largeFiles = largeFiles };
     PreparationReport report(files, options.folder, options.json, session);
     workInOrder(
         files.size(), options.jobs,
         [&](std::size_t i) {
-            auto outcome = jobs[i].refusal.empty() ? preparedFile(jobs[i], preparation, platform)
-                                                   : refusedFile(jobs[i], files[i].size);
+            auto outcome = outcomeOf(jobs[i], files[i].size, preparation, platform);
             report.advance(outcome);
             return outcome;
         },
+        [&](auto& outcomes) { placeFiles(outcomes, targets); },
         [&](std::size_t, PreparationOutcome const& outcome) {
             report.add(outcome);
             playlist.add(outcome);
@@ -177,6 +215,7 @@ void addOptions(CLI::App& command, Session& session)
     command.add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
     command.add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
     command.add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
+    command.add_flag("--follow-links", options->followsLinks, "Follow links that lead elsewhere");
     command.add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
         ->type_name("N")
         ->check(CLI::Range(1u, 256u).description(""));

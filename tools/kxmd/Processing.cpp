@@ -38,28 +38,31 @@ void addProcessingOptions(CLI::App& command, EditOptions& options)
     addFile(command, options.path, "File to process");
 }
 
-KXAbstractData::Ref processingInput(
+std::unique_ptr<EditInput> processingInput(
     EditOptions const& options, TemporaryFolder const& folder, Session& session)
 {
-    auto source = editedInput(options, session);
-    if (!source || folder.platform())
-        return source;
-    reportRefusal(options, "there is no temporary folder to work in", source->length(), session);
+    auto input = editedInput(options, session);
+    if (!input || folder.platform())
+        return input;
+    reportRefusal(
+        options, "there is no temporary folder to work in", input->data->length(), session);
     return nullptr;
 }
 
-void process(EditOptions const& options, Process const& process, KXAbstractData::Ref const& source,
-    Session& session)
+void process(
+    EditOptions const& options, Process const& process, EditInput const& input, Session& session)
 {
     KXDCSimpleFileProxy const proxy(std::make_shared<KXDCSimpleFile>(options.path), options.output);
-    std::uint64_t const before = source->length();
+    std::uint64_t const before = input.data->length();
     std::uint64_t const predicted = process.processor.processedFilesizeForFileProxy(proxy, before);
-    auto const processed = process.processor.processedFileDataForFileProxy(proxy, source);
+    auto const processed = process.processor.processedFileDataForFileProxy(proxy, input.data);
+    if (!isWhollyRead(options, input, session))
+        return;
     bool const isChanged = processed && (process.makesAnew || processed->length() != before);
     // What was found has to go, all of it.
     bool const isAsDone = process.makesAnew || (processed && processed->length() == predicted);
     if (!processed || (!isAsDone && !options.isForced))
         return reportRefusal(options, process.refusal, before, session);
-    if (writeEdited(options, *processed, before, session))
+    if (writeEdited(options, input, *processed, session))
         reportProcessed(options, isChanged, { before, predicted, processed->length() }, session);
 }

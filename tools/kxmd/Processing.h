@@ -14,7 +14,7 @@ void addProcessingOptions(CLI::App& command, EditOptions& options);
 
 /// The file at `options.path`, where there is a folder for what the processor leaves behind; null,
 /// and reported, when either is missing.
-KXAbstractData::Ref processingInput(
+std::unique_ptr<EditInput> processingInput(
     EditOptions const& options, TemporaryFolder const& folder, Session& session);
 
 /// A processor, and what is expected of it.
@@ -25,5 +25,5 @@ struct Process {
 };
 
 /// Runs a processor on the file and writes what it makes, unless it cannot do what was asked.
-void process(EditOptions const& options, Process const& process, KXAbstractData::Ref const& source,
-    Session& session);
+void process(
+    EditOptions const& options, Process const& process, EditInput const& input, Session& session);

@@ -63,4 +63,11 @@ void Session::reportError(std::string_view path, std::string_view problem)
     _standardError.writeLines(line);
 }
 
+bool Session::reportReadError(std::string_view path, std::error_code error)
+{
+    if (error)
+        reportError(path, "cannot be read: " + error.message());
+    return static_cast<bool>(error);
+}
+
 void Session::reportUnreadable(std::string const& path) { reportError(path, whyUnreadable(path)); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 /// How the command ends.
 enum class ExitStatus : int {
@@ -24,6 +25,9 @@ public:
 
     /// Says that the file at `path` cannot be read, and why.
     void reportUnreadable(std::string const& path);
+
+    /// Says so if the system failed to read some of the file at `path`. Whether it did.
+    bool reportReadError(std::string_view path, std::error_code error);
 
     /// Hands out what is still buffered; the last thing to do.
     void finish();

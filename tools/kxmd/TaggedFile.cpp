@@ -13,7 +13,10 @@ KXDCFile::Ref taggedFile(std::string const& path, Session& session)
     }
     auto const file = std::make_shared<KXDCSimpleFile>(path);
     auto const& controller = KXMDFileMetaController::sharedController();
-    controller->mergeFileMetaIntoFile(*controller->fileMetaForFile(*file), *file);
+    auto const meta = controller->fileMetaForFile(*file);
+    if (session.reportReadError(path, meta->readError()))
+        return nullptr;
+    controller->mergeFileMetaIntoFile(*meta, *file);
     return file;
 }
 

@@ -2,14 +2,38 @@
 
 #include "tools/shared/AtomicFile.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr char const* sameTarget = "another file has the same target";
 
+/// A file system in user space hears only when a single file is waited for.
+bool isInUserSpace(int descriptor)
+{
+    struct statfs fileSystem;
+    return ::fstatfs(descriptor, &fileSystem) != 0 || fileSystem.f_type == FUSE_SUPER_MAGIC;
+}
+
+}
+
+Targets::Targets(std::string const& folder)
+    : _folder(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+{
+}
+
+Targets::~Targets()
+{
+    if (_folder >= 0)
+        ::close(_folder);
 }
 
 /// Of the file that a link leads to, or of the link itself, which is what another file replaces.
@@ -24,16 +48,16 @@ std::optional<Targets::Identity> Targets::identityOf(std::string const& path, Li
 
 /// Whether a file is one that this run has placed, and is there still: another program may have
 /// replaced that, and its number be in use again.
-bool Targets::isPlaced(State const& state, Identity const& file)
+bool Targets::isPlaced(Identity const& file) const
 {
-    auto const placed = state.placed.find(file);
-    return placed != state.placed.end() && identityOf(placed->second, Link::itself) == file;
+    auto const placed = _placed.find(file);
+    return placed != _placed.end() && identityOf(placed->second, Link::itself) == file;
 }
 
 void Targets::protect(std::string const& path)
 {
     if (auto const file = identityOf(path, Link::followed))
-        _state.lock()->sources.insert(*file);
+        _sources.insert(*file);
 }
 
 std::string Targets::claim(std::string const& path)
@@ -43,23 +67,61 @@ std::string Targets::claim(std::string const& path)
     // By its whole path where there is no folder; it cannot be written there anyway.
     auto name = folder ? target.filename().string() : path;
     auto const file = identityOf(path, Link::followed);
-    auto const state = _state.lock();
-    if (file && state->sources.contains(*file))
+    if (file && _sources.contains(*file))
         return "its target is one of the files to prepare";
-    return state->names.emplace(folder, std::move(name)).second ? "" : sameTarget;
+    return _names.emplace(folder, std::move(name)).second ? "" : sameTarget;
 }
 
-std::string Targets::place(AtomicFile& file, std::string const& path)
+/// Whether one wait is enough for all of them: they are on the folder's own file system.
+bool Targets::canSyncTogether(std::span<Arrival const> arrivals) const
 {
-    if (!file.settle()) // Slow, so not under the lock.
-        return file.errorWithPath();
-    auto const state = _state.lock();
+    struct stat folder, file;
+    return arrivals.size() > 1 && ::fstat(_folder, &folder) == 0 && !isInUserSpace(_folder)
+        && std::ranges::all_of(arrivals, [&](Arrival const& arrival) {
+               return ::fstat(arrival.file.descriptor(), &file) == 0
+                   && file.st_dev == folder.st_dev;
+           });
+}
+
+void Targets::placeOne(Arrival& arrival)
+{
+    std::string const& path = arrival.file.path();
     auto const replaced = identityOf(path, Link::itself);
-    if (replaced && isPlaced(*state, *replaced))
-        return sameTarget;
-    if (!file.commit())
-        return file.errorWithPath();
-    if (auto const placed = identityOf(path, Link::itself))
-        state->placed.insert_or_assign(*placed, path);
-    return {};
+    if (replaced && isPlaced(*replaced))
+        arrival.error = sameTarget;
+    else if (!arrival.file.place())
+        arrival.error = arrival.file.errorWithPath();
+    else if (auto const placed = identityOf(path, Link::itself))
+        _placed.insert_or_assign(*placed, path);
+}
+
+void Targets::place(std::span<Arrival> arrivals)
+{
+    for (Arrival const& arrival : arrivals)
+        arrival.file.takePermissions();
+    // Where the disk fails one of them, each is asked for itself.
+    bool const areSynced = canSyncTogether(arrivals) && ::syncfs(_folder) == 0;
+    std::set<std::string> folders;
+    for (Arrival& arrival : arrivals) {
+        if (!areSynced && !arrival.file.sync())
+            arrival.error = arrival.file.errorWithPath();
+        else
+            placeOne(arrival);
+        if (arrival.error.empty())
+            folders.insert(arrival.file.folder());
+    }
+    for (std::string const& folder : folders) {
+        if (syncFolder(folder))
+            continue;
+        std::string const error = std::strerror(errno);
+        for (Arrival& arrival : arrivals) {
+            if (arrival.error.empty() && arrival.file.folder() == folder)
+                arrival.error = "may be lost with the power: " + error;
+        }
+    }
+}
+
+std::string Targets::sync()
+{
+    return _folder < 0 || ::syncfs(_folder) == 0 ? "" : std::strerror(errno);
 }

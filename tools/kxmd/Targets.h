@@ -1,10 +1,9 @@
 #pragma once
 
-#include <kxmd/base/KXGuarded.h>
-
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <sys/types.h>
 #include <utility>
@@ -12,30 +11,48 @@
 class AtomicFile;
 
 /// The paths that files are written to, so that no file of a run overwrites another, nor one that
-/// it reads, whatever the names for it. Safe on several threads.
+/// it reads, whatever the names for it; and the way there, safe from a loss of power.
 class Targets {
 public:
+    /// Those below `folder`, which is there.
+    explicit Targets(std::string const& folder);
+    ~Targets();
+    Targets(Targets const&) = delete;
+    Targets& operator=(Targets const&) = delete;
+
     /// Says that the file at `path` is read, so nothing may be written over it.
     void protect(std::string const& path);
 
     /// Takes `path`, whose folder is there, for a file. Why it cannot have it, or nothing.
     [[nodiscard]] std::string claim(std::string const& path);
 
-    /// Puts `file` in its place at `path`. Why that is not possible, or nothing. On a phone's file
-    /// system two names that differ in case may be one: the file that is done first stays.
-    [[nodiscard]] std::string place(AtomicFile& file, std::string const& path);
+    /// A written file on its way to its place.
+    struct Arrival {
+        AtomicFile& file;
+        std::string error {}; ///< Why it did not get there.
+    };
+
+    /// Puts files in their places, in their order. No name is there before the bytes of its file
+    /// are on the disk, and all of it is on the disk in the end: the disk is waited for once for
+    /// all of the files, and once for each of their folders. On a phone's file system two names
+    /// that differ in case may be one: the file that comes first stays.
+    void place(std::span<Arrival> arrivals);
+
+    /// Waits until everything that was done below the folder is on the disk. Why that failed, or
+    /// nothing.
+    std::string sync();
 
 private:
     using Identity = std::pair<dev_t, ino_t>;
-    struct State {
-        std::set<Identity> sources;
-        std::set<std::pair<std::optional<Identity>, std::string>> names; ///< By folder.
-        std::map<Identity, std::string> placed; ///< Where they are.
-    };
 
     enum class Link { followed, itself };
     static std::optional<Identity> identityOf(std::string const& path, Link link);
-    static bool isPlaced(State const& state, Identity const& file);
+    bool isPlaced(Identity const& file) const;
+    bool canSyncTogether(std::span<Arrival const> arrivals) const;
+    void placeOne(Arrival& arrival);
 
-    KXGuarded<State> _state;
+    int const _folder; ///< Open from the start, so that it hears of every failed write.
+    std::set<Identity> _sources;
+    std::set<std::pair<std::optional<Identity>, std::string>> _names; ///< By folder.
+    std::map<Identity, std::string> _placed; ///< Where they are.
 };

@@ -2,12 +2,15 @@
 
 #include <kxmd/base/KXGuarded.h>
 
-#include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
+#include <new>
 #include <set>
 #include <string_view>
+#include <sys/file.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -20,6 +23,7 @@ constexpr std::string_view folderPrefix = "run";
 struct Folders {
     std::set<std::string> paths;
     bool isOver { false };
+    bool areKilledOnesGone { false };
 };
 
 KXGuarded<Folders>& folders()
@@ -28,11 +32,51 @@ KXGuarded<Folders>& folders()
     return shared;
 }
 
+/// Removes a folder, with all that is in it. Throws nothing, since it tidies up after failures;
+/// what stays is removed by a later run.
+void removeFolder(std::string const& path) noexcept
+{
+    constexpr int mostAttempts = 10; // Others may be writing to it, or memory short for a moment.
+    for (int i = 0; i < mostAttempts; ++i) {
+        try {
+            std::error_code error;
+            fs::remove_all(path, error);
+            if (!error)
+                return;
+        } catch (std::bad_alloc const&) {
+        }
+    }
+}
+
+/// Removes the folder of a run that was killed: one of a run that goes on is locked.
+void removeIfUnlocked(fs::path const& path)
+{
+    int const folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folder < 0)
+        return;
+    if (::flock(folder, LOCK_EX | LOCK_NB) == 0) // Whoever is just making it notices.
+        removeFolder(path);
+    ::close(folder);
+}
+
+void removeFoldersOfKilledRuns(std::string const& parent)
+{
+    std::string const prefix = std::string(folderPrefix) + '-';
+    std::error_code error;
+    fs::directory_iterator folder(parent, error);
+    for (; !error && folder != fs::directory_iterator(); folder.increment(error)) {
+        if (folder->path().filename().string().starts_with(prefix))
+            removeIfUnlocked(folder->path());
+    }
+}
+
 std::string newFolder(KXPlatform const& platform)
 {
     auto const ours = folders().lock();
     if (ours->isOver)
         return {};
+    if (!std::exchange(ours->areKilledOnesGone, true))
+        removeFoldersOfKilledRuns(platform.temporaryFolders->applicationTempFolder());
     std::string path
         = platform.temporaryFolders->applicationUniqueTempFolderWithPrefix(folderPrefix);
     if (!path.empty())
@@ -74,9 +118,8 @@ TemporaryFolder::TemporaryFolder(KXPlatform::Ref const& platform)
 
 TemporaryFolder::~TemporaryFolder()
 {
-    std::error_code ignored;
     if (!_path.empty())
-        fs::remove_all(_path, ignored);
+        removeFolder(_path);
     folders().lock()->paths.erase(_path);
 }
 
@@ -84,26 +127,6 @@ void removeTemporaryFoldersForGood()
 {
     auto const ours = folders().lock();
     ours->isOver = true;
-    constexpr int mostAttempts = 10; // Others may be writing to it until it is gone.
-    for (std::string const& path : ours->paths) {
-        std::error_code error;
-        for (int i = 0; i < mostAttempts && (i == 0 || error); ++i)
-            fs::remove_all(path, error);
-    }
-}
-
-void removeForgottenTemporaryFolders(KXPlatform const& platform)
-{
-    constexpr auto forgotten = std::chrono::hours(48);
-    std::string const prefix = std::string(folderPrefix) + '-';
-    std::error_code error;
-    fs::directory_iterator folder(platform.temporaryFolders->applicationTempFolder(), error);
-    for (; !error && folder != fs::directory_iterator(); folder.increment(error)) {
-        std::error_code ignored;
-        auto const lastChange = folder->last_write_time(ignored);
-        bool const isForgotten
-            = !ignored && fs::file_time_type::clock::now() - lastChange > forgotten;
-        if (isForgotten && folder->path().filename().string().starts_with(prefix))
-            fs::remove_all(folder->path(), ignored);
-    }
+    for (std::string const& path : ours->paths)
+        removeFolder(path);
 }

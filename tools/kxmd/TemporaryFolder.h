@@ -4,7 +4,8 @@
 
 #include <string>
 
-/// A private folder for what the library's processors leave behind, removed with the object.
+/// A private folder for what the library's processors leave behind, removed with the object. The
+/// first one of a run also removes those of runs that were killed.
 class TemporaryFolder {
 public:
     /// Within the application's temporary folder of `platform`.
@@ -25,6 +26,3 @@ private:
 /// Removes all temporary folders of this process, whose objects live on other threads, and lets no
 /// new one be made: the process is about to end.
 void removeTemporaryFoldersForGood();
-
-/// Removes the temporary folders of processes that were killed days ago.
-void removeForgottenTemporaryFolders(KXPlatform const& platform);

@@ -21,6 +21,7 @@
 #include <csignal>
 #include <cstdio>
 #include <glib.h>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -78,10 +79,12 @@ void showLog(StandardError& standardError)
 }
 
 /// Drops what decoders of pictures say to themselves about a file. That it cannot be shown is said
-/// by us, in one line.
-GLogWriterOutput dropRemark(GLogLevelFlags, GLogField const*, gsize, gpointer)
+/// by us, in one line. What ends the process, as for want of memory, is said.
+GLogWriterOutput dropRemark(
+    GLogLevelFlags level, GLogField const* fields, gsize fieldCount, gpointer data)
 {
-    return G_LOG_WRITER_HANDLED;
+    return level & G_LOG_LEVEL_ERROR ? g_log_writer_default(level, fields, fieldCount, data)
+                                     : G_LOG_WRITER_HANDLED;
 }
 
 /// Help and version are results; everything else that ends the parsing is wrong usage.
@@ -118,6 +121,9 @@ int main(int argumentCount, char** arguments)
         parse(app, literalArguments(argumentCount, arguments));
     } catch (CLI::ParseError const& error) {
         return static_cast<int>(answer(app, error, session));
+    } catch (std::bad_alloc const&) { // What was begun is undone by now.
+        std::fputs("kxmd: there is not enough memory\n", stderr);
+        return static_cast<int>(ExitStatus::someFileFailed);
     }
     session.finish();
     return static_cast<int>(session.exitStatus());

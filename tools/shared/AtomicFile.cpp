@@ -29,12 +29,6 @@ std::string partPathOf(std::string const& path)
         + std::to_string(std::hash<std::string>()(path.substr(name)));
 }
 
-std::string folderOf(std::string const& path)
-{
-    std::size_t const name = startOfName(path);
-    return name ? path.substr(0, name) : ".";
-}
-
 /// The parts of this process that have names.
 struct Parts {
     std::set<std::string> paths;
@@ -49,7 +43,7 @@ KXGuarded<Parts>& parts()
 
 /// Gives a file the permissions of another. Those of a phone's card or of a share often know none,
 /// and say so in different ways; then there is nothing to keep private either.
-void takePermissions(struct stat const& other, int descriptor)
+void copyPermissions(struct stat const& other, int descriptor)
 {
     constexpr mode_t permissions = 0777;
     struct stat own;
@@ -58,12 +52,24 @@ void takePermissions(struct stat const& other, int descriptor)
         static_cast<void>(::fchmod(descriptor, other.st_mode & permissions));
 }
 
-/// Whether a file is on the disk, as far as its file system can tell.
-bool isOnDisk(int descriptor)
+/// Whether a file system does not know what it was asked for, which is no failure of the disk.
+bool isUnknownToFileSystem(int error)
 {
-    return ::fdatasync(descriptor) == 0 || errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
+    return error == EINVAL || error == ENOSYS || error == ENOTSUP;
 }
 
+}
+
+bool syncFolder(std::string const& folder)
+{
+    int const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) // One that only takes files: its names cannot be waited for.
+        return errno == EACCES;
+    bool const isDone = ::fsync(descriptor) == 0 || isUnknownToFileSystem(errno);
+    int const error = errno;
+    ::close(descriptor);
+    errno = error;
+    return isDone;
 }
 
 AtomicFile::AtomicFile(std::string path)
@@ -82,6 +88,12 @@ AtomicFile::~AtomicFile()
         ::close(_descriptor);
 }
 
+std::string AtomicFile::folder() const
+{
+    std::size_t const name = startOfName(_path);
+    return name ? _path.substr(0, name) : ".";
+}
+
 bool AtomicFile::fail()
 {
     _error = std::strerror(errno);
@@ -96,7 +108,7 @@ bool AtomicFile::open(mode_t permissions)
         return false;
     }
     // A file without a name vanishes with the process, however that ends.
-    _descriptor = ::open(folderOf(_path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, permissions);
+    _descriptor = ::open(folder().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, permissions);
     return _descriptor >= 0 || openPart(permissions);
 }
 
@@ -240,25 +252,29 @@ bool AtomicFile::flush()
     return (copy >= 0 && ::close(copy) == 0) || fail();
 }
 
-bool AtomicFile::settle()
+void AtomicFile::takePermissions()
 {
     struct stat replaced;
-    if (::stat(_path.c_str(), &replaced) == 0) {
-        takePermissions(replaced, _descriptor);
-        if (!isOnDisk(_descriptor))
-            return fail();
-    }
-    _isSettled = flush();
-    return _isSettled;
+    if (::stat(_path.c_str(), &replaced) == 0)
+        copyPermissions(replaced, _descriptor);
+}
+
+bool AtomicFile::sync()
+{
+    return ::fdatasync(_descriptor) == 0 || isUnknownToFileSystem(errno) || fail();
+}
+
+bool AtomicFile::place()
+{
+    bool const isInPlace = flush()
+        && (_hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace());
+    if (_hasName && isInPlace)
+        dropName();
+    return isInPlace;
 }
 
 bool AtomicFile::commit()
 {
-    if (!_isSettled && !settle())
-        return false;
-    bool const isInPlace
-        = _hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace();
-    if (_hasName && isInPlace)
-        dropName();
-    return isInPlace;
+    takePermissions();
+    return sync() && place() && (syncFolder(folder()) || fail());
 }

@@ -24,11 +24,25 @@ public:
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
     /// Appends what the file of `descriptor` holds from its start on, up to its end.
     [[nodiscard]] bool writeContentsOf(int descriptor);
-    /// Gets the file ready for its place: written whole, as private as the one that is there, if
-    /// there is one, and on the disk, so that neither is lost with the power.
-    [[nodiscard]] bool settle();
-    /// Puts the file in place, of another one if there is one; settles it first.
+    /// Puts the file in place, of another one if there is one, as private as that. Its bytes are on
+    /// the disk before it gets its name, and the name is when this returns: power that is lost at
+    /// any moment leaves the old file or the new one, whole.
     [[nodiscard]] bool commit();
+
+    // The steps of `commit`, for many files that reach the disk together.
+
+    /// Makes the file as private as the one that is at its place.
+    void takePermissions();
+    /// Waits until the file's bytes are on the disk.
+    [[nodiscard]] bool sync();
+    /// Gives the file its place, once its bytes are on the disk.
+    [[nodiscard]] bool place();
+
+    /// Where the file goes, and its folder.
+    std::string const& path() const { return _path; }
+    std::string folder() const;
+    /// The open file.
+    int descriptor() const { return _descriptor; }
 
     /// Where another writer finds the file while it is open.
     std::string openPath() const;
@@ -52,9 +66,12 @@ private:
     std::string const _partPath; ///< Beside it, hidden, the same for each run.
     int _descriptor { -1 };
     bool _hasName { false }; ///< Whether there is a file at the part's path.
-    bool _isSettled { false };
     std::string _error;
 };
+
+/// Waits until the names in `folder` are on the disk. False when the disk fails, `errno` tells why;
+/// true where a file system keeps no promise about names.
+[[nodiscard]] bool syncFolder(std::string const& folder);
 
 /// Removes what files that are being written left beside their places; none can be begun any more.
 /// For a process that is about to end. Safe on any thread.

@@ -6,15 +6,10 @@
 
 void openMissingStandardFiles()
 {
-    for (;;) {
-        // Gets the lowest number that is free. Nothing can be written to it: results that nobody
-        // takes are still an error.
-        int const descriptor = ::open("/dev/null", O_RDONLY);
-        if (descriptor < 0)
-            std::_Exit(EXIT_FAILURE); // Better nothing than a damaged file, and nobody to tell.
-        if (descriptor > STDERR_FILENO) {
-            ::close(descriptor);
-            return;
-        }
+    for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
+        // Gets the lowest number that is free, which is this one. Nothing can be written to it:
+        // results that nobody takes are still an error.
+        if (::fcntl(file, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) < 0)
+            std::_Exit(EXIT_FAILURE); // Better nothing than a damaged file.
     }
 }

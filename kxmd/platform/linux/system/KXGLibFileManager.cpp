@@ -4,6 +4,7 @@
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXPath.h"
 #include "kxmd/base/KXPathPrivate.h"
+#include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -35,6 +36,7 @@ std::uint64_t bytesOfMemory()
 
 bool setContents(std::span<std::uint8_t const> bytes, std::string const& path)
 {
+    KXStandardFiles const standardFiles;
     g_autoptr(GError) error = nullptr;
     bool const isWritten = g_file_set_contents_full(path.c_str(),
         reinterpret_cast<char const*>(bytes.data()), static_cast<gssize>(bytes.size()),

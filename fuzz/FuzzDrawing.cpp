@@ -1,0 +1,75 @@
+// Drawing any part of a picture into any part of another.
+
+#include "Choices.h"
+#include "FuzzTarget.h"
+
+#include "kxmd/image/KXImage.h"
+#include "kxmd/image/KXRect.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace {
+
+/// A number of points: mostly near a small picture, sometimes anything that a double can be.
+double coordinate(Choices& choices)
+{
+    if (choices.next<std::uint8_t>() % 8 == 0)
+        return choices.next<double>();
+    return choices.next<std::int16_t>() / 256.0;
+}
+
+KXRect rect(Choices& choices)
+{
+    double const x = coordinate(choices), y = coordinate(choices);
+    double const width = coordinate(choices), height = coordinate(choices);
+    return { x, y, { width, height } };
+}
+
+/// A picture of one colour, up to 64 pixels a side.
+std::shared_ptr<KXImage> picture(Choices& choices, std::array<std::uint8_t, 4> colour)
+{
+    std::size_t const width = 1 + choices.next<std::uint8_t>() % 64;
+    std::size_t const height = 1 + choices.next<std::uint8_t>() % 64;
+    std::vector<std::uint8_t> pixels;
+    for (std::size_t i = 0; i < width * height; ++i)
+        pixels.insert(pixels.end(), colour.begin(), colour.end());
+    return KXImage::imageWithPixels(std::move(pixels), width, height);
+}
+
+bool isNear(std::uint8_t value, std::uint8_t expected)
+{
+    return std::abs(int { value } - int { expected }) <= 1;
+}
+
+}
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
+{
+    Choices choices(bytes, length);
+    std::array<std::uint8_t, 4> const colour { 200, 90, 0, 255 }, empty {};
+    auto const source = picture(choices, colour);
+    auto const target = picture(choices, empty);
+    while (choices.areLeft()) {
+        KXRect const from = rect(choices), into = rect(choices);
+        target->drawImageFromRectInRect(*source, from, into);
+    }
+    // Of one opaque colour comes that colour, more or less covered, and nothing else.
+    auto const pixels = target->pixels();
+    for (std::size_t i = 0; i < pixels.size(); i += KXImage::bytesPerPixel) {
+        std::uint8_t const alpha = pixels[i + 3];
+        for (std::size_t channel = 0; channel < 3; ++channel) {
+            auto const expected
+                = static_cast<std::uint8_t>(std::lround(colour[channel] * alpha / 255.0));
+            KXMD_REQUIRE(isNear(pixels[i + channel], expected));
+            KXMD_REQUIRE(pixels[i + channel] <= alpha);
+        }
+    }
+    // A drawing over all of it, from all of it, covers all of it.
+    target->drawImageFromRectInRect(*source, { 0, 0, source->size() }, { 0, 0, target->size() });
+    for (std::size_t i = 0; i < pixels.size(); i += KXImage::bytesPerPixel)
+        KXMD_REQUIRE(std::equal(
+            colour.begin(), colour.end(), pixels.begin() + static_cast<std::ptrdiff_t>(i), isNear));
+    return 0;
+}
