@@ -66,7 +66,8 @@ TEST(KXMP4EditSafety, AtomsAfterTheFieldsOfASoundEntryOfEachVersionMatter)
                         atom("mdia", hdlr("soun"),
                             atom("minf", atom("stbl", stsd(entry), stco({})))))));
             auto const extensionAt = static_cast<std::uint64_t>(
-                std::ranges::search(movie, extension).begin() - movie.begin());
+                std::search(movie.begin(), movie.end(), extension.begin(), extension.end())
+                - movie.begin());
             auto const data = reader(movie);
             return KXMP4EditSafety(*data).reasonAgainstEditAt(extensionAt + 8, 100).value_or("");
         };
