@@ -28,6 +28,7 @@ TEST(KXText, ASCIIEndsAtSevenBits)
             { {}, "" },
             { bytes({ 'a', 0, 0x7F }), std::string("a\0\x7F", 3) },
             { bytes({ 'a', 0x80 }), std::nullopt },
+            { text("\u00E9"), std::nullopt },
         });
 }
 
