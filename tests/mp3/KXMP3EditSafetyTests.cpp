@@ -208,6 +208,19 @@ TEST_F(MP3EditSafety, PaddingThatIsCutOffByTheEndOfTheFileIsPadding)
     EXPECT_EQ(additionReason(join(start, zeros(127), u8(1))), readByUsAlone);
 }
 
+TEST_F(MP3EditSafety, LongPaddingIsLookedAtToItsEnd)
+{
+    auto const reason = [](std::uint32_t last) {
+        constexpr std::uint32_t sizeIn8Bits = 1 << 16, sizeIn7Bits = 1 << 14;
+        Bytes const wide = join(text("TXXX"), u32(sizeIn8Bits), zeros(2), filled(sizeIn7Bits, 'a'));
+        auto const size = static_cast<std::uint32_t>(title.size()) + 10 + sizeIn8Bits;
+        return additionReason(join(tagClaiming(0x0400, 0, size, join(title, wide)),
+            zeros(sizeIn8Bits - sizeIn7Bits - 1), u8(last)));
+    };
+    EXPECT_EQ(reason(0), "");
+    EXPECT_EQ(reason(1), readByUsAlone);
+}
+
 TEST_F(MP3EditSafety, WhatOthersTakeForTheEndOfTheLastCoverHidesNothing)
 {
     auto const reason = [](std::string_view identifier) {
