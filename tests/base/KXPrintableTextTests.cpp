@@ -43,6 +43,8 @@ TEST(KXPrintableText, ShowsEachByteThatIsNotUTF8AsAQuestionMark)
                                              "31m"),
         "?31m");
     EXPECT_EQ(KXTextWithoutControlCharacters("a\xC2"), "a?");
+    EXPECT_EQ(KXTextWithoutControlCharacters("\xE2\x82z"), "??z");
+    EXPECT_EQ(KXTextWithoutControlCharacters("\xF0\x9F\x98z"), "???z");
     EXPECT_EQ(KXTextWithoutControlCharacters("\xC2z\x80\x9F"), "?z??");
     EXPECT_EQ(KXTextWithoutControlCharacters("\xF0\x9F\x98"), "???"); // Cut off.
 }

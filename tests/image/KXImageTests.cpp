@@ -85,6 +85,11 @@ TEST(KXImage, RefusesMorePixelsThanTheMost)
     std::vector<std::uint8_t> const row(KXImage::longestSide * 4);
     EXPECT_TRUE(KXImage::imageWithPixels(row, KXImage::longestSide, 1));
     EXPECT_TRUE(KXImage::imageWithPixels(row, 1, KXImage::longestSide));
+    std::vector<std::uint8_t> const longerRow((KXImage::longestSide + 1) * 4);
+    EXPECT_FALSE(KXImage::imageWithPixels(longerRow, KXImage::longestSide + 1, 1));
+    EXPECT_FALSE(KXImage::imageWithPixels(longerRow, 1, KXImage::longestSide + 1));
+    EXPECT_FALSE(KXImage::imageWithPixels({}, 0, 5));
+    EXPECT_FALSE(KXImage::imageWithPixels({}, 5, 0));
     EXPECT_FALSE(KXImage::imageWithSize({ longest + 0.5, 1 }));
     EXPECT_FALSE(KXImage::imageWithSize({ 1, longest + 0.5 }));
     EXPECT_FALSE(KXImage::imageWithSize({ most, most }));

@@ -172,6 +172,14 @@ TEST(KXPictureSizeWebP, CanvasIsTheSizeWhateverIsCutOffAfterIt)
     expectSizeFrom(30, riff(join(canvas(40, 30), losslessFrame(40, 30))));
 }
 
+TEST(KXPictureSizeWebP, ChunkWhosePaddingIsCutOffIsTheLastThatTakesAStep)
+{
+    Bytes cut = riff(join(canvas(40, 30), profile(3)));
+    cut.pop_back();
+    EXPECT_EQ(measuredInSteps(cut, 1), sizeOf40By30);
+    EXPECT_EQ(measuredInSteps(cut, 0), std::nullopt);
+}
+
 TEST(KXPictureSizeWebP, EveryChunkAfterTheCanvasTakesAStep)
 {
     std::vector<Bytes> const chunks(1000, profile(0));

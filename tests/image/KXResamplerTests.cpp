@@ -28,3 +28,24 @@ TEST(KXResamplerAxis, DrawsToThePixelsThatAreCoveredAndToNoOthers)
             EXPECT_EQ(axis.target(i).coverage, coverages[i]);
     }
 }
+
+TEST(KXResamplerAxis, NeedsThePixelsOfItsIntervalAndNoOthers)
+{
+    struct {
+        double from, fromLength;
+        std::size_t firstSource, sourceCount;
+    } const cases[] {
+        { 0, 8, 0, 8 },
+        { 2, 3, 2, 3 },
+        { 2.5, 3, 2, 4 },
+        { 7, 1, 7, 1 },
+        { 6, 9, 6, 2 },
+        { -5, 6, 0, 1 },
+    };
+    for (auto const& [from, fromLength, firstSource, sourceCount] : cases) {
+        SCOPED_TRACE(testing::Message() << from << ", " << fromLength);
+        KXResamplerAxis const axis(from, fromLength, 8, 0, 4, 4);
+        EXPECT_EQ(axis.firstSource(), firstSource);
+        EXPECT_EQ(axis.sourceCount(), sourceCount);
+    }
+}

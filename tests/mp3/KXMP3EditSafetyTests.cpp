@@ -181,6 +181,7 @@ TEST_F(MP3EditSafety, NamesOfThreeLettersMayBeFilledUpWithAZeroOrASpace)
 
 TEST_F(MP3EditSafety, CoverTooLargeForAFrameIsRefused)
 {
+    EXPECT_EQ(additionReason(tag(ID3::v24, {}), 10 + 0x10000000), ""); // No place for any.
     constexpr char const* tooLarge = "the cover is too large for a frame of its tag";
     Bytes const shortFrames = tag(ID3::v22, textFrame(ID3::v22, "TT2", "T"));
     EXPECT_EQ(additionReason(shortFrames, 6 + 0xFFFFFF), "");
@@ -202,8 +203,34 @@ TEST_F(MP3EditSafety, PaddingThatIsCutOffByTheEndOfTheFileIsPadding)
     Bytes const start = join(tagClaiming(0x0400, 0, size, title), wide);
     EXPECT_EQ(additionReason(join(start, zeros(20))), "");
     EXPECT_EQ(additionReason(join(start, zeros(128))), "");
+    EXPECT_EQ(additionReason(join(start, zeros(128), sound)), ""); // Up to the end of the tag.
     EXPECT_EQ(additionReason(join(start, zeros(20), u8(1))), readByUsAlone);
     EXPECT_EQ(additionReason(join(start, zeros(127), u8(1))), readByUsAlone);
+}
+
+TEST_F(MP3EditSafety, LongPaddingIsLookedAtToItsEnd)
+{
+    auto const reason = [](std::uint32_t last) {
+        constexpr std::uint32_t sizeIn8Bits = 1 << 16, sizeIn7Bits = 1 << 14;
+        Bytes const wide = join(text("TXXX"), u32(sizeIn8Bits), zeros(2), filled(sizeIn7Bits, 'a'));
+        auto const size = static_cast<std::uint32_t>(title.size()) + 10 + sizeIn8Bits;
+        return additionReason(join(tagClaiming(0x0400, 0, size, join(title, wide)),
+            zeros(sizeIn8Bits - sizeIn7Bits - 1), u8(last)));
+    };
+    EXPECT_EQ(reason(0), "");
+    EXPECT_EQ(reason(1), readByUsAlone);
+}
+
+TEST_F(MP3EditSafety, WhatOthersTakeForTheEndOfTheLastCoverHidesNothing)
+{
+    auto const reason = [](std::string_view identifier) {
+        Bytes const wide = join(text(identifier), u32(200), zeros(2), filled(72, 'a'));
+        Bytes const frames = join(title, title, title, wide);
+        auto const size = static_cast<std::uint32_t>(3 * title.size() + 10 + 200);
+        return additionReason(join(tagClaiming(0x0400, 0, size, frames), zeros(127), u8(1)));
+    };
+    EXPECT_EQ(reason("APIC"), "");
+    EXPECT_EQ(reason("TXXX"), readByUsAlone);
 }
 
 TEST_F(MP3EditSafety, WithoutACoverThereIsNoReasonAgainstItsRemoval)

@@ -57,6 +57,33 @@ protected:
     }
 };
 
+TEST_F(KXMP3PictureTest, ZeroBytesStayWithoutTheFlagForThem)
+{
+    Bytes const picture = join(bytes({ 0xFF, 0, 0xFF, 0 }), text("end"));
+    std::string const word = std::string("\xFF\0\xFF\0", 4) + "end";
+    EXPECT_THAT(picturesIn(ID3::v22,
+                    frame(ID3::v22, "PIC",
+                        join(u8(latin1), text("JPG"), u8(frontCover), noDescription, picture))),
+        ElementsAre(word));
+    for (ID3 const version : { ID3::v23, ID3::v24 })
+        EXPECT_THAT(pictureIn(version, front(picture)), ElementsAre(word));
+}
+
+TEST_F(KXMP3PictureTest, PictureMayEndWithTheFile)
+{
+    Bytes const file = tag(ID3::v23, frame(ID3::v23, "APIC", front(text("picture"))));
+    KXMDFileMetaMP3 meta;
+    EXPECT_TRUE(meta.parseAbstractData(*reader(file)));
+    std::size_t const padding = 10;
+    for (std::size_t const lost : { padding, padding + 1 }) {
+        auto const before = machine.pictureLoader->calls().size();
+        EXPECT_EQ(meta.albumCoverFromData(
+                      *reader(Bytes(file.begin(), file.end() - static_cast<std::ptrdiff_t>(lost)))),
+            nullptr);
+        EXPECT_EQ(machine.pictureLoader->calls().size() - before, lost == padding ? 1u : 0u);
+    }
+}
+
 TEST_F(KXMP3PictureTest, DescriptionEndsByTheTextEncodingWhateverThePictureType)
 {
     Bytes const picture = text("picture");

@@ -337,6 +337,8 @@ TEST_F(KXMDFileMetaMP4Editing, TooManyCoversForTheAtomsOfTheFileAreNotRemoved)
         EXPECT_EQ(KXMDFileMetaMP4().removeAlbumCoverFromData(data), areRemoved);
         EXPECT_EQ(bytesOf(*data), areRemoved ? join(songWithTags(title), others) : file);
     }
+    std::string const refusal = "Metadata: KXMDFileMetaMP4->too many album covers, none is removed";
+    EXPECT_EQ(log.lines(), std::vector<std::string>(2, refusal));
 }
 
 TEST_F(KXMDFileMetaMP4Editing, ACoverThatTakesTheLastTableAlongLeavesNoPlaceForANewOne)

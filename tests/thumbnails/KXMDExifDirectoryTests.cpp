@@ -160,6 +160,38 @@ TEST(KXMDExifDirectory, EveryFileHasTheWholeBound)
     }
 }
 
+TEST(KXMDExifDirectory, TheBoundIsWholeAfterAFileThatUsedPartOfIt)
+{
+    Bytes const preview = encodedPreview();
+    KXMDExifParser parser;
+    EXPECT_TRUE(parser.parseAbstractData(*reader(fileWithEntriesBeforePreview(10, preview))));
+    parser.setThumbnail(nullptr);
+    EXPECT_TRUE(
+        parser.parseAbstractData(*reader(fileWithEntriesBeforePreview(mostEntries - 2, preview))));
+    EXPECT_TRUE(parser.thumbnail());
+}
+
+TEST(KXMDExifDirectory, NoLinkDoesNotLeadToTheHeader)
+{
+    // From its third byte on the header would be a directory with the preview: its entries begin
+    // four bytes after those of the true one.
+    Bytes const preview = encodedPreview();
+    auto const length = static_cast<std::uint32_t>(preview.size());
+    auto const found = [&](std::uint32_t next) {
+        constexpr std::uint32_t place = firstDirectory + directoryLength(3);
+        Bytes const start
+            = join(entry(order, 0, 0, 0, offsetTag << 16), entry(order, 0, 0, 0, lengthTag << 16));
+        Bytes entries = join(start, entry(order, 0, 0));
+        auto const put = [&entries](std::size_t at, std::uint32_t value) {
+            std::ranges::copy(u32(value), entries.begin() + static_cast<std::ptrdiff_t>(at));
+        };
+        put(12, place);
+        put(24, length);
+        return findsPreview(fileOf(tiff(order, u16(3), entries, u32(next), preview)));
+    };
+    EXPECT_FALSE(found(0));
+}
+
 TEST(KXMDExifDirectory, OverlappingDirectoriesAreBoundedToo)
 {
     // Every four bytes claim to be a directory of 65,535 entries, linked to the next: six billion

@@ -226,6 +226,12 @@ TEST_F(KXMDThumbnailControllerTest, SuppliedPictureIsUsedInsteadOfTheService)
     EXPECT_THAT(rendered(), IsEmpty());
 }
 
+TEST_F(KXMDThumbnailControllerTest, SuppliedPictureMayBeOnePointLarge)
+{
+    controller->setThumbnailForPath("/x", solid(30, 30, green), { 1, 1 });
+    EXPECT_TRUE(controller->thumbnailExistsForPath("/x", { 1, 1 }));
+}
+
 TEST_F(KXMDThumbnailControllerTest, SuppliedPictureIsAStretchedSquare)
 {
     auto const wide = imageOf(120, 40, [](std::size_t x, std::size_t) {

@@ -61,6 +61,22 @@ Bytes movieWithUserDataFirst(std::vector<std::uint32_t> const& offsets)
 
 }
 
+TEST(KXMP4AtomEditing, AnAtomThatWasRemovedIsNoLongerEditedUnlessItHasAParentAgain)
+{
+    Bytes const file = movieWithUserDataFirst({ 5000 });
+    auto const root = treeOf(file);
+    KXMutableData data(file);
+    auto const userData = lastAtom(root, "moov/udta");
+    EXPECT_TRUE(userData->removeSelfFromMutableData(data));
+    auto const length = data.length();
+    EXPECT_FALSE(userData->removeSelfFromMutableData(data));
+    EXPECT_FALSE(userData->insertBeforeSelfInMutableData(data, zeros(8)));
+    EXPECT_EQ(data.length(), length);
+    userData->setParent(lastAtom(root, "moov").get());
+    EXPECT_TRUE(userData->insertBeforeSelfInMutableData(data, zeros(8)));
+    EXPECT_EQ(data.length(), length + 8);
+}
+
 TEST(KXMP4AtomEditing, RemovingUserDataInFrontOfTheMediaMovesAllThatFollows)
 {
     Bytes const file = movieWithUserDataFirst({ 5000, 6000 });

@@ -67,6 +67,21 @@ TEST(KXMP4EditSafetyFragments, FragmentsWhoseMediaLiesBeyondTheEditMatter)
         HasSubstr("movie fragment"));
 }
 
+TEST(KXMP4EditSafetyFragments, FragmentsCountFromTheFirstByteOfTheirHeader)
+{
+    auto const reason = [](std::uint32_t excess) {
+        auto const start = [](std::uint32_t offset) {
+            return join(ftyp(), fragment(0, {}, offset), atom("free", zeros(100)));
+        };
+        auto const toMovie = static_cast<std::uint32_t>(start(0).size() - ftyp().size());
+        Bytes const front = start(toMovie - 1 + excess);
+        auto const data = reader(join(front, moovWithTables(stco({}))));
+        return KXMP4EditSafety(*data).reasonAgainstEditAt(front.size(), 100).value_or("");
+    };
+    EXPECT_THAT(reason(0), IsEmpty());
+    EXPECT_THAT(reason(1), HasSubstr("movie fragment"));
+}
+
 TEST(KXMP4EditSafetyFragments, RunsWithoutAnOffsetFollowTheRunBeforeThem)
 {
     // What stands where the offset would is the duration of a sample.
@@ -98,6 +113,19 @@ TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsMatterAfterTheEdit)
         EXPECT_THAT(
             reasonAgainstAdding(join(fragmentedStart, index(version, place(8)))), IsEmpty());
     }
+}
+
+TEST(KXMP4EditSafetyFragments, AnIndexOfFragmentsMayReachToTheEndOfTheFile)
+{
+    auto const reason = [](std::uint32_t place) {
+        Bytes const index
+            = atom("tfra", u32(0), u32(1), u32(0), u32(1), u32(0), u32(place), zeros(3));
+        return reasonAgainstAdding(
+            join(fragmentedStart, fragment(0, {}, 88), atomClaiming(0, "mfra", index)));
+    };
+    EXPECT_THAT(reason(8), IsEmpty());
+    EXPECT_THAT(reason(static_cast<std::uint32_t>(fragmentedStart.size())),
+        HasSubstr("index of the movie fragments"));
 }
 
 TEST(KXMP4EditSafetyFragments, IndexesOfFragmentsHaveEntriesOfSeveralWidths)
@@ -221,9 +249,37 @@ TEST(KXMP4EditSafetyFragments, ItemsAreLookedForWhereAllSizesAreKnown)
     EXPECT_THAT(reason(2, 0x4040, join(u32(8), u16(1), u32(after - 8))), HasSubstr("items"));
     EXPECT_THAT(reason(2, 0x8080, join(u64(8), u16(1), u64(after - 8))), HasSubstr("items"));
     // Sizes and versions that the standard does not know.
+    EXPECT_THAT(reason(2, 0x0030, join(u24(after), u16(3))), HasSubstr("items"));
+    EXPECT_THAT(reason(2, 0x3130, join(u24(8), u16(2), u24(0), u8(0), u24(after - 8), u8(0))),
+        HasSubstr("items"));
     EXPECT_THAT(reason(2, 0x0090, join(u8(0), u64(after), u16(1))), IsEmpty());
     EXPECT_THAT(reason(2, 0x9000, join(u16(1), u8(0), u64(after))), IsEmpty());
     EXPECT_THAT(reason(3, 0x0040, join(u32(after), u16(1))), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, OnlyAsManyItemsMatterAsAreClaimed)
+{
+    auto const reason = [](std::uint32_t claimed) {
+        auto const item
+            = [](std::uint32_t place) { return join(u16(1), u16(0), u16(1), u32(place), u32(10)); };
+        Bytes const items
+            = atom("iloc", u32(0), u16(0x4400), u16(claimed), item(8), item(8000), item(8));
+        return reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})),
+            atom("meta", u32(0), items), atom("mdat", zeros(9000))));
+    };
+    EXPECT_THAT(reason(1), IsEmpty());
+    EXPECT_THAT(reason(2), HasSubstr("items"));
+}
+
+TEST(KXMP4EditSafetyFragments, ExtentsWithoutBytesTakeNoTime)
+{
+    constexpr std::uint32_t count = 50000;
+    Bytes const item = join(u16(1), u16(0), u16(0xFFFF));
+    Bytes const items
+        = atom("iloc", u32(0), u16(0), u16(count), concatenated(std::vector<Bytes>(count, item)));
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), moovWithTables(stco({})), atom("meta", u32(0), items))),
+        IsEmpty());
 }
 
 TEST(KXMP4EditSafetyFragments, ItemsInTheFileMatterAfterTheEdit)
@@ -248,6 +304,15 @@ TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationMatterAfterTheEdit)
     };
     EXPECT_THAT(reasonAgainstAdding(moovFirst(moov)), HasSubstr("auxiliary"));
     EXPECT_THAT(reasonAgainstAdding(moovLast(moov)), IsEmpty());
+}
+
+TEST(KXMP4EditSafetyFragments, OffsetsOfAuxiliaryInformationInAMovieCountFromTheStartOfTheFile)
+{
+    constexpr std::uint32_t inFront = 1500; // From the start of the fragment it is after the edit.
+    Bytes const padding = atom("free", zeros(2000));
+    Bytes const moov = moovWithTables(join(stco({}), atom("saio", u32(0), u32(1), u32(inFront))));
+    EXPECT_THAT(
+        reasonAgainstAdding(join(ftyp(), padding, fragment(0, {}, 88), moov, padding)), IsEmpty());
 }
 
 TEST(KXMP4EditSafetyFragments, AuxiliaryInformationMayHaveATypeAndOffsetsOf64Bits)

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 
 using namespace build;
 using namespace editable;
@@ -103,6 +104,17 @@ TEST(KXMP4EditSafetyTables, TablesThatClaimMoreThanTheyHoldMatterWhenWhatFollows
     EXPECT_THAT(reasonAgainstAdding(moovLast(moovWith(2000))), IsEmpty());
 }
 
+TEST(KXMP4EditSafetyTables, EachTableHasRoomOfItsOwn)
+{
+    // The second has none at all.
+    auto const file = moovFirst([](std::uint32_t media) {
+        Bytes const table = atom("stco", u32(0), u32(1));
+        return atom("moov", userData, trackWithTables(stco({ media })),
+            trackWithTables(join(table, atom("free", zeros(2000)))));
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), HasSubstr("claims more entries"));
+}
+
 TEST(KXMP4EditSafetyTables, ATableThatClaimsEntriesPastTheEndOfTheFileMatters)
 {
     for (std::uint32_t const claimed : { 3u, 0xFFFFFFFFu }) {
@@ -177,7 +189,9 @@ TEST(KXMP4EditSafetyTables, AnEntryThatStaysMattersWhereItMayBeOfThisFile)
                 stco({ 5, media }), atom("dinf", atom("dref", u32(0), u32(count), references)));
         }));
     };
-    Bytes const elsewhere = atom("url ", u32(0)), inThisFile = atom("url ", u32(1));
+    constexpr std::size_t lengthOfPlace = 12;
+    Bytes const elsewhere = atom("url ", u32(0), zeros(lengthOfPlace));
+    Bytes const inThisFile = atom("url ", u32(1));
     EXPECT_THAT(reason(elsewhere, 1), IsEmpty());
     EXPECT_THAT(reason(join(elsewhere, inThisFile), 2), HasSubstr("another file"));
     EXPECT_THAT(reason(inThisFile, 1), HasSubstr("entries before the edit ahead of"));
@@ -193,6 +207,49 @@ TEST(KXMP4EditSafetyTables, AnEntryRightAfterALargeFileDoesNotPass4GiB)
     auto const data = KXAbstractData::abstractDataWithPath(path);
     EXPECT_THAT(KXMP4EditSafety(*data).reasonAgainstAddingAlbumCoverOfSize(1000).value_or(""),
         HasSubstr("entries before the edit ahead of"));
+}
+
+TEST(KXMP4EditSafetyTables, AnEntryThatStaysAtTheEndOfTheFileIsNoRemovedMedia)
+{
+    auto const length = moovLast([](std::uint32_t) {
+        return moovWithTables(stco({ 5, 0 }));
+    }).size();
+    auto const file = moovLast([&](std::uint32_t) {
+        return moovWithTables(stco({ 5, static_cast<std::uint32_t>(length) }));
+    });
+    EXPECT_THAT(reasonAgainstAdding(file), HasSubstr("entries before the edit ahead of"));
+}
+
+TEST(KXMP4EditSafetyTables, AnEntryThatStaysMayBelongAtTheLastPlaceBelow4GiB)
+{
+    constexpr std::uint32_t growth = 1000, largest = 0xFFFFFFFF;
+    auto const reason = [](std::uint32_t entry) {
+        TemporaryFolder const folder;
+        Bytes const movie
+            = join(ftyp(), moovWithTables(stco({ 5, entry })), atomClaiming(0, "mdat"));
+        std::string const path = folder.write("movie.mp4", movie);
+        std::filesystem::resize_file(path, std::uint64_t { entry } + 1);
+        auto const data = KXAbstractData::abstractDataWithPath(path);
+        return KXMP4EditSafety(*data)
+            .reasonAgainstAddingAlbumCoverOfSize(cover.size() + growth)
+            .value_or("");
+    };
+    EXPECT_THAT(reason(largest - growth), HasSubstr("entries before the edit ahead of"));
+    EXPECT_THAT(reason(largest - growth + 1), HasSubstr("4 GiB"));
+}
+
+TEST(KXMP4EditSafetyTables, NumbersOf64BitsAreReadWhole)
+{
+    // With the highest bit lost, the entry would lead to the media.
+    constexpr std::uint64_t highestBit = std::uint64_t { 1 } << 63;
+    auto const reason = [](std::uint64_t bits) {
+        return reasonAgainstAdding(moovFirst([bits](std::uint32_t media) {
+            return atom("moov", trackWithTables(stco({ media })),
+                trackWithTables(co64({ bits | media })), userData);
+        }));
+    };
+    EXPECT_THAT(reason(highestBit), IsEmpty());
+    EXPECT_THAT(reason(0), HasSubstr("64-bit chunk offset table"));
 }
 
 TEST(KXMP4EditSafetyTables, TablesOf64BitsAndAuxiliaryOffsetsMayLeadIntoAnotherFile)
@@ -309,16 +366,19 @@ TEST(KXMP4EditSafetyTables, ATableWith64BitSizeIsNeverCorrected)
     EXPECT_THAT(reasonAgainstAdding(moovLast(moovWithFlags(0xFFFFFF))), HasSubstr("not a chunk"));
 }
 
-TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableIsNoHindranceWhileItHasNoEntries)
+namespace {
+
+/// A movie whose table has seven entries, the first of which is given unless it is the media's
+/// place. From its third byte on the second entry begins a look-alike, which the tree finds before
+/// the table.
+Bytes movieWithLookAlikeWithinTable(std::optional<std::uint32_t> firstEntry = {})
 {
-    // From its third byte on the second entry begins a look-alike. Its count becomes another once
-    // the entries are moved, but by then it has been passed.
     Bytes const lookAlike = join(u32(0x70000000), text("stco"), u32(0x70007000));
     Bytes const count = zeros(4);
     constexpr std::uint32_t placeOfLookAlike = 16 + 4 + 2;
-    auto const moov = [&](std::uint32_t media) {
-        Bytes const table = atom("stco", u32(0), u32(7), u32(media), u16(0x7000), lookAlike, count,
-            u16(0x8000), u32(media), u32(media));
+    return moovFirst([&](std::uint32_t media) {
+        Bytes const table = atom("stco", u32(0), u32(7), u32(firstEntry.value_or(media)),
+            u16(0x7000), lookAlike, count, u16(0x8000), u32(media), u32(media));
         Bytes const track = trackWithTables(table);
         auto const way = static_cast<std::uint32_t>(track.size() - 8 - table.size());
         // What is found after the padding is found there again.
@@ -326,8 +386,27 @@ TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableIsNoHindranceWhileItHasNoEntri
         Bytes const detour
             = atom("edts", atomClaiming(padding + 9, "udta", atomClaiming(padding, "free")));
         return atom("moov", atom("trak", detour, Bytes(track.begin() + 8, track.end())), userData);
+    });
+}
+
+}
+
+TEST(KXMP4EditSafetyTables, TablesThatAreFoundOutOfOrderAreKnownForTables)
+{
+    auto const reason = [](std::optional<std::uint32_t> firstEntry) {
+        Bytes const file = movieWithLookAlikeWithinTable(firstEntry);
+        auto const data = reader(file);
+        auto const edited = lastAtom(treeOf(file), "moov/udta");
+        return KXMP4EditSafety(*data).reasonAgainstEditAt(edited->offset(), 1000).value_or("");
     };
-    auto const file = moovFirst(moov);
+    EXPECT_THAT(reason({}), IsEmpty());
+    EXPECT_THAT(reason(5), HasSubstr("entries before the edit ahead of"));
+}
+
+TEST(KXMP4EditSafetyTables, ALookAlikeWithinATableIsNoHindranceWhileItHasNoEntries)
+{
+    // Its count becomes another once the entries are moved, but by then it has been passed.
+    auto const file = movieWithLookAlikeWithinTable();
     ASSERT_EQ(lastAtom(treeOf(file), "moov/trak/edts/udta/stco")->size(), 0x70000000u);
     auto const edited = lastAtom(treeOf(file), "moov/udta");
     auto const data = reader(file);

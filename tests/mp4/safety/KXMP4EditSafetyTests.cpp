@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 using namespace build;
 using namespace editable;
 using testing::HasSubstr;
@@ -38,6 +41,39 @@ TEST(KXMP4EditSafety, FilesWithoutCoversAndUserDataHaveNothingToEdit)
     EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
     EXPECT_THAT(reasonAgainstRemoving(file), IsEmpty());
     EXPECT_THAT(reasonAgainstCleaning(file), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AMovieWithoutAPlaceForACoverGetsNone)
+{
+    auto const file = moovFirst(
+        [](std::uint32_t media) { return atom("moov", trackWithTables(stco({ media }))); });
+    EXPECT_THAT(reasonAgainstAdding(file), IsEmpty());
+}
+
+TEST(KXMP4EditSafety, AtomsAfterTheFieldsOfASoundEntryOfEachVersionMatter)
+{
+    constexpr std::uint32_t fieldsOfVersion[] { 0, 16, 36 };
+    for (std::uint32_t version = 0; version < std::size(fieldsOfVersion); ++version) {
+        auto const reason = [&](std::uint32_t excess) {
+            Bytes const edited = atom("esds", zeros(4));
+            auto const size = static_cast<std::uint32_t>(8 + edited.size()) + excess;
+            Bytes const extension = atomClaiming(size, "wave", edited);
+            Bytes const entry = atom("mp4a", zeros(6), u16(1), u16(version),
+                zeros(18 + fieldsOfVersion[version]), extension);
+            Bytes const movie = join(ftyp(),
+                atom("moov",
+                    atom("trak",
+                        atom("mdia", hdlr("soun"),
+                            atom("minf", atom("stbl", stsd(entry), stco({})))))));
+            auto const extensionAt = static_cast<std::uint64_t>(
+                std::search(movie.begin(), movie.end(), extension.begin(), extension.end())
+                - movie.begin());
+            auto const data = reader(movie);
+            return KXMP4EditSafety(*data).reasonAgainstEditAt(extensionAt + 8, 100).value_or("");
+        };
+        EXPECT_THAT(reason(0), IsEmpty()) << version;
+        EXPECT_THAT(reason(1), HasSubstr("contradict each other")) << version;
+    }
 }
 
 TEST(KXMP4EditSafety, ACoverOfTheSameSizeMovesNothing)
@@ -219,7 +255,9 @@ TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
     EXPECT_THAT(
         safety.reasonAgainstEditAt(media->offset(), -size).value_or(""), HasSubstr("media"));
     EXPECT_TRUE(safety.reasonAgainstEditAt(media->offset(), -size - 1).has_value());
-    EXPECT_TRUE(safety.reasonAgainstEditAt(3, 100).has_value());
+    EXPECT_THAT(safety.reasonAgainstEditAt(3, 100).value_or(""), HasSubstr("no atom of that size"));
+    EXPECT_TRUE(safety.reasonAgainstEditAt(3, 1).has_value());
+    EXPECT_EQ(safety.reasonAgainstEditAt(3, 0), std::nullopt);
     EXPECT_TRUE(safety.reasonAgainstEditAt(0, INT64_MIN).has_value());
     EXPECT_THAT(
         safety.reasonAgainstEditAt(table->offset(), 0xFFFFFFFF).value_or(""), HasSubstr("4 GiB"));
@@ -238,4 +276,10 @@ TEST(KXMP4EditSafety, AFileOfMoreAtomsThanTheTreeKeepsIsNotEdited)
     };
     EXPECT_THAT(reason(most - 100), IsEmpty());
     EXPECT_THAT(reason(most), HasSubstr("too many atoms"));
+
+    Bytes const withoutCover = moovFirst(
+        [](std::uint32_t media) { return atom("moov", trackWithTables(stco({ media }))); });
+    EXPECT_THAT(reasonAgainstRemoving(
+                    join(withoutCover, concatenated(std::vector<Bytes>(most, atom("free"))))),
+        IsEmpty());
 }
