@@ -33,7 +33,8 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
         .temporaryFolders = temporaryFolders,
         .fileManager = std::make_shared<KXGLibFileManager const>(),
-        .taskRunner = std::make_shared<KXLinuxTaskRunner const>(),
+        .taskRunner
+        = std::make_shared<KXLinuxTaskRunner const>(KXLinuxTaskRunner::Converter::ofThisMachine()),
         .memoryPressure = std::make_shared<KXGLibMemoryPressure const>(),
     });
 }
