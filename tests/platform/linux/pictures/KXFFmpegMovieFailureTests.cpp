@@ -1,4 +1,4 @@
-// Movies that are damaged, and machines without memory.
+// Movies that are damaged or of rare kinds, and machines without memory.
 
 #include "support/MovieTest.h"
 #include "support/NoMemory.h"
@@ -31,6 +31,14 @@ Bytes movieWithDamage(std::size_t damaged)
     std::vector<Bytes> frames(damaged, greyMPEG(false));
     frames.push_back(greyMPEG(true));
     return Movie { .codec = "m1v1", .width = 16, .height = 32, .frames = frames }.file();
+}
+
+/// A chunk of RoQ, a format that has neither an index nor times.
+Bytes roqChunk(int type, int argument, Bytes const& content)
+{
+    return join(bytes({ type & 0xFF, type >> 8, static_cast<int>(content.size()), 0, 0, 0,
+                    argument & 0xFF, argument >> 8 }),
+        content);
 }
 
 }
@@ -96,4 +104,34 @@ TEST_F(KXFFmpegMovieFailure, MoviesThatAreGoneTakeNoMemory)
     auto const before = used();
     playMany();
     EXPECT_LE(used(), before + 30'000);
+}
+
+TEST_F(KXFFmpegMovieFailure, MovieOfACodecThatNobodyKnowsHasNoFrames)
+{
+    for (auto const& [codec, depth] : { std::pair("zzzz", 24u), { "rle ", 5u } }) {
+        auto const movie = opened(
+            Movie { .codec = codec, .depth = depth, .frames = { redFrame, greenFrame } }.file());
+        for (int i = 0; movie && i < 2; ++i) {
+            EXPECT_FALSE(movie->keyImageAtTime(0, {}));
+            EXPECT_FALSE(movie->imageAtTime(0, {}));
+        }
+    }
+}
+
+TEST_F(KXFFmpegMovieFailure, MovieWithoutAnyPlacesHasAPictureForItsStartOnly)
+{
+    Bytes file = join(
+        roqChunk(0x1084, 30, Bytes()), roqChunk(0x1001, 0, bytes({ 16, 0, 16, 0, 8, 0, 4, 0 })));
+    file[2] = file[3] = file[4] = file[5] = 0xFF;
+    for (int i = 0; i < 1'100; ++i) { // FFmpeg passes over a thousand in search of a key frame.
+        // One colour, one cell of it, and four blocks of that.
+        file = join(file, roqChunk(0x1002, 0x101, bytes({ 90, 90, 90, 90, 128, 128, 0, 0, 0, 0 })),
+            roqChunk(0x1011, 0, bytes({ 0xAA, 0xAA, 0, 0, 0, 0 })));
+    }
+    auto const movie = opened(file);
+    ASSERT_TRUE(movie);
+    EXPECT_TRUE(movie->keyImageAtTime(0, {}));
+    EXPECT_TRUE(movie->imageAtTime(0, {}));
+    EXPECT_FALSE(movie->keyImageAtTime(0.5, {}));
+    EXPECT_FALSE(movie->imageAtTime(0.5, {}));
 }

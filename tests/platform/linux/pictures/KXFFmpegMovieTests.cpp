@@ -86,14 +86,6 @@ Bytes runsOf(std::array<int, 3> const& colour)
     return join(u32(static_cast<std::uint32_t>(rows.size() + 7)), u16(0), rows, u8(0));
 }
 
-/// A chunk of RoQ, a format that has neither an index nor times.
-Bytes roqChunk(int type, int argument, Bytes const& content)
-{
-    return join(bytes({ type & 0xFF, type >> 8, static_cast<int>(content.size()), 0, 0, 0,
-                    argument & 0xFF, argument >> 8 }),
-        content);
-}
-
 /// Much more than is read at once.
 Movie const largeMovie {
     .width = 160,
@@ -171,18 +163,6 @@ TEST_F(KXFFmpegMovie, FrameHasUpToSixtyFourMebipixels)
     }
 }
 
-TEST_F(KXFFmpegMovie, MovieOfACodecThatNobodyKnowsHasNoFrames)
-{
-    for (auto const& [codec, depth] : { std::pair("zzzz", 24u), { "rle ", 5u } }) {
-        auto const movie = opened(
-            Movie { .codec = codec, .depth = depth, .frames = { redFrame, greenFrame } }.file());
-        for (int i = 0; movie && i < 2; ++i) {
-            EXPECT_FALSE(movie->keyImageAtTime(0, {}));
-            EXPECT_FALSE(movie->imageAtTime(0, {}));
-        }
-    }
-}
-
 TEST_F(KXFFmpegMovie, TimeIsLessThanABillionSeconds)
 {
     auto const movie = opened(Movie { .frames = { redFrame, greenFrame } }.file());
@@ -192,24 +172,6 @@ TEST_F(KXFFmpegMovie, TimeIsLessThanABillionSeconds)
     auto const last = movie->keyImageAtTime(1e9 - 0.5, {});
     ASSERT_TRUE(last);
     EXPECT_TRUE(areEqual(*last, *solid(16, 8, green)));
-}
-
-TEST_F(KXFFmpegMovie, MovieWithoutAnyPlacesHasAPictureForItsStartOnly)
-{
-    Bytes file = join(
-        roqChunk(0x1084, 30, Bytes()), roqChunk(0x1001, 0, bytes({ 16, 0, 16, 0, 8, 0, 4, 0 })));
-    file[2] = file[3] = file[4] = file[5] = 0xFF;
-    for (int i = 0; i < 1'100; ++i) { // FFmpeg passes over a thousand in search of a key frame.
-        // One colour, one cell of it, and four blocks of that.
-        file = join(file, roqChunk(0x1002, 0x101, bytes({ 90, 90, 90, 90, 128, 128, 0, 0, 0, 0 })),
-            roqChunk(0x1011, 0, bytes({ 0xAA, 0xAA, 0, 0, 0, 0 })));
-    }
-    auto const movie = opened(file);
-    ASSERT_TRUE(movie);
-    EXPECT_TRUE(movie->keyImageAtTime(0, {}));
-    EXPECT_TRUE(movie->imageAtTime(0, {}));
-    EXPECT_FALSE(movie->keyImageAtTime(0.5, {}));
-    EXPECT_FALSE(movie->imageAtTime(0.5, {}));
 }
 
 TEST_F(KXFFmpegMovie, TurnsFramesThatSayHow)
