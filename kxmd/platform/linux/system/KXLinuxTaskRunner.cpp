@@ -93,6 +93,11 @@ KXLinuxTaskRunner::Converter KXLinuxTaskRunner::Converter::ofThisMachine()
     return { "/usr/bin/afconvert", pathBesideLibrary(KXMD_CONVERTER) };
 }
 
+std::shared_ptr<KXTaskRunner const> KXLinuxTaskRunner::Converter::taskRunner() const
+{
+    return std::make_shared<KXLinuxTaskRunner const>(*this);
+}
+
 KXLinuxTaskRunner::KXLinuxTaskRunner(Converter converter)
     : _converter(std::move(converter))
 {

@@ -3,17 +3,20 @@
 #include "kxmd/base/KXExport.h"
 #include "kxmd/platform/KXTaskRunner.h"
 
+#include <memory>
 #include <string>
 
 /// Programs of this machine. Where it has no audio converter of its own, the one that is installed
 /// with the library stands in for it.
-class KX_EXPORT_FOR_TESTS KXLinuxTaskRunner final : public KXTaskRunner {
+class KXLinuxTaskRunner final : public KXTaskRunner {
 public:
-    struct Converter {
+    struct KX_EXPORT_FOR_TESTS Converter {
         std::string path; ///< Where the machine has its own, if it has one.
         std::string standIn; ///< The path of ours.
 
         static Converter ofThisMachine();
+        /// A runner with this converter.
+        std::shared_ptr<KXTaskRunner const> taskRunner() const;
     };
 
     explicit KXLinuxTaskRunner(Converter converter);

@@ -346,11 +346,12 @@ TEST(KXLinuxTaskRunner, OnlyOurConverterIsAskedToEndWithUs)
 
 TEST(KXLinuxTaskRunner, MissingConverterIsStoodInForByOneThatEndsWithUs)
 {
-    KXLinuxTaskRunner const runner({ "/no/such/converter", "/bin/sh" });
+    auto const runner
+        = KXLinuxTaskRunner::Converter { "/no/such/converter", "/bin/sh" }.taskRunner();
     ::setenv("KXMD_CONVERTER_PARENT", "another", 1);
     ::setenv("KXMD_CONVERTER_PARENTS", "kept", 1);
     LogCapture const log;
-    EXPECT_THAT(runner.runToolAtPath("/no/such/converter",
+    EXPECT_THAT(runner->runToolAtPath("/no/such/converter",
                     { "-c",
                         "tr '\\0' '\\n' < /proc/$$/environ | grep ^KXMD_CONVERTER_ | sort >&2\n"
                         "read -r a b c d group rest < /proc/$$/stat; test $group = $$" }),
@@ -360,14 +361,14 @@ TEST(KXLinuxTaskRunner, MissingConverterIsStoodInForByOneThatEndsWithUs)
     EXPECT_THAT(log.lines(),
         ElementsAre("Metadata: KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()),
             "Metadata: KXMD_CONVERTER_PARENTS=kept"));
-    EXPECT_EQ(runner.runToolAtPath("/no/such/program", { "-c", "exit 0" }), std::nullopt);
+    EXPECT_EQ(runner->runToolAtPath("/no/such/program", { "-c", "exit 0" }), std::nullopt);
 }
 
 TEST(KXLinuxTaskRunner, ConverterOfTheMachineNeedsNoOther)
 {
-    KXLinuxTaskRunner const runner({ "/bin/sh", "/bin/false" });
+    auto const runner = KXLinuxTaskRunner::Converter { "/bin/sh", "/bin/false" }.taskRunner();
     EXPECT_THAT(
-        runner.runToolAtPath("/bin/sh", { "-c", "test -z \"$KXMD_CONVERTER_PARENT\"; exit 7" }),
+        runner->runToolAtPath("/bin/sh", { "-c", "test -z \"$KXMD_CONVERTER_PARENT\"; exit 7" }),
         Optional(7));
 }
 
