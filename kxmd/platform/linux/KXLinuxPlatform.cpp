@@ -33,7 +33,7 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
         .textDigest = std::make_shared<KXGLibTextDigest const>(),
         .temporaryFolders = temporaryFolders,
         .fileManager = std::make_shared<KXGLibFileManager const>(),
-        .taskRunner = std::make_shared<KXLinuxTaskRunner const>(),
+        .taskRunner = KXLinuxTaskRunner::Converter::ofThisMachine().taskRunner(),
         .memoryPressure = std::make_shared<KXGLibMemoryPressure const>(),
     });
 }

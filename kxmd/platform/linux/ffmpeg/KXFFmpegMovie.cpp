@@ -161,8 +161,8 @@ bool KXFFmpegMovie::openDecoder()
         return false;
     decoder->pkt_timebase = _video->time_base;
     decoder->max_pixels = mostPixels;
-    // For one frame, threads cost more than they save; callers have their own.
-    decoder->thread_count = 1;
+    // It decodes on this thread alone, unless told otherwise: for one frame, threads cost more than
+    // they save, and callers have their own.
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
         return false;
     for (AVStream* const stream : std::span(_format->streams, _format->nb_streams))

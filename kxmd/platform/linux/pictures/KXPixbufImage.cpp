@@ -125,9 +125,7 @@ KXImage::Ref shrunkImageOfPixbuf(GdkPixbuf& pixbuf, std::size_t factor)
 
 KXImage::Ref imageOfPixbuf(GdkPixbuf& pixbuf, std::size_t factor)
 {
-    if (gdk_pixbuf_get_bits_per_sample(&pixbuf) != 8
-        || gdk_pixbuf_get_colorspace(&pixbuf) != GDK_COLORSPACE_RGB)
-        return nullptr;
+    // A pixbuf has eight bits each of red, green, blue and optionally alpha.
     return factor > 1 ? shrunkImageOfPixbuf(pixbuf, factor) : wholeImageOfPixbuf(pixbuf);
 }
 

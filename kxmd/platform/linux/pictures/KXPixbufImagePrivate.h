@@ -7,9 +7,8 @@
 #include <cstddef>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-/// The picture of a pixbuf; null unless its layout is eight bits each of red, green, blue and
-/// optionally alpha. With a `factor` above 1, each pixel is the mean of a block of `factor` by
-/// `factor`.
+/// The picture of a pixbuf. With a `factor` above 1, each pixel is the mean of a block of `factor`
+/// by `factor`.
 KXImage::Ref imageOfPixbuf(GdkPixbuf& pixbuf, std::size_t factor = 1);
 
 /// The pixels of a picture, not premultiplied, with alpha.

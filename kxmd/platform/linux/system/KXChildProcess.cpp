@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <limits>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -25,7 +26,8 @@ void limit(pid_t process, __rlimit_resource resource, std::uint64_t most)
 int timeUntil(Clock::time_point end)
 {
     auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
+    constexpr int longest = std::numeric_limits<int>::max();
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, longest));
 }
 
 /// Reads all until the writers are gone; false when there are more than `most` bytes or it takes
@@ -45,9 +47,7 @@ bool readAllTo(
         bytes.resize(before + pieceLength);
         ssize_t const count = ::read(descriptor, bytes.data() + before, pieceLength);
         bytes.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        if (count < 0 && errno != EINTR)
-            return false;
-        if (bytes.size() > most)
+        if (count < 0 || bytes.size() > most) // It did not wait, so no signal interrupted it.
             return false;
         if (count == 0)
             return true;
@@ -65,7 +65,7 @@ bool waitFor(pid_t process, Clock::time_point end)
             = ::waitid(P_PID, static_cast<id_t>(process), &state, WEXITED | WNOHANG | WNOWAIT);
         if (result == 0 && state.si_pid == process)
             return true;
-        if (result != 0 && errno != EINTR)
+        if (result != 0)
             return errno == ECHILD; // The host ignores SIGCHLD.
         if (Clock::now() >= end)
             return false;

@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/system/KXGLibMemoryPressurePrivate.h"
 
 #include "kxmd/base/KXGuarded.h"
+#include "kxmd/platform/linux/system/KXGLibMainQueuePrivate.h"
 
 #include <gio/gio.h>
 #include <mutex>
@@ -30,21 +31,12 @@ void tellObservers(GMemoryMonitor*, GMemoryMonitorWarningLevel, gpointer)
         (*observer)();
 }
 
-gboolean startMonitor(gpointer)
+void startMonitor()
 {
     // One for the process, and its warnings come through this main loop.
     static GMemoryMonitor* const monitor = g_memory_monitor_dup_default();
     if (monitor)
         g_signal_connect(monitor, "low-memory-warning", G_CALLBACK(tellObservers), nullptr);
-    return G_SOURCE_REMOVE;
-}
-
-void startMonitorLater()
-{
-    GSource* const source = g_idle_source_new();
-    g_source_set_callback(source, startMonitor, nullptr, nullptr);
-    g_source_attach(source, nullptr);
-    g_source_unref(source);
 }
 
 }
@@ -52,7 +44,7 @@ void startMonitorLater()
 KXMemoryPressure::Registration KXGLibMemoryPressure::addObserver(Observer observer) const
 {
     static std::once_flag started;
-    std::call_once(started, startMonitorLater);
+    std::call_once(started, [] { KXGLibMainQueue().async(startMonitor); });
     auto const kept = std::make_shared<Observer>(std::move(observer));
     auto all = observers().lock();
     std::erase_if(*all, [](auto const& other) { return other.expired(); });

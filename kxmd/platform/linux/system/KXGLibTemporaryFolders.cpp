@@ -105,8 +105,7 @@ std::string KXGLibTemporaryFolders::applicationUniqueTempFolderWithPrefix(
     std::string_view prefix) const
 {
     std::string const parent = applicationTempFolder();
-    if (g_mkdir_with_parents(parent.c_str(), onlyForTheUser) != 0)
-        return {};
+    g_mkdir_with_parents(parent.c_str(), onlyForTheUser); // Where it fails, so does what follows.
     for (;;) {
         std::string path = parent + '/' + std::string(prefix) + "-XXXXXX";
         if (!g_mkdtemp_full(path.data(), onlyForTheUser))

@@ -11,7 +11,8 @@ std::string absoluteFolderOfLibrary()
 {
     static int const ofThisLibrary = 0;
     Dl_info library {};
-    if (!dladdr(&ofThisLibrary, &library) || !library.dli_fname)
+    dladdr(&ofThisLibrary, &library); // Leaves it empty when it fails.
+    if (!library.dli_fname)
         return {};
     std::error_code error;
     auto const path = std::filesystem::absolute(library.dli_fname, error);

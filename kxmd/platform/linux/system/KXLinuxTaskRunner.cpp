@@ -14,6 +14,7 @@
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 extern "C" {
 #include <sys/pidfd.h> // Does not say by itself that it is C before glibc 2.37.
@@ -21,29 +22,22 @@ extern "C" {
 
 namespace {
 
-constexpr std::string_view converter = "/usr/bin/afconvert";
 constexpr std::size_t mostLogged = 4096; // Bytes of what one run of a tool says.
-
-/// Whether our own converter is to stand in for the program at `path`.
-bool isMissingConverter(std::string const& path)
-{
-    return path == converter && ::access(path.c_str(), X_OK) != 0;
-}
 
 /// Asks our converter to end with this process, which it must not do when others start it. The
 /// kernel ends it with the thread that started it, which waits for it here.
 std::string requestToEndWithUs() { return "KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()); }
 
-/// Takes the next piece of what a tool says, which is kept up to the bound. False at the end.
+/// Takes the next piece of what a tool says, once there is one; it is kept up to the bound. False
+/// at the end.
 bool readPieceTo(std::string& said, int descriptor)
 {
     std::array<char, mostLogged> piece;
     ssize_t const count = ::read(descriptor, piece.data(), piece.size());
-    if (count < 0)
-        return errno == EINTR;
-    auto const length = static_cast<std::size_t>(count);
-    said.append(piece.data(), std::min(length, mostLogged - said.size()));
-    return length > 0;
+    if (count <= 0) // It did not wait, so no signal interrupted it.
+        return false;
+    said.append(piece.data(), std::min(static_cast<std::size_t>(count), mostLogged - said.size()));
+    return true;
 }
 
 /// What a tool writes until it ends. All of it is read, so that the tool never waits for us; but we
@@ -94,6 +88,27 @@ std::optional<int> exitStatusOf(pid_t tool)
 
 }
 
+KXLinuxTaskRunner::Converter KXLinuxTaskRunner::Converter::ofThisMachine()
+{
+    return { "/usr/bin/afconvert", pathBesideLibrary(KXMD_CONVERTER) };
+}
+
+std::shared_ptr<KXTaskRunner const> KXLinuxTaskRunner::Converter::taskRunner() const
+{
+    return std::make_shared<KXLinuxTaskRunner const>(*this);
+}
+
+KXLinuxTaskRunner::KXLinuxTaskRunner(Converter converter)
+    : _converter(std::move(converter))
+{
+}
+
+/// Whether our own converter is to stand in for the program at `path`.
+bool KXLinuxTaskRunner::isMissingConverter(std::string const& path) const
+{
+    return path == _converter.path && ::access(path.c_str(), X_OK) != 0;
+}
+
 std::optional<int> KXLinuxTaskRunner::runToolAtPath(
     std::string const& path, std::vector<std::string> const& arguments) const
 {
@@ -107,7 +122,7 @@ std::optional<int> KXLinuxTaskRunner::runToolAtPath(
         .arguments = { path }, .target = pipe.writingEnd(), .stream = STDERR_FILENO
     };
     if (isMissingConverter(path)) {
-        program.arguments = { pathBesideLibrary(KXMD_CONVERTER) };
+        program.arguments = { _converter.standIn };
         program.variable = requestToEndWithUs();
         // A terminal's interrupt is for us: were the converter to end first, its file would seem to
         // be at fault.

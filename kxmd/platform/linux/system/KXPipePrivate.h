@@ -7,11 +7,7 @@
 /// A pipe from another program to us. Neither end is seen by programs that are not given it.
 class KXPipe {
 public:
-    KXPipe()
-    {
-        if (::pipe2(_ends, O_CLOEXEC) != 0)
-            _ends[0] = _ends[1] = -1;
-    }
+    KXPipe() { (void)::pipe2(_ends, O_CLOEXEC); } // Leaves them as they are when it fails.
     ~KXPipe()
     {
         closeWritingEnd();
@@ -34,5 +30,5 @@ public:
     }
 
 private:
-    int _ends[2];
+    int _ends[2] { -1, -1 };
 };

@@ -16,15 +16,15 @@ public:
         sigset_t signals;
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&_attributes, &signals);
-        if (isApart)
+        int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        if (isApart) {
             sigfillset(&signals);
-        else
+            flags |= POSIX_SPAWN_SETPGROUP; // Of its own: attributes begin with none.
+        } else {
             sigaddset(&signals, SIGPIPE);
+        }
         posix_spawnattr_setsigdefault(&_attributes, &signals);
-        posix_spawnattr_setpgroup(&_attributes, 0);
-        short const group = isApart ? POSIX_SPAWN_SETPGROUP : 0;
-        posix_spawnattr_setflags(&_attributes,
-            static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group));
+        posix_spawnattr_setflags(&_attributes, static_cast<short>(flags));
     }
     ~Attributes() { posix_spawnattr_destroy(&_attributes); }
     Attributes(Attributes const&) = delete;

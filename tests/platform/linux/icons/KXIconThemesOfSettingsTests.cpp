@@ -4,6 +4,7 @@
 
 #include "support/Files.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -65,6 +66,16 @@ protected:
     KXIconThemesOfSettingsDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
+}
+
+TEST(KXIconThemesOfSettings, IconsLieInTheFoldersOfTheDesktop)
+{
+    std::vector<std::string> expected { std::string(g_get_home_dir()) + "/.icons",
+        std::string(g_get_user_data_dir()) + "/icons" };
+    for (char const* const* folder = g_get_system_data_dirs(); *folder; ++folder)
+        expected.push_back(std::string(*folder) + "/icons");
+    expected.push_back("/usr/share/pixmaps");
+    EXPECT_EQ(KXIconThemes::Places::ofThisMachine().baseFolders, expected);
 }
 
 TEST_F(KXIconThemesOfSettingsDeathTest, WithoutAnyItIsAdwaita)

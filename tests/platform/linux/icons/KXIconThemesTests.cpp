@@ -45,6 +45,41 @@ TEST_F(KXIconThemesTest, NearestSizeMayComeInAnyOrder)
     for (char const* name : { "16", "64", "24" })
         icon(std::string("user/mine/") + name + "/a.png");
     EXPECT_EQ(found({ "a" }, 31), "user/mine/24/a.png");
+    EXPECT_EQ(found({ "a" }, 20), "user/mine/16/a.png"); // Of two that are as near, the first.
+}
+
+TEST_F(KXIconThemesTest, DirectoryServesTwoPixelsMoreOrLessUnlessItSaysOtherwise)
+{
+    theme("user", "mine",
+        directories("16,all") + directory("16", "Size=16")
+            + directory("all", "Size=64\nType=Scalable\nMinSize=1\nMaxSize=64"));
+    icon("user/mine/16/a.png");
+    icon("user/mine/all/a.png");
+    for (int const size : { 14, 18 })
+        EXPECT_EQ(found({ "a" }, size), "user/mine/16/a.png") << size;
+    for (int const size : { 13, 19 })
+        EXPECT_EQ(found({ "a" }, size), "user/mine/all/a.png") << size;
+}
+
+TEST_F(KXIconThemesTest, ScaleIsOneAtLeast)
+{
+    theme("user", "mine",
+        directories("17,16") + directory("17", "Size=17\nType=Fixed")
+            + directory("16", "Size=16\nScale=0\nType=Fixed"));
+    icon("user/mine/16/a.png");
+    icon("user/mine/17/a.png");
+    EXPECT_EQ(found({ "a" }, 16), "user/mine/16/a.png");
+}
+
+TEST_F(KXIconThemesTest, FolderThatIsHiddenIsNoTheme)
+{
+    std::string const index = directories("16") + directory("16", "Size=16");
+    for (std::string const name : { ".", ".hidden" }) {
+        theme("user", name, index);
+        icon("user/" + name + "/16/a.png");
+    }
+    for (std::string const name : { "", ".", ".hidden" })
+        EXPECT_EQ(found({ "a" }, 16, { name }), "") << name;
 }
 
 TEST_F(KXIconThemesTest, IconsForDenseScreensAreALastChoice)

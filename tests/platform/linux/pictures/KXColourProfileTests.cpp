@@ -58,9 +58,9 @@ Bytes profileWithTable(cmsCIExyYTRIPLE const& primaries)
 }
 
 /// ISO 15076-1, B.4: the profile in one segment of application data.
-Bytes iccSegment(Bytes const& profile)
+Bytes iccSegment(Bytes const& profile, int number = 1, int count = 1)
 {
-    return app(2, join(text("ICC_PROFILE"), bytes({ 0, 1, 1 }), profile));
+    return app(2, join(text("ICC_PROFILE"), bytes({ 0, number, count }), profile));
 }
 
 /// The bytes in a zlib stream that stores them (RFC 1950, RFC 1951, 3.2.4).
@@ -194,6 +194,24 @@ TEST_F(KXColourProfile, OtherKindsOfProfilesChangeNothing)
     for (Bytes const& profile :
         { grey, lab, profileWithTable(displayP3), Bytes(), Bytes(300, 0x55) })
         EXPECT_EQ(shown(withProfile(file, profile)), wideOrange);
+}
+
+TEST_F(KXColourProfile, ProfileHasUpToAMebibyte)
+{
+    Bytes const file = jpg(*solid(16, 16, wideOrange));
+    for (std::size_t const length : { 1u << 20, (1u << 20) + 1 }) {
+        Bytes profile = profileOf(displayP3);
+        profile.resize(length);
+        constexpr std::ptrdiff_t most = 65'519; // All that a segment holds.
+        int const count = static_cast<int>(length / most) + 1;
+        Bytes segments;
+        for (int i = count; i > 0; --i) {
+            auto const part = std::span(profile).subspan(static_cast<std::size_t>((i - 1) * most));
+            auto const piece = part.first(std::min<std::size_t>(part.size(), most));
+            segments = join(iccSegment(Bytes(piece.begin(), piece.end()), i, count), segments);
+        }
+        expectNear(shown(withSegment(file, segments)), length == 1u << 20 ? orange : wideOrange, 3);
+    }
 }
 
 TEST_F(KXColourProfile, EveryTruncationOfAProfileShowsThePicture)

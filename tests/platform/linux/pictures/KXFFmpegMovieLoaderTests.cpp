@@ -323,3 +323,16 @@ TEST(KXFFmpegMovieLoaderDeathTest, ModuleThatIsMissingIsLoggedOnce)
     };
     EXPECT_EXIT(askTwice(), testing::ExitedWithCode(0), "");
 }
+
+TEST(KXFFmpegMovieLoaderDeathTest, NothingIsWrittenAboutDamagedMovies)
+{
+    // In a process of its own, which has not opened the module yet.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto const open = [] {
+        Bytes const whole = Movie { .frames = { redFrame }, .isHeaderLast = true }.file();
+        auto const data = reader(Bytes(whole.begin(), whole.begin() + 400));
+        auto const movie = KXPlatform::platformOfThisMachine()->movieLoader->movieWithData(*data);
+        ::_exit(movie ? 1 : 0);
+    };
+    EXPECT_EXIT(open(), testing::ExitedWithCode(0), "^$");
+}

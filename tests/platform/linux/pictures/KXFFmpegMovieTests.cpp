@@ -1,5 +1,6 @@
 // What is chosen of a movie: its track, its packets and its frames.
 
+#include "support/Exif.h"
 #include "support/MovieTest.h"
 #include "support/RecordingData.h"
 
@@ -17,7 +18,7 @@ namespace {
 
 class KXFFmpegMovie : public MovieTest { };
 
-/// A reader over bytes whose first read takes its time.
+/// A reader over bytes whose next read takes its time.
 class SlowData final : public KXAbstractData {
 public:
     SlowData(Bytes bytes, std::chrono::milliseconds pause)
@@ -25,6 +26,7 @@ public:
         , _pause(pause)
     {
     }
+    void setPause(std::chrono::milliseconds pause) { _pause = pause; }
     std::uint64_t length() const override { return _bytes.size(); }
 
 private:
@@ -40,6 +42,23 @@ private:
     Bytes const _bytes;
     std::chrono::milliseconds _pause;
 };
+
+/// A movie of one H.264 picture, 64 by 32 pixels: squares of two greys, each of one block, so
+/// coarse that the edges between them are smoothed over three pixels to either side.
+Movie smoothedSquares()
+{
+    Bytes const record = bytes({ 0x01, 0x4D, 0x40, 0x0A, 0xFF, 0xE1, 0x00, 0x16, 0x67, 0x4D, 0x40,
+        0x0A, 0xEC, 0xA2, 0x2D, 0x08, 0x00, 0x00, 0x03, 0x00, 0x08, 0x00, 0x00, 0x03, 0x01, 0x90,
+        0x78, 0x91, 0x2C, 0xB0, 0x01, 0x00, 0x05, 0x68, 0xCB, 0xE0, 0x51, 0xC8 });
+    Bytes const slice = bytes({ 0x65, 0x88, 0x84, 0x00, 0xF1, 0x83, 0x09, 0x8B, 0x93, 0x14, 0x06,
+        0x4C, 0x50, 0x32, 0x62, 0x80, 0xD6, 0x28, 0x0D, 0x62, 0x80, 0xD6, 0x28, 0x1A, 0xC5, 0x01,
+        0xAC, 0x50, 0x38, 0x00 });
+    return { .codec = "avc1",
+        .width = 64,
+        .height = 32,
+        .frames = { join(u32(static_cast<std::uint32_t>(slice.size())), slice) },
+        .entryChildren = atom("avcC", record) };
+}
 
 // Video of MPEG-1 (ISO/IEC 11172-2, 2.4.2): grey, 16 by 16 pixels, 25 pictures a second.
 
@@ -98,6 +117,94 @@ TEST_F(KXFFmpegMovie, OpeningDecodesNothing)
     for (auto const& read : data.reads())
         count += read.count;
     EXPECT_LE(count, 32u * 1024); // Less than the first frame.
+}
+
+TEST_F(KXFFmpegMovie, OpeningDecodesNothingHoweverNarrowTheFrames)
+{
+    Movie const made { .width = 1, .height = 30'000, .frames = { zeros(4 * 30'000) } };
+    RecordingData data(made.file());
+    ASSERT_TRUE(loader->movieWithData(data));
+    EXPECT_LE(data.reads().size(), 2u);
+}
+
+TEST_F(KXFFmpegMovie, ReaderMayStandAnywhere)
+{
+    auto const data = reader(largeMovie.file());
+    data->setOffset(5);
+    EXPECT_TRUE(loader->movieWithData(*data));
+}
+
+TEST_F(KXFFmpegMovie, FramesOfOtherTracksAreNotRead)
+{
+    Movie made = largeMovie;
+    made.isHeaderLast = false;
+    std::uint64_t const before = made.file().size();
+    made.otherTracks = { made };
+    RecordingData data(made.file());
+    auto const movie = loader->movieWithData(data);
+    ASSERT_TRUE(movie);
+    EXPECT_TRUE(areEqual(*movie->imageAtTime(0.1, {}), *solid(160, 120, green)));
+    for (auto const& read : data.reads())
+        EXPECT_LT(read.position, before);
+}
+
+TEST_F(KXFFmpegMovie, FrameHasUpToSixtyFourMebipixels)
+{
+    for (std::uint32_t const height : { 8'192u, 8'193u }) {
+        // A frame that leaves everything as it is but a few pixels.
+        Bytes const frame = join(
+            u32(21), u16(8), u16(0), u16(0), u16(1), u16(0), bytes({ 1, -1 & 0xFF, 0, 0, 0 }));
+        auto const movie = opened(Movie { .codec = "rle ",
+            .width = 8'192,
+            .height = height,
+            .frames = { frame } }.file());
+        ASSERT_TRUE(movie);
+        EXPECT_EQ(movie->keyImageAtTime(0, { 16, 16 }) != nullptr, height == 8'192) << height;
+    }
+}
+
+TEST_F(KXFFmpegMovie, TimeIsLessThanABillionSeconds)
+{
+    auto const movie = opened(Movie { .frames = { redFrame, greenFrame } }.file());
+    ASSERT_TRUE(movie);
+    for (double const seconds : { 1e9, 1e9 + 0.5 })
+        EXPECT_FALSE(movie->keyImageAtTime(seconds, {})) << seconds;
+    auto const last = movie->keyImageAtTime(1e9 - 0.5, {});
+    ASSERT_TRUE(last);
+    EXPECT_TRUE(areEqual(*last, *solid(16, 8, green)));
+}
+
+TEST_F(KXFFmpegMovie, TurnsFramesThatSayHow)
+{
+    auto const encoded
+        = KXPlatform::platformOfThisMachine()->pictureLoader->jpgRepresentation(*solid(16, 8, red));
+    Bytes const block = exif(tiff(TIFF::MM, directory(TIFF::MM, { orientation(TIFF::MM, 6) })));
+    auto const image = firstFrame({ .codec = "jpeg",
+        .frames = { withSegment(Bytes(encoded.bytes().begin(), encoded.bytes().end()), block) } });
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 8, 16 }));
+}
+
+TEST_F(KXFFmpegMovie, EdgesBetweenBlocksAreLeftInPicturesOfAQuarterAtMost)
+{
+    auto const movie = opened(smoothedSquares().file());
+    ASSERT_TRUE(movie);
+    auto const smooth = movie->imageAtTime(0, { 16, 16 });
+    ASSERT_TRUE(smooth);
+    EXPECT_EQ(smooth->size(), (KXSize { 16, 8 }));
+    for (KXSize const size : { KXSize { 16, 16 }, { 16, 1'000 }, { 1'000, 8 } }) {
+        auto const quick = movie->keyImageAtTime(0, size);
+        ASSERT_TRUE(quick);
+        EXPECT_EQ(quick->size(), smooth->size());
+        EXPECT_GT(pixel(*quick, 3, 1)[0], pixel(*smooth, 3, 1)[0] + 2); // Beside an edge.
+        // What follows is decoded in full again.
+        EXPECT_TRUE(areEqual(*movie->imageAtTime(0, { 16, 16 }), *smooth));
+    }
+    for (KXSize const size : { KXSize { 16.2, 16.2 }, { 16.2, 1'000 }, { 1'000, 8.1 } })
+        EXPECT_TRUE(areEqual(*movie->keyImageAtTime(0, size), *smooth)) << size.width;
+    auto const whole = movie->imageAtTime(0, {});
+    for (KXSize const size : { KXSize {}, { 0, 1 }, { 1, 0 }, { -1, 8 } })
+        EXPECT_TRUE(areEqual(*movie->keyImageAtTime(0, size), *whole)) << size.width;
 }
 
 TEST_F(KXFFmpegMovie, PlaysTheFirstEnabledTrackOrElseTheFirst)
@@ -251,6 +358,15 @@ TEST_F(KXFFmpegMovie, WaitsEightSecondsForAReader)
     std::jthread const gone([this] {
         SlowData data(largeMovie.file(), 8'500ms);
         EXPECT_FALSE(loader->movieWithData(data));
+    });
+    // Past the time nothing goes on, though what was read last is there.
+    std::jthread const late([this] {
+        SlowData data(largeMovie.file(), 0ms);
+        auto const open = loader->movieWithData(data);
+        ASSERT_TRUE(open);
+        data.setPause(8'500ms);
+        EXPECT_FALSE(open->imageAtTime(0.1, {}));
+        EXPECT_TRUE(open->imageAtTime(0.1, {}));
     });
     auto const movie = opened(largeMovie.file());
     ASSERT_TRUE(movie);

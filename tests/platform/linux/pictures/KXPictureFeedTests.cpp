@@ -86,7 +86,8 @@ TEST(KXPictureFeed, LeavesOutTheTextsAndFurtherFramesOfAPNG)
 {
     Bytes const colours = join(pngChunk("gAMA", u32(45455)), pngChunk("iCCP", filled(200, 1)));
     Bytes file = join(signature(), header(), colours);
-    for (char const* type : { "tEXt", "zTXt", "iTXt", "eXIf", "fcTL", "fdAT", "tIME", "prVt" })
+    for (char const* type :
+        { "tEXt", "zTXt", "iTXt", "eXIf", "fcTL", "fdAT", "tIME", "prVt", "@BCD", "[BCD" })
         file = join(file, pngChunk(type, filled(70'000, 2)));
     file = join(file, pngChunk("PLTE", filled(6, 3)), pngChunk("tRNS", u8(0)), pixels(),
         pngChunk("tEXt", filled(10, 4)), pixels(), end());
@@ -102,6 +103,9 @@ TEST(KXPictureFeed, LeavesOutAColourProfileThatIsNone)
     Bytes const file
         = join(signature(), header(), pngChunk("iCCP", zeros((1 << 20) + 1)), pixels(), end());
     EXPECT_EQ(fedOf(file).bytes, join(signature(), header(), pixels(), end()));
+    Bytes const longest
+        = join(signature(), header(), pngChunk("iCCP", zeros(1 << 20)), pixels(), end());
+    EXPECT_EQ(fedOf(longest).bytes, longest);
 }
 
 TEST(KXPictureFeed, StopsAtTheEndOfAPNG)
@@ -139,7 +143,8 @@ TEST(KXPictureFeed, ChunkThatClaimsMoreThanTheFileHasEndsIt)
 
 TEST(KXPictureFeed, GivesTheFirstFrameOfAGIF)
 {
-    for (Bytes const& frame : { gifFrame(), gifFrame(0x81, 4), join(gifExtension(), gifFrame()),
+    for (Bytes const& frame : { gifFrame(), gifFrame(0x81, 4), gifFrame(0x07), gifFrame(0x7F),
+             join(gifExtension(), gifFrame()),
              join(gifExtension(), gifExtension(), gifFrame(0xC7, 256)) }) {
         Bytes file = join(gifHead(), frame);
         Bytes const expected = join(file, text(";"));
@@ -148,6 +153,32 @@ TEST(KXPictureFeed, GivesTheFirstFrameOfAGIF)
         auto const fed = fedOf(join(file, text(";")));
         EXPECT_TRUE(fed.isWhole);
         EXPECT_EQ(fed.bytes, expected);
+    }
+}
+
+TEST(KXPictureFeed, EndsAGIFThatHasNoEnd)
+{
+    Bytes const file = join(gifHead(), gifFrame());
+    EXPECT_EQ(fedOf(file).bytes, join(file, text(";")));
+}
+
+TEST(KXPictureFeed, PictureMayStandBehindOtherBytes)
+{
+    for (Bytes const& file :
+        { join(signature(), header(), pixels(), end()), join(gifHead(), gifFrame(), text(";")) }) {
+        for (std::uint64_t const more : { 0u, 1u }) {
+            auto const data = reader(join(text("before"), file));
+            data->setOffset(6);
+            Bytes fed;
+            bool const isWhole = feedPictureTo(
+                [&fed](std::span<std::uint8_t const> piece) {
+                    fed.insert(fed.end(), piece.begin(), piece.end());
+                    return true;
+                },
+                *data, file.size() + more);
+            EXPECT_EQ(fed, file);
+            EXPECT_EQ(isWhole, !more || file[0] == 'G');
+        }
     }
 }
 

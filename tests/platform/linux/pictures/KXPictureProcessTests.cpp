@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 #include <unistd.h>
 
 using namespace pictures;
@@ -111,6 +112,48 @@ TEST_F(KXPictureProcessTest, ProgramTellsWhatWasWrongByItsStatus)
     EXPECT_EQ(runner->runToolAtPath(program, { "1", "1" }), 2);
     EXPECT_EQ(runner->runToolAtPath(program, { "1", "1", letter, letter }), 2);
     EXPECT_EQ(log.lines().size(), 2u);
+}
+
+TEST_F(KXPictureProcessTest, PictureThatCannotBeWrittenIsAFailure)
+{
+    auto const loader = KXPlatform::platformOfThisMachine()->pictureLoader;
+    auto const data = loader->pngRepresentation(*solid(5, 3, blue));
+    auto const path = folder.write("a", build::Bytes(data.bytes().begin(), data.bytes().end()));
+    auto const image = process.imageForPath(path, { 5, 5 });
+    ASSERT_TRUE(image && *image);
+    EXPECT_EQ((*image)->size(), (KXSize { 5, 3 })); // Odd lengths are told as they are.
+    EXPECT_EQ(KXPlatform::platformOfThisMachine()->taskRunner->runToolAtPath("/bin/sh",
+                  { "-c", "exec \"$0\" 5 5 \"$1\" > /dev/full",
+                      KXPictureProcess::installedProgram(), path }),
+        1);
+}
+
+TEST_F(KXPictureProcessTest, SizeIsToldInWholePixelsUpToAMebi)
+{
+    auto const asked = folder.path() / "asked";
+    auto const telling
+        = processByScript("echo $1 $2 > " + asked.string() + "; printf '\\0\\0\\0\\1'");
+    for (auto const& [size, words] : { std::pair(KXSize { 1e9, 0.5 }, "1048576 1\n"),
+             { { 1'048'577, 2 }, "1048576 2\n" }, { { 2.1, 1'048'575 }, "3 1048575\n" } }) {
+        (void)telling.imageForPath("/x", size);
+        EXPECT_EQ(bytesOfFile(asked), build::text(words));
+    }
+}
+
+TEST_F(KXPictureProcessTest, ProgramHasTenSeconds)
+{
+    std::string const pixel = "printf '\\0\\0\\0\\1\\0\\0\\0\\1abcd'";
+    auto const patient = processByScript("test $1 = 1 && sleep 10.7 || sleep 9.3\n" + pixel);
+    // At the same time.
+    std::jthread const late([&patient] {
+        auto const image = patient.imageForPath("/x", { 1, 1 });
+        EXPECT_TRUE(image && !*image);
+    });
+    auto const begin = std::chrono::steady_clock::now();
+    auto const image = patient.imageForPath("/x", { 2, 2 });
+    // A busy machine may take longer itself.
+    EXPECT_TRUE(
+        (image && *image) || std::chrono::steady_clock::now() - begin >= std::chrono::seconds(10));
 }
 
 TEST_F(KXPictureProcessTest, DrawingReadsNoOtherFile)

@@ -138,6 +138,23 @@ TEST_F(KXPixbufPictureLoader, LargePhotographIsShrunkWhileItIsDecoded)
     EXPECT_GE(likeness(*image, *expected), 30);
 }
 
+TEST_F(KXPixbufPictureLoader, PhotographIsShrunkByTwoFourOrEight)
+{
+    auto const file = jpg(*photograph(800, 640));
+    for (auto const& [wanted, size] : { std::pair(1.0, KXSize { 100, 80 }), { 80.0, { 100, 80 } },
+             { 80.5, { 200, 160 } }, { 160.0, { 200, 160 } }, { 160.5, { 400, 320 } },
+             { 320.0, { 400, 320 } }, { 320.5, { 800, 640 } }, { 0.5, { 100, 80 } } }) {
+        EXPECT_EQ(decoded(file, { wanted, 1 })->size(), size) << wanted;
+        EXPECT_EQ(decoded(file, { 0.1, wanted })->size(), size) << wanted;
+    }
+    EXPECT_EQ(decoded(jpg(*photograph(401, 299)), { 37, 37 })->size(), (KXSize { 51, 38 }));
+}
+
+TEST_F(KXPixbufPictureLoader, PictureMayHave256MebipixelsThatAreShrunkWhileTheyAreDecoded)
+{
+    EXPECT_TRUE(decoded(claimingSize(jpg(*quarters(32, 32)), 16'384, 16'384), { 100, 100 }));
+}
+
 TEST_F(KXPixbufPictureLoader, EmptyWantedSizeAsksForAllOfIt)
 {
     auto const image = photograph(401, 299);
@@ -212,6 +229,17 @@ TEST_F(KXPixbufPictureLoader, WhatACutPictureLeavesOutIsNotLeftToChance)
     ASSERT_TRUE(part);
     for (std::size_t x = 0; x < 200; ++x)
         ASSERT_EQ(pixel(*part, x, 155), transparent) << x;
+    // Half of a hundred black rows, without alpha, stored (RFC 1951, 3.2.4).
+    constexpr int length = 100 * (1 + 100 * 3);
+    Bytes const upper = join(bytes({ 0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n' }),
+        pngChunk("IHDR", join(u32(100), u32(100), bytes({ 8, 2, 0, 0, 0 }))), u32(7 + length + 4),
+        text("IDAT"),
+        bytes({ 0x78, 1, 1, length & 0xFF, length >> 8, ~length & 0xFF, ~length >> 8 & 0xFF }),
+        zeros(length / 2));
+    auto const black = decoded(upper);
+    ASSERT_TRUE(black);
+    EXPECT_EQ(pixel(*black, 5, 20), (Colour { 0, 0, 0, 255 }));
+    EXPECT_EQ(pixel(*black, 5, 80), white);
 }
 
 TEST_F(KXPixbufPictureLoader, DamageInTheMiddleLeavesTheUpperPart)
@@ -238,12 +266,19 @@ TEST_F(KXPixbufPictureLoader, PictureWithoutARowIsNull)
 TEST_F(KXPixbufPictureLoader, LargePictureIsTakenOverSmaller)
 {
     auto const image = quarters(2'600, 2'000);
-    auto const part = decoded(png(*image), { 100, 80 });
+    Bytes const file = png(*image);
+    auto const part = decoded(file, { 100, 80 });
     ASSERT_TRUE(part);
     EXPECT_EQ(part->size(), (KXSize { 260, 200 })); // Twice what is wanted, at least.
     EXPECT_EQ(middlesOfQuarters(*part), middlesOfQuarters(*image));
-    EXPECT_EQ(decoded(png(*image), { 1'400, 80 })->size(), image->size());
-    EXPECT_EQ(decoded(png(*image))->size(), image->size());
+    EXPECT_EQ(decoded(file, { 500, 80 })->size(), (KXSize { 1'300, 1'000 }));
+    EXPECT_EQ(decoded(file, { 1, 0.5 })->size(), (KXSize { 3, 2 }));
+    EXPECT_EQ(decoded(file, { 1'400, 80 })->size(), image->size());
+    EXPECT_EQ(decoded(file)->size(), image->size());
+    // What has four mebipixels is not large.
+    EXPECT_EQ(
+        decoded(png(*solid(2'048, 2'048, red)), { 100, 80 })->size(), (KXSize { 2'048, 2'048 }));
+    EXPECT_EQ(decoded(png(*solid(2'049, 2'048, red)), { 100, 80 })->size(), (KXSize { 205, 205 }));
 }
 
 TEST_F(KXPixbufPictureLoader, PixelsThatAreTakenOverSmallerAreMeans)
@@ -256,7 +291,16 @@ TEST_F(KXPixbufPictureLoader, PixelsThatAreTakenOverSmallerAreMeans)
     ASSERT_TRUE(part);
     EXPECT_EQ(part->size(), (KXSize { 801, 667 }));
     expectNear(pixel(*part, 800, 666), { 100, 50, 0, 100 }, 1);
-    expectNear(pixel(*part, 0, 0), { 67, 33, 0, 67 }, 1);
+    expectNear(pixel(*part, 0, 0), { 67, 33, 0, 67 }, 0);
+    // Five ninths are rounded up, four are not.
+    auto const faint = imageOf(2'403, 2'001, [](std::size_t x, std::size_t y) {
+        auto const alpha = static_cast<std::uint8_t>(x < 3 ? 5 : 4);
+        return x % 3 || y % 3 ? transparent : Colour { 0, alpha, 0, alpha };
+    });
+    auto const means = decoded(png(*faint), { 300, 300 });
+    ASSERT_TRUE(means);
+    EXPECT_EQ(pixel(*means, 0, 0), (Colour { 0, 1, 0, 1 }));
+    EXPECT_EQ(pixel(*means, 1, 0), transparent);
 }
 
 TEST_F(KXPixbufPictureLoader, DrawingIsMadeInTheSizeThatIsWanted)
@@ -265,8 +309,11 @@ TEST_F(KXPixbufPictureLoader, DrawingIsMadeInTheSizeThatIsWanted)
         return text("<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 4 2' " + size
             + "><rect width='2' height='2' fill='red'/></svg>");
     };
-    if (!decoded(drawing("width='4' height='2'")))
+    if (!decoded(drawing("width='4' height='2'"), { 4, 2 }))
         GTEST_SKIP() << "no loader for SVG";
+    EXPECT_TRUE(decoded(drawing("width='4' height='2'")));
+    EXPECT_EQ(
+        decoded(drawing("width='1' height='1000'"), { 0.1, 100 })->size(), (KXSize { 1, 100 }));
     auto const image = decoded(drawing("width='4000' height='2000'"), { 100, 30 });
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 100, 50 }));

@@ -2,11 +2,16 @@
 
 #include "support/FileLimit.h"
 #include "support/Files.h"
+#include "support/Interruptions.h"
+#include "support/OpenFiles.h"
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -77,6 +82,67 @@ TEST(KXChildProcess, IsKilledAtItsDeadline)
     }
 }
 
+TEST(KXChildProcess, MayCloseItsOutputBeforeItsEnd)
+{
+    auto const time = timeOf(
+        [] { EXPECT_EQ(outputOf(shell("printf abc; exec >/dev/null; sleep 0.1")), "abc"); });
+    EXPECT_THAT(time, Lt(1s)); // Its end is noticed soon.
+}
+
+TEST(KXChildProcess, WaitingKeepsNoProcessorBusy)
+{
+    for (char const* script : { "sleep 0.5", "exec >/dev/null; sleep 0.5" }) {
+        auto const busy = processorTimeOf([script] { EXPECT_TRUE(shell(script).run()); });
+        EXPECT_THAT(busy, Lt(200ms)) << script;
+    }
+}
+
+TEST(KXChildProcess, SignalsToUsDoNotDisturbIt)
+{
+    Interruptions const interruptions;
+    EXPECT_EQ(outputOf(shell("printf abc; sleep 0.2; printf def")), "abcdef");
+    EXPECT_EQ(outputOf(shell("printf abc; exec >/dev/null; sleep 0.2")), "abc");
+    for (char const* script : { "sleep 5", "exec >/dev/null; sleep 5" }) {
+        EXPECT_THAT(timeOf([script] { EXPECT_FALSE(shell(script, 200ms).run()); }), Lt(3s));
+    }
+}
+
+TEST(KXChildProcess, LeavesNeitherFilesNorProcessesBehind)
+{
+    auto const before = countOfOpenFiles();
+    for (char const* script : { "true", "false", "sleep 60", "exec >/dev/null; sleep 60" }) {
+        (void)shell(script, 100ms).run();
+        EXPECT_EQ(countOfOpenFiles(), before) << script;
+        EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << script;
+        EXPECT_EQ(errno, ECHILD) << script;
+    }
+}
+
+TEST(KXChildProcess, HasBoundsUnlessToldOtherwise)
+{
+    EXPECT_EQ(KXChildProcess().deadline, 10s);
+    // It is bounded a moment after it begins to run.
+    EXPECT_EQ(outputOf(shell("for line in 'data size *1073741824 ' 'file size *67108864 '; do\n"
+                             "until grep -q \"$line\" /proc/self/limits; do sleep 0.1; done\n"
+                             "done; printf abc",
+                  3'000ms)),
+        "abc");
+}
+
+TEST(KXChildProcess, LeavesNoMemoryOfItselfInAFile)
+{
+    rlimit before;
+    ASSERT_EQ(::getrlimit(RLIMIT_CORE, &before), 0);
+    rlimit const some { 4096, std::max<rlim_t>(before.rlim_max, 4096) };
+    if (::setrlimit(RLIMIT_CORE, &some) != 0)
+        GTEST_SKIP() << "nobody here may leave any";
+    EXPECT_EQ(outputOf(shell("until grep -q 'core file size *0 *0 ' /proc/self/limits\n"
+                             "do sleep 0.1; done; printf abc",
+                  3'000ms)),
+        "abc");
+    ::setrlimit(RLIMIT_CORE, &before);
+}
+
 TEST(KXChildProcess, WhatItStartedIsKilledWithIt)
 {
     TemporaryFolder const folder;
@@ -139,7 +205,15 @@ TEST(KXChildProcess, HostMayIgnoreTheEndsOfItsChildren)
     auto const before = ::signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(outputOf(shell("printf abc")), "abc");
     EXPECT_EQ(outputOf(shell("sleep 60", 100ms)), "(nothing)");
+    EXPECT_EQ(outputOf(shell("exec >/dev/null; sleep 60", 100ms)), "(nothing)");
     ::signal(SIGCHLD, before);
+}
+
+TEST(KXChildProcess, IgnoresNoSignalThatTheHostIgnores)
+{
+    auto const before = ::signal(SIGHUP, SIG_IGN);
+    EXPECT_EQ(outputOf(shell("kill -HUP $$; printf abc")), "(nothing)");
+    ::signal(SIGHUP, before);
 }
 
 TEST(KXChildProcess, SeveralRunAtOnce)

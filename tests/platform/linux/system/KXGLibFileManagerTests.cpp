@@ -1,6 +1,8 @@
 #include "kxmd/platform/KXPlatform.h"
 
 #include "support/Files.h"
+#include "support/LogCapture.h"
+#include "support/OpenFiles.h"
 
 #include <gmock/gmock.h>
 
@@ -9,9 +11,16 @@
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace build;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Optional;
+using testing::StartsWith;
 using testing::UnorderedElementsAre;
 namespace files = std::filesystem;
 
@@ -69,7 +78,31 @@ TEST_F(KXGLibFileManagerTest, FileLongerThanMemoryGivesNothing)
     }
     if (error)
         GTEST_SKIP() << "no file here can be longer than memory: " << error.message();
+    LogCapture const log;
     EXPECT_FALSE(manager->mutableDataWithContentsOfFile(sparse));
+    EXPECT_THAT(log.lines(),
+        ElementsAre("Metadata: KXFileManager->no memory for a file of "
+            + std::to_string(files::file_size(sparse)) + " bytes"));
+}
+
+TEST_F(KXGLibFileManagerTest, FileThatIsShorterThanItSaysGivesNothing)
+{
+    std::string const shorter = "/sys/kernel/mm/transparent_hugepage/enabled"; // A line in a page.
+    if (!files::exists(shorter))
+        GTEST_SKIP() << "no such file";
+    EXPECT_FALSE(manager->mutableDataWithContentsOfFile(shorter));
+}
+
+TEST_F(KXGLibFileManagerTest, BufferStaysInItsPlaceForACoverOfAMebibyte)
+{
+    std::string const file = folder.write("file", filled(3'000'000, 'x'));
+    for (std::size_t const length : { 1u << 20, (1u << 20) + 1 }) {
+        auto const data = manager->mutableDataWithContentsOfFile(file);
+        ASSERT_TRUE(data);
+        auto const* const before = data->bytes().data();
+        ASSERT_TRUE(data->insertBytesAt(zeros(length), 10));
+        EXPECT_EQ(data->bytes().data() == before, length == 1u << 20) << length;
+    }
 }
 
 TEST_F(KXGLibFileManagerTest, WritesAndReplaces)
@@ -92,7 +125,36 @@ TEST_F(KXGLibFileManagerTest, WritesUnderTheLongestName)
     }
     EXPECT_EQ(names().size(), 4u);
     EXPECT_FALSE(manager->writeBytesToFile(text("a"), path(std::string(256, 'n'))));
+    EXPECT_FALSE(manager->writeBytesToFile(text("a"), path("missing/" + std::string(255, 'n'))));
     EXPECT_EQ(names().size(), 4u);
+}
+
+TEST_F(KXGLibFileManagerTest, LongNameIsWrittenBesideItself)
+{
+    std::string const name(255, 'n');
+    auto const before = files::current_path();
+    auto const opened = countOfOpenFiles();
+    files::create_directory(path("gone"));
+    files::current_path(path("gone"));
+    files::remove(path("gone"));
+    EXPECT_TRUE(manager->writeBytesToFile(text("a"), path(name)));
+    files::current_path(folder.path());
+    EXPECT_TRUE(manager->writeBytesToFile(text("b"), name));
+    files::current_path(before);
+    EXPECT_EQ(bytesOfFile(path(name)), text("b"));
+    EXPECT_EQ(countOfOpenFiles(), opened);
+}
+
+TEST_F(KXGLibFileManagerTest, HostMayHaveClosedItsStandardInput)
+{
+    pid_t const host = ::fork();
+    if (host == 0) {
+        ::close(STDIN_FILENO);
+        ::_exit(manager->writeBytesToFile(text("a"), path(std::string(255, 'n'))) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(host, &status, 0), host);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(KXGLibFileManagerTest, NewFileIsForTheUserOnly)
@@ -105,8 +167,14 @@ TEST_F(KXGLibFileManagerTest, NewFileIsForTheUserOnly)
 TEST_F(KXGLibFileManagerTest, FailedWriteLeavesWhatWasThere)
 {
     files::create_directory(path("folder"));
-    EXPECT_FALSE(manager->writeBytesToFile(text("a"), path("missing/file")));
-    EXPECT_FALSE(manager->writeBytesToFile(text("a"), path("folder")));
+    {
+        LogCapture const log;
+        EXPECT_FALSE(manager->writeBytesToFile(text("a"), path("missing/file")));
+        EXPECT_FALSE(manager->writeBytesToFile(text("a"), path("folder")));
+        EXPECT_THAT(log.lines(),
+            ElementsAre(AllOf(StartsWith("Metadata: KXFileManager->"), HasSubstr("missing/file")),
+                AllOf(StartsWith("Metadata: KXFileManager->"), HasSubstr("folder"))));
+    }
 
     folder.write("file", text("as it was"));
     rlimit before;
@@ -131,6 +199,16 @@ TEST_F(KXGLibFileManagerTest, MakesFoldersWithTheirParents)
     folder.write("file", {});
     EXPECT_FALSE(manager->createFolderAtPath(path("file")));
     EXPECT_FALSE(manager->createFolderAtPath(path("file/below")));
+}
+
+TEST_F(KXGLibFileManagerTest, RemovesFoldersThatAreEmpty)
+{
+    files::create_directories(path("a/b"));
+    manager->removeEmptyFolderAtPath(path("a"));
+    EXPECT_TRUE(files::exists(path("a/b")));
+    manager->removeEmptyFolderAtPath(path("a/b"));
+    manager->removeEmptyFolderAtPath(path("a"));
+    EXPECT_THAT(names(), IsEmpty());
 }
 
 TEST_F(KXGLibFileManagerTest, PathWithZeroIsNotTakenForWhatPrecedesIt)

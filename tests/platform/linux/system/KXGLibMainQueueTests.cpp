@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <glib.h>
+#include <malloc.h>
 #include <thread>
 #include <vector>
 
@@ -74,4 +75,32 @@ TEST_F(KXGLibMainQueue, LetsGoOfAWorkThatHasRun)
     EXPECT_FALSE(alive.expired());
     runMainLoop();
     EXPECT_TRUE(alive.expired());
+}
+
+TEST_F(KXGLibMainQueue, RunsWorkBeforeWhatWaitsForIdleness)
+{
+    std::vector<int> order;
+    g_idle_add(
+        [](gpointer idle) {
+            static_cast<std::vector<int>*>(idle)->push_back(2);
+            return G_SOURCE_REMOVE;
+        },
+        &order);
+    queue->async([&order] { order.push_back(1); });
+    runMainLoop();
+    EXPECT_THAT(order, ElementsAre(1, 2));
+}
+
+TEST_F(KXGLibMainQueue, WorkThatHasRunTakesNoMemory)
+{
+    auto const runMany = [this] {
+        for (int i = 0; i < 10'000; ++i) {
+            queue->async([] {});
+            runMainLoop();
+        }
+    };
+    runMany();
+    auto const before = ::mallinfo2().uordblks;
+    runMany();
+    EXPECT_LE(::mallinfo2().uordblks, before + 100'000);
 }

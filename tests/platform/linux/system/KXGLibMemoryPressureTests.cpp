@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <gio/gio.h>
+#include <malloc.h>
 #include <memory>
 
 namespace {
@@ -58,4 +59,13 @@ TEST(KXGLibMemoryPressure, ObserverMayAddAndLetGoOfObservers)
     EXPECT_EQ(calls, 0);
     runShort();
     EXPECT_EQ(calls, 1);
+}
+
+TEST(KXGLibMemoryPressure, ObserversThatAreGoneTakeNoMemory)
+{
+    auto const pressure = KXPlatform::platformOfThisMachine()->memoryPressure;
+    auto const before = ::mallinfo2().uordblks;
+    for (int i = 0; i < 10'000; ++i)
+        (void)pressure->addObserver([] {});
+    EXPECT_LE(::mallinfo2().uordblks, before + 100'000);
 }

@@ -1,18 +1,29 @@
+#include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
+
 #include "kxmd/base/KXLog.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include "support/FileLimit.h"
 #include "support/Files.h"
+#include "support/Interruptions.h"
 #include "support/LogCapture.h"
+#include "support/OpenFiles.h"
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <iterator>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -89,6 +100,57 @@ TEST(KXLinuxTaskRunner, StartsNothingWhenNoPipeCanBeOpened)
     EXPECT_FALSE(files::exists(mark));
 }
 
+TEST(KXLinuxTaskRunner, KernelMayNotTellTheEndOfProcesses)
+{
+    // As before Linux 5.3. The end is then that of what is said.
+    pid_t const host = ::fork();
+    if (host == 0) {
+        ::alarm(20);
+        sock_filter calls[] {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pidfd_open, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        sock_fprog const filter { std::size(calls), calls };
+        ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+            ::_exit(0); // Nothing can be refused here.
+        LogCapture const log;
+        bool const isWell = runScript("echo said >&2; exit 5") == 5
+            && log.lines() == std::vector<std::string> { "Metadata: said" };
+        ::_exit(isWell ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(host, &status, 0), host);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(KXLinuxTaskRunner, LeavesNoFileOpen)
+{
+    auto const before = countOfOpenFiles();
+    EXPECT_THAT(runScript("exit 0"), Optional(0));
+    EXPECT_EQ(countOfOpenFiles(), before);
+    EXPECT_EQ(run("/no/such/program", {}), std::nullopt);
+    EXPECT_EQ(countOfOpenFiles(), before);
+    EXPECT_EQ(run("/bin/true", { std::string("se\0cond", 7) }), std::nullopt);
+    EXPECT_EQ(countOfOpenFiles(), before);
+}
+
+TEST(KXLinuxTaskRunner, WaitingKeepsNoProcessorBusy)
+{
+    auto const busy = processorTimeOf([] { EXPECT_THAT(runScript("sleep 0.5"), Optional(0)); });
+    EXPECT_LT(busy, std::chrono::milliseconds(200));
+}
+
+TEST(KXLinuxTaskRunner, SignalsToUsDoNotDisturbIt)
+{
+    LogCapture const log;
+    Interruptions const interruptions;
+    EXPECT_THAT(runScript("sleep 0.2; echo said >&2; exec 2>&-; sleep 0.2; exit 4"), Optional(4));
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: said"));
+}
+
 TEST(KXLinuxTaskRunner, ArgumentsArriveAsTheyAre)
 {
     TemporaryFolder const folder;
@@ -144,6 +206,13 @@ TEST(KXLinuxTaskRunner, WhatIsSaidIsLoggedLineByLine)
         Optional(3));
     EXPECT_THAT(
         log.lines(), ElementsAre("Metadata: first %s%n", "Metadata: second", "Metadata: last"));
+}
+
+TEST(KXLinuxTaskRunner, WhatIsSaidInPiecesIsOneText)
+{
+    LogCapture const log;
+    EXPECT_THAT(runScript("printf a >&2; sleep 0.1; printf 'b\\nc\\nd' >&2"), Optional(0));
+    EXPECT_THAT(log.lines(), ElementsAre("Metadata: ab", "Metadata: c", "Metadata: d"));
 }
 
 TEST(KXLinuxTaskRunner, WhatIsSaidBeforeASignalIsLogged)
@@ -273,6 +342,34 @@ TEST(KXLinuxTaskRunner, RunsSeveralAtOnce)
 TEST(KXLinuxTaskRunner, OnlyOurConverterIsAskedToEndWithUs)
 {
     EXPECT_THAT(runScript("test -z \"$KXMD_CONVERTER_PARENT\""), Optional(0));
+}
+
+TEST(KXLinuxTaskRunner, MissingConverterIsStoodInForByOneThatEndsWithUs)
+{
+    auto const runner
+        = KXLinuxTaskRunner::Converter { "/no/such/converter", "/bin/sh" }.taskRunner();
+    ::setenv("KXMD_CONVERTER_PARENT", "another", 1);
+    ::setenv("KXMD_CONVERTER_PARENTS", "kept", 1);
+    LogCapture const log;
+    EXPECT_THAT(runner->runToolAtPath("/no/such/converter",
+                    { "-c",
+                        "tr '\\0' '\\n' < /proc/$$/environ | grep ^KXMD_CONVERTER_ | sort >&2\n"
+                        "read -r a b c d group rest < /proc/$$/stat; test $group = $$" }),
+        Optional(0));
+    ::unsetenv("KXMD_CONVERTER_PARENT");
+    ::unsetenv("KXMD_CONVERTER_PARENTS");
+    EXPECT_THAT(log.lines(),
+        ElementsAre("Metadata: KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()),
+            "Metadata: KXMD_CONVERTER_PARENTS=kept"));
+    EXPECT_EQ(runner->runToolAtPath("/no/such/program", { "-c", "exit 0" }), std::nullopt);
+}
+
+TEST(KXLinuxTaskRunner, ConverterOfTheMachineNeedsNoOther)
+{
+    auto const runner = KXLinuxTaskRunner::Converter { "/bin/sh", "/bin/false" }.taskRunner();
+    EXPECT_THAT(
+        runner->runToolAtPath("/bin/sh", { "-c", "test -z \"$KXMD_CONVERTER_PARENT\"; exit 7" }),
+        Optional(7));
 }
 
 #ifdef KXMD_HAS_CONVERTER

@@ -74,6 +74,30 @@ TEST_F(KXDesktopThumbnailersTest, ProgramThatIsMissingIsPassedOver)
     EXPECT_THAT(command("text/c"), IsEmpty());
 }
 
+TEST_F(KXDesktopThumbnailersTest, FileHasUpTo64Kibibytes)
+{
+    std::string const start = "Exec=/bin/sh\nMimeType=text/a\n#";
+    std::size_t const group = std::string("[Thumbnailer Entry]\n").size();
+    for (std::size_t const length : { 65'536u, 65'537u }) {
+        install("user/a.thumbnailer", start + std::string(length - group - start.size(), 'x'));
+        EXPECT_EQ(files::file_size(folder.path() / "user/a.thumbnailer"), length);
+        EXPECT_EQ(command("text/a").empty(), length > 65'536) << length;
+    }
+}
+
+TEST_F(KXDesktopThumbnailersTest, FolderHasUpTo1024Files)
+{
+    for (int i = 0; i < 1'026; ++i) {
+        std::string const number = std::to_string(i);
+        install("user/" + number + ".thumbnailer", "Exec=/bin/sh\nMimeType=text/" + number + "\n");
+    }
+    KXDesktopThumbnailers const thumbnailers({ (folder.path() / "user").string() });
+    int count = 0;
+    for (int i = 0; i < 1'026; ++i)
+        count += !thumbnailers.commandForType("text/" + std::to_string(i), {}).empty();
+    EXPECT_EQ(count, 1'024);
+}
+
 TEST_F(KXDesktopThumbnailersTest, WhatCannotBeUnderstoodIsPassedOver)
 {
     install("user/quote.thumbnailer", "Exec=/bin/sh 'a\nMimeType=text/quote\n");

@@ -33,6 +33,18 @@ TEST(KXFileContent, KnowsPicturesThatAreDecodedHere)
     EXPECT_EQ(contentOf(join(text("BM"), u32(0x12345678), zeros(4))), picture);
 }
 
+TEST(KXFileContent, BitmapHasFourReservedBytesAndMore)
+{
+    Bytes const head = join(text("BM"), u32(0x12345678), zeros(4));
+    EXPECT_EQ(contentOfFileWithHead(head), other);
+    EXPECT_EQ(contentOfFileWithHead(join(head, u8(9))), picture);
+    for (std::size_t i = 6; i < 10; ++i) {
+        Bytes used = join(head, u8(9));
+        used[i] = 1;
+        EXPECT_EQ(contentOfFileWithHead(used), other) << i;
+    }
+}
+
 TEST(KXFileContent, KnowsPicturesOfOtherProcesses)
 {
     for (Bytes const& head : { bytes({ 'I', 'I', '*', 0 }), bytes({ 'M', 'M', 0, '*' }),

@@ -132,6 +132,23 @@ TEST_F(KXLinuxThumbnailServiceTest, DrawingIsNeverEnlarged)
     EXPECT_EQ(countOf(*large, red), 50u * 25);
 }
 
+TEST_F(KXLinuxThumbnailServiceTest, FileIsKnownByItsFirst4096Bytes)
+{
+    // A program that shows a pixel of whatever it is given.
+    auto const program
+        = folder.write("program", text("#!/bin/sh\nprintf '\\0\\0\\0\\1\\0\\0\\0\\1abcd'"));
+    files::permissions(program, files::perms::owner_all);
+    KXLinuxThumbnailService const service({ platform->pictureLoader, platform->movieLoader,
+        std::make_shared<KXPictureProcess const>(program),
+        std::make_shared<KXDocumentThumbnailer const>(KXDocumentThumbnailer::Places {},
+            platform->pictureLoader, platform->temporaryFolders) });
+    for (std::size_t const before : { 4'092u, 4'093u }) {
+        std::string const comment = "<!--" + std::string(before - 7, ' ') + "-->";
+        auto const path = folder.write("drawing.txt", text(comment + "<svg/>"));
+        EXPECT_EQ(service.imageForPath(path, { 9, 9 }) != nullptr, before == 4'092) << before;
+    }
+}
+
 TEST_F(KXLinuxThumbnailServiceTest, MusicIsShownByItsCover)
 {
     auto const cover = platform->pictureLoader->pngRepresentation(*solid(20, 20, red));

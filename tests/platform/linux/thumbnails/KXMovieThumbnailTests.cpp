@@ -92,6 +92,7 @@ TEST_F(KXMovieThumbnail, BlankFrameIsBetterThanNone)
     movie.length = 90;
     movie.frames = { { 0, black } };
     EXPECT_EQ(thumbnail(), black);
+    EXPECT_THAT(movie.asked, ElementsAre(9, 30, 0));
 }
 
 TEST_F(KXMovieThumbnail, FirstFrameServesWhenTheRestCannotBeDecoded)
@@ -100,7 +101,9 @@ TEST_F(KXMovieThumbnail, FirstFrameServesWhenTheRestCannotBeDecoded)
              std::numeric_limits<double>::infinity() }) {
         movie.length = duration;
         movie.frames = { { 0, quarters(8, 8) } };
+        movie.asked.clear();
         EXPECT_EQ(thumbnail(), movie.frames[0]) << duration;
+        EXPECT_THAT(movie.asked, ElementsAre(0)) << duration;
     }
 }
 

@@ -113,6 +113,27 @@ TEST_F(KXSharedThumbnailFolderTest, TextsLieInTheFirst64Chunks)
     EXPECT_EQ(chosen(128), 0);
 }
 
+TEST_F(KXSharedThumbnailFolderTest, TextsLieBeforeThePixels)
+{
+    std::vector<Bytes> const texts { textChunk("Thumb::URI", address()),
+        textChunk("Thumb::MTime", time()) };
+    Bytes const pixels = pngChunk("IDAT", zeros(10));
+    keep("normal", { texts[0], texts[1], pixels });
+    EXPECT_EQ(chosen(128), 128);
+    keep("normal", { pixels, texts[0], texts[1] });
+    EXPECT_EQ(chosen(128), 0);
+}
+
+TEST_F(KXSharedThumbnailFolderTest, RelativePathHasNone)
+{
+    keepValid("normal");
+    auto const before = files::current_path();
+    files::current_path(folder.path());
+    KXSharedThumbnailFolder const shared(folder.path().string());
+    EXPECT_FALSE(shared.entryForPath(files::path(path).filename().string(), 128));
+    files::current_path(before);
+}
+
 TEST_F(KXSharedThumbnailFolderTest, TextHasUpTo32Kibibytes)
 {
     std::string fraction = time() + ".";
@@ -132,10 +153,13 @@ TEST_F(KXSharedThumbnailFolderTest, DamagedThumbnailIsNone)
     std::size_t const needed = whole.size() - 12; // All but IEND.
     for (std::size_t length = 0; length < needed; ++length) {
         folder.write(name, Bytes(whole.begin(), whole.begin() + static_cast<int>(length)));
-        if (length < needed - 4) { // The last checksum is not looked at.
-            EXPECT_EQ(chosen(128), 0) << length;
-        }
+        // The last checksum is not looked at.
+        EXPECT_EQ(chosen(128), length < needed - 4 ? 0 : 128) << length;
     }
+    Bytes other = whole;
+    other[1] = 'Q';
+    folder.write(name, other);
+    EXPECT_EQ(chosen(128), 0);
     keep("normal", std::vector<Bytes>(1'000, textChunk("Software", "x")));
     EXPECT_EQ(chosen(128), 0);
     folder.write(
