@@ -10,8 +10,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <poll.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -28,25 +31,35 @@ constexpr std::size_t mostLogged = 4096; // Bytes of what one run of a tool says
 /// kernel ends it with the thread that started it, which waits for it here.
 std::string requestToEndWithUs() { return "KXMD_CONVERTER_PARENT=" + std::to_string(::getpid()); }
 
-/// Takes the next piece of what a tool says, once there is one; it is kept up to the bound. False
-/// at the end.
-bool readPieceTo(std::string& said, int descriptor)
-{
-    std::array<char, mostLogged> piece;
-    ssize_t const count = ::read(descriptor, piece.data(), piece.size());
-    if (count <= 0) // It did not wait, so no signal interrupted it.
-        return false;
-    said.append(piece.data(), std::min(static_cast<std::size_t>(count), mostLogged - said.size()));
-    return true;
-}
+/// What a tool says.
+struct Said {
+    std::string start; ///< Up to the bound.
+    std::string end; ///< The last bytes, enough for an exit status.
+
+    /// Takes the next piece, once there is one; how many bytes it has, none at the end.
+    std::size_t readPiece(int descriptor)
+    {
+        std::array<char, mostLogged> piece;
+        ssize_t const count = ::read(descriptor, piece.data(), piece.size());
+        if (count <= 0) // It did not wait, so no signal interrupted it.
+            return 0;
+        auto const length = static_cast<std::size_t>(count);
+        start.append(piece.data(), std::min(length, mostLogged - start.size()));
+        end.append(piece.data(), length);
+        constexpr std::size_t enough = 8;
+        end.erase(0, end.size() - std::min(end.size(), enough));
+        return length;
+    }
+};
 
 /// What a tool writes until it ends. All of it is read, so that the tool never waits for us; but we
 /// do not wait for processes that it leaves behind holding the pipe open.
-std::string allThatIsSaidBy(pid_t tool, int descriptor)
+Said allThatIsSaidBy(pid_t tool, int descriptor)
 {
     int const tellsTheEnd = ::pidfd_open(tool, 0); // None, -1, is passed over.
     pollfd waited[] { { descriptor, POLLIN, 0 }, { tellsTheEnd, POLLIN, 0 } };
-    std::string said;
+    Said said;
+    std::size_t left = 64 * 1024; // What a pipe holds, so all that the tool itself can have said.
     for (;;) {
         if (::poll(waited, std::size(waited), -1) < 0) {
             if (errno == EINTR)
@@ -54,10 +67,13 @@ std::string allThatIsSaidBy(pid_t tool, int descriptor)
             break;
         }
         bool const hasMore = waited[0].revents, isOver = waited[1].revents;
-        if (isOver && (!hasMore || said.size() == mostLogged))
+        if (isOver && (!hasMore || !left))
             break;
-        if (hasMore && !readPieceTo(said, descriptor))
+        std::size_t const count = hasMore ? said.readPiece(descriptor) : 0;
+        if (hasMore && !count)
             break;
+        if (isOver)
+            left -= std::min(left, count);
     }
     if (tellsTheEnd >= 0)
         ::close(tellsTheEnd);
@@ -81,9 +97,48 @@ std::optional<int> exitStatusOf(pid_t tool)
     int status;
     while (::waitpid(tool, &status, 0) < 0) {
         if (errno != EINTR)
-            return std::nullopt; // The host reaped it, or ignores SIGCHLD.
+            return std::nullopt; // The host reaped it.
     }
     return WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
+}
+
+/// Whether the system forgets how children end, as it does for a host that ignores SIGCHLD.
+bool areExitStatusesForgotten()
+{
+    struct sigaction action { };
+    return ::sigaction(SIGCHLD, nullptr, &action) == 0
+        && (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT));
+}
+
+/// Runs a tool where the system forgets how it ends: a shell waits for it, and says its exit status
+/// after all that it says itself. The tool is not asked to end with us: it would take the shell for
+/// us.
+void letShellTellStatusOf(KXProgramStart& program)
+{
+    std::vector<std::string> const shell { "/bin/sh", "-c",
+        "\"$0\" \"$@\"; printf '\\n%d' $? >&2" };
+    program.arguments.insert(program.arguments.begin(), shell.begin(), shell.end());
+    program.variable.clear();
+}
+
+/// Takes the exit status off the end of what is said; absent when the tool was ended by a signal,
+/// which a shell tells by numbers above 128.
+std::optional<int> statusToldIn(Said& said)
+{
+    std::size_t const line = said.end.rfind('\n');
+    int status = -1;
+    if (line != std::string::npos)
+        std::from_chars(&said.end[line] + 1, said.end.data() + said.end.size(), status);
+    if (said.start.size() < mostLogged)
+        said.start.resize(std::min(said.start.rfind('\n'), said.start.size()));
+    return status >= 0 && status <= 128 ? std::optional(status) : std::nullopt;
+}
+
+bool isProgram(std::string const& path)
+{
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+        && ::access(path.c_str(), X_OK) == 0;
 }
 
 }
@@ -129,12 +184,19 @@ std::optional<int> KXLinuxTaskRunner::runToolAtPath(
         program.isApart = true;
     }
     program.arguments.insert(program.arguments.end(), arguments.begin(), arguments.end());
+    bool const isTold = areExitStatusesForgotten();
+    if (isTold) {
+        if (!isProgram(program.arguments.front()))
+            return std::nullopt;
+        letShellTellStatusOf(program);
+    }
     auto const tool = program.start();
     pipe.closeWritingEnd();
     if (!tool)
         return std::nullopt;
-    std::string const said = allThatIsSaidBy(*tool, pipe.readingEnd());
-    auto const status = exitStatusOf(*tool);
-    logLinesOf(said);
+    Said said = allThatIsSaidBy(*tool, pipe.readingEnd());
+    auto const waited = exitStatusOf(*tool);
+    auto const status = isTold ? statusToldIn(said) : waited;
+    logLinesOf(said.start);
     return status;
 }

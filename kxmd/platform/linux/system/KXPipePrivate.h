@@ -7,7 +7,11 @@
 /// A pipe from another program to us. Neither end is seen by programs that are not given it.
 class KXPipe {
 public:
-    KXPipe() { (void)::pipe2(_ends, O_CLOEXEC); } // Leaves them as they are when it fails.
+    KXPipe()
+    {
+        if (::pipe2(_ends, O_CLOEXEC) != 0)
+            _ends[0] = _ends[1] = -1;
+    }
     ~KXPipe()
     {
         closeWritingEnd();
@@ -30,5 +34,5 @@ public:
     }
 
 private:
-    int _ends[2] { -1, -1 };
+    int _ends[2];
 };

@@ -22,6 +22,7 @@ public:
             flags |= POSIX_SPAWN_SETPGROUP; // Of its own: attributes begin with none.
         } else {
             sigaddset(&signals, SIGPIPE);
+            sigaddset(&signals, SIGCHLD);
         }
         posix_spawnattr_setsigdefault(&_attributes, &signals);
         posix_spawnattr_setflags(&_attributes, static_cast<short>(flags));

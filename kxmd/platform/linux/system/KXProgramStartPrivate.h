@@ -18,7 +18,7 @@ struct KXProgramStart {
     /// Whether it gets its own process group and ignores no signal, so that it can be killed with
     /// everything it started and gets no signals from the terminal. Otherwise it stays in our group
     /// and ignores the signals that we ignore (SIGHUP, say, when the host is to outlive its
-    /// terminal), except SIGPIPE, which a host ignores for its own reasons.
+    /// terminal), except SIGPIPE and SIGCHLD, which a host ignores for its own reasons.
     bool isApart { false };
     /// A variable "NAME=value" to be added to our environment; empty for none.
     std::string variable {};

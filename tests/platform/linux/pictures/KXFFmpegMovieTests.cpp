@@ -343,33 +343,3 @@ TEST_F(KXFFmpegMovie, HalfAPictureIsNoFrame)
     EXPECT_FALSE(opened(file)->keyImageAtTime(0, {}));
     EXPECT_FALSE(opened(file)->imageAtTime(0, {}));
 }
-
-TEST_F(KXFFmpegMovie, WaitsEightSecondsForAReader)
-{
-    using namespace std::chrono_literals;
-    // At the same time.
-    std::jthread const patient([this] {
-        SlowData data(largeMovie.file(), 7'300ms);
-        auto const start = std::chrono::steady_clock::now();
-        bool const isOpen = loader->movieWithData(data) != nullptr;
-        // A busy machine may take longer itself.
-        EXPECT_TRUE(isOpen || std::chrono::steady_clock::now() - start >= 8s);
-    });
-    std::jthread const gone([this] {
-        SlowData data(largeMovie.file(), 8'500ms);
-        EXPECT_FALSE(loader->movieWithData(data));
-    });
-    // Past the time nothing goes on, though what was read last is there.
-    std::jthread const late([this] {
-        SlowData data(largeMovie.file(), 0ms);
-        auto const open = loader->movieWithData(data);
-        ASSERT_TRUE(open);
-        data.setPause(8'500ms);
-        EXPECT_FALSE(open->imageAtTime(0.1, {}));
-        EXPECT_TRUE(open->imageAtTime(0.1, {}));
-    });
-    auto const movie = opened(largeMovie.file());
-    ASSERT_TRUE(movie);
-    std::this_thread::sleep_for(8'500ms);
-    EXPECT_TRUE(movie->keyImageAtTime(0, {})); // Each operation has its own time.
-}
