@@ -26,9 +26,10 @@ GLIB_GIVES_UP = {-5, -6}  # GLib ends a program that is out of memory, by SIGTRA
 class Run:
     """One run of the command, and what it left."""
 
-    def __init__(self, case, arguments, fault=None, program="kxmd"):
+    def __init__(self, case, arguments, fault=None, program="kxmd", changed=""):
         environment = {**preloading("KXMD_FAULTS"), "XDG_CACHE_HOME": case.path("cache"), "G_SLICE": "always-malloc",
-                       "KXMD_FAULT_PROGRAM": program, "KXMD_FAULT_COUNTS": case.path("counts")}
+                       "KXMD_FAULT_PROGRAM": program, "KXMD_FAULT_COUNTS": case.path("counts"),
+                       "KXMD_FAULT_FILE": changed}
         if fault:
             environment["KXMD_FAULT"] = ":".join(map(str, fault))
         finished = subprocess.run([COMMAND, *arguments], env=environment, stdin=subprocess.DEVNULL,
@@ -249,6 +250,28 @@ class FaultTests(CommandTestCase):
                 self.assertEqual(summary["converted"], 1, number)
             else:
                 self.assertEqual((run.status, summary["failed"], run.files), (1, 1, {}), number)
+
+    def test_source_that_changes_is_noticed(self):
+        song, recording, to = self.of("song.mp3"), self.of("recording.mov"), self.to("out.png")
+        for source, *arguments in ((song, "cover", "add", song, self.of("cover.jpg"), "-o", to),
+                                   (self.of("covered.m4a"), "cover", "remove", self.of("covered.m4a"), "-o", to),
+                                   (self.of("covered.m4a"), "cover", "extract", self.of("covered.m4a"), "-o", to),
+                                   (recording, "clean", recording, "-o", to),
+                                   (recording, "prepare", recording, "--to", self.out)):
+            self.put_out({})
+            Run(self, arguments)
+            noticed = []
+            for number in range(1, self.counts()["read"] + 1):
+                self.put_out({})
+                run = Run(self, arguments, ("read", number, "change"), changed=source)
+                noticed.append(run.status == 1)
+                if noticed[-1]:
+                    self.assertIn(f"kxmd: {source}: ", run.errors.decode())
+                    self.assertIn("changed while it was read\n", run.errors.decode())
+                    self.assertEqual(run.files, {})
+            # From the moment when the source was opened, up to the last read.
+            self.assertIn(True, noticed, arguments)
+            self.assertNotIn(False, noticed[noticed.index(True):], arguments)
 
     # Power.
 

@@ -1,6 +1,7 @@
 // Preloaded into a program, lets the system fail it once: KXMD_FAULT is CALLS:NUMBER:FAULT, as in
 // "write:3:ENOSPC". The calls of a kind are counted from 1; the fault is the name of an error,
-// "short" (a part is done), or a signal that arrives just before the call. KXMD_FAULT_COUNTS is a
+// "short" (a part is done), "change" (just before the call somebody writes to the file that
+// KXMD_FAULT_FILE names), or a signal that arrives just before the call. KXMD_FAULT_COUNTS is a
 // file that is told, when the program ends by itself, how many calls of each kind there were.
 // KXMD_FAULT_PROGRAM names the one program that is meant, of all that it starts.
 
@@ -43,6 +44,7 @@ struct Plan {
     int error { 0 };
     int signal { 0 };
     bool isShort { false };
+    char const* changedFile { nullptr };
 };
 
 std::array<std::atomic<unsigned long>, kinds> counted;
@@ -68,6 +70,7 @@ Plan plan;
                 plan.error = error.value;
         }
         plan.isShort = fault == "short";
+        plan.changedFile = fault == "change" ? std::getenv("KXMD_FAULT_FILE") : nullptr;
         plan.signal = fault == "SIGTERM" ? SIGTERM : fault == "SIGKILL" ? SIGKILL : 0;
     }
     plan.isOurs = true;
@@ -92,6 +95,8 @@ bool isTheOne(Calls calls)
     if (!plan.isOurs)
         return false;
     bool const isIt = ++counted[calls] == plan.number && plan.calls == calls;
+    if (isIt && plan.changedFile)
+        ::utimensat(AT_FDCWD, plan.changedFile, nullptr, 0);
     if (isIt && plan.signal) {
         ::kill(::getpid(), plan.signal);
         ::usleep(3000); // Whoever waits for it begins to clean up.

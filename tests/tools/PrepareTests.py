@@ -410,6 +410,48 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(sorted(self.prepared()[0]), ["link.mp3", "song.mp3"])
         self.assertFalse(os.path.islink(os.path.join(self.out, "link.mp3")))
 
+    def test_links_lead_to_no_file_elsewhere(self):
+        secret = self.write("secret", b"of another folder")
+        for leads_to in (secret, "../secret"):
+            link = os.path.join(self.source, "song.mp3")
+            os.symlink(leads_to, link)
+            result = self.prepare()
+            self.assert_failure(result, link, "is a link to a file elsewhere; --follow-links takes it")
+            self.assertEqual(os.listdir(self.out), [])
+            self.assertEqual(len(run("prepare", self.path("missing"), self.source, "--to", self.out).errors), 2)
+            self.assertEqual(os.listdir(self.out), [])
+            self.assertEqual(self.prepare("--follow-links").errors, [])
+            self.assertEqual(self.read(os.path.join(self.out, "song.mp3")), b"of another folder")
+            os.remove(link)
+            shutil.rmtree(self.out)
+
+    def test_links_lead_to_whatever_is_prepared_as_well(self):
+        one, other = self.path("one"), self.path("other")
+        for folder in (one, other, other + " folder"):
+            os.mkdir(folder)
+        self.write("other/file", b"content")
+        self.write("other folder/file", b"of a folder whose name only begins like that of the other")
+        os.symlink("../other/file", os.path.join(one, "within"))
+        os.symlink("../other folder/file", os.path.join(one, "without"))
+        result = self.prepare(one, other)
+        self.assert_failure(result, os.path.join(one, "without"))
+        self.assertEqual(sorted(os.listdir(self.out)), ["file", "within"])
+
+    def test_path_that_is_given_may_be_a_link(self):
+        os.symlink(self.write("file", b"content"), self.path("link"))
+        self.assertEqual(self.prepare(self.path("link")).errors, [])
+        self.assertEqual(self.read(os.path.join(self.out, "link")), b"content")
+
+    def test_every_folder_is_entered_once_where_links_are_followed(self):
+        self.put("a/song", b"one")
+        os.mkdir(self.path("elsewhere"))
+        self.write("elsewhere/song", b"two")
+        os.symlink(self.path("elsewhere"), os.path.join(self.source, "b"))
+        os.symlink("..", os.path.join(self.source, "a/loop"))
+        os.symlink("a", os.path.join(self.source, "c"))
+        self.assertEqual(self.prepare("--follow-links").errors, [])
+        self.assertEqual(sorted(self.hashes(self.out)), ["a/song", "b/song"])
+
     # Playlists.
 
     def test_playlist(self):

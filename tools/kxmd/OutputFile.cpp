@@ -64,8 +64,10 @@ bool withOutputFile(
     AtomicFile file(*target);
     if (file.open(commonPermissions(inputs)) && write(file))
         return true;
-    session.reportError(
-        path, file.error().empty() ? "its source changed while it was read" : file.error());
+    if (file.error().empty())
+        session.reportError(inputs.front(), "changed while it was read");
+    else
+        session.reportError(path, file.error());
     return false;
 }
 
