@@ -127,10 +127,13 @@ template <class Function> Function* next(char const* name)
 extern "C" {
 #pragma GCC visibility push(default)
 
+// The C library's own names.
+// NOLINTBEGIN(bugprone-reserved-identifier, readability-identifier-naming)
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier, readability-identifier-naming)
 
 #ifndef KXMD_SANITIZED // A sanitizer has an allocator of its own.
 void* malloc(std::size_t size) { return fails(allocate_) ? nullptr : __libc_malloc(size); }
