@@ -73,10 +73,11 @@ void checkCover(std::uint8_t const* bytes, std::size_t length)
     std::uint64_t const coverSize = meta->albumCoverSizeForEncodedImage(picture);
     if (KXMP3EditSafety(*source).reasonAgainstAddingAlbumCoverOfSize(coverSize))
         return;
+    std::uint64_t const predicted = length - meta->albumCoverSizeForEmbeddedTags() + coverSize;
     auto const data = std::make_shared<KXMutableData>(Bytes(bytes, bytes + length));
     if (!meta->addEncodedAlbumCoverToData(picture, data))
         return;
-    KXMD_REQUIRE(data->length() == length - meta->albumCoverSizeForEmbeddedTags() + coverSize);
+    KXMD_REQUIRE(data->length() == predicted);
     auto const edited = KXMutableAbstractData::abstractDataWithData(data);
     KXMD_REQUIRE(framesOf(*edited) == framesOf(*source));
     KXMD_REQUIRE(length < 10 || data->bytes()[3] == bytes[3]);
