@@ -7,7 +7,11 @@
 /// A pipe from another program to us. Neither end is seen by programs that are not given it.
 class KXPipe {
 public:
-    KXPipe() { (void)::pipe2(_ends, O_CLOEXEC); } // Leaves them as they are when it fails.
+    KXPipe()
+    {
+        // Leaves them as they are when it fails.
+        [[maybe_unused]] int const result = ::pipe2(_ends, O_CLOEXEC);
+    }
     ~KXPipe()
     {
         closeWritingEnd();
