@@ -364,6 +364,14 @@ TEST(KXMutableData, BytesAreGivenInPlaceWhereOnePieceInMemoryHasThem)
     EXPECT_EQ(KXMutableData(reader(before)).bytesInPlaceAt(0, 1), nullptr); // Not in memory.
 }
 
+TEST(KXMutableData, RangesAreEmptyUntilTheyAreFilled)
+{
+    using Range = KXMutableData::Range;
+    using Kept = KXMutableData::Kept;
+    EXPECT_EQ(Range(), (Range { 0, 0 }));
+    EXPECT_EQ(Kept(), (Kept { 0, 0, 0 }));
+}
+
 TEST(KXMutableData, RemovalsLeaveNoEmptyPieces)
 {
     using Kept = KXMutableData::Kept;

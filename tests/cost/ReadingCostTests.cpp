@@ -261,6 +261,22 @@ TEST(ReadingCost, ReadingStraightOnDoublesTheWindowUpTo64Kilobytes)
     EXPECT_EQ(jump.bytesRead, afterAJump);
 }
 
+TEST(ReadingCost, ReadingGoesOnFromAWindowThatWasReturnedTo)
+{
+    constexpr std::uint64_t kilobyte = 1024, head = 8 * kilobyte;
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(600 * kilobyte, 7)));
+    std::uint8_t byte;
+    for (std::uint64_t const position : { std::uint64_t { 0 }, 300 * kilobyte, head - 1 }) {
+        data->setOffset(position);
+        EXPECT_TRUE(data->readUInt8To(byte));
+    }
+    auto const before = SystemCalls::soFar();
+    EXPECT_TRUE(data->readUInt8To(byte));
+    EXPECT_EQ((SystemCalls::soFar() - before).bytesRead, 2 * head);
+}
+
 TEST(ReadingCost, TheHeadAndTheThreeWindowsReadLastAreKept)
 {
     TemporaryFolder const folder;
