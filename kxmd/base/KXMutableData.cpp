@@ -36,7 +36,7 @@ bool KXMutableData::contains(std::uint64_t position, std::uint64_t length) const
 /// from the piece that was asked for before: accesses follow each other.
 KXMutableData::Place KXMutableData::placeOf(std::uint64_t position) const
 {
-    Place place = _lastPlace.index < _pieces.size() ? _lastPlace : Place { 0, 0 };
+    Place place = _lastPlace; // Edits leave it right, since they change no piece before it.
     while (place.start > position)
         place.start -= _pieces[--place.index].length;
     while (place.index < _pieces.size() && position - place.start >= _pieces[place.index].length)
@@ -294,15 +294,15 @@ bool KXMutableData::isInOneRow() const
     std::uint8_t const* next = _row.data();
     bool const areInOrder = std::ranges::all_of(_pieces, [&next](Piece const& piece) {
         bool const isNext = piece.bytes == next;
-        next += isNext ? piece.length : 0;
+        next += piece.length;
         return isNext;
     });
     return areInOrder && _row.size() == _length;
 }
 
 /// Puts all bytes into the row that holds most of them already: one pass, and no second buffer. The
-/// pieces in the row are in order. Those that move towards its start are moved first, from the
-/// front; then those that move towards its end, from the back. So none is overwritten before it has
+/// pieces in the row are in order. Those that move towards its end are moved first, from the back;
+/// then all others are put into their places, from the front. So none is overwritten before it has
 /// moved.
 void KXMutableData::moveWithinRow() const
 {
@@ -312,22 +312,15 @@ void KXMutableData::moveWithinRow() const
         return piece.bytes && !std::less()(piece.bytes, _row.data())
             && std::less()(piece.bytes, oldEnd);
     };
-    auto const move = [](Piece& piece, std::uint8_t* target) {
-        std::memmove(target, piece.bytes, piece.length);
-        piece.bytes = target;
-    };
-    std::uint8_t* target = _row.data();
-    for (Piece& piece : _pieces) {
-        if (isInRow(piece) && piece.bytes > target)
-            move(piece, target);
-        target += piece.length;
-    }
+    std::uint8_t* target = _row.data() + _length;
     for (auto piece = _pieces.rbegin(); piece != _pieces.rend(); ++piece) {
         target -= piece->length;
-        if (isInRow(*piece) && piece->bytes < target)
-            move(*piece, target);
+        if (isInRow(*piece) && piece->bytes < target) {
+            std::memmove(target, piece->bytes, piece->length);
+            piece->bytes = target;
+        }
     }
-    for (Piece& piece : _pieces) { // What was inserted, into the gaps that are left.
+    for (Piece& piece : _pieces) {
         if (piece.bytes != target) {
             static_cast<void>(copyFrom(piece, 0, target, piece.length));
             piece.bytes = target;

@@ -84,11 +84,13 @@ bool isPossible(Fields const& fields)
 std::optional<KXSize> sizeOfBMP(KXPictureReader picture)
 {
     std::uint32_t length; // Of the header, with this field.
-    if (!picture.skipBytes(fileHeaderLength) || !picture.readUInt32To(length, KXSwap::no))
+    bool const isKnown = picture.skipBytes(fileHeaderLength)
+        && picture.readUInt32To(length, KXSwap::no)
+        && (length == coreHeaderLength
+            || std::ranges::find(infoHeaderLengths, length) != infoHeaderLengths.end());
+    if (!isKnown)
         return std::nullopt;
     bool const isCoreHeader = length == coreHeaderLength;
-    if (!isCoreHeader && std::ranges::find(infoHeaderLengths, length) == infoHeaderLengths.end())
-        return std::nullopt;
     auto const header = picture.readPart(length - sizeof length);
     Fields fields;
     bool const isRead = header

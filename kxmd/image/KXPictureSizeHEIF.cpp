@@ -199,10 +199,9 @@ std::optional<KXSize> codedSize(std::vector<Box> const& properties)
     KXPictureReader content = found->content;
     FullHeader header;
     std::uint32_t width, height;
-    if (!readFullHeaderTo(header, content) || !content.readUInt32To(width, KXSwap::yes)
-        || !content.readUInt32To(height, KXSwap::yes))
-        return std::nullopt;
-    return sizeOfPixels(width, height);
+    bool const isRead = readFullHeaderTo(header, content)
+        && content.readUInt32To(width, KXSwap::yes) && content.readUInt32To(height, KXSwap::yes);
+    return isRead ? sizeOfPixels(width, height) : std::nullopt;
 }
 
 /// The size of a picture after it is turned (ISO/IEC 23008-12, 6.5.10).

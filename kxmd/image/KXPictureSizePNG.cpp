@@ -35,11 +35,9 @@ std::optional<KXSize> sizeOfPNG(KXPictureReader picture)
     constexpr std::size_t lengthAndType = 8, type = 12, width = 16, height = 20, code = 29;
     constexpr std::array<std::uint8_t, 8> lengthAndTypeOfHeader { 0, 0, 0, 13, 'I', 'H', 'D', 'R' };
     std::array<std::uint8_t, 33> head;
-    if (!picture.readBytesTo(head))
-        return std::nullopt;
     std::span<std::uint8_t const, 33> const bytes(head);
-    bool const isHeader
-        = std::ranges::equal(bytes.subspan<lengthAndType, 8>(), lengthAndTypeOfHeader)
+    bool const isHeader = picture.readBytesTo(head)
+        && std::ranges::equal(bytes.subspan<lengthAndType, 8>(), lengthAndTypeOfHeader)
         && crcOf(bytes.subspan<type, code - type>()) == bigEndian32(bytes.subspan<code, 4>());
     if (!isHeader)
         return std::nullopt;

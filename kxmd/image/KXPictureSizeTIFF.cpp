@@ -63,10 +63,9 @@ std::optional<Entry> readEntry(KXPictureReader& directory, KXSwap swap)
     constexpr std::uint64_t valueLength = 4;
     std::uint16_t tag, type;
     std::uint32_t count;
-    if (!directory.takeStep() || !directory.readUInt16To(tag, swap)
-        || !directory.readUInt16To(type, swap) || !directory.readUInt32To(count, swap))
-        return std::nullopt;
-    auto const value = directory.readPart(valueLength);
+    bool const isRead = directory.takeStep() && directory.readUInt16To(tag, swap)
+        && directory.readUInt16To(type, swap) && directory.readUInt32To(count, swap);
+    auto const value = isRead ? directory.readPart(valueLength) : std::nullopt;
     return value ? std::optional<Entry>({ tag, type, count, *value }) : std::nullopt;
 }
 
@@ -76,10 +75,9 @@ std::optional<KXPictureReader> firstDirectory(KXPictureReader picture, KXSwap sw
     constexpr std::uint64_t orderAndVersion = 4, entryLength = 12;
     std::uint32_t offset;
     std::uint16_t count;
-    if (!picture.skipBytes(orderAndVersion) || !picture.readUInt32To(offset, swap)
-        || !picture.setPosition(offset) || !picture.readUInt16To(count, swap))
-        return std::nullopt;
-    return picture.readPart(count * entryLength);
+    bool const isRead = picture.skipBytes(orderAndVersion) && picture.readUInt32To(offset, swap)
+        && picture.setPosition(offset) && picture.readUInt16To(count, swap);
+    return isRead ? picture.readPart(count * entryLength) : std::nullopt;
 }
 
 /// Whether a size can be a real one. TIFF itself draws no line; decoders take what would be 2 GiB

@@ -53,8 +53,8 @@ void compose(Pixel const& pixel, float coverage, std::uint8_t* target)
     float const remaining = 1 - coverage * opacity / 255;
     for (std::size_t channel = 0; channel < channels; ++channel) {
         float const colour = std::clamp(pixel.values[channel], 0.0f, opacity);
-        float const composed = coverage * colour + remaining * static_cast<float>(target[channel]);
-        target[channel] = rounded(std::min(composed, 255.0f));
+        target[channel]
+            = rounded(coverage * colour + remaining * static_cast<float>(target[channel]));
     }
 }
 

@@ -74,6 +74,16 @@ TEST_P(TextOfAnyReader, FailsALengthLargerThanWhatRemainsAndStays)
     EXPECT_EQ(text, "bcd");
 }
 
+TEST_P(TextOfAnyReader, LongTextMayEndWithTheData)
+{
+    auto const data = readerOver(filled(3000, 'a'));
+    std::optional<std::string> text;
+    data->setOffset(10);
+    EXPECT_TRUE(data->readStringTo(text, 2990, KXStringEncodingLatin1));
+    EXPECT_EQ(text, std::string(2990, 'a'));
+    EXPECT_EQ(data->remainingLength(), 0u);
+}
+
 TEST_P(TextOfAnyReader, FailsBytesThatTheEncodingCannotDecodeAndStays)
 {
     struct {

@@ -326,6 +326,62 @@ TEST(KXMutableData, OneRowIsMadeWithoutASecondBufferWhereThereIsRoom)
     EXPECT_EQ(data.bytes().size(), 2090u);
 }
 
+TEST(KXMutableData, OneRowMayTakeAllTheRoomThereIs)
+{
+    Bytes roomy = filled(10, 1);
+    roomy.reserve(50);
+    auto const room = roomy.capacity();
+    auto const* const row = roomy.data();
+    KXMutableData data(std::move(roomy));
+    EXPECT_TRUE(data.insertUnknownBytesAt(room - 10, 5));
+    EXPECT_EQ(data.bytes().data(), row);
+}
+
+TEST(KXMutableData, OneRowIsMadeOnlyOnce)
+{
+    KXMutableData data(reader(filled(100, 1)));
+    EXPECT_TRUE(data.insertBytesAt(filled(10, 2), 50)); // Three pieces.
+    auto const* const row = data.bytes().data();
+    Bytes const keepsItsMemory = filled(110, 3);
+    EXPECT_EQ(data.bytes().data(), row);
+}
+
+TEST(KXMutableData, BytesAreGivenInPlaceWhereOnePieceInMemoryHasThem)
+{
+    KXMutableData data(bytes({ 1, 2, 3, 4 }));
+    EXPECT_TRUE(data.insertBytesAt(bytes({ 8, 9 }), 2));
+    auto const inPlace = [&data](std::uint64_t position, std::uint64_t length) {
+        auto const* const found = data.bytesInPlaceAt(position, length);
+        return found ? std::optional(Bytes(found, found + length)) : std::nullopt;
+    };
+    EXPECT_EQ(inPlace(0, 2), bytes({ 1, 2 }));
+    EXPECT_EQ(inPlace(2, 2), bytes({ 8, 9 }));
+    EXPECT_EQ(inPlace(5, 1), bytes({ 4 }));
+    EXPECT_EQ(inPlace(1, 2), std::nullopt); // Across an edge.
+    EXPECT_EQ(inPlace(5, 2), std::nullopt); // Past the end.
+    EXPECT_EQ(inPlace(6, 0), std::nullopt);
+    EXPECT_EQ(inPlace(7, 0), std::nullopt);
+    EXPECT_EQ(KXMutableData(reader(before)).bytesInPlaceAt(0, 1), nullptr); // Not in memory.
+}
+
+TEST(KXMutableData, RangesAreEmptyUntilTheyAreFilled)
+{
+    using Range = KXMutableData::Range;
+    using Kept = KXMutableData::Kept;
+    EXPECT_EQ(Range(), (Range { 0, 0 }));
+    EXPECT_EQ(Kept(), (Kept { 0, 0, 0 }));
+}
+
+TEST(KXMutableData, RemovalsLeaveNoEmptyPieces)
+{
+    using Kept = KXMutableData::Kept;
+    KXMutableData data(filled(100, 0));
+    EXPECT_TRUE(data.removeBytesAt(90, 10));
+    EXPECT_THAT(data.keptBytes(), ElementsAre(Kept { 0, 0, 90 }));
+    EXPECT_TRUE(data.removeBytesAt(0, 10));
+    EXPECT_THAT(data.keptBytes(), ElementsAre(Kept { 10, 0, 80 }));
+}
+
 TEST(KXMutableData, TellsWhatWasOverwrittenByItsFormerPlaces)
 {
     KXMutableData data(filled(100, 0));
@@ -351,6 +407,30 @@ TEST(KXMutableData, OfASourceNoMoreIsReadThanIsAskedFor)
     EXPECT_EQ(value, 0x09090909u);
     EXPECT_TRUE(data.replaceUInt32AtWith(data.length() - 4, 1));
     EXPECT_LE(bytesRead(*source), 8u);
+}
+
+TEST(KXMutableData, WhatFollowsUntouchedBytesIsBroughtInAlone)
+{
+    auto const source = std::make_shared<RecordingData>(filled(1000, 9));
+    KXMutableData data(source);
+    EXPECT_TRUE(data.removeBytesAt(100, 50));
+    EXPECT_TRUE(data.replaceUInt32AtWith(100, 1)); // Where a piece begins.
+    EXPECT_TRUE(data.removeBytesAt(500, 50));
+    EXPECT_TRUE(data.replaceUInt32AtWith(498, 1)); // Across an edge.
+    using Read = RecordingData::Read;
+    EXPECT_THAT(source->reads(), ElementsAre(Read { 150, 4 }, Read { 548, 2 }, Read { 600, 4 }));
+}
+
+TEST(KXMutableData, EachFurtherReadOfATableIsTwiceAsLong)
+{
+    auto const source = std::make_shared<RecordingData>(filled(1'000'000, 9));
+    KXMutableData data(source);
+    EXPECT_TRUE(data.removeBytesAt(500'000, 1)); // The table is not in the last piece.
+    for (std::uint64_t at = 1000; at < 1060; at += 4)
+        EXPECT_TRUE(data.replaceUInt32AtWith(at, 1));
+    using Read = RecordingData::Read;
+    EXPECT_THAT(source->reads(),
+        ElementsAre(Read { 1000, 4 }, Read { 1004, 8 }, Read { 1012, 16 }, Read { 1028, 32 }));
 }
 
 TEST(KXMutableData, ATableIsBroughtInWithFewReads)

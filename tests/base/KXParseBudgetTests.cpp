@@ -19,6 +19,7 @@ TEST(KXParseBudget, HasAMillionNodesAndLogsTheFirstRefusalOnly)
         ASSERT_TRUE(budget.takeNode("no more"));
     EXPECT_THAT(log.lines(), testing::IsEmpty());
     EXPECT_FALSE(budget.takeNode("no more"));
+    EXPECT_THAT(log.lines(), testing::SizeIs(1));
     EXPECT_FALSE(budget.takeNode("no more"));
     EXPECT_THAT(log.lines(), testing::ElementsAre("Metadata: no more"));
 }

@@ -151,6 +151,31 @@ TEST(KXSerialQueue, LetsGoOfAWorkBeforeTheNextBegins)
     EXPECT_TRUE(expired);
 }
 
+TEST(KXSerialQueue, ItsThreadEndsOnceItIsLetGo)
+{
+    struct Farewell {
+        ~Farewell()
+        {
+            if (ended)
+                ended->set_value();
+        }
+        std::shared_ptr<std::promise<void>> ended;
+    };
+    auto const ended = std::make_shared<std::promise<void>>();
+    std::promise<void> worked;
+    {
+        KXSerialQueue queue("queue");
+        queue.async([&worked, ended] {
+            thread_local Farewell farewell;
+            farewell.ended = ended;
+            worked.set_value();
+        });
+        worked.get_future().wait();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // It waits for work again.
+    }
+    EXPECT_EQ(ended->get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
+}
+
 TEST(KXSerialQueue, MayGoWithoutEverHavingWorked)
 {
     for (int i = 0; i < 10'000; ++i)

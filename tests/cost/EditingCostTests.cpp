@@ -57,6 +57,24 @@ class EditingCost : public testing::Test {
     LogCapture const log;
 };
 
+TEST_F(EditingCost, EditsOfNothingTakeNoMemory)
+{
+    KXMutableData data(filled(100, 1));
+    EXPECT_EQ(costOf([&] { EXPECT_TRUE(data.insertBytesAt({}, 5)); }).allocations.count, 0u);
+    EXPECT_EQ(costOf([&] { EXPECT_TRUE(data.removeBytesAt(5, 0)); }).allocations.count, 0u);
+}
+
+TEST_F(EditingCost, ManyRangesAreRemovedWithOneAllocation)
+{
+    KXMutableData data(filled(1000, 1));
+    std::vector<KXMutableData::Range> ranges;
+    for (std::uint64_t i = 0; i < 100; ++i)
+        ranges.push_back({ 10 * i + 5, 1 });
+    auto const cost = costOf([&] { EXPECT_TRUE(data.removeRanges(ranges)); });
+    EXPECT_EQ(cost.allocations.count, 1u);
+    EXPECT_EQ(data.length(), 900u);
+}
+
 TEST_F(EditingCost, ManyEmptyCoversOfAnMP3)
 {
     for (ID3 const version : { ID3::v22, ID3::v23, ID3::v24 }) {

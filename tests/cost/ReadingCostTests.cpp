@@ -4,6 +4,7 @@
 #include "kxmd/core/KXMDFileMeta.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
+#include "support/Allocations.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
 
@@ -188,6 +189,54 @@ TEST(ReadingCost, WhatEndsWithAWindowTakesNoOtherOne)
     EXPECT_EQ((SystemCalls::soFar() - before).calls, 1u);
 }
 
+TEST(ReadingCost, KilobytesAreServedFromTheWindow)
+{
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(100'000, 7)));
+    std::vector<std::uint8_t> bytes(1024);
+    EXPECT_TRUE(data->readBytesTo(bytes.data(), bytes.size()));
+    auto const before = SystemCalls::soFar();
+    EXPECT_TRUE(data->readBytesTo(bytes.data(), bytes.size()));
+    EXPECT_EQ((SystemCalls::soFar() - before).calls, 0u);
+}
+
+TEST(ReadingCost, TheMemoryOfAWindowIsUsedAgain)
+{
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(600'000, 7)));
+    std::uint8_t byte;
+    auto const readAt = [&](std::uint64_t position) {
+        data->setOffset(position);
+        EXPECT_TRUE(data->readUInt8To(byte));
+    };
+    for (std::uint64_t const position : { 0, 100'000, 200'000, 300'000 })
+        readAt(position);
+    auto const before = Allocations::soFar();
+    for (std::uint64_t const position : { 400'000, 100'000, 200'000, 300'000 })
+        readAt(position);
+    EXPECT_EQ((Allocations::soFar() - before).count, 0u);
+}
+
+TEST(ReadingCost, ReadsGoOnWhereTheSystemStopped)
+{
+    Bytes expected;
+    for (int i = 0; i < 5000; ++i)
+        expected.push_back(static_cast<std::uint8_t>(i * 7 >> 4));
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", expected);
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    HesitantReads const hesitant;
+    Bytes read(expected.size());
+    EXPECT_TRUE(data->readBytesTo(read.data(), read.size()));
+    EXPECT_EQ(read, expected);
+    std::filesystem::resize_file(path, 100);
+    data->setOffset(0);
+    EXPECT_FALSE(data->readBytesTo(read.data(), read.size()));
+    EXPECT_FALSE(data->readError());
+}
+
 TEST(ReadingCost, ReadingStraightOnDoublesTheWindowUpTo64Kilobytes)
 {
     constexpr std::uint64_t kilobyte = 1024;
@@ -210,6 +259,22 @@ TEST(ReadingCost, ReadingStraightOnDoublesTheWindowUpTo64Kilobytes)
     auto const jump = costOfReading(300 * kilobyte, afterAJump);
     EXPECT_EQ(jump.calls, 7u);
     EXPECT_EQ(jump.bytesRead, afterAJump);
+}
+
+TEST(ReadingCost, ReadingGoesOnFromAWindowThatWasReturnedTo)
+{
+    constexpr std::uint64_t kilobyte = 1024, head = 8 * kilobyte;
+    TemporaryFolder const folder;
+    auto const data
+        = KXAbstractData::abstractDataWithPath(folder.write("file", filled(600 * kilobyte, 7)));
+    std::uint8_t byte;
+    for (std::uint64_t const position : { std::uint64_t { 0 }, 300 * kilobyte, head - 1 }) {
+        data->setOffset(position);
+        EXPECT_TRUE(data->readUInt8To(byte));
+    }
+    auto const before = SystemCalls::soFar();
+    EXPECT_TRUE(data->readUInt8To(byte));
+    EXPECT_EQ((SystemCalls::soFar() - before).bytesRead, 2 * head);
 }
 
 TEST(ReadingCost, TheHeadAndTheThreeWindowsReadLastAreKept)

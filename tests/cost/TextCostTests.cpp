@@ -1,6 +1,7 @@
 // What texts and log lines allocate.
 
 #include "kxmd/base/KXLog.h"
+#include "kxmd/base/KXPrintableText.h"
 #include "kxmd/base/KXTextPrivate.h"
 
 #include "support/Allocations.h"
@@ -22,6 +23,42 @@ TEST(TextCost, TextsAreDecodedIntoOneAllocation)
         EXPECT_EQ((Allocations::soFar() - before).count, 1u) << encoding;
         EXPECT_TRUE(decoded);
     }
+}
+
+TEST(TextCost, ASCIITextsTakeTheRoomOfTheirBytes)
+{
+    Bytes const bytes = filled(100'000, 'a');
+    for (auto const encoding :
+        { KXStringEncodingASCII, KXStringEncodingLatin1, KXStringEncodingUTF8 }) {
+        auto const before = Allocations::soFar();
+        auto const decoded = textFromBytes(bytes, encoding);
+        EXPECT_LE((Allocations::soFar() - before).bytes, bytes.size() + 1) << encoding;
+        EXPECT_TRUE(decoded);
+    }
+}
+
+TEST(TextCost, ShortTextsAreReadWithoutABufferBetween)
+{
+    constexpr std::uint64_t longest = 1024;
+    auto const data = reader(filled(longest, 'a'));
+    for (std::uint64_t const length : { longest / 2, longest }) {
+        std::optional<std::string> text;
+        data->setOffset(0);
+        auto const before = Allocations::soFar();
+        EXPECT_TRUE(data->readStringTo(text, length, KXStringEncodingLatin1));
+        EXPECT_EQ((Allocations::soFar() - before).count, 1u) << length;
+    }
+}
+
+TEST(TextCost, PrintableTextIsMadeInOneAllocation)
+{
+    std::string text;
+    for (int i = 0; i < 1000; ++i)
+        text += "text\n";
+    auto const before = Allocations::soFar();
+    std::string const shown = KXTextWithoutControlCharacters(text);
+    EXPECT_EQ((Allocations::soFar() - before).count, 1u);
+    EXPECT_EQ(shown.size(), text.size());
 }
 
 TEST(TextCost, LogLinesThatNobodyHearsAreNotFormatted)

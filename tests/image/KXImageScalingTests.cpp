@@ -121,6 +121,30 @@ TEST(KXImageScaling, ScalesTransparencyAsDefined)
     EXPECT_GE(likenessToDefinition(*image, 192, 144), inDecibels);
 }
 
+TEST(KXImageScaling, WhatTheKernelTakesOffBesideAnEdgeShowsNowhere)
+{
+    // Its weights are negative from one to two pixels away: of the enlarged pixels, from the
+    // eighteenth on.
+    constexpr std::size_t side = 32, afterTheEdge = 18;
+    auto const drawnOver = [](Colour first, Colour second, Colour below, double height) {
+        auto const edge
+            = imageOf(8, 1, [&](std::size_t x, std::size_t) { return x < 4 ? first : second; });
+        auto const target = KXImage::imageWithSize({ side, 1 });
+        auto const ground = solid(side, 1, below);
+        target->drawImageFromRectInRect(*ground, { 0, 0, ground->size() }, { 0, 0, { side, 1 } });
+        target->drawImageFromRectInRect(*edge, { 0, 0, edge->size() }, { 0, 0, { side, height } });
+        return target;
+    };
+    constexpr Colour black { 0, 0, 0, 255 }, light { 200, 200, 200, 200 },
+        grey { 101, 101, 101, 255 }, halfGrey { 51, 51, 51, 255 };
+    auto const transparency = drawnOver(black, transparent, light, 1);
+    auto const darkness = drawnOver(white, black, grey, 0.5);
+    for (std::size_t x = afterTheEdge; x < side; ++x) {
+        EXPECT_EQ(pixel(*transparency, x, 0), light) << x;
+        EXPECT_EQ(pixel(*darkness, x, 0), halfGrey) << x;
+    }
+}
+
 TEST(KXImageScaling, MovesNothing)
 {
     auto const image = waves(210, 150);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 TEST(KXResamplerAxis, DrawsToThePixelsThatAreCoveredAndToNoOthers)
 {
     constexpr std::size_t targetPixels = 4;
@@ -26,6 +28,17 @@ TEST(KXResamplerAxis, DrawsToThePixelsThatAreCoveredAndToNoOthers)
         ASSERT_EQ(axis.targetCount(), coverages.size());
         for (std::size_t i = 0; i < coverages.size(); ++i)
             EXPECT_EQ(axis.target(i).coverage, coverages[i]);
+    }
+}
+
+TEST(KXResamplerAxis, NeedsNoPixelsWhereNothingIsDrawn)
+{
+    constexpr double endless = std::numeric_limits<double>::infinity();
+    for (double const fromLength : { 0.0, -1.0, endless, -endless }) {
+        KXResamplerAxis const axis(2, fromLength, 8, 0, 4, 4);
+        EXPECT_EQ(axis.targetCount(), 0u);
+        EXPECT_EQ(axis.firstSource(), 0u);
+        EXPECT_EQ(axis.sourceCount(), 0u);
     }
 }
 

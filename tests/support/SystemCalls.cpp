@@ -1,5 +1,7 @@
 #include "support/SystemCalls.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -9,6 +11,7 @@
 namespace {
 
 thread_local SystemCalls counted;
+thread_local bool areReadsHesitant { false };
 
 /// The function of the C library (or of a sanitizer) that ours stands before.
 template <class Function> Function* next(char const* name)
@@ -19,6 +22,9 @@ template <class Function> Function* next(char const* name)
 }
 
 SystemCalls SystemCalls::soFar() { return counted; }
+
+HesitantReads::HesitantReads() { areReadsHesitant = true; }
+HesitantReads::~HesitantReads() { areReadsHesitant = false; }
 
 extern "C" {
 
@@ -51,8 +57,14 @@ int fstat(int descriptor, struct stat* status) noexcept
 ssize_t pread(int descriptor, void* target, size_t count, off_t position)
 {
     static auto* const original = next<ssize_t(int, void*, size_t, off_t)>("pread");
-    ssize_t const got = original(descriptor, target, count, position);
     ++counted.calls;
+    if (areReadsHesitant && counted.calls % 2) {
+        errno = EINTR;
+        return -1;
+    }
+    if (areReadsHesitant)
+        count = std::min<size_t>(count, 1);
+    ssize_t const got = original(descriptor, target, count, position);
     if (got > 0)
         counted.bytesRead += static_cast<std::uint64_t>(got);
     return got;

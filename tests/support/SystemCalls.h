@@ -17,3 +17,13 @@ struct SystemCalls {
         return { calls - earlier.calls, opened - earlier.opened, bytesRead - earlier.bytesRead };
     }
 };
+
+/// While it lives, each pread of the thread that made it gives one byte at most, and every second
+/// one is interrupted.
+class HesitantReads {
+public:
+    HesitantReads();
+    ~HesitantReads();
+    HesitantReads(HesitantReads const&) = delete;
+    HesitantReads& operator=(HesitantReads const&) = delete;
+};
