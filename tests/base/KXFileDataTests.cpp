@@ -5,6 +5,7 @@
 
 #include "support/Files.h"
 #include "support/LogCapture.h"
+#include "support/OpenFiles.h"
 
 #include <gmock/gmock.h>
 
@@ -192,15 +193,13 @@ TEST(KXFileData, ClosesItsFile)
 {
     TemporaryFolder const folder;
     std::string const path = folder.write("file", text("abcd"));
-    auto const openFiles
-        = [] { return std::distance(files::directory_iterator("/proc/self/fd"), {}); };
-    auto const before = openFiles();
+    auto const before = countOfOpenFiles();
     {
         auto const reader = KXAbstractData::abstractDataWithPath(path);
-        EXPECT_EQ(openFiles(), before + 1);
+        EXPECT_EQ(countOfOpenFiles(), before + 1);
     }
     EXPECT_FALSE(KXAbstractData::abstractDataWithPath(folder.path())); // Opened, then refused.
-    EXPECT_EQ(openFiles(), before);
+    EXPECT_EQ(countOfOpenFiles(), before);
 }
 
 namespace {

@@ -8,7 +8,6 @@ import subprocess
 import tempfile
 import unittest
 
-import pictures
 from audio import attached, encode, pattern, tone
 from support import COMMAND, CommandTestCase, preloading
 
@@ -26,9 +25,9 @@ GLIB_GIVES_UP = {-5, -6}  # GLib ends a program that is out of memory, by SIGTRA
 class Run:
     """One run of the command, and what it left."""
 
-    def __init__(self, case, arguments, fault=None, program="kxmd", changed=""):
+    def __init__(self, case, arguments, fault=None, changed=""):
         environment = {**preloading("KXMD_FAULTS"), "XDG_CACHE_HOME": case.path("cache"), "G_SLICE": "always-malloc",
-                       "KXMD_FAULT_PROGRAM": program, "KXMD_FAULT_COUNTS": case.path("counts"),
+                       "KXMD_FAULT_PROGRAM": "kxmd", "KXMD_FAULT_COUNTS": case.path("counts"),
                        "KXMD_FAULT_FILE": changed}
         if fault:
             environment["KXMD_FAULT"] = ":".join(map(str, fault))

@@ -5,6 +5,8 @@
 // file that is told, when the program ends by itself, how many calls of each kind there were.
 // KXMD_FAULT_PROGRAM names the one program that is meant, of all that it starts.
 
+#include "support/NextFunction.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -15,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/mman.h>
@@ -113,13 +114,16 @@ bool fails(Calls calls)
     return true;
 }
 
-/// How much of `count` is done by a call that has just been counted as the one.
-std::size_t part(std::size_t count) { return plan.isShort ? (count + 1) / 2 : count; }
-
-/// The function of the C library that ours stands before.
-template <class Function> Function* next(char const* name)
+/// Counts a call that reads or writes up to `count` bytes, and makes it: for all of them, for a
+/// part, or not at all.
+template <class Call> ssize_t transfer(Calls calls, std::size_t count, Call call)
 {
-    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+    if (!isTheOne(calls))
+        return call(count);
+    if (!plan.error)
+        return call(plan.isShort ? (count + 1) / 2 : count);
+    errno = plan.error;
+    return -1;
 }
 
 }
@@ -165,34 +169,22 @@ int posix_memalign(void** block, std::size_t alignment, std::size_t size)
 ssize_t read(int descriptor, void* target, std::size_t count)
 {
     static auto* const original = next<ssize_t(int, void*, std::size_t)>("read");
-    if (!isTheOne(read_))
-        return original(descriptor, target, count);
-    if (!plan.error)
-        return original(descriptor, target, part(count));
-    errno = plan.error;
-    return -1;
+    return transfer(
+        read_, count, [=](std::size_t most) { return original(descriptor, target, most); });
 }
 
 ssize_t pread(int descriptor, void* target, std::size_t count, off_t position)
 {
     static auto* const original = next<ssize_t(int, void*, std::size_t, off_t)>("pread");
-    if (!isTheOne(read_))
-        return original(descriptor, target, count, position);
-    if (!plan.error)
-        return original(descriptor, target, part(count), position);
-    errno = plan.error;
-    return -1;
+    return transfer(read_, count,
+        [=](std::size_t most) { return original(descriptor, target, most, position); });
 }
 
 ssize_t write(int descriptor, void const* source, std::size_t count)
 {
     static auto* const original = next<ssize_t(int, void const*, std::size_t)>("write");
-    if (!isTheOne(write_))
-        return original(descriptor, source, count);
-    if (!plan.error)
-        return original(descriptor, source, part(count));
-    errno = plan.error;
-    return -1;
+    return transfer(
+        write_, count, [=](std::size_t most) { return original(descriptor, source, most); });
 }
 
 ssize_t copy_file_range(
@@ -200,12 +192,11 @@ ssize_t copy_file_range(
 {
     static auto* const original
         = next<ssize_t(int, off_t*, int, off_t*, std::size_t, unsigned)>("copy_file_range");
-    if (!isTheOne(write_))
-        return original(from, fromPosition, to, toPosition, count, flags);
-    if (!plan.error)
-        return original(from, fromPosition, to, toPosition, plan.isShort ? 100 : count, flags);
-    errno = plan.error;
-    return -1;
+    return transfer(write_, count, [=](std::size_t most) {
+        // Of a whole file at once is asked for more than it has: half of that would be all.
+        std::size_t const length = most < count ? 100 : count;
+        return original(from, fromPosition, to, toPosition, length, flags);
+    });
 }
 
 int fsync(int descriptor)

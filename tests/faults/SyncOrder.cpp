@@ -2,10 +2,10 @@
 // and that names are there as well in the end. What is wrong goes, line by line, into the file that
 // KXMD_SYNC_ORDER names when the program ends, and after that how many files got a name.
 
-#include <cstdarg>
+#include "support/NextFunction.h"
+
 #include <cstdio>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <mutex>
 #include <set>
@@ -31,11 +31,6 @@ State& state()
 {
     static State& shared = *new State;
     return shared;
-}
-
-template <class Function> Function* next(char const* name)
-{
-    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
 Identity identityOf(struct stat const& status) { return { status.st_dev, status.st_ino }; }

@@ -1,8 +1,9 @@
 #include "support/NoMemory.h"
 
+#include "support/NextFunction.h"
+
 #include <cerrno>
 #include <cstdlib>
-#include <dlfcn.h>
 
 namespace {
 
@@ -32,8 +33,7 @@ int posix_memalign(void** memory, std::size_t alignment, std::size_t length) noe
         state = State::failed;
         return ENOMEM;
     }
-    using Allocate = int (*)(void**, std::size_t, std::size_t);
-    static auto const original = reinterpret_cast<Allocate>(::dlsym(RTLD_NEXT, "posix_memalign"));
+    static auto* const original = next<int(void**, std::size_t, std::size_t)>("posix_memalign");
     return original(memory, alignment, length);
 }
 }

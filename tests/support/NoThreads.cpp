@@ -1,8 +1,9 @@
 #include "support/NoThreads.h"
 
+#include "support/NextFunction.h"
+
 #include <atomic>
 #include <cerrno>
-#include <dlfcn.h>
 #include <pthread.h>
 
 namespace {
@@ -23,8 +24,8 @@ int pthread_create(pthread_t* thread, pthread_attr_t const* attributes, void* (*
 {
     if (areRefused)
         return EAGAIN;
-    using Create = int (*)(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
-    static auto const original = reinterpret_cast<Create>(::dlsym(RTLD_NEXT, "pthread_create"));
+    using Create = int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
+    static auto* const original = next<Create>("pthread_create");
     return original(thread, attributes, start, argument);
 }
 }

@@ -1,9 +1,10 @@
 #include "support/SystemCalls.h"
 
+#include "support/NextFunction.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,12 +13,6 @@ namespace {
 
 thread_local SystemCalls counted;
 thread_local bool areReadsHesitant { false };
-
-/// The function of the C library (or of a sanitizer) that ours stands before.
-template <class Function> Function* next(char const* name)
-{
-    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
 
 }
 

@@ -1,9 +1,10 @@
 // Preloaded into a program, counts how often it opens $KXMD_COUNTED; the count is the exit status.
 
+#include "support/NextFunction.h"
+
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,13 +28,12 @@ extern "C" {
 
 [[gnu::visibility("default")]] int open(char const* path, int flags, ...)
 {
-    using Open = int (*)(char const*, int, ...);
-    static auto const next = reinterpret_cast<Open>(::dlsym(RTLD_NEXT, "open"));
+    static auto* const original = next<int(char const*, int, ...)>("open");
     std::va_list arguments;
     va_start(arguments, flags);
     mode_t const mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     count(path);
-    return next(path, flags, mode);
+    return original(path, flags, mode);
 }
 }

@@ -1,9 +1,10 @@
 // Preloaded into a program, lets it start as many threads as $KXMD_MOST_THREADS says and no more.
 
+#include "support/NextFunction.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <pthread.h>
 
 extern "C" {
@@ -15,8 +16,8 @@ extern "C" {
     char const* const most = std::getenv("KXMD_MOST_THREADS");
     if (most && ++started > std::atoi(most))
         return EAGAIN;
-    using Create = int (*)(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
-    static auto const next = reinterpret_cast<Create>(::dlsym(RTLD_NEXT, "pthread_create"));
-    return next(thread, attributes, start, argument);
+    using Create = int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
+    static auto* const original = next<Create>("pthread_create");
+    return original(thread, attributes, start, argument);
 }
 }

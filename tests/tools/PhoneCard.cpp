@@ -1,9 +1,10 @@
 // Preloaded into a program, lets its files lie on a phone's card: a FAT file system, as the kernel
 // or a helper in user space serves it.
 
+#include "support/NextFunction.h"
+
 #include <cerrno>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,9 +22,8 @@ extern "C" {
     va_start(arguments, flags);
     unsigned const mode = flags & O_CREAT ? va_arg(arguments, unsigned) : 0;
     va_end(arguments);
-    using Open = int (*)(char const*, int, ...);
-    static auto const next = reinterpret_cast<Open>(::dlsym(RTLD_NEXT, "open"));
-    return next(path, flags, mode);
+    static auto* const original = next<int(char const*, int, ...)>("open");
+    return original(path, flags, mode);
 }
 
 /// Knows no permissions.

@@ -108,14 +108,13 @@ KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Sessio
     auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
     auto const& loader = *KXPlatform::shared()->pictureLoader;
     auto const image = data ? loader.imageInData(*data, data->length(), {}) : nullptr;
-    bool const isUnreadable
-        = data && session.reportReadError(options.picturePath, data->readError());
-    if (image && !isUnreadable)
-        return loader.jpgRepresentation(*image);
-    if (data && !isUnreadable)
-        session.reportError(options.picturePath, "is not a picture that can be read");
-    else if (!data)
+    if (!data) {
         session.reportUnreadable(options.picturePath);
+    } else if (!session.reportReadError(options.picturePath, data->readError())) {
+        if (image)
+            return loader.jpgRepresentation(*image);
+        session.reportError(options.picturePath, "is not a picture that can be read");
+    }
     writeRefusal(options, "there is no picture to insert", file.data->length(), session);
     return {};
 }

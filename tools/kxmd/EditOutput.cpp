@@ -32,8 +32,7 @@ bool isWhollyRead(EditOptions const& options, EditInput const& input, Session& s
     std::error_code const error = input.data->readError();
     if (!error && !input.file.hasChanged())
         return true;
-    reportRefusal(options,
-        error ? "cannot be read: " + error.message() : "changed while it was read",
+    reportRefusal(options, error ? problemOfReading(error) : "changed while it was read",
         input.data->length(), session);
     return false;
 }

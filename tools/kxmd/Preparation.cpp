@@ -242,7 +242,7 @@ private:
     bool isWhollyRead(std::error_code error)
     {
         if (error)
-            _outcome.error = "cannot be read: " + error.message();
+            _outcome.error = problemOfReading(error);
         return !error;
     }
 

@@ -1,5 +1,7 @@
 #include "Session.h"
 
+#include "SourceFile.h"
+
 #include <kxmd/base/KXPrintableText.h>
 
 #include <cerrno>
@@ -66,7 +68,7 @@ void Session::reportError(std::string_view path, std::string_view problem)
 bool Session::reportReadError(std::string_view path, std::error_code error)
 {
     if (error)
-        reportError(path, "cannot be read: " + error.message());
+        reportError(path, problemOfReading(error));
     return static_cast<bool>(error);
 }
 

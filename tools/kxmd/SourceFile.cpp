@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <utility>
 
+std::string problemOfReading(std::error_code error) { return "cannot be read: " + error.message(); }
+
 SourceFile::SourceFile(std::string path)
     : _path(std::move(path))
     , _descriptor(::open(_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) // A FIFO waits.

@@ -3,6 +3,10 @@
 #include <cstdint>
 #include <string>
 #include <sys/types.h>
+#include <system_error>
+
+/// In words, that the system refused to read some of a file.
+std::string problemOfReading(std::error_code error);
 
 /// A file that is read, held open so that it can be told whether it changed meanwhile.
 class SourceFile {

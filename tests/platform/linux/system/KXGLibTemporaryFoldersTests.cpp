@@ -3,6 +3,7 @@
 #include "kxmd/platform/linux/system/KXGLibTemporaryFoldersPrivate.h"
 
 #include "support/Files.h"
+#include "support/OpenFiles.h"
 
 #include <gmock/gmock.h>
 
@@ -79,18 +80,14 @@ TEST(KXGLibTemporaryFolders, WhatIsForgottenIsRemovedOnceItIsOld)
 
 TEST(KXGLibTemporaryFolders, ManyFoldersHoldFewDescriptors)
 {
-    auto const openFiles = [] {
-        return std::distance(
-            files::directory_iterator("/proc/self/fd"), files::directory_iterator());
-    };
     KXGLibTemporaryFolders const folders;
     std::vector<std::string> paths;
-    auto const before = openFiles();
+    auto const before = countOfOpenFiles();
     for (int i = 0; i < 70; ++i)
         paths.push_back(folders.applicationUniqueTempFolderWithPrefix("test"));
-    EXPECT_EQ(openFiles(), before + 64);
+    EXPECT_EQ(countOfOpenFiles(), before + 64);
     for (std::string const& path : paths)
         files::remove(path);
     files::remove(folders.applicationUniqueTempFolderWithPrefix("test"));
-    EXPECT_EQ(openFiles(), before + 1);
+    EXPECT_EQ(countOfOpenFiles(), before + 1);
 }
