@@ -125,6 +125,11 @@ bool feedGIF(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t leng
 
 }
 
+bool feedBytesTo(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t length)
+{
+    return feedBytes(feed, data, std::min(length, mostPictureBytes)) && length <= mostPictureBytes;
+}
+
 bool feedPictureTo(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t length)
 {
     std::uint64_t const start = data.offset();
@@ -140,5 +145,5 @@ bool feedPictureTo(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_
             && length <= data.length() - start;
     if (format == KXPictureFormat::gif)
         return feedGIF(feed, data, length);
-    return feedBytes(feed, data, std::min(length, mostPictureBytes)) && length <= mostPictureBytes;
+    return feedBytesTo(feed, data, length);
 }

@@ -19,5 +19,9 @@ using KXPictureFeed = std::function<bool(std::span<std::uint8_t const> bytes)>;
 KX_EXPORT_FOR_TESTS bool feedPictureTo(
     KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t length);
 
+/// The same for a file that is no picture: gives the next `length` bytes as they are, but no more
+/// than `mostPictureBytes`.
+bool feedBytesTo(KXPictureFeed const& feed, KXAbstractData& data, std::uint64_t length);
+
 /// The most that is read of a picture file, in bytes: most decoders keep all of it in memory.
 constexpr std::uint64_t mostPictureBytes = std::uint64_t { 256 } << 20;

@@ -4,6 +4,7 @@
 
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/Renders.h"
 
 #include <gtest/gtest.h>
 
@@ -44,10 +45,10 @@ protected:
 
     KXLinuxThumbnailService serviceWithPlaces(KXDocumentThumbnailer::Places places) const
     {
-        return KXLinuxThumbnailService({ platform->pictureLoader, platform->movieLoader,
-            std::make_shared<KXPictureProcess const>(KXPictureProcess::installedProgram()),
-            std::make_shared<KXDocumentThumbnailer const>(
-                std::move(places), platform->pictureLoader, platform->temporaryFolders) });
+        return KXLinuxThumbnailService(
+            { platform->pictureLoader, platform->movieLoader, rendersOfThisMachine(),
+                std::make_shared<KXDocumentThumbnailer const>(
+                    std::move(places), platform->pictureLoader, platform->temporaryFolders) });
     }
 
     KXPlatform::Ref const platform = KXPlatform::platformOfThisMachine();
@@ -134,12 +135,10 @@ TEST_F(KXLinuxThumbnailServiceTest, DrawingIsNeverEnlarged)
 
 TEST_F(KXLinuxThumbnailServiceTest, FileIsKnownByItsFirst4096Bytes)
 {
-    // A program that shows a pixel of whatever it is given.
-    auto const program
-        = folder.write("program", text("#!/bin/sh\nprintf '\\0\\0\\0\\1\\0\\0\\0\\1abcd'"));
-    files::permissions(program, files::perms::owner_all);
+    // It shows a pixel of whatever it is given.
+    auto const decoder = std::make_shared<KXRenderServer const>(KXMD_HOSTILE_DECODER);
     KXLinuxThumbnailService const service({ platform->pictureLoader, platform->movieLoader,
-        std::make_shared<KXPictureProcess const>(program),
+        std::make_shared<KXRenderPictureLoader const>(decoder, KXRenderLimits::forPictures()),
         std::make_shared<KXDocumentThumbnailer const>(KXDocumentThumbnailer::Places {},
             platform->pictureLoader, platform->temporaryFolders) });
     for (std::size_t const before : { 4'092u, 4'093u }) {
