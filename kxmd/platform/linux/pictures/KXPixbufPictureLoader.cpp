@@ -1,8 +1,8 @@
 #include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
 
 #include "kxmd/platform/linux/pictures/KXColourProfilePrivate.h"
-#include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/pictures/KXPixbufImagePrivate.h"
+#include "kxmd/platform/linux/render/KXPictureFeedPrivate.h"
 
 #include <algorithm>
 #include <cmath>

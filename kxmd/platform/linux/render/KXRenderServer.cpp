@@ -3,7 +3,7 @@
 #include "kxmd/base/KXFileDataPrivate.h"
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
-#include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
+#include "kxmd/platform/linux/render/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"

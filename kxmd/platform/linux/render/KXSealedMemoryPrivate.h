@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kxmd/platform/linux/render/KXFileDescriptorPrivate.h"
+#include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
 #include <cstddef>
 #include <cstdint>

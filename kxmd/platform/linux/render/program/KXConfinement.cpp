@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
 
-#include "kxmd/platform/linux/render/KXFileDescriptorPrivate.h"
+#include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
+#include "kxmd/platform/linux/render/KXPictureFeedPrivate.h"
 
 #include "kxmd/image/KXPictureFormatPrivate.h"
 
