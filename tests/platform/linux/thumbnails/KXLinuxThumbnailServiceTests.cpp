@@ -202,10 +202,12 @@ TEST_F(KXLinuxThumbnailServiceTest, PDFIsShownByItsProgramBeforeThatOfTheDesktop
 
 TEST_F(KXLinuxThumbnailServiceTest, ListByTheNameOfAMovieIsGivenToNoProgram)
 {
+    std::string const tag("ID3\3\0\0\0\0\0\0", 10); // Makes music of it, and hides what it is.
     for (char const* type : { "video/mp4", "audio/x-mpegurl", "application/vnd.apple.mpegurl" }) {
         auto const service = serviceWithProgramFor(type);
-        for (char const* list : { "#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n", "file.ts\n",
-                 "ffconcat version 1.0\nfile /etc/passwd\n" })
+        for (std::string const& list : { tag + "#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n",
+                 std::string("#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n"), std::string("file.ts\n"),
+                 std::string("ffconcat version 1.0\nfile /etc/passwd\n") })
             EXPECT_FALSE(service.imageForPath(folder.write("list.mp4", text(list)), { 50, 50 }))
                 << list;
     }

@@ -53,19 +53,71 @@ struct Ruleset {
 constexpr char const* readableFolders[] { "/usr", "/lib", "/lib64", "/etc/fonts",
     "/etc/ld.so.cache", "/var/cache/fontconfig" };
 
-void allowReading(int ruleset, char const* path)
-{
-    KXFileDescriptor const place(::open(path, O_PATH | O_CLOEXEC));
-    if (!place.isOpen())
-        return;
-    landlock_path_beneath_attr rule {};
-    rule.allowed_access = reading;
-    rule.parent_fd = place.get();
-    if (::syscall(SYS_landlock_add_rule, ruleset, LANDLOCK_RULE_PATH_BENEATH, &rule, 0) == 0)
-        return;
-    rule.allowed_access = LANDLOCK_ACCESS_FS_READ_FILE; // A file, not a folder.
-    (void)::syscall(SYS_landlock_add_rule, ruleset, LANDLOCK_RULE_PATH_BENEATH, &rule, 0);
-}
+/// What programs of others need as well.
+constexpr char const* readableByPrograms[] { "/bin", "/etc/alternatives", "/etc/mime.types",
+    "/dev/urandom", "/dev/zero" };
+
+constexpr std::uint64_t executing = LANDLOCK_ACCESS_FS_EXECUTE | reading;
+
+/// Rights that can be given on a file that is no folder.
+constexpr std::uint64_t rightsOfFile = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_READ_FILE
+    | LANDLOCK_ACCESS_FS_WRITE_FILE | truncating;
+
+/// What this process may do with files, from when it is enforced.
+class FileRights {
+public:
+    FileRights()
+        : _version(
+            ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION))
+        , _rules(_version)
+        , _ruleset(_version < 1 ? -1
+                                : static_cast<int>(::syscall(SYS_landlock_create_ruleset, &_rules,
+                                    Ruleset::lengthInVersion(_version), 0)))
+    {
+    }
+
+    /// All that the kernel knows of.
+    std::uint64_t all() const { return _rules.files; }
+
+    /// Gives rights over a file, or over a folder and all that is in it.
+    void give(std::uint64_t rights, char const* path) const
+    {
+        KXFileDescriptor const place(::open(path, O_PATH | O_CLOEXEC));
+        if (!place.isOpen())
+            return;
+        if (!add(rights & all(), place.get()))
+            (void)add(rights & all() & rightsOfFile, place.get()); // It is no folder.
+    }
+
+    template <std::size_t count>
+    void give(std::uint64_t rights, char const* const (&paths)[count]) const
+    {
+        for (char const* const path : paths)
+            give(rights, path);
+    }
+
+    /// Takes all other rights; false where the kernel cannot.
+    bool enforce() const
+    {
+        return _ruleset.isOpen() && ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0
+            && ::syscall(SYS_landlock_restrict_self, _ruleset.get(), 0) == 0;
+    }
+
+private:
+    bool add(std::uint64_t rights, int place) const
+    {
+        landlock_path_beneath_attr rule {};
+        rule.allowed_access = rights;
+        rule.parent_fd = place;
+        return ::syscall(
+                   SYS_landlock_add_rule, _ruleset.get(), LANDLOCK_RULE_PATH_BENEATH, &rule, 0)
+            == 0;
+    }
+
+    long const _version;
+    Ruleset const _rules;
+    KXFileDescriptor const _ruleset;
+};
 
 // seccomp.
 
@@ -150,6 +202,14 @@ constexpr int allowedCalls[] {
     SCMP_SYS(exit_group),
 };
 
+/// What reaches beyond a program and its files: others' services (those of the desktop as well),
+/// other processes, the system's own means, and ways around this filter.
+constexpr int callsDeniedToPrograms[] { SCMP_SYS(socket), SCMP_SYS(ptrace),
+    SCMP_SYS(process_vm_readv), SCMP_SYS(process_vm_writev), SCMP_SYS(pidfd_getfd),
+    SCMP_SYS(io_uring_setup), SCMP_SYS(bpf), SCMP_SYS(perf_event_open), SCMP_SYS(keyctl),
+    SCMP_SYS(add_key), SCMP_SYS(request_key), SCMP_SYS(mount), SCMP_SYS(unshare), SCMP_SYS(setns),
+    SCMP_SYS(userfaultfd) };
+
 constexpr std::uint64_t anyWriting = O_ACCMODE | O_CREAT | O_TRUNC | O_APPEND;
 
 /// Calls that are allowed with some arguments only.
@@ -200,20 +260,28 @@ std::uint64_t addressSpaceOfServer = 0;
 bool confineToReading()
 {
     addressSpaceOfServer = addressSpace();
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        return false;
-    long const version
-        = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
-    if (version < 1)
-        return false;
-    Ruleset const rules(version);
-    KXFileDescriptor const ruleset(static_cast<int>(
-        ::syscall(SYS_landlock_create_ruleset, &rules, Ruleset::lengthInVersion(version), 0)));
-    if (!ruleset.isOpen())
-        return false;
-    for (char const* const folder : readableFolders)
-        allowReading(ruleset.get(), folder);
-    return ::syscall(SYS_landlock_restrict_self, ruleset.get(), 0) == 0;
+    FileRights const rights;
+    rights.give(reading, readableFolders);
+    return rights.enforce();
+}
+
+bool confineProgram(KXProgramPlaces const& places)
+{
+    FileRights const rights;
+    rights.give(executing, readableFolders);
+    rights.give(executing, readableByPrograms);
+    rights.give(executing, places.program);
+    rights.give(reading, places.source);
+    rights.give(rights.all(), places.folder);
+    rights.give(reading | LANDLOCK_ACCESS_FS_WRITE_FILE, "/dev/null");
+    bool const isConfined = rights.enforce();
+    Filter const filter(seccomp_init(SCMP_ACT_ALLOW));
+    bool isFiltered = filter != nullptr;
+    for (int const call : callsDeniedToPrograms) {
+        isFiltered
+            = isFiltered && seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EACCES), call, 0) == 0;
+    }
+    return isFiltered && seccomp_load(filter.get()) == 0 && isConfined;
 }
 
 bool canConfineToComputing()

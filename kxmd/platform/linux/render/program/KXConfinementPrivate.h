@@ -9,6 +9,18 @@
 /// way to get more rights. False where the kernel cannot.
 bool confineToReading();
 
+/// What a program of others may touch.
+struct KXProgramPlaces {
+    char const* program; ///< Itself.
+    char const* source; ///< The file that it shows: to read.
+    char const* folder; ///< Where it writes; empty for nowhere.
+};
+
+/// `confineProgram` Takes from this process, before it becomes a program of others, every right
+/// over files but to read and run what is installed and to use those places, and every way to other
+/// programs and the network. False where the kernel cannot do all of it.
+bool confineProgram(KXProgramPlaces const& places);
+
 /// `canConfineToComputing` Whether the kernel has what `confineToComputing` needs.
 bool canConfineToComputing();
 
