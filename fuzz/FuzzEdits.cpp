@@ -4,7 +4,6 @@
 #include "FuzzTarget.h"
 
 #include "kxmd/base/KXMutableAbstractData.h"
-#include "kxmd/image/KXImage.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
@@ -57,7 +56,7 @@ void removeUserData(std::vector<std::uint8_t> bytes)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
 {
     silenceLog();
-    static auto const image = KXImage::imageWithSize({ 2, 2 });
+    static KXData const picture(std::vector<std::uint8_t>(300, 'p'));
     std::vector<std::uint8_t> const original(bytes, bytes + length);
     removeUserData(original);
 
@@ -66,9 +65,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
         *KXMutableAbstractData::abstractDataWithData(data));
     if (!meta || !meta->canInsertAlbumCover())
         return 0;
-    std::uint64_t const coverSize = meta->albumCoverSizeForImage(image);
+    std::uint64_t const coverSize = meta->albumCoverSizeForEncodedImage(picture);
     bool const isReversible = canBeTakenBack(*meta, data, coverSize);
-    bool const isAdded = meta->addAlbumCoverToData(image, data);
+    bool const isAdded = meta->addEncodedAlbumCoverToData(picture, data);
     if (!isAdded || !isReversible)
         return 0;
     KXMD_REQUIRE(data->length() == length + coverSize);

@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureProcessPrivate.h"
 
 #include "kxmd/base/KXBigEndianPrivate.h"
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 
@@ -14,7 +15,7 @@
 namespace {
 
 // The sanitizers of a development build want memory of their own, terabytes of it.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
 constexpr std::uint64_t mostMemoryBytes = 0;
 #else
 constexpr std::uint64_t mostMemoryBytes = std::uint64_t { 1 } << 30;

@@ -1,3 +1,4 @@
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "support/FileLimit.h"
 #include "support/LogCapture.h"
 #include "support/MovieTest.h"
@@ -304,7 +305,7 @@ TEST_F(KXFFmpegMovieLoader, RefusesFramesThatAreTooLarge)
 
 TEST(KXFFmpegMovieLoaderDeathTest, ModuleThatIsMissingIsLoggedOnce)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if KXMD_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer itself needs files";
 #endif
     // In a process of its own, which has not opened it yet, and can open no file.

@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXPictureProcessPrivate.h"
 
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -189,7 +190,7 @@ TEST_F(KXPictureProcessTest, ProgramThatMisbehavesGivesNothing)
 
 TEST_F(KXPictureProcessTest, ProgramHasAGibibyteOfMemoryAndHalfAsMuchToWrite)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
     GTEST_SKIP() << "sanitizers have memory of their own";
 #endif
     // It is bounded a moment after it begins to run.
