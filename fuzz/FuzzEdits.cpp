@@ -37,6 +37,11 @@ bool canBeTakenBack(
                 [](auto const& frame) { return frame->size() >= frame->headerSize(); });
     }
     auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+    for (auto const& list : meta.mp4Atom()->allAtomsWithPath("moov/udta/meta/ilst")) {
+        if (!std::ranges::all_of(
+                list->children(), [](auto const& atom) { return atom->size() >= 8; }))
+            return false; // Nor any tag.
+    }
     return !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
 }
 
