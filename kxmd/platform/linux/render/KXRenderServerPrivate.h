@@ -3,6 +3,7 @@
 #include "kxmd/base/KXAbstractData.h"
 #include "kxmd/base/KXExport.h"
 #include "kxmd/base/KXGuarded.h"
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/KXDecodingLimits.h"
 #include "kxmd/platform/linux/render/KXRenderMessagesPrivate.h"
 
@@ -31,7 +32,7 @@ struct KXRenderLimits {
 
 private:
     // Sanitizers take ten times as long.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
     static constexpr int slowness = 10;
 #else
     static constexpr int slowness = 1;

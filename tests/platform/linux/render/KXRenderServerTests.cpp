@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/render/KXRenderServerPrivate.h"
 
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 #include "support/Builders.h"
@@ -334,7 +335,7 @@ TEST_F(KXRenderServerTest, ProgramThatIsNoServerGivesNothing)
 
 TEST_F(KXRenderServerTest, MemoryIsBounded)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
     GTEST_SKIP() << "sanitizers have memory of their own";
 #endif
     auto const couldUse = [this](std::uint64_t mebibytes) {

@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
 
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
 #include <cerrno>
@@ -310,7 +311,7 @@ void limitProcess(std::uint32_t seconds, std::uint64_t memory)
     limit(RLIMIT_NOFILE, mostOpenFiles);
     limit(RLIMIT_FSIZE, memory); // Of files in memory as well.
     // The sanitizers of a development build want memory of their own, terabytes of it.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !KXMD_HAS_ADDRESS_SANITIZER && !KXMD_HAS_THREAD_SANITIZER
     limit(RLIMIT_AS, addressSpaceOfServer + memory);
 #endif
 }
