@@ -2,6 +2,8 @@
 
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace {
@@ -11,7 +13,7 @@ class RenderedMovie final : public KXMovie {
 public:
     RenderedMovie(KXRenderTask task, double duration)
         : _task(std::move(task))
-        , _duration(duration)
+        , _duration(std::isfinite(duration) ? std::max(duration, 0.0) : 0)
     {
     }
 

@@ -16,6 +16,16 @@ std::shared_ptr<std::uint8_t const> memoryOfAnswer(
     return mappedSealedMemory(message.files.front().get(), answer.length);
 }
 
+/// The host's own pixels may be many; they take a second for every four million, and are copied
+/// twice.
+KXRenderLimits limitsOfEncoding(KXRenderLimits limits, std::uint64_t length)
+{
+    constexpr std::uint64_t bytesPerSecond = KXImage::bytesPerPixel << 22;
+    limits.time += limits.time * (length / bytesPerSecond);
+    limits.memory += 3 * length;
+    return limits;
+}
+
 }
 
 KXImage::Ref imageOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer)
@@ -78,8 +88,9 @@ KXData KXRenderPictureLoader::encoded(
         .height = static_cast<std::uint32_t>(image.pixelHeight()),
         .length = image.pixels().size() };
     KXFileDescriptor const pixels = sealedMemoryOf(image.pixels());
-    auto const reply
-        = pixels.isOpen() ? _server->replyTo(request, pixels.get(), _limits) : std::nullopt;
+    auto const reply = pixels.isOpen()
+        ? _server->replyTo(request, pixels.get(), limitsOfEncoding(_limits, request.length))
+        : std::nullopt;
     return reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
 }
 

@@ -346,6 +346,21 @@ TEST_F(KXRenderServerTest, MemoryIsBounded)
     EXPECT_FALSE(couldUse(513));
 }
 
+TEST_F(KXRenderServerTest, LargePictureHasMoreTimeAndMemoryToBeEncoded)
+{
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
+    GTEST_SKIP() << "sanitizers have memory of their own";
+#endif
+    auto const machine = rendersOfThisMachine();
+    auto const large = KXImage::imageWithSize({ 8'000, 8'000 }); // A quarter of a gibibyte.
+    auto const jpg = machine->jpgRepresentation(*large);
+    EXPECT_GT(jpg.length(), 0u);
+    auto const data = KXAbstractData::abstractDataWithData(jpg);
+    auto const shown = machine->imageInData(*data, data->length(), { 100, 100 });
+    ASSERT_TRUE(shown);
+    EXPECT_EQ(pixel(*shown, 0, 0), white);
+}
+
 TEST_F(KXRenderConfinementTest, ReadsNoFileButLibrariesFontsAndTypes)
 {
     std::vector<std::string> const others { "/etc/passwd", "/proc/self/environ", "/proc/self/maps",

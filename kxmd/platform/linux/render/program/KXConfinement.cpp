@@ -52,7 +52,9 @@ struct Ruleset {
 
 /// Libraries, fonts with their settings and lists, file types. What is missing is passed over.
 constexpr char const* readableFolders[] { "/usr", "/lib", "/lib64", "/etc/fonts",
-    "/etc/ld.so.cache", "/var/cache/fontconfig" };
+    "/etc/ld.so.cache", "/var/cache/fontconfig",
+    // Where some systems, and packages in containers, have what others have in /usr.
+    "/app", "/nix/store", "/gnu/store", "/run/host/usr", "/run/host/fonts" };
 
 /// What programs of others need as well.
 constexpr char const* readableByPrograms[] { "/bin", "/etc/alternatives", "/etc/mime.types",
