@@ -8,7 +8,8 @@
 
 #include <cstdint>
 
-/// What a picture library does for us. Safe to call from several threads.
+/// What a picture library does for us. Safe to call from several threads. A lack of memory leaves
+/// it as `std::bad_alloc`.
 class KX_EXPORT KXPictureLoader {
 public:
     virtual ~KXPictureLoader();

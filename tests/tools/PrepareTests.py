@@ -256,6 +256,21 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(self.prepare().status, 0)
         self.assertEqual(self.hashes(self.out), self.hashes(self.source))
 
+    def test_read_only_card_is_left_as_it_is(self):
+        """A card whose switch is set, or that the system made read-only after an error."""
+        self.place_album()
+        self.assertEqual(self.prepare().status, 0)
+        before = self.hashes(self.out)
+        card = ("mount --bind \"$1\" \"$1\" && mount -o remount,bind,ro \"$1\" || exit 99\n"
+                "shift; exec \"$@\"")
+        words = ("unshare", "-m", "sh", "-c", card, "sh", self.out, COMMAND, "prepare", self.source, "--to", self.out)
+        finished = subprocess.run(words, env=self.environment, capture_output=True, text=True, check=False)
+        if finished.returncode == 99 or "unshare" in finished.stderr:
+            self.skipTest("no file system can be mounted here")
+        self.assertEqual(finished.returncode, 1)
+        self.assertIn("Read-only file system", finished.stderr)
+        self.assertEqual(self.hashes(self.out), before)
+
     # Targets.
 
     def test_second_run_replaces_the_files(self):

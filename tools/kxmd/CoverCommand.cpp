@@ -111,9 +111,11 @@ KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Sessio
     if (!data) {
         session.reportUnreadable(options.picturePath);
     } else if (!session.reportReadError(options.picturePath, data->readError())) {
-        if (image)
-            return loader.jpgRepresentation(*image);
-        session.reportError(options.picturePath, "is not a picture that can be read");
+        auto picture = image ? loader.jpgRepresentation(*image) : KXData();
+        if (picture.length())
+            return picture;
+        session.reportError(options.picturePath,
+            image ? "cannot be made a JPEG file" : "is not a picture that can be read");
     }
     writeRefusal(options, "there is no picture to insert", file.data->length(), session);
     return {};

@@ -2,6 +2,7 @@
 
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -88,9 +89,10 @@ KXData KXRenderPictureLoader::encoded(
         .height = static_cast<std::uint32_t>(image.pixelHeight()),
         .length = image.pixels().size() };
     KXFileDescriptor const pixels = sealedMemoryOf(image.pixels());
-    auto const reply = pixels.isOpen()
-        ? _server->replyTo(request, pixels.get(), limitsOfEncoding(_limits, request.length))
-        : std::nullopt;
+    if (!pixels.isOpen())
+        throw std::bad_alloc();
+    auto const reply
+        = _server->replyTo(request, pixels.get(), limitsOfEncoding(_limits, request.length));
     return reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
 }
 

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -74,8 +75,8 @@ void waitForStarter(pid_t process)
     while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) { }
 }
 
-/// What a decoder needs of the next bytes of `data`, in a file in memory; closed when it cannot be
-/// made. The length in the request becomes that of the file, unless there is less than it says.
+/// What a decoder needs of the next bytes of `data`, in a file in memory. The length in the request
+/// becomes that of the file, unless there is less than it says.
 KXFileDescriptor memoryFileOf(KXAbstractData& data, KXRenderRequest& request)
 {
     KXFileDescriptor file = newMemoryFile();
@@ -90,7 +91,9 @@ KXFileDescriptor memoryFileOf(KXAbstractData& data, KXRenderRequest& request)
     auto const feed = isMovie ? feedBytesTo : feedPictureTo;
     if (feed(keep, data, request.length))
         request.length = written;
-    return isWritten && sealMemoryFile(file.get()) ? std::move(file) : KXFileDescriptor();
+    if (!isWritten || !sealMemoryFile(file.get()))
+        throw std::bad_alloc();
+    return file;
 }
 
 }
@@ -139,7 +142,7 @@ std::optional<KXRenderServer::Reply> KXRenderServer::replyTo(
         return replyTo(request, file->descriptor(), limits);
     KXFileDescriptor const memory = memoryFileOf(data, request);
     data.setOffset(std::exchange(request.start, 0));
-    return memory.isOpen() ? replyTo(request, memory.get(), limits) : std::nullopt;
+    return replyTo(request, memory.get(), limits);
 }
 
 std::optional<KXRenderServer::Reply> KXRenderServer::replyTo(
@@ -151,9 +154,11 @@ std::optional<KXRenderServer::Reply> KXRenderServer::replyTo(
     std::shared_ptr<Connection const> broken;
     for (int tries = 0; tries < 2; ++tries) {
         auto const server = connection(broken.get());
-        auto pair = canServe(server.get(), limits) ? newSocketPair() : std::nullopt;
-        if (!pair)
+        if (!canServe(server.get(), limits))
             return std::nullopt;
+        auto pair = newSocketPair();
+        if (!pair)
+            throw std::bad_alloc(); // Of descriptors.
         std::array const files { file, pair->theirs.get() };
         bool const isSent
             = sendRenderMessage(server->socket.get(), std::as_bytes(std::span(&request, 1)), files);

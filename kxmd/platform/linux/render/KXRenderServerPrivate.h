@@ -62,7 +62,8 @@ private:
 
 /// Our program that decodes untrusted files, each in a process of its own that it forks and that
 /// can do nothing else. It is started at the first request, and anew when it ended: it does after a
-/// minute without requests, and at once after this host. Safe to call from several threads.
+/// minute without requests, and at once after this host. Where the system has no memory or no
+/// descriptors left for a request, `std::bad_alloc` leaves it. Safe to call from several threads.
 class KX_EXPORT_FOR_TESTS KXRenderServer {
 public:
     /// With the path of the program.

@@ -3,13 +3,43 @@
 #include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 #include <fcntl.h>
+#include <new>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr int finalSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+
+/// Keeps the signal off this thread that tells of a file beyond the limit of the process, as long
+/// as the object lives: a write that fails is enough, and the signal ends hosts that do not expect
+/// it.
+class NoSignalOfFileSize {
+public:
+    NoSignalOfFileSize()
+    {
+        sigemptyset(&_signal);
+        sigaddset(&_signal, SIGXFSZ);
+        ::pthread_sigmask(SIG_BLOCK, &_signal, &_before);
+    }
+    ~NoSignalOfFileSize()
+    {
+        timespec const noTime {};
+        if (!sigismember(&_before, SIGXFSZ)) {
+            while (::sigtimedwait(&_signal, nullptr, &noTime) < 0 && errno == EINTR) { }
+            ::pthread_sigmask(SIG_SETMASK, &_before, nullptr);
+        }
+    }
+    NoSignalOfFileSize(NoSignalOfFileSize const&) = delete;
+    NoSignalOfFileSize& operator=(NoSignalOfFileSize const&) = delete;
+
+private:
+    sigset_t _signal;
+    sigset_t _before;
+};
 
 }
 
@@ -21,6 +51,7 @@ KXFileDescriptor newMemoryFile()
 
 bool writeAll(int file, std::span<std::uint8_t const> bytes)
 {
+    NoSignalOfFileSize const noSignal;
     while (!bytes.empty()) {
         ssize_t const count = ::write(file, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR)
@@ -42,7 +73,7 @@ std::shared_ptr<std::uint8_t const> mappedSealedMemory(int file, std::size_t len
         return nullptr;
     void* const memory = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file, 0);
     if (memory == MAP_FAILED)
-        return nullptr;
+        throw std::bad_alloc();
     return { static_cast<std::uint8_t const*>(memory), [length](std::uint8_t const* bytes) {
                 ::munmap(const_cast<std::uint8_t*>(bytes), length);
             } };

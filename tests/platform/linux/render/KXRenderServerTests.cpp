@@ -16,7 +16,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <new>
 #include <set>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -90,11 +92,11 @@ protected:
             (void)!::write(ends[1], &result, sizeof result);
             ::_exit(0);
         }
+        ::close(ends[1]); // So that its end is seen.
         int result = 0;
         EXPECT_EQ(::read(ends[0], &result, sizeof result), ssize_t { sizeof result });
         ::waitpid(host, nullptr, 0);
         ::close(ends[0]);
-        ::close(ends[1]);
         return result;
     }
 
@@ -251,6 +253,7 @@ TEST_F(KXRenderServerTest, NothingOutlivesItsHost)
             (void)movie->imageAtTime(0, {});
         ::_exit(0);
     }
+    ::close(ends[1]); // So that its end is seen.
     ASSERT_EQ(::read(ends[0], processes, sizeof processes), ssize_t { sizeof processes });
     ASSERT_GT(processes[0], 0);
     ASSERT_GT(processes[1], 0);
@@ -259,7 +262,6 @@ TEST_F(KXRenderServerTest, NothingOutlivesItsHost)
     EXPECT_TRUE(isGoneSoon(processes[0]));
     EXPECT_TRUE(isGoneSoon(processes[1]));
     ::close(ends[0]);
-    ::close(ends[1]);
 }
 
 TEST_F(KXRenderServerTest, ForkedHostHasAServerOfItsOwn)
@@ -284,6 +286,23 @@ TEST_F(KXRenderServerTest, HostMayCloseItsStandardFilesAndIgnoreItsChildren)
                 return 0; // Something of ours got a standard file's number.
         }
         return isShown ? 1 : 0;
+    }));
+}
+
+TEST_F(KXRenderServerTest, HostMayLimitTheSizeOfItsFiles)
+{
+    EXPECT_TRUE(inForkedHost([] {
+        std::signal(SIGXFSZ, SIG_DFL);
+        rlimit const limit { 1000, RLIM_INFINITY };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        try { // Its pixels take more, and have nowhere to go.
+            (void)rendersOfThisMachine()->jpgRepresentation(*solid(100, 100, red));
+            return 0;
+        } catch (std::bad_alloc const&) {
+            sigset_t pending;
+            ::sigpending(&pending);
+            return sigismember(&pending, SIGXFSZ) ? 0 : 1;
+        }
     }));
 }
 
