@@ -176,7 +176,7 @@ TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, CopyHasTheNameOfTheSourceInAFolder
 
 TEST_F(KXMDFileProcessorCleanIPhoneVideoTest, LongestNameIsNoObstacle)
 {
-    std::string const name = std::string(251, 'n') + ".mov";
+    std::string const name = std::string(251, 'n').append(".mov");
     auto const path = folder.write(name, movie(soundEntry("mp4a"), atom("udta")));
     auto const data = processor().processedFileDataForPath(path);
     ASSERT_TRUE(data);
