@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 /// Numbers that the fuzzer chooses: those of its bytes, and then zeros.
 class Choices {
@@ -15,6 +16,9 @@ public:
     }
 
     bool areLeft() const { return _left; }
+
+    /// All bytes that no number was made of yet.
+    std::span<std::uint8_t const> rest() const { return { _next, _left }; }
 
     template <class Number> Number next()
     {

@@ -4,7 +4,6 @@
 #include "FuzzTarget.h"
 
 #include "kxmd/base/KXMutableAbstractData.h"
-#include "kxmd/image/KXImage.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
@@ -38,6 +37,11 @@ bool canBeTakenBack(
                 [](auto const& frame) { return frame->size() >= frame->headerSize(); });
     }
     auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+    for (auto const& list : meta.mp4Atom()->allAtomsWithPath("moov/udta/meta/ilst")) {
+        if (!std::ranges::all_of(
+                list->children(), [](auto const& atom) { return atom->size() >= 8; }))
+            return false; // Nor any tag.
+    }
     return !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
 }
 
@@ -57,7 +61,7 @@ void removeUserData(std::vector<std::uint8_t> bytes)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
 {
     silenceLog();
-    static auto const image = KXImage::imageWithSize({ 2, 2 });
+    static KXData const picture(std::vector<std::uint8_t>(300, 'p'));
     std::vector<std::uint8_t> const original(bytes, bytes + length);
     removeUserData(original);
 
@@ -66,9 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
         *KXMutableAbstractData::abstractDataWithData(data));
     if (!meta || !meta->canInsertAlbumCover())
         return 0;
-    std::uint64_t const coverSize = meta->albumCoverSizeForImage(image);
+    std::uint64_t const coverSize = meta->albumCoverSizeForEncodedImage(picture);
     bool const isReversible = canBeTakenBack(*meta, data, coverSize);
-    bool const isAdded = meta->addAlbumCoverToData(image, data);
+    bool const isAdded = meta->addEncodedAlbumCoverToData(picture, data);
     if (!isAdded || !isReversible)
         return 0;
     KXMD_REQUIRE(data->length() == length + coverSize);

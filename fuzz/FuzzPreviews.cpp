@@ -1,10 +1,10 @@
 // Where the preview of a photograph and the poster frame of a movie are, by any bytes. Decoders of
 // others are not asked: a loader of ours takes their place.
 
+#include "AnyPicture.h"
 #include "FuzzTarget.h"
 
 #include "kxmd/platform/KXMovieLoader.h"
-#include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXPlatform.h"
 #include "kxmd/thumbnails/KXMDExifParser.h"
 #include "kxmd/thumbnails/KXMDQTParser.h"
@@ -13,19 +13,6 @@
 #include <cmath>
 
 namespace {
-
-/// Takes every picture, if all of its bytes can be read.
-class AnyPicture final : public KXPictureLoader {
-public:
-    KXImage::Ref imageInData(KXAbstractData& data, std::uint64_t length, KXSize) const override
-    {
-        KXMD_REQUIRE(length && length <= data.remainingLength());
-        std::vector<std::uint8_t> bytes(length);
-        return data.readBytesTo(bytes.data(), length) ? KXImage::imageWithSize({ 1, 1 }) : nullptr;
-    }
-    KXData jpgRepresentation(KXImage const&) const override { return {}; }
-    KXData pngRepresentation(KXImage const&) const override { return {}; }
-};
 
 /// A movie that shows nothing at its poster time.
 class DarkMovie final : public KXMovie {

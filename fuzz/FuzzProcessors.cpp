@@ -67,7 +67,11 @@ void checkCover(std::uint8_t const* bytes, std::size_t length)
 {
     auto const source = immutableReader(bytes, length);
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*source);
-    if (!meta || meta->metaType() != KXMDMetaTypeMP3)
+    auto const* const tag = dynamic_cast<KXMDFileMetaMP3 const*>(meta.get());
+    // No frame is so short (sizes wrap) that its header reaches into the next one.
+    if (!tag || !std::ranges::all_of(*tag->frames(), [](auto const& frame) {
+            return frame->size() >= frame->headerSize();
+        }))
         return;
     static KXData const picture(Bytes(300, 'p'));
     std::uint64_t const coverSize = meta->albumCoverSizeForEncodedImage(picture);

@@ -43,6 +43,7 @@
 #include "kxmd/mp4/atoms/KXMP4AtomStsd.h"
 #include "kxmd/mp4/atoms/KXMP4AtomVideoSD.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
+#include "kxmd/platform/KXDecodingLimits.h"
 #include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
 #include "kxmd/platform/KXMemoryPressure.h"

@@ -20,6 +20,9 @@ public:
 
     std::uint64_t length() const override { return _length; }
 
+    /// The open file, which only positioned reads may be made of; this reader's.
+    int descriptor() const { return _descriptor; }
+
 private:
     struct Slot {
         std::unique_ptr<std::uint8_t[]> bytes;

@@ -291,13 +291,14 @@ std::span<std::uint8_t const> KXMutableData::bytes() const
 
 bool KXMutableData::isInOneRow() const
 {
+    if (_row.size() != _length)
+        return false; // Places past a shorter row could not even be told.
     std::uint8_t const* next = _row.data();
-    bool const areInOrder = std::ranges::all_of(_pieces, [&next](Piece const& piece) {
+    return std::ranges::all_of(_pieces, [&next](Piece const& piece) {
         bool const isNext = piece.bytes == next;
         next += piece.length;
         return isNext;
     });
-    return areInOrder && _row.size() == _length;
 }
 
 /// Puts all bytes into the row that holds most of them already: one pass, and no second buffer. The

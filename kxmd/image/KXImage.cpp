@@ -27,10 +27,29 @@ struct Span {
     }
 };
 
+/// Whether so many bytes are the pixels of a picture that is not too large.
+bool areAllPixels(std::size_t count, std::size_t width, std::size_t height)
+{
+    return width && height && width <= KXImage::longestSide && height <= KXImage::longestSide
+        && width * height <= KXImage::mostPixels
+        && count == width * height * KXImage::bytesPerPixel;
 }
 
-KXImage::KXImage(
-    KXSize size, std::size_t pixelWidth, std::size_t pixelHeight, std::vector<std::uint8_t> pixels)
+KXSize pointPerPixel(std::size_t width, std::size_t height)
+{
+    return { static_cast<double>(width), static_cast<double>(height) };
+}
+
+std::shared_ptr<std::uint8_t const> sharedBytes(std::vector<std::uint8_t> bytes)
+{
+    auto const owner = std::make_shared<std::vector<std::uint8_t>>(std::move(bytes));
+    return { owner, owner->data() };
+}
+
+}
+
+KXImage::KXImage(KXSize size, std::size_t pixelWidth, std::size_t pixelHeight,
+    std::shared_ptr<std::uint8_t const> pixels)
     : _size(size)
     , _pixelWidth(pixelWidth)
     , _pixelHeight(pixelHeight)
@@ -47,17 +66,24 @@ std::shared_ptr<KXImage> KXImage::imageWithSize(KXSize size)
     auto const pixelWidth = static_cast<std::size_t>(width);
     auto const pixelHeight = static_cast<std::size_t>(height);
     return std::shared_ptr<KXImage>(new KXImage(size, pixelWidth, pixelHeight,
-        std::vector<std::uint8_t>(pixelWidth * pixelHeight * bytesPerPixel)));
+        sharedBytes(std::vector<std::uint8_t>(pixelWidth * pixelHeight * bytesPerPixel))));
 }
 
 std::shared_ptr<KXImage> KXImage::imageWithPixels(
     std::vector<std::uint8_t> pixels, std::size_t width, std::size_t height)
 {
-    if (!width || !height || width > longestSide || height > longestSide
-        || width * height > mostPixels || pixels.size() != width * height * bytesPerPixel)
+    if (!areAllPixels(pixels.size(), width, height))
         return nullptr;
-    KXSize const size { static_cast<double>(width), static_cast<double>(height) };
-    return std::shared_ptr<KXImage>(new KXImage(size, width, height, std::move(pixels)));
+    return std::shared_ptr<KXImage>(
+        new KXImage(pointPerPixel(width, height), width, height, sharedBytes(std::move(pixels))));
+}
+
+KXImage::Ref KXImage::imageWithSharedPixels(std::shared_ptr<std::uint8_t const> pixels,
+    std::size_t count, std::size_t width, std::size_t height)
+{
+    if (!pixels || !areAllPixels(count, width, height))
+        return nullptr;
+    return Ref(new KXImage(pointPerPixel(width, height), width, height, std::move(pixels)));
 }
 
 void KXImage::drawImageFromRectInRect(KXImage const& image, KXRect from, KXRect into)
@@ -73,6 +99,9 @@ void KXImage::drawImageFromRectInRect(KXImage const& image, KXRect from, KXRect 
         across.intoLength, _pixelWidth);
     KXResamplerAxis const rows(
         down.from, down.fromLength, image._size.height, down.into, down.intoLength, _pixelHeight);
-    if (columns.targetCount() && rows.targetCount())
-        drawResampled(image._pixels, image._pixelWidth, columns, rows, _pixels, _pixelWidth);
+    if (!columns.targetCount() || !rows.targetCount())
+        return;
+    // A picture that can be drawn to has made its pixels itself.
+    std::span const target(const_cast<std::uint8_t*>(_pixels.get()), pixels().size());
+    drawResampled(image.pixels(), image._pixelWidth, columns, rows, target, _pixelWidth);
 }

@@ -35,6 +35,14 @@ public:
     [[nodiscard]] static std::shared_ptr<KXImage> imageWithPixels(
         std::vector<std::uint8_t> pixels, std::size_t width, std::size_t height);
 
+    /// `imageWithSharedPixels:count:width:height:` A picture over `count` bytes of pixels that
+    /// somebody else made, which are not copied: they live as long as the picture, and nobody may
+    /// change them.
+    ///
+    /// Null in the same cases.
+    [[nodiscard]] static Ref imageWithSharedPixels(std::shared_ptr<std::uint8_t const> pixels,
+        std::size_t count, std::size_t width, std::size_t height);
+
     /// The largest picture that is made, in pixels: 1 GiB of memory.
     static constexpr std::uint64_t mostPixels = 1ull << 28;
     /// The longest side of a picture that is made, in pixels: twice what JPEG has.
@@ -47,7 +55,10 @@ public:
     /// `pixelHeight` Rows.
     [[nodiscard]] std::size_t pixelHeight() const { return _pixelHeight; }
     /// `pixels` All pixels, row by row from the top. Valid as long as the picture.
-    [[nodiscard]] std::span<std::uint8_t const> pixels() const { return _pixels; }
+    [[nodiscard]] std::span<std::uint8_t const> pixels() const
+    {
+        return { _pixels.get(), _pixelWidth * _pixelHeight * bytesPerPixel };
+    }
 
     /// `drawImage:fromRect:inRect:` Draws the part `from` of `image` over the rectangle `into` of
     /// this picture, stretched to fill it: source over, at full opacity, upright.
@@ -58,10 +69,10 @@ public:
 
 private:
     KXImage(KXSize size, std::size_t pixelWidth, std::size_t pixelHeight,
-        std::vector<std::uint8_t> pixels);
+        std::shared_ptr<std::uint8_t const> pixels);
 
     KXSize const _size;
     std::size_t const _pixelWidth;
     std::size_t const _pixelHeight;
-    std::vector<std::uint8_t> _pixels;
+    std::shared_ptr<std::uint8_t const> const _pixels;
 };

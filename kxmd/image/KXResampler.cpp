@@ -69,15 +69,16 @@ KXResamplerAxis::KXResamplerAxis(double from, double fromLength, double sourceLe
     double const highest = std::min(std::ceil(from + fromLength), sourcePixels) - 1;
     double const begin = std::max(into, 0.0);
     double const end = std::min(into + intoLength, static_cast<double>(targetPixels));
-    // Written so that NaN draws nothing either.
-    if (!(fromLength > 0) || !std::isfinite(fromLength) || !(intoLength > 0) || !(lowest <= highest)
-        || !(begin < end))
+    double const scale = fromLength / intoLength;
+    // Written so that NaN draws nothing either, nor a target so small that no number tells how much
+    // smaller it is.
+    if (!(fromLength > 0) || !std::isfinite(fromLength) || !(intoLength > 0)
+        || !std::isfinite(scale) || !(lowest <= highest) || !(begin < end))
         return;
 
     _firstTarget = static_cast<std::size_t>(begin);
     _firstSource = static_cast<std::size_t>(lowest);
     _sourceCount = static_cast<std::size_t>(highest - lowest) + 1;
-    double const scale = fromLength / intoLength;
     // A kernel wider than all there is shows the same, and would take as long as it is wide.
     double const kernelScale = std::clamp(scale, 1.0, highest - lowest + 1);
     for (double left = std::floor(begin); left < end; ++left) {

@@ -4,17 +4,6 @@
 
 #include <utility>
 
-KXPictureLoader::~KXPictureLoader() = default;
-KXMovie::~KXMovie() = default;
-KXMovieLoader::~KXMovieLoader() = default;
-KXTextDigest::~KXTextDigest() = default;
-KXThumbnailService::~KXThumbnailService() = default;
-KXIconProvider::~KXIconProvider() = default;
-KXTemporaryFolders::~KXTemporaryFolders() = default;
-KXFileManager::~KXFileManager() = default;
-KXTaskRunner::~KXTaskRunner() = default;
-KXMemoryPressure::~KXMemoryPressure() = default;
-
 namespace {
 
 KXGuarded<KXPlatform::Ref>& sharedPlatform()

@@ -2,6 +2,7 @@
 
 #include "kxmd/base/KXExport.h"
 #include "kxmd/base/KXQueue.h"
+#include "kxmd/platform/KXDecodingLimits.h"
 #include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
 #include "kxmd/platform/KXMemoryPressure.h"
@@ -37,6 +38,7 @@ struct KX_EXPORT KXPlatform {
     /// it before the library is used: objects keep what they got.
     static void setShared(Ref platform);
 
-    /// `platformOfThisMachine` A new platform over this machine's services.
-    [[nodiscard]] static Ref platformOfThisMachine();
+    /// `platformOfThisMachine:` A new platform over this machine's services, which decodes files
+    /// within `limits`.
+    [[nodiscard]] static Ref platformOfThisMachine(KXDecodingLimits const& limits = {});
 };

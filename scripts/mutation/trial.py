@@ -19,7 +19,7 @@ from .switches import VARIABLE
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # Optimised as for users, so that what cannot differ compiles to the same code.
 FLAGS = "-O2 -g0 -DNDEBUG -Werror=return-type"
-LIBRARY = ("kxmd", "kxmd_movies", "kxmd_render")
+LIBRARY = ("kxmd", "kxmd_render_movies", "kxmd_render")
 PRODUCT = (*LIBRARY, "kxmd_command", "afconvert", "kxmd_show_progress")
 EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
               "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")

@@ -298,6 +298,19 @@ TEST(KXImage, EmptyRectanglesDrawNothing)
     }
 }
 
+TEST(KXImage, RectanglesTooSmallForAFactorDrawNothing)
+{
+    constexpr double smallest = std::numeric_limits<double>::denorm_min();
+    auto const image = solid(4, 4, white);
+    for (KXSize const size : { KXSize { smallest, 4 }, KXSize { 4, smallest } }) {
+        for (double const where : { 0.0, -smallest / 2 }) {
+            auto const target = KXImage::imageWithSize({ 4, 4 });
+            target->drawImageFromRectInRect(*image, wholeOf(*image), { where, where, size });
+            EXPECT_THAT(target->pixels(), Each(0)) << size.width << ' ' << size.height;
+        }
+    }
+}
+
 TEST(KXImage, RectanglesThatAreNowhereDrawNothing)
 {
     auto const image = solid(4, 4, white);

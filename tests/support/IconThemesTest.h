@@ -4,6 +4,7 @@
 #include "kxmd/platform/linux/icons/KXIconThemesPrivate.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/Renders.h"
 
 #include <gtest/gtest.h>
 
@@ -56,6 +57,5 @@ protected:
     }
 
     TemporaryFolder const folder;
-    std::shared_ptr<KXPictureLoader const> const loader
-        = KXPlatform::platformOfThisMachine()->pictureLoader;
+    std::shared_ptr<KXRenderPictureLoader const> const loader = rendersOfThisMachine();
 };

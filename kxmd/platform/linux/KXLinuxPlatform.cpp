@@ -1,7 +1,7 @@
 #include "kxmd/platform/KXPlatform.h"
 #include "kxmd/platform/linux/icons/KXLinuxIconProviderPrivate.h"
-#include "kxmd/platform/linux/pictures/KXFFmpegMovieLoaderPrivate.h"
-#include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibFileManagerPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibMainQueuePrivate.h"
 #include "kxmd/platform/linux/system/KXGLibMemoryPressurePrivate.h"
@@ -10,10 +10,24 @@
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
 
-KXPlatform::Ref KXPlatform::platformOfThisMachine()
+namespace {
+
+/// One server for all platforms of this process.
+std::shared_ptr<KXRenderServer const> serverByProgram(char const* name)
 {
-    auto const pictureLoader = std::make_shared<KXPixbufPictureLoader const>();
-    auto const movieLoader = std::make_shared<KXFFmpegMovieLoader const>();
+    return std::make_shared<KXRenderServer const>(KXRenderServer::installedProgram(name));
+}
+
+}
+
+KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits)
+{
+    static auto const pictures = serverByProgram(KXMD_RENDER);
+    static auto const movies = serverByProgram(KXMD_RENDER_MOVIES);
+    auto const pictureLoader = std::make_shared<KXRenderPictureLoader const>(
+        pictures, KXRenderLimits::forPictures(limits));
+    auto const movieLoader
+        = std::make_shared<KXRenderMovieLoader const>(movies, KXRenderLimits::forMovies(limits));
     auto const temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>();
     return std::make_shared<KXPlatform const>(KXPlatform {
         .pictureLoader = pictureLoader,
@@ -22,8 +36,7 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine()
         = std::make_shared<KXLinuxThumbnailService const>(KXLinuxThumbnailService::Parts {
             .pictureLoader = pictureLoader,
             .movieLoader = movieLoader,
-            .pictureProcess
-            = std::make_shared<KXPictureProcess const>(KXPictureProcess::installedProgram()),
+            .rarePictures = pictureLoader,
             .documentThumbnailer = std::make_shared<KXDocumentThumbnailer const>(
                 KXDocumentThumbnailer::Places::ofThisMachine(), pictureLoader, temporaryFolders),
         }),

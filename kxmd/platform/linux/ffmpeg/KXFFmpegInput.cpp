@@ -5,8 +5,6 @@
 namespace {
 
 constexpr int bufferLength = 32 * 1024;
-// Much longer than any frame takes; a picture that comes later is not waited for any more.
-constexpr std::chrono::seconds longestOperation { 8 };
 
 KXFFmpegInput const& inputAt(void* input) { return *static_cast<KXFFmpegInput const*>(input); }
 
@@ -37,23 +35,11 @@ bool KXFFmpegInput::attachToFormat(AVFormatContext& format)
     (void)buffer.release(); // The context has it.
     format.pb = _context;
     format.io_open = openNothing;
-    format.interrupt_callback = { isInterrupted, this };
     return true;
 }
 
-void KXFFmpegInput::startDeadline()
-{
-    _deadline = std::chrono::steady_clock::now() + longestOperation;
-}
-
-bool KXFFmpegInput::isPastDeadline() const { return std::chrono::steady_clock::now() > _deadline; }
-
-int KXFFmpegInput::isInterrupted(void* input) { return inputAt(input).isPastDeadline(); }
-
 int KXFFmpegInput::readPacket(void* input, std::uint8_t* bytes, int length)
 {
-    if (inputAt(input).isPastDeadline())
-        return AVERROR_EXIT;
     auto const count
         = inputAt(input)._data.readBytesToMaxLength(bytes, static_cast<std::uint64_t>(length));
     return count ? static_cast<int>(count) : AVERROR_EOF;

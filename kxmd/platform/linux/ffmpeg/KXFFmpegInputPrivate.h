@@ -3,10 +3,9 @@
 #include "kxmd/base/KXAbstractData.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegRefsPrivate.h"
 
-#include <chrono>
 #include <cstdint>
 
-/// Lets FFmpeg read from one of our readers and from nothing else, until a deadline.
+/// Lets FFmpeg read from one of our readers and from nothing else.
 class KXFFmpegInput {
 public:
     explicit KXFFmpegInput(KXAbstractData& data)
@@ -21,17 +20,10 @@ public:
     /// there is no memory.
     [[nodiscard]] bool attachToFormat(AVFormatContext& format);
 
-    /// `startDeadline` Gives the next operation its time from now on: reads fail after it.
-    void startDeadline();
-    /// `isPastDeadline` Whether that time is over.
-    [[nodiscard]] bool isPastDeadline() const;
-
 private:
     static int readPacket(void* input, std::uint8_t* bytes, int length);
     static std::int64_t seek(void* input, std::int64_t offset, int whence);
-    static int isInterrupted(void* input);
 
     KXAbstractData& _data;
     AVIOContext* _context { nullptr }; // Owned.
-    std::chrono::steady_clock::time_point _deadline;
 };

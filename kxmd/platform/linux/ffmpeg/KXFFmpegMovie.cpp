@@ -107,7 +107,6 @@ bool KXFFmpegMovie::open()
         avformat_free_context(format);
         return false;
     }
-    _input.startDeadline();
     format->max_streams = mostStreams;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "format_whitelist", formats, 0);
@@ -189,7 +188,6 @@ KXData KXFFmpegMovie::attachedPicture() const
 /// Makes the next packets those of the last key frame up to `seconds`.
 bool KXFFmpegMovie::startAtTime(double seconds)
 {
-    _input.startDeadline();
     if (!openDecoder() || !(seconds < longestTime))
         return false;
     avcodec_flush_buffers(_decoder.get());
@@ -205,13 +203,12 @@ bool KXFFmpegMovie::startAtTime(double seconds)
 /// The next readable packet of the video; false at the end of what can be read.
 bool KXFFmpegMovie::readPacket(AVPacket& packet)
 {
-    for (av_packet_unref(&packet); !_input.isPastDeadline(); av_packet_unref(&packet)) {
+    do {
+        av_packet_unref(&packet);
         if (av_read_frame(_format.get(), &packet) < 0)
             return false;
-        if (packet.stream_index == _video->index && isReadable(packet))
-            return true;
-    }
-    return false;
+    } while (packet.stream_index != _video->index || !isReadable(packet));
+    return true;
 }
 
 KXImage::Ref KXFFmpegMovie::keyImageAtTime(double seconds, KXSize maximumSize)
@@ -242,7 +239,7 @@ KXImage::Ref KXFFmpegMovie::keyImageAtTime(double seconds, KXSize maximumSize)
 bool KXFFmpegMovie::decodeFrame(AVFrame& frame)
 {
     AVPacketRef const packet(av_packet_alloc());
-    while (packet && !_input.isPastDeadline()) {
+    while (packet) {
         int const received = avcodec_receive_frame(_decoder.get(), &frame);
         if (received >= 0)
             return true;

@@ -1,15 +1,14 @@
 #include "kxmd/platform/linux/icons/KXLinuxIconProviderPrivate.h"
 
-#include "kxmd/platform/linux/pictures/KXPixbufImagePrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gio/gio.h>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -66,18 +65,10 @@ GAllocated<gchar> contentTypeForFileType(std::string const& fileType)
     return type && !g_content_type_is_unknown(type.get()) ? std::move(type) : nullptr;
 }
 
-/// A drawing can be had in any size. Those of a theme are trusted.
-KXImage::Ref imageOfDrawing(std::string const& path, int size)
-{
-    GObjectRef<GdkPixbuf> const pixbuf(
-        gdk_pixbuf_new_from_file_at_scale(path.c_str(), size, size, TRUE, nullptr));
-    return pixbuf ? imageOfPixbuf(*pixbuf) : nullptr;
-}
-
 }
 
 KXLinuxIconProvider::KXLinuxIconProvider(
-    KXIconThemes::Places places, std::shared_ptr<KXPictureLoader const> pictureLoader)
+    KXIconThemes::Places places, std::shared_ptr<KXRenderPictureLoader const> pictureLoader)
     : _themes(std::move(places))
     , _pictureLoader(std::move(pictureLoader))
 {
@@ -112,10 +103,12 @@ KXImage::Ref KXLinuxIconProvider::iconOfTheme(std::string const& fileType, KXSiz
     std::string const path = _themes.pathOfIcon(iconNamesForFileType(fileType), pixels);
     if (path.empty())
         return nullptr;
-    if (path.ends_with(".svg"))
-        return imageOfDrawing(path, pixels);
     auto const data = KXAbstractData::abstractDataWithPath(path);
-    return data ? _pictureLoader->imageInData(*data, data->length(), size) : nullptr;
+    if (!data)
+        return nullptr;
+    if (path.ends_with(".svg"))
+        return _pictureLoader->drawingInData(*data, data->length(), pixels);
+    return _pictureLoader->imageInData(*data, data->length(), size);
 }
 
 KXImage::Ref KXLinuxIconProvider::iconForFileType(std::string const& fileType, KXSize size) const

@@ -2,8 +2,8 @@
 
 #include "kxmd/base/KXExport.h"
 #include "kxmd/platform/KXIconProvider.h"
-#include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/linux/icons/KXIconThemesPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 
 #include <memory>
 #include <string>
@@ -13,7 +13,7 @@
 class KX_EXPORT_FOR_TESTS KXLinuxIconProvider final : public KXIconProvider {
 public:
     KXLinuxIconProvider(
-        KXIconThemes::Places places, std::shared_ptr<KXPictureLoader const> pictureLoader);
+        KXIconThemes::Places places, std::shared_ptr<KXRenderPictureLoader const> pictureLoader);
 
     [[nodiscard]] KXImage::Ref iconForFileType(
         std::string const& fileType, KXSize size) const override;
@@ -25,5 +25,5 @@ private:
     KXImage::Ref iconOfTheme(std::string const& fileType, KXSize size) const;
 
     KXIconThemes const _themes;
-    std::shared_ptr<KXPictureLoader const> const _pictureLoader;
+    std::shared_ptr<KXRenderPictureLoader const> const _pictureLoader;
 };

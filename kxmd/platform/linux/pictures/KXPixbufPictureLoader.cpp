@@ -1,8 +1,8 @@
 #include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
 
 #include "kxmd/platform/linux/pictures/KXColourProfilePrivate.h"
-#include "kxmd/platform/linux/pictures/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/pictures/KXPixbufImagePrivate.h"
+#include "kxmd/platform/linux/render/KXPictureFeedPrivate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,6 +25,7 @@ std::uint64_t pixelsOf(int width, int height)
 
 struct Decoding {
     KXSize wantedSize;
+    bool isToFill { false }; ///< Whether a drawing is to be as large as fits in that size.
     bool isRefused { false };
     bool hasPixels { false }; ///< Whether some have been decoded.
 };
@@ -48,11 +49,15 @@ int shrinkingFactor(int width, int height, KXSize wantedSize)
     return 1;
 }
 
-/// By how much a drawing is shrunk: it is drawn in the size that is wanted, never larger than it
-/// says it is.
-double drawingScale(int width, int height, KXSize wantedSize)
+/// By how much a drawing is scaled: it is drawn in the size that is wanted, never larger than it
+/// says it is unless it is to fill that size.
+double drawingScale(int width, int height, Decoding const& decoding)
 {
-    double const scale = std::max(wantedSize.width / width, wantedSize.height / height);
+    double const across = decoding.wantedSize.width / width;
+    double const down = decoding.wantedSize.height / height;
+    if (decoding.isToFill)
+        return std::min(across, down);
+    double const scale = std::max(across, down);
     return scale > 0 ? std::min(scale, 1.0) : 1;
 }
 
@@ -66,9 +71,14 @@ void chooseSize(GdkPixbufLoader* loader, int width, int height, gpointer decodin
         decodedWidth = (width + factor - 1) / factor;
         decodedHeight = (height + factor - 1) / factor;
     } else if (format == "svg") {
-        double const scale = drawingScale(width, height, decoding.wantedSize);
-        decodedWidth = static_cast<int>(std::ceil(width * scale));
-        decodedHeight = static_cast<int>(std::ceil(height * scale));
+        double const scale = drawingScale(width, height, decoding);
+        auto const scaled = [&](int length) {
+            double const exact = length * scale;
+            double const whole = decoding.isToFill ? std::round(exact) : std::ceil(exact);
+            return static_cast<int>(std::max(whole, 1.0));
+        };
+        decodedWidth = scaled(width);
+        decodedHeight = scaled(height);
     }
     bool const isStored = format != "svg";
     if ((isStored && pixelsOf(width, height) > mostStoredPixels)
@@ -121,13 +131,10 @@ void convertFromProfile(GdkPixbuf& pixbuf, char const* profile)
     convertToSRGB(pixbuf, std::span(bytes.get(), length));
 }
 
-}
-
-KXImage::Ref KXPixbufPictureLoader::imageInData(
-    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+/// The picture in the next `length` bytes of `data`, upright; null when it is none.
+KXImage::Ref decodedImage(KXAbstractData& data, std::uint64_t length, Decoding decoding)
 {
     GObjectRef<GdkPixbufLoader> const loader(gdk_pixbuf_loader_new());
-    Decoding decoding { wantedSize };
     g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(chooseSize), &decoding);
     g_signal_connect(loader.get(), "area-prepared", G_CALLBACK(clearPixels), nullptr);
     g_signal_connect(loader.get(), "area-updated", G_CALLBACK(notePixels), &decoding);
@@ -148,7 +155,22 @@ KXImage::Ref KXPixbufPictureLoader::imageInData(
     if (char const* const profile = gdk_pixbuf_get_option(decoded, "icc-profile"))
         convertFromProfile(*decoded, profile);
     GObjectRef<GdkPixbuf> const upright(gdk_pixbuf_apply_embedded_orientation(decoded));
-    return upright ? imageOfPixbuf(*upright, shrinkingFactor(*upright, wantedSize)) : nullptr;
+    return upright ? imageOfPixbuf(*upright, shrinkingFactor(*upright, decoding.wantedSize))
+                   : nullptr;
+}
+
+}
+
+KXImage::Ref KXPixbufPictureLoader::imageInData(
+    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+{
+    return decodedImage(data, length, { .wantedSize = wantedSize });
+}
+
+KXImage::Ref KXPixbufPictureLoader::drawingInData(
+    KXAbstractData& data, std::uint64_t length, KXSize size) const
+{
+    return decodedImage(data, length, { .wantedSize = size, .isToFill = true });
 }
 
 KXData KXPixbufPictureLoader::jpgRepresentation(KXImage const& image) const

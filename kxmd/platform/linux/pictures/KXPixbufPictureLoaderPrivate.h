@@ -7,6 +7,11 @@ class KXPixbufPictureLoader final : public KXPictureLoader {
 public:
     [[nodiscard]] KXImage::Ref imageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
+    /// `drawingInData:length:size:` The drawing in the next `length` bytes of `data`, as large as
+    /// fits in `size`, and larger than it says it is if need be.
+    [[nodiscard]] KXImage::Ref drawingInData(
+        KXAbstractData& data, std::uint64_t length, KXSize size) const;
+
     [[nodiscard]] KXData jpgRepresentation(KXImage const& image) const override;
     [[nodiscard]] KXData pngRepresentation(KXImage const& image) const override;
 };

@@ -60,6 +60,16 @@ private:
     posix_spawn_file_actions_t _actions;
 };
 
+/// As programs get their words: up to a null.
+std::vector<char*> pointersTo(std::vector<std::string> const& words)
+{
+    std::vector<char*> pointers;
+    for (std::string const& word : words)
+        pointers.push_back(const_cast<char*>(word.c_str())); // Only read.
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 /// Our environment with `variable` in place of another of its name.
 std::vector<char*> environmentWith(std::string const& variable)
 {
@@ -80,12 +90,10 @@ std::vector<char*> environmentWith(std::string const& variable)
 
 std::optional<pid_t> KXProgramStart::start() const
 {
-    std::vector<char*> words;
-    for (std::string const& argument : arguments)
-        words.push_back(const_cast<char*>(argument.c_str())); // Only read.
-    words.push_back(nullptr);
+    auto const words = pointersTo(arguments);
+    auto const variables = environment ? pointersTo(*environment) : environmentWith(variable);
     pid_t process;
     int const problem = ::posix_spawn(&process, words[0], FileActions(target, stream).get(),
-        Attributes(isApart).get(), words.data(), environmentWith(variable).data());
+        Attributes(isApart).get(), words.data(), variables.data());
     return problem == 0 ? std::optional(process) : std::nullopt;
 }

@@ -22,6 +22,8 @@ struct KXProgramStart {
     bool isApart { false };
     /// A variable "NAME=value" to be added to our environment; empty for none.
     std::string variable {};
+    /// What stands in place of our environment, if anything.
+    std::optional<std::vector<std::string>> environment {};
 
     /// The number of the process; absent when it could not be started.
     std::optional<pid_t> start() const;

@@ -1,12 +1,16 @@
 #include "kxmd/platform/linux/thumbnails/KXDesktopThumbnailersPrivate.h"
 
+#include "kxmd/base/KXPath.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <glib.h>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -35,6 +39,23 @@ std::string pathOfProgram(std::string const& name)
 {
     GAllocated<gchar> const path(g_find_program_in_path(name.c_str()));
     return path ? path.get() : "";
+}
+
+/// Whether a command has a shell read the name of the file as its own words.
+bool isGivenToAShell(gchar const* const* arguments)
+{
+    constexpr std::string_view shells[] { "sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh",
+        "fish" };
+    bool isOfShell = false, isScript = false;
+    for (gchar const* const* argument = arguments; *argument; ++argument) {
+        std::string_view const word = *argument;
+        if (isScript && (word.find("%i") != word.npos || word.find("%u") != word.npos))
+            return true;
+        isScript = isOfShell && word.starts_with('-') && word.ends_with('c');
+        isOfShell
+            = isOfShell || std::ranges::find(shells, KXLastPathComponent(word)) != std::end(shells);
+    }
+    return false;
 }
 
 /// An argument with its codes filled in; absent when it has a code that we do not know.
@@ -117,6 +138,8 @@ std::vector<std::string> KXDesktopThumbnailers::commandForType(
         || !g_shell_parse_argv(found->second.c_str(), nullptr, &parsed, nullptr))
         return {};
     Strings const owner(parsed);
+    if (isGivenToAShell(parsed))
+        return {};
     std::vector<std::string> arguments;
     for (gchar** argument = parsed; *argument; ++argument) {
         auto filled = filledIn(*argument, task);

@@ -2,6 +2,7 @@
 
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
+#include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
 
 #include <algorithm>
@@ -54,13 +55,15 @@ KXDocumentThumbnailer::Places KXDocumentThumbnailer::Places::ofThisMachine()
     places.thumbnailers.push_back(std::string(g_get_user_data_dir()) + "/thumbnailers");
     for (char const* const* folder = g_get_system_data_dirs(); *folder; ++folder)
         places.thumbnailers.push_back(std::string(*folder) + "/thumbnailers");
+    places.launcher = pathBesideLibrary(KXMD_CONFINED);
     return places;
 }
 
 KXDocumentThumbnailer::KXDocumentThumbnailer(Places places,
     std::shared_ptr<KXPictureLoader const> pictureLoader,
     std::shared_ptr<KXTemporaryFolders const> temporaryFolders)
-    : _pdfProgram(std::move(places.pdfProgram))
+    : _launcher(std::move(places.launcher))
+    , _pdfProgram(std::move(places.pdfProgram))
     , _sharedThumbnails(std::move(places.sharedThumbnails))
     , _thumbnailers(std::move(places.thumbnailers))
     , _pictureLoader(std::move(pictureLoader))
@@ -73,11 +76,9 @@ KXImage::Ref KXDocumentThumbnailer::imageOfPDF(std::string const& path, KXSize m
     if (_pdfProgram.empty())
         return nullptr;
     // Without a name to write to, the page goes to the standard output.
-    KXChildProcess const process {
-        .arguments = { _pdfProgram, "-singlefile", "-f", "1", "-l", "1", "-scale-to",
-            std::to_string(sideLengthFor(maximumSize)), "-png", path },
-    };
-    auto const page = process.run();
+    auto const page = outputOf({ _pdfProgram, "-singlefile", "-f", "1", "-l", "1", "-scale-to",
+                                   std::to_string(sideLengthFor(maximumSize)), "-png", path },
+        path, {});
     if (!page)
         return nullptr;
     auto const data = KXAbstractData::abstractDataWithData(*page);
@@ -108,8 +109,20 @@ KXImage::Ref KXDocumentThumbnailer::imageByThumbnailer(
     if (folder.path().empty())
         return nullptr;
     task.outputPath = folder.path() + "/thumbnail.png";
-    KXChildProcess const process { .arguments = _thumbnailers.commandForType(contentType, task) };
-    return process.run() ? imageInFile(task.outputPath, maximumSize) : nullptr;
+    bool const isMade
+        = outputOf(_thumbnailers.commandForType(contentType, task), path, folder.path())
+              .has_value();
+    return isMade ? imageInFile(task.outputPath, maximumSize) : nullptr;
+}
+
+/// What a program prints that shows the file at `path` and may write into `folder`; absent when it
+/// failed.
+std::optional<KXData> KXDocumentThumbnailer::outputOf(
+    std::vector<std::string> command, std::string const& path, std::string const& folder) const
+{
+    if (!_launcher.empty())
+        command.insert(command.begin(), { _launcher, path, folder });
+    return KXChildProcess { .arguments = std::move(command) }.run();
 }
 
 /// The picture in a file that another program wrote.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kxmd/base/KXData.h"
 #include "kxmd/base/KXExport.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXTemporaryFolders.h"
@@ -7,6 +8,7 @@
 #include "kxmd/platform/linux/thumbnails/KXSharedThumbnailFolderPrivate.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,7 @@ public:
         std::string pdfProgram; ///< `pdftoppm`; empty when it is not installed.
         std::string sharedThumbnails;
         std::vector<std::string> thumbnailers;
+        std::string launcher {}; ///< `kxmd-confined`, which runs the others; empty for none.
 
         static Places ofThisMachine();
     };
@@ -39,6 +42,10 @@ private:
         std::string const& path, std::string const& contentType, KXSize maximumSize) const;
     KXImage::Ref imageInFile(std::string const& path, KXSize maximumSize) const;
 
+    std::optional<KXData> outputOf(
+        std::vector<std::string> command, std::string const& path, std::string const& folder) const;
+
+    std::string const _launcher;
     std::string const _pdfProgram;
     KXSharedThumbnailFolder const _sharedThumbnails;
     KXDesktopThumbnailers const _thumbnailers;

@@ -79,9 +79,9 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     case KXFileContent::picture:
         return _parts.pictureLoader->imageInData(file.data, file.data.length(), maximumSize);
     case KXFileContent::rarePicture:
-        return _parts.pictureProcess->imageForPath(file.path, maximumSize);
+        return imageOfRarePicture(file, maximumSize);
     case KXFileContent::drawing: // Whoever else tried would take as long.
-        return _parts.pictureProcess->imageForPath(file.path, maximumSize).value_or(nullptr);
+        return imageOfRarePicture(file, maximumSize).value_or(nullptr);
     case KXFileContent::movie:
         return imageOfMovie(file, maximumSize);
     case KXFileContent::pdf:
@@ -94,22 +94,26 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     return std::nullopt;
 }
 
-/// Absent when it is not a movie that can be opened; without frame and cover it has no picture.
-std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfMovie(
+/// Absent when its format is not known here.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfRarePicture(
     File const& file, KXSize maximumSize) const
 {
+    return _parts.rarePictures->knownImageInData(file.data, file.data.length(), maximumSize);
+}
+
+/// Null when it is no movie that can be opened, or has neither a frame nor a cover. No program of
+/// the desktop is asked then: a list of other files that passes for a movie would make it read
+/// these.
+KXImage::Ref KXLinuxThumbnailService::imageOfMovie(File const& file, KXSize maximumSize) const
+{
     auto const movie = _parts.movieLoader->movieWithData(file.data);
-    if (!movie)
-        return std::nullopt;
-    return thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize);
+    return movie ? thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize) : nullptr;
 }
 
 KXImage::Ref KXLinuxThumbnailService::imageByTheDesktop(File const& file, KXSize maximumSize) const
 {
     std::string const type = contentTypeOf(file.path, file.head);
-    // A movie of a kind that its first bytes do not tell. No program of the desktop is asked: a
-    // list of other files that goes by the name of a movie would make it read these.
-    if (isOfMovies(type) && file.content != KXFileContent::movie)
-        return imageOfMovie(file, maximumSize).value_or(nullptr);
+    if (isOfMovies(type)) // Of a kind that its first bytes do not tell.
+        return imageOfMovie(file, maximumSize);
     return _parts.documentThumbnailer->imageOfDocument(file.path, type, maximumSize);
 }

@@ -4,7 +4,7 @@
 #include "kxmd/platform/KXMovieLoader.h"
 #include "kxmd/platform/KXPictureLoader.h"
 #include "kxmd/platform/KXThumbnailService.h"
-#include "kxmd/platform/linux/pictures/KXPictureProcessPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
 
@@ -19,7 +19,7 @@ public:
     struct Parts {
         std::shared_ptr<KXPictureLoader const> pictureLoader;
         std::shared_ptr<KXMovieLoader const> movieLoader;
-        std::shared_ptr<KXPictureProcess const> pictureProcess;
+        std::shared_ptr<KXRenderPictureLoader const> rarePictures;
         std::shared_ptr<KXDocumentThumbnailer const> documentThumbnailer;
     };
 
@@ -31,7 +31,8 @@ public:
 private:
     struct File;
     std::optional<KXImage::Ref> imageByOurselves(File const& file, KXSize maximumSize) const;
-    std::optional<KXImage::Ref> imageOfMovie(File const& file, KXSize maximumSize) const;
+    std::optional<KXImage::Ref> imageOfRarePicture(File const& file, KXSize maximumSize) const;
+    KXImage::Ref imageOfMovie(File const& file, KXSize maximumSize) const;
     KXImage::Ref imageByTheDesktop(File const& file, KXSize maximumSize) const;
 
     Parts const _parts;

@@ -45,14 +45,15 @@ KXImage::Ref frameOfMovie(KXMovie& movie, KXSize maximumSize)
     return first;
 }
 
-/// The cover, if it is of a kind that is safe to decode here.
+/// The cover, if it is a picture and no drawing.
 KXImage::Ref coverOfMovie(
     KXMovie const& movie, KXPictureLoader const& pictureLoader, KXSize maximumSize)
 {
     KXData const cover = movie.attachedPicture();
     auto const head = cover.bytes().first(
         static_cast<std::size_t>(std::min<std::uint64_t>(cover.length(), longestContentHead)));
-    if (contentOfFileWithHead(head) != KXFileContent::picture)
+    KXFileContent const content = contentOfFileWithHead(head);
+    if (content != KXFileContent::picture && content != KXFileContent::rarePicture)
         return nullptr;
     auto const data = KXAbstractData::abstractDataWithData(cover);
     return pictureLoader.imageInData(*data, data->length(), maximumSize);

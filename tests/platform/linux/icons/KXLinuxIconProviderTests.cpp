@@ -149,7 +149,7 @@ TEST(KXLinuxIconProviderOfThisMachine, HasIconsOfAThemeIfThereIsOne)
     std::string const path = KXIconThemes(places).pathOfIcon({ "folder" }, 48);
     if (path.empty())
         GTEST_SKIP() << "no theme";
-    auto const loader = KXPlatform::platformOfThisMachine()->pictureLoader;
+    auto const loader = rendersOfThisMachine();
     auto const icon = KXLinuxIconProvider(places, loader).iconForFileType("/fldr", { 48, 48 });
     auto const drawn
         = KXLinuxIconProvider({ {}, { "none" } }, loader).iconForFileType("/fldr", { 48, 48 });

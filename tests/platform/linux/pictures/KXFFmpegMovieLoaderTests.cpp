@@ -302,31 +302,9 @@ TEST_F(KXFFmpegMovieLoader, RefusesFramesThatAreTooLarge)
     EXPECT_FALSE(open && open->keyImageAtTime(0, { 100, 100 }));
 }
 
-TEST(KXFFmpegMovieLoaderDeathTest, ModuleThatIsMissingIsLoggedOnce)
-{
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer itself needs files";
-#endif
-    // In a process of its own, which has not opened it yet, and can open no file.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto const askTwice = [] {
-        auto const loader = KXPlatform::platformOfThisMachine()->movieLoader;
-        LogCapture const log;
-        FileLimit const limit;
-        auto const data = reader(Movie { .frames = { redFrame } }.file());
-        bool const isMovie = loader->movieWithData(*data) || loader->movieWithData(*data);
-        auto const lines = log.lines();
-        ::_exit(!isMovie && lines.size() == 1
-                    && lines.front().starts_with("Metadata: Movies have no pictures: /")
-                ? 0
-                : 1);
-    };
-    EXPECT_EXIT(askTwice(), testing::ExitedWithCode(0), "");
-}
-
 TEST(KXFFmpegMovieLoaderDeathTest, NothingIsWrittenAboutDamagedMovies)
 {
-    // In a process of its own, which has not opened the module yet.
+    // In a process of its own, which has not started the program yet.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto const open = [] {
         Bytes const whole = Movie { .frames = { redFrame }, .isHeaderLast = true }.file();

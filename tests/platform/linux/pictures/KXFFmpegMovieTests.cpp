@@ -2,7 +2,6 @@
 
 #include "support/Exif.h"
 #include "support/MovieTest.h"
-#include "support/RecordingData.h"
 
 #include <algorithm>
 #include <array>
@@ -107,45 +106,11 @@ TEST_F(KXFFmpegMovie, JumpsWithinAMovieThatIsLargerThanItsBuffer)
     }
 }
 
-TEST_F(KXFFmpegMovie, OpeningDecodesNothing)
-{
-    Movie movie = largeMovie;
-    movie.isHeaderLast = false;
-    RecordingData data(movie.file());
-    ASSERT_TRUE(loader->movieWithData(data));
-    std::uint64_t count = 0;
-    for (auto const& read : data.reads())
-        count += read.count;
-    EXPECT_LE(count, 32u * 1024); // Less than the first frame.
-}
-
-TEST_F(KXFFmpegMovie, OpeningDecodesNothingHoweverNarrowTheFrames)
-{
-    Movie const made { .width = 1, .height = 30'000, .frames = { zeros(4 * 30'000) } };
-    RecordingData data(made.file());
-    ASSERT_TRUE(loader->movieWithData(data));
-    EXPECT_LE(data.reads().size(), 2u);
-}
-
 TEST_F(KXFFmpegMovie, ReaderMayStandAnywhere)
 {
     auto const data = reader(largeMovie.file());
     data->setOffset(5);
     EXPECT_TRUE(loader->movieWithData(*data));
-}
-
-TEST_F(KXFFmpegMovie, FramesOfOtherTracksAreNotRead)
-{
-    Movie made = largeMovie;
-    made.isHeaderLast = false;
-    std::uint64_t const before = made.file().size();
-    made.otherTracks = { made };
-    RecordingData data(made.file());
-    auto const movie = loader->movieWithData(data);
-    ASSERT_TRUE(movie);
-    EXPECT_TRUE(areEqual(*movie->imageAtTime(0.1, {}), *solid(160, 120, green)));
-    for (auto const& read : data.reads())
-        EXPECT_LT(read.position, before);
 }
 
 TEST_F(KXFFmpegMovie, FrameHasUpToSixtyFourMebipixels)

@@ -1,3 +1,4 @@
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "support/Exif.h"
 #include "support/PictureLoaderTest.h"
 
@@ -393,7 +394,7 @@ TEST_F(KXPixbufPictureLoader, LyingPhotographIsLargeEnoughOnceUpright)
 
 TEST_F(KXPixbufPictureLoader, PictureThatNeedsMoreMemoryThanThereIsIsNotEncoded)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
     GTEST_SKIP() << "sanitizers have memory of their own";
 #endif
     auto const image = solid(6'000, 6'000, red);

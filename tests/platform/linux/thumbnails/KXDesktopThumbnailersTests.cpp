@@ -117,3 +117,16 @@ TEST_F(KXDesktopThumbnailersTest, WhatCannotBeUnderstoodIsPassedOver)
         EXPECT_THAT(command(std::string("text/") + type), IsEmpty()) << type;
     EXPECT_THAT(command("text/good"), ElementsAre("/bin/sh"));
 }
+
+TEST_F(KXDesktopThumbnailersTest, NoShellReadsTheNameOfAFile)
+{
+    for (char const* line :
+        { "sh -c 'cp %i %o'", "/bin/sh -ec 'cat %u'", "env bash -c \"x %i\"" }) {
+        install("user/a.thumbnailer", "Exec=" + std::string(line) + "\nMimeType=text/a\n");
+        EXPECT_TRUE(command("text/a").empty()) << line;
+    }
+    for (char const* line : { "sh %i", "sh -c 'cp \"$0\" x' %i", "env -c %i", "env sh -x %i" }) {
+        install("user/a.thumbnailer", "Exec=" + std::string(line) + "\nMimeType=text/a\n");
+        EXPECT_FALSE(command("text/a").empty()) << line;
+    }
+}

@@ -3,12 +3,18 @@
 #include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/Renders.h"
 #include "support/SharedThumbnails.h"
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <atomic>
+#include <cstdlib>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace pictures;
 namespace files = std::filesystem;
@@ -49,6 +55,23 @@ protected:
         return { { pdfProgram, (folder.path() / "shared").string(), { folder.path().string() } },
             loader, temporaryFolders };
     }
+
+    /// One whose programs are confined, as those of this machine are.
+    KXDocumentThumbnailer confinedThumbnailer(std::string const& pdfProgram = {}) const
+    {
+        return { { pdfProgram, {}, { folder.path().string() },
+                     KXDocumentThumbnailer::Places::ofThisMachine().launcher },
+            loader, temporaryFolders };
+    }
+
+    /// Whether a confined program that shows a picture can do something of the shell before.
+    bool canDo(std::string const& action) const
+    {
+        install("/bin/bash -c '" + action + " && cp \"$0\" \"$1\"' %i %o");
+        return confinedThumbnailer().imageOfDocument(picture(), "text/a", { 100, 100 }) != nullptr;
+    }
+
+    std::string picture() const { return (folder.path() / "quarters.png").string(); }
 
     void install(std::string const& command) const
     {
@@ -194,9 +217,64 @@ TEST_F(KXDocumentThumbnailerTest, FirstPageOfARealPDF)
             "4 0 obj<</Length "
             + std::to_string(page.size()) + ">>stream\n" + page
             + "\nendstream endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n"));
-    auto const image = thumbnailer(places.pdfProgram).imageOfPDF(pdf, { 100, 100 });
+    auto const image = confinedThumbnailer(places.pdfProgram).imageOfPDF(pdf, { 100, 100 });
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 100, 50 }));
     EXPECT_EQ(pixel(*image, 20, 25), red);
     EXPECT_EQ(pixel(*image, 80, 25), white);
+}
+
+TEST_F(KXDocumentThumbnailerTest, ConfinedProgramTouchesNothingButItsFiles)
+{
+    if (!isConfinementThere())
+        GTEST_SKIP() << "this kernel has no Landlock";
+    auto const other = folder.write("other", build::text("other"));
+    auto const added = (folder.path() / "added").string();
+    EXPECT_TRUE(canDo("true"));
+    EXPECT_TRUE(canDo("echo x > \"$1.part\""));
+    EXPECT_TRUE(canDo("echo x > /dev/null"));
+    EXPECT_FALSE(canDo("cat " + other));
+    EXPECT_FALSE(canDo("cat /etc/passwd"));
+    EXPECT_FALSE(canDo("echo x > " + other));
+    EXPECT_FALSE(canDo("echo x > " + added));
+    EXPECT_FALSE(canDo("echo x > \"$0\""));
+    EXPECT_FALSE(canDo("rm " + other));
+    EXPECT_FALSE(canDo("ls " + folder.path().string()));
+    EXPECT_FALSE(files::exists(added));
+    EXPECT_EQ(bytesOfFile(other), build::text("other"));
+}
+
+TEST_F(KXDocumentThumbnailerTest, ConfinedProgramKnowsNothingOfTheUser)
+{
+    ::setenv("KXMD_SECRET", "secret", 1);
+    EXPECT_TRUE(canDo("[ -z \"$KXMD_SECRET\" ]"));
+    ::unsetenv("KXMD_SECRET");
+    EXPECT_TRUE(canDo("[ \"$HOME\" = \"${1%%/*}\" ]")); // A folder that is removed.
+}
+
+TEST_F(KXDocumentThumbnailerTest, ConfinedProgramReachesNobody)
+{
+    int const listening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::bind(listening, general, length), 0);
+    ASSERT_EQ(::listen(listening, 5), 0);
+    ASSERT_EQ(::getsockname(listening, general, &length), 0);
+    std::string const connect
+        = "exec 3<>/dev/tcp/127.0.0.1/" + std::to_string(ntohs(address.sin_port));
+    EXPECT_FALSE(canDo(connect));
+    install("/bin/bash -c '" + connect + " && cp \"$0\" \"$1\"' %i %o");
+    EXPECT_TRUE(thumbnailer().imageOfDocument(picture(), "text/a", { 100, 100 }));
+    ::close(listening);
+}
+
+TEST_F(KXDocumentThumbnailerTest, WithoutTheLauncherNoProgramRuns)
+{
+    install(copyCommand());
+    KXDocumentThumbnailer const without(
+        { {}, {}, { folder.path().string() }, "/no/such/launcher" }, loader, temporaryFolders);
+    EXPECT_FALSE(without.imageOfDocument(document, "text/a", { 100, 100 }));
 }

@@ -4,6 +4,7 @@
 
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/Renders.h"
 
 #include <gtest/gtest.h>
 
@@ -44,10 +45,10 @@ protected:
 
     KXLinuxThumbnailService serviceWithPlaces(KXDocumentThumbnailer::Places places) const
     {
-        return KXLinuxThumbnailService({ platform->pictureLoader, platform->movieLoader,
-            std::make_shared<KXPictureProcess const>(KXPictureProcess::installedProgram()),
-            std::make_shared<KXDocumentThumbnailer const>(
-                std::move(places), platform->pictureLoader, platform->temporaryFolders) });
+        return KXLinuxThumbnailService(
+            { platform->pictureLoader, platform->movieLoader, rendersOfThisMachine(),
+                std::make_shared<KXDocumentThumbnailer const>(
+                    std::move(places), platform->pictureLoader, platform->temporaryFolders) });
     }
 
     KXPlatform::Ref const platform = KXPlatform::platformOfThisMachine();
@@ -134,12 +135,10 @@ TEST_F(KXLinuxThumbnailServiceTest, DrawingIsNeverEnlarged)
 
 TEST_F(KXLinuxThumbnailServiceTest, FileIsKnownByItsFirst4096Bytes)
 {
-    // A program that shows a pixel of whatever it is given.
-    auto const program
-        = folder.write("program", text("#!/bin/sh\nprintf '\\0\\0\\0\\1\\0\\0\\0\\1abcd'"));
-    files::permissions(program, files::perms::owner_all);
+    // It shows a pixel of whatever it is given.
+    auto const decoder = std::make_shared<KXRenderServer const>(KXMD_HOSTILE_DECODER);
     KXLinuxThumbnailService const service({ platform->pictureLoader, platform->movieLoader,
-        std::make_shared<KXPictureProcess const>(program),
+        std::make_shared<KXRenderPictureLoader const>(decoder, KXRenderLimits::forPictures()),
         std::make_shared<KXDocumentThumbnailer const>(KXDocumentThumbnailer::Places {},
             platform->pictureLoader, platform->temporaryFolders) });
     for (std::size_t const before : { 4'092u, 4'093u }) {
@@ -203,10 +202,12 @@ TEST_F(KXLinuxThumbnailServiceTest, PDFIsShownByItsProgramBeforeThatOfTheDesktop
 
 TEST_F(KXLinuxThumbnailServiceTest, ListByTheNameOfAMovieIsGivenToNoProgram)
 {
+    std::string const tag("ID3\3\0\0\0\0\0\0", 10); // Makes music of it, and hides what it is.
     for (char const* type : { "video/mp4", "audio/x-mpegurl", "application/vnd.apple.mpegurl" }) {
         auto const service = serviceWithProgramFor(type);
-        for (char const* list : { "#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n", "file.ts\n",
-                 "ffconcat version 1.0\nfile /etc/passwd\n" })
+        for (std::string const& list : { tag + "#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n",
+                 std::string("#EXTM3U\n#EXTINF:1,\nfile:///etc/passwd\n"), std::string("file.ts\n"),
+                 std::string("ffconcat version 1.0\nfile /etc/passwd\n") })
             EXPECT_FALSE(service.imageForPath(folder.write("list.mp4", text(list)), { 50, 50 }))
                 << list;
     }

@@ -124,7 +124,21 @@ TEST_F(KXMovieThumbnail, IsTheCoverOfMusic)
     EXPECT_EQ(pixel(*image, 4, 4), red);
 }
 
-TEST_F(KXMovieThumbnail, CoverThatIsNoPlainPictureIsNotDecoded)
+TEST_F(KXMovieThumbnail, CoverMayBeAPictureOfARareKind)
+{
+    // WebP without losses, one pixel.
+    movie.cover
+        = build::bytes({ 'R', 'I', 'F', 'F', 0x1A, 0, 0, 0, 'W', 'E', 'B', 'P', 'V', 'P', '8', 'L',
+            0x0D, 0, 0, 0, 0x2F, 0, 0, 0, 0x10, 0x07, 0x10, 0x11, 0x11, 0x88, 0x88, 0xFE, 7, 0 });
+    auto const data = build::reader(movie.cover);
+    if (!loader->imageInData(*data, data->length(), {}))
+        GTEST_SKIP() << "no loader for WebP";
+    auto const image = thumbnail();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 1, 1 }));
+}
+
+TEST_F(KXMovieThumbnail, CoverThatIsNoPictureIsNotShown)
 {
     for (char const* bytes :
         { "", "a letter", "<svg xmlns='http://www.w3.org/2000/svg'/>", "RIFF....WEBPVP8 " }) {

@@ -1,0 +1,105 @@
+#include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
+
+#include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
+
+#include <utility>
+#include <vector>
+
+namespace {
+
+/// The memory that came with an answer; null when it is not as the answer says.
+std::shared_ptr<std::uint8_t const> memoryOfAnswer(
+    KXRenderMessage const& message, KXRenderAnswer const& answer)
+{
+    if (answer.outcome != KXRenderAnswer::Outcome::done || message.files.size() != 1)
+        return nullptr;
+    return mappedSealedMemory(message.files.front().get(), answer.length);
+}
+
+/// The host's own pixels may be many; they take a second for every four million, and are copied
+/// twice.
+KXRenderLimits limitsOfEncoding(KXRenderLimits limits, std::uint64_t length)
+{
+    constexpr std::uint64_t bytesPerSecond = KXImage::bytesPerPixel << 22;
+    limits.time += limits.time * (length / bytesPerSecond);
+    limits.memory += 3 * length;
+    return limits;
+}
+
+}
+
+KXImage::Ref imageOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer)
+{
+    return KXImage::imageWithSharedPixels(
+        memoryOfAnswer(message, answer), answer.length, answer.width, answer.height);
+}
+
+KXData bytesOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer)
+{
+    auto const memory = memoryOfAnswer(message, answer);
+    return memory ? KXData(std::vector<std::uint8_t>(memory.get(), memory.get() + answer.length))
+                  : KXData();
+}
+
+KXRenderPictureLoader::KXRenderPictureLoader(
+    std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits)
+    : _server(std::move(server))
+    , _limits(limits)
+{
+}
+
+KXImage::Ref KXRenderPictureLoader::imageInData(
+    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+{
+    return knownImageInData(data, length, wantedSize).value_or(nullptr);
+}
+
+std::optional<KXImage::Ref> KXRenderPictureLoader::knownImageInData(
+    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+{
+    return image(KXRenderRequest::Operation::picture, data, length, wantedSize);
+}
+
+KXImage::Ref KXRenderPictureLoader::drawingInData(
+    KXAbstractData& data, std::uint64_t length, int side) const
+{
+    KXSize const square { static_cast<double>(side), static_cast<double>(side) };
+    return image(KXRenderRequest::Operation::drawing, data, length, square).value_or(nullptr);
+}
+
+std::optional<KXImage::Ref> KXRenderPictureLoader::image(KXRenderRequest::Operation operation,
+    KXAbstractData& data, std::uint64_t length, KXSize size) const
+{
+    KXRenderRequest const request { .operation = operation,
+        .length = length,
+        .wantedWidth = size.width,
+        .wantedHeight = size.height };
+    auto const reply = _server->replyTo(request, data, _limits);
+    if (reply && reply->answer.outcome == KXRenderAnswer::Outcome::unknown)
+        return std::nullopt;
+    return reply ? imageOfAnswer(reply->message, reply->answer) : nullptr;
+}
+
+KXData KXRenderPictureLoader::encoded(
+    KXRenderRequest::Operation operation, KXImage const& image) const
+{
+    KXRenderRequest const request { .operation = operation,
+        .width = static_cast<std::uint32_t>(image.pixelWidth()),
+        .height = static_cast<std::uint32_t>(image.pixelHeight()),
+        .length = image.pixels().size() };
+    KXFileDescriptor const pixels = sealedMemoryOf(image.pixels());
+    auto const reply = pixels.isOpen()
+        ? _server->replyTo(request, pixels.get(), limitsOfEncoding(_limits, request.length))
+        : std::nullopt;
+    return reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
+}
+
+KXData KXRenderPictureLoader::jpgRepresentation(KXImage const& image) const
+{
+    return encoded(KXRenderRequest::Operation::jpg, image);
+}
+
+KXData KXRenderPictureLoader::pngRepresentation(KXImage const& image) const
+{
+    return encoded(KXRenderRequest::Operation::png, image);
+}

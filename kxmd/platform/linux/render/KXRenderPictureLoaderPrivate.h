@@ -1,0 +1,44 @@
+#pragma once
+
+#include "kxmd/base/KXExport.h"
+#include "kxmd/platform/KXPictureLoader.h"
+#include "kxmd/platform/linux/render/KXRenderServerPrivate.h"
+
+#include <memory>
+#include <optional>
+
+/// Pictures, decoded and encoded by a render server.
+class KX_EXPORT_FOR_TESTS KXRenderPictureLoader final : public KXPictureLoader {
+public:
+    KXRenderPictureLoader(std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits);
+
+    [[nodiscard]] KXImage::Ref imageInData(
+        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
+    [[nodiscard]] KXData jpgRepresentation(KXImage const& image) const override;
+    [[nodiscard]] KXData pngRepresentation(KXImage const& image) const override;
+
+    /// `knownImageInData:length:wantedSize:` The same as `imageInData:length:wantedSize:`, but
+    /// absent for what is in no format that the server knows. Null when decoding took too long or
+    /// too much memory: nobody else should be asked then.
+    [[nodiscard]] std::optional<KXImage::Ref> knownImageInData(
+        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const;
+
+    /// `drawingInData:length:side:` The drawing (SVG) in the next `length` bytes of `data`, shrunk
+    /// or enlarged until it fills a square of `side` pixels in one direction. Null when it is none.
+    [[nodiscard]] KXImage::Ref drawingInData(
+        KXAbstractData& data, std::uint64_t length, int side) const;
+
+private:
+    std::optional<KXImage::Ref> image(KXRenderRequest::Operation operation, KXAbstractData& data,
+        std::uint64_t length, KXSize size) const;
+    KXData encoded(KXRenderRequest::Operation operation, KXImage const& image) const;
+
+    std::shared_ptr<KXRenderServer const> const _server;
+    KXRenderLimits const _limits;
+};
+
+/// The picture of an answer; null when there is none, or none as the answer says.
+KXImage::Ref imageOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer);
+
+/// The bytes of an answer; empty when there are none, or not as many as the answer says.
+KXData bytesOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer);
