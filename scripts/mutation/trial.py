@@ -19,8 +19,9 @@ from .switches import VARIABLE
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # Optimised as for users, so that what cannot differ compiles to the same code.
 FLAGS = "-O2 -g0 -DNDEBUG -Werror=return-type"
-LIBRARY = ("kxmd", "kxmd_render_movies", "kxmd_render")
-PRODUCT = (*LIBRARY, "kxmd_command", "afconvert", "kxmd_show_progress")
+LIBRARY = ("kxmd", "kxmd_render_movies", "kxmd_render", "kxmd_confined")
+# All that our sources are built into: some programs hold parts of the library themselves.
+PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command", "afconvert", "kxmd_show_progress")
 EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
               "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
 USUAL_TIMES = 5
@@ -46,7 +47,10 @@ SUITES_OF_COMMAND = {
 # Tests mirror the library's folders; these are tested through what uses them.
 TESTED_IN = {
     "platform/linux/ffmpeg": "platform/linux/pictures",
-    "platform/linux/render": "platform/linux/pictures",
+    "platform/linux/render/launcher": "platform/linux/thumbnails",
+    "platform/linux/render/movies": "platform/linux/pictures",
+    "platform/linux/render/pictures": "platform/linux/pictures",
+    "platform/linux/render/program": "platform/linux/render",
 }
 
 
@@ -115,16 +119,18 @@ class Workplace:
     def make(self, targets, is_mutant=False, parallel=1):
         # Nobody asks for a mutant again.
         caching = {"CCACHE_READONLY": "1"} if is_mutant else {}
-        command = ["cmake", "--build", self.build, "--parallel", str(parallel), "--target", *targets]
-        return self.run(command, **caching)[0] == 0
+        return self.run(self.command_for_making(targets, parallel), **caching)[0] == 0
+
+    def command_for_making(self, targets, parallel):
+        return ["cmake", "--build", self.build, "--parallel", str(parallel), "--target", *targets]
 
     def make_switched(self, switches, parallel):
         """Plants and builds the product with all switches that compile."""
         texts = switches.texts()
         self.plant(texts)
         while True:
-            status, output = self.run(["cmake", "--build", self.build, "--parallel", str(parallel), "--target",
-                                       *PRODUCT, "--", "-k", "0"])
+            # It stops at the first source that fails: after a fault in a header all would be built again.
+            status, output = self.run(self.command_for_making(PRODUCT, parallel))
             if status == 0:
                 return
             if not switches.drop_blamed(output):
@@ -254,7 +260,8 @@ class Tests:
             for suites in filter(None, (of_class, of_folder)):
                 yield self.stage(place, suites, ())
             yield self.stage(place, (), of_class | of_folder)
-            yield Stage([place.build / "tests/kxmd_cost_tests", "--gtest_fail_fast"], USUAL_TIMES + START_SECONDS)
+            for program in ("kxmd_cost_tests", "kxmd_decoder_tests"):
+                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"], USUAL_TIMES + START_SECONDS)
         if suites := [suite for suite in suites_of_command_for(path) if suite in self.seconds_of_command]:
             seconds = sum(self.seconds_of_command[suite] for suite in suites)
             yield Stage(command_for(place, suites), USUAL_TIMES * seconds + START_SECONDS)
