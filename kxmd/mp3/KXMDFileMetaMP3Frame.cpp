@@ -117,7 +117,7 @@ void KXMDFileMetaMP3Frame::readPicture(KXAbstractData& data)
         return;
 
     std::uint64_t const end = _offset + _size;
-    if (data.offset() >= end || end - data.offset() > _size)
+    if (data.offset() >= end)
         return;
     if (auto const size = sizeOfEncodedPictureInData(data, end - data.offset()))
         _albumCoverSize = *size;
@@ -163,9 +163,9 @@ bool KXMDFileMetaMP3Frame::adjustSizeInMutableData(
     KXMutableData& data, std::int64_t difference) const
 {
     // ID3v2.4.0 structure, 3.1.
-    constexpr std::uint64_t headerLength = 10, sizeOffset = 6;
+    constexpr std::uint64_t sizeOffset = 6;
     std::array<std::uint8_t, 4> bytes;
-    if (data.length() < headerLength || !data.readBytesToAt(bytes.data(), bytes.size(), sizeOffset))
+    if (!data.readBytesToAt(bytes.data(), bytes.size(), sizeOffset))
         return false;
     std::uint32_t const size = syncSafeSizeToSize(std::bit_cast<std::uint32_t>(bytes))
         + static_cast<std::uint32_t>(difference);

@@ -92,18 +92,25 @@ class Source:
 
     def find_scopes(self):
         """The innermost block of each token ("file", "class", "enum", "body" of a function or a value,
-        "block" of a statement), and the ends of statements."""
-        self.scopes, self.borders = [], []
+        "block" of a statement), the ends of statements, and the outermost functions."""
+        self.scopes, self.borders, self.functions = [], [], []
         blocks, head, depths = ["file"], [], [0]
-        for token in self.tokens:
+        function = None  # How many blocks are around the one that we are in, and where its code starts.
+        for at, token in enumerate(self.tokens):
             if token.text == "}" and len(blocks) > 1:
                 blocks.pop()
                 depths.pop()
+                if function and len(blocks) == function[0]:
+                    self.functions.append((function[1], token.start))
+                    function = None
             self.scopes.append(blocks[-1])
             if token.text in ("{", "}") or (token.text == ";" and depths[-1] == 0):
                 self.borders.append(token.end)
             if token.text == "{":
-                blocks.append(self.kind_of_block(head, blocks[-1]))
+                kind = self.kind_of_block(head, blocks[-1])
+                if not function and kind == "body" and self.begins_function(at, head):
+                    function = len(blocks), token.end
+                blocks.append(kind)
                 depths.append(0)
             depths[-1] += (token.text == "(") - (token.text == ")")
             head = [] if token.text in ("{", "}", ";") else head + [token.text]
@@ -117,6 +124,12 @@ class Source:
         if "enum" in head:
             return "enum"
         return "class" if {"class", "struct", "union"} & set(head) and "(" not in head else "body"
+
+    def begins_function(self, at, head):
+        """Whether a body is code, and no value."""
+        ends_of_heads = (")", "const", "noexcept", "override", "final", "mutable")
+        ends_values_of_members = "}"
+        return self.text_at(at - 1) in (*ends_of_heads, ends_values_of_members) or "->" in head
 
     def find_silent_parts(self):
         """Marks what the compiler alone reads: checks, types, attributes, and values that only number."""
@@ -305,6 +318,13 @@ class Source:
         return True
 
     # One of them.
+
+    def function_around(self, mutation):
+        """The start and end of the code of the function around the mutation, if there is one."""
+        at = bisect.bisect(self.functions, (mutation.start,)) - 1
+        if at >= 0 and mutation.end <= self.functions[at][1]:
+            return self.functions[at]
+        return None
 
     def apply(self, mutation):
         return self.text[:mutation.start] + mutation.replacement + self.text[mutation.end:]

@@ -14,13 +14,16 @@ import sys
 import time
 from typing import NamedTuple
 
+from .switches import VARIABLE
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # Optimised as for users, so that what cannot differ compiles to the same code.
 FLAGS = "-O2 -g0 -DNDEBUG -Werror=return-type"
-LIBRARY = ("kxmd", "kxmd_render_movies", "kxmd_render")
-EVERYTHING = (*LIBRARY, "kxmd_tests", "kxmd_cost_tests", "kxmd_command", "afconvert", "kxmd_describe_tree",
-              "kxmd_show_progress", "kxmd_phone_card", "kxmd_few_threads", "kxmd_count_opens", "kxmd_full_at_close",
-              "kxmd_change_folder")
+LIBRARY = ("kxmd", "kxmd_render_movies", "kxmd_render", "kxmd_confined")
+# All that our sources are built into: some programs hold parts of the library themselves.
+PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command", "afconvert", "kxmd_show_progress")
+EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
+              "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
 USUAL_TIMES = 5
 START_SECONDS = 5
 FAILED = (1, 8)  # The statuses of GoogleTest and ctest; anything else is a crash.
@@ -44,7 +47,10 @@ SUITES_OF_COMMAND = {
 # Tests mirror the library's folders; these are tested through what uses them.
 TESTED_IN = {
     "platform/linux/ffmpeg": "platform/linux/pictures",
-    "platform/linux/render": "platform/linux/pictures",
+    "platform/linux/render/launcher": "platform/linux/thumbnails",
+    "platform/linux/render/movies": "platform/linux/pictures",
+    "platform/linux/render/pictures": "platform/linux/pictures",
+    "platform/linux/render/program": "platform/linux/render",
 }
 
 
@@ -79,6 +85,7 @@ class Workplace:
         self.temporary, self.log = self.folder / "temporary", self.folder / "output"
         self.folder.mkdir(parents=True, exist_ok=True)
         self.confinement, self.caching = confinement(), caching_for(self.folder)
+        self.switch = {}  # The variable that the tests get.
         self.lock = open(self.folder / "lock", "w")
         try:
             fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -112,25 +119,43 @@ class Workplace:
     def make(self, targets, is_mutant=False, parallel=1):
         # Nobody asks for a mutant again.
         caching = {"CCACHE_READONLY": "1"} if is_mutant else {}
-        command = ["cmake", "--build", self.build, "--parallel", str(parallel), "--target", *targets]
-        return self.run(command, **caching)[0] == 0
+        return self.run(self.command_for_making(targets, parallel), **caching)[0] == 0
+
+    def command_for_making(self, targets, parallel):
+        return ["cmake", "--build", self.build, "--parallel", str(parallel), "--target", *targets]
+
+    def make_switched(self, switches, parallel):
+        """Plants and builds the product with all switches that compile."""
+        texts = switches.texts()
+        self.plant(texts)
+        while True:
+            # It stops at the first source that fails: after a fault in a header all would be built again.
+            status, output = self.run(self.command_for_making(PRODUCT, parallel))
+            if status == 0:
+                return
+            if not switches.drop_blamed(output):
+                raise Stop(f"the mutants do not build, see {self.log}")
+            before, texts = texts, switches.texts()
+            for name, (original, _) in self.planted.items():
+                if texts.get(name) != before.get(name):
+                    (self.source / name).write_text(texts.get(name, original))
 
     def changed_objects(self):
         return [path for path, (when, digest) in self.objects.items()
                 if path.exists() and path.stat().st_mtime_ns != when and digest_of(path) != digest]
 
-    def plant(self, source, mutation):
-        file = self.source / source.path
-        self.planted = file, source.text, file.stat()
-        file.write_text(source.apply(mutation))
+    def plant(self, texts):
+        self.planted = {name: ((self.source / name).read_text(), (self.source / name).stat()) for name in texts}
+        for name, text in texts.items():
+            (self.source / name).write_text(text)
 
     def restore(self):
-        """The file becomes as old as before, and only what saw the mutant is built again."""
+        """The files become as old as before, and only what saw mutants is built again."""
         for path in self.changed_objects():
             path.unlink()
-        file, text, state = self.planted
-        file.write_text(text)
-        os.utime(file, ns=(state.st_atime_ns, state.st_mtime_ns))
+        for name, (text, state) in self.planted.items():
+            (self.source / name).write_text(text)
+            os.utime(self.source / name, ns=(state.st_atime_ns, state.st_mtime_ns))
 
     def run(self, command, limit=None, cwd=None, **variables):
         """The status, or None past the limit of seconds, and the end of the output. Whatever the command
@@ -152,7 +177,7 @@ class Workplace:
             return status, output.read().decode(errors="replace")
 
     def run_tests(self, command, limit=None):
-        return self.run([*self.confinement, *command], limit)
+        return self.run([*self.confinement, *command], limit, **self.switch)
 
     def end_everything(self):
         """Ends all that has our temporary folder, in whatever session."""
@@ -235,7 +260,8 @@ class Tests:
             for suites in filter(None, (of_class, of_folder)):
                 yield self.stage(place, suites, ())
             yield self.stage(place, (), of_class | of_folder)
-            yield Stage([place.build / "tests/kxmd_cost_tests", "--gtest_fail_fast"], USUAL_TIMES + START_SECONDS)
+            for program in ("kxmd_cost_tests", "kxmd_decoder_tests"):
+                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"], USUAL_TIMES + START_SECONDS)
         if suites := [suite for suite in suites_of_command_for(path) if suite in self.seconds_of_command]:
             seconds = sum(self.seconds_of_command[suite] for suite in suites)
             yield Stage(command_for(place, suites), USUAL_TIMES * seconds + START_SECONDS)
@@ -279,9 +305,17 @@ def noticer(place, tests, path):
     return ""
 
 
+def noticer_of_switched(place, tests, path, number):
+    place.switch = {VARIABLE: str(number)}
+    try:
+        return noticer(place, tests, path)
+    finally:
+        place.switch = {}
+
+
 def judge(place, tests, source, mutation):
     """The verdict, and who noticed."""
-    place.plant(source, mutation)
+    place.plant({source.path: source.apply(mutation)})
     try:
         # Most who notice a header's mutant do so through the library: the tests, which take minutes to build,
         # are built with it only if none does. Not so where the mutant may change what a class looks like.

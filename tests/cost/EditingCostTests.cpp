@@ -75,6 +75,19 @@ TEST_F(EditingCost, ManyRangesAreRemovedWithOneAllocation)
     EXPECT_EQ(data.length(), 900u);
 }
 
+TEST_F(EditingCost, WhatWasInsertedIsLetGoOnceItIsInOneRow)
+{
+    constexpr std::uint64_t count = 10;
+    for (std::uint64_t const removed : { 500u, 0u }) { // With room in the row, and without.
+        KXMutableData data(filled(1000, 1));
+        EXPECT_TRUE(data.removeBytesAt(0, removed));
+        for (std::uint64_t i = 0; i < count; ++i)
+            EXPECT_TRUE(data.insertBytesAt(filled(20, 2), 0));
+        auto const cost = costOf([&] { EXPECT_EQ(data.bytes().size(), 1200 - removed); });
+        EXPECT_GE(cost.allocations.freed, count) << removed;
+    }
+}
+
 TEST_F(EditingCost, ManyEmptyCoversOfAnMP3)
 {
     for (ID3 const version : { ID3::v22, ID3::v23, ID3::v24 }) {

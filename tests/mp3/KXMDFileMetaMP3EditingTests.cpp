@@ -95,6 +95,7 @@ TEST_F(KXMDFileMetaMP3Editing, WithoutAPictureThereIsNoFrame)
 {
     KXMDFileMetaMP3 meta;
     EXPECT_EQ(meta.albumCoverSizeForImage(imageEncodedAs(jpeg(1, 1))), 0u) << "No version yet.";
+    EXPECT_EQ(meta.albumCoverFrameDataForImage(imageEncodedAs(jpeg(1, 1))).length(), 0u);
     ASSERT_TRUE(meta.parseAbstractData(*reader(tag(ID3::v23, title(ID3::v23)))));
     EXPECT_EQ(meta.albumCoverSizeForImage(nullptr), 0u);
     EXPECT_EQ(meta.albumCoverSizeForImage(imageEncodedAs({})), 0u);
@@ -286,6 +287,49 @@ TEST_F(KXMDFileMetaMP3Editing, ManyCoversGoAsTheyWouldOneByOne)
             EXPECT_THAT(data->bytes(), ElementsAreArray(expected->bytes()));
         }
     }
+}
+
+TEST_F(KXMDFileMetaMP3Editing, CoversThatEndUpPastTheTagStayAndEndNoSearch)
+{
+    // In a tag that ends with the first byte of a large cover, each large one, once removed, takes
+    // the small one before it out of the tag.
+    constexpr std::size_t pairs = 150;
+    Bytes const small = frame(ID3::v23, "APIC", {});
+    Bytes const large = pictureFrame(ID3::v23, zeros(10 * pairs));
+    Bytes const first = frame(ID3::v23, "COMM", filled(20 * pairs, 'c'));
+    Bytes const frames = join(first, repeated(join(small, large), pairs));
+    auto const size = static_cast<std::uint32_t>(10 + frames.size() - large.size() + 1);
+    auto const data = editable(join(tagClaiming(0x0300, 0, size, frames), sound));
+    auto const expected = editable(bytesOf(*data));
+    ASSERT_TRUE(removeOneByOne(expected));
+    EXPECT_EQ(expected->length(), 10 + first.size() + pairs * small.size() + sound.size());
+    EXPECT_TRUE(KXMDFileMetaMP3().removeAlbumCoverFromData(data));
+    EXPECT_THAT(data->bytes(), ElementsAreArray(expected->bytes()));
+}
+
+TEST_F(KXMDFileMetaMP3Editing, FramesInEachOtherLoseAHundredCoversAtMost)
+{
+    // The size wraps: the next frame begins with the last bytes of this size and ends before the
+    // covers.
+    auto const file = [](std::size_t covers) {
+        Bytes const inEachOther = join(text("TXXX"), u32(0xFFFFFFFC), text("AB"), zeros(6));
+        return join(
+            tag(ID3::v23, join(inEachOther, repeated(pictureFrame(ID3::v23, text("p")), covers))),
+            sound);
+    };
+    auto const hundred = editable(file(100));
+    EXPECT_TRUE(KXMDFileMetaMP3().removeAlbumCoverFromData(hundred));
+    EXPECT_THAT(hundred->bytes(), ElementsAreArray(file(0)));
+    EXPECT_FALSE(KXMDFileMetaMP3().removeAlbumCoverFromData(editable(file(101))));
+}
+
+TEST_F(KXMDFileMetaMP3Editing, FrameOfAnIdentifierAndASizeIsInNoOther)
+{
+    Bytes const shortest = join(text("TXXX"), u32(0xFFFFFFFE)); // 8 in 32 bits.
+    Bytes const covers = repeated(pictureFrame(ID3::v23, text("p")), 101);
+    auto const data = editable(join(tag(ID3::v23, join(shortest, covers)), sound));
+    EXPECT_TRUE(KXMDFileMetaMP3().removeAlbumCoverFromData(data));
+    EXPECT_THAT(data->bytes(), ElementsAreArray(join(tag(ID3::v23, shortest), sound)));
 }
 
 TEST_F(KXMDFileMetaMP3Editing, RandomTagsLoseTheirCoversAsTheyWouldOneByOne)

@@ -302,6 +302,18 @@ TEST(KXMDFileMetaMP3Frame, TextThatIsEmptyOrCannotBeDecodedIsAbsent)
     }
 }
 
+TEST(KXMDFileMetaMP3Frame, TextMayTakeAllThatIsLeftOfTheBudget)
+{
+    Bytes const title = textFrame(ID3::v23, "TIT2", "Blue");
+    for (std::uint64_t const left : { 3u, 4u }) {
+        LogCapture const log;
+        auto const data = reader(title);
+        ASSERT_TRUE(data->budget().takeTextBytes(data->budget().textBytes() - left));
+        auto const content = KXMDFileMetaMP3Frame::frameWithData(*data, 0x0300)->content();
+        EXPECT_EQ(content, left == 4 ? std::optional<std::string>("Blue") : std::nullopt);
+    }
+}
+
 TEST(KXMDFileMetaMP3Frame, TextFrameAtTheVeryEndHasNoEncodingByteAndNoLogLine)
 {
     LogCapture const log;
@@ -397,6 +409,26 @@ TEST(KXMDFileMetaMP3Frame, PictureMustLieInsideOfItsFrame)
             ID3::v23, static_cast<std::uint32_t>(size), "APIC", join(head, jpeg(32, 24))));
         EXPECT_EQ(frame->albumCoverSize(), none) << size;
     }
+}
+
+TEST(KXMDFileMetaMP3Frame, PictureAfterADescriptionThatLeavesItsFrameIsNotMeasured)
+{
+    Bytes const head = pictureHead(0, 0, join(text("description"), u8(0)));
+    auto const size = static_cast<std::uint32_t>(head.size() - 5);
+    Bytes const body = join(head, jpeg(32, 24));
+    auto const data = reader(join(frameClaiming(ID3::v23, size, "APIC", body), zeros(5000)));
+    EXPECT_EQ(KXMDFileMetaMP3Frame::frameWithData(*data, 0x0300)->albumCoverSize(), none);
+}
+
+TEST(KXMDFileMetaMP3Frame, PictureInPlaceOfItsDescriptionIsNotMeasured)
+{
+    constexpr std::uint32_t wideDescription = 1; // Ends in two zero bytes, which are not there.
+    Bytes const frameHeader
+        = bytes({ 0xFF, 0xC0, 0, 17, 8, 0, 24, 0, 32, 3, 1, 0x22, 1, 2, 0x11, 1, 3, 0x11, 1 });
+    Bytes const picture
+        = join(bytes({ 0xFF, 0xD8 }), frameHeader, bytes({ 0xFF, 0xDA }), filled(600, 0x55));
+    EXPECT_EQ(coverSize(join(pictureHead(0, wideDescription, u16(0)), picture)), coverOf32By24);
+    EXPECT_EQ(coverSize(join(pictureHead(0, wideDescription, {}), picture)), none);
 }
 
 TEST(KXMDFileMetaMP3Frame, PictureThatRunsPastTheDataIsNotMeasured)

@@ -76,10 +76,21 @@ TEST(KXMDFileMetaMP3, IsEmptyBeforeItParses)
 {
     KXMDFileMetaMP3 const meta;
     EXPECT_EQ(meta.metaType(), 1);
+    EXPECT_EQ(meta.id3Version(), 0u);
     EXPECT_EQ(meta.majorVersion(), 0u);
+    EXPECT_EQ(meta.id3Flags(), 0u);
     EXPECT_EQ(meta.headerSize(), 0u);
     EXPECT_THAT(*meta.frames(), IsEmpty());
     EXPECT_FALSE(meta.canInsertAlbumCover());
+}
+
+TEST(KXMDFileMetaMP3, IsParsedFromTheStartWhereverTheReaderStands)
+{
+    auto const data = reader(tag(ID3::v23, title("Blue")));
+    data->setOffset(7);
+    KXMDFileMetaMP3 meta;
+    EXPECT_TRUE(meta.parseAbstractData(*data));
+    EXPECT_EQ(meta.metadataForKey("Name"), "Blue");
 }
 
 TEST(KXMDFileMetaMP3, AcceptsTheThreeVersionsWithAnyRevision)

@@ -221,6 +221,17 @@ TEST_F(MP3EditSafety, LongPaddingIsLookedAtToItsEnd)
     EXPECT_EQ(reason(1), readByUsAlone);
 }
 
+TEST_F(MP3EditSafety, NameInTheLastFourBytesOfTheTagIsThatOfAFrame)
+{
+    auto const reason = [](std::string_view last) {
+        Bytes const wide = join(text("TXXX"), u32(200), zeros(2), filled(72, 'a'), zeros(128));
+        auto const size = static_cast<std::uint32_t>(title.size() + wide.size() + 4);
+        return additionReason(tagClaiming(0x0400, 0, size, join(title, wide, text(last))));
+    };
+    EXPECT_EQ(reason("TALB"), readByUsAlone);
+    EXPECT_EQ(reason("talb"), "");
+}
+
 TEST_F(MP3EditSafety, WhatOthersTakeForTheEndOfTheLastCoverHidesNothing)
 {
     auto const reason = [](std::string_view identifier) {

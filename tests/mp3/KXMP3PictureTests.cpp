@@ -119,6 +119,27 @@ TEST_F(KXMP3PictureTest, ShortFormatHasThreeLettersAndNoTerminator)
     }
 }
 
+TEST_F(KXMP3PictureTest, ShortFormatIsThatOfEveryRevision)
+{
+    auto const file = tagClaiming(0x0201, 0, 100,
+        join(frame(ID3::v22, "PIC",
+                 join(u8(latin1), text("JPG"), u8(frontCover), noDescription, text("picture"))),
+            zeros(100)));
+    KXMDFileMetaMP3 meta;
+    ASSERT_TRUE(meta.parseAbstractData(*reader(file)));
+    EXPECT_EQ(meta.albumCoverFromData(*reader(file)), nullptr);
+    EXPECT_EQ(machine.pictureLoader->calls().back().word, "picture");
+}
+
+TEST_F(KXMP3PictureTest, FramesThatCannotBeReadHideNoOthers)
+{
+    constexpr std::uint32_t encrypted = 0x40;
+    EXPECT_THAT(picturesIn(ID3::v23,
+                    join(frame(ID3::v23, "APIC", front(text("secret")), encrypted),
+                        frame(ID3::v23, "APIC", front(text("picture"))))),
+        ElementsAre("picture"));
+}
+
 TEST_F(KXMP3PictureTest, LongTextsAreNoHindrance)
 {
     std::string const longText(1000, 'x');
@@ -200,6 +221,9 @@ TEST_F(KXMP3PictureTest, FlagsOfVersion4AddToTheHeader)
         ElementsAre("picture"));
     EXPECT_THAT(pictureIn(ID3::v24, picture, compressed), IsEmpty());
     EXPECT_THAT(pictureIn(ID3::v24, picture, encrypted), IsEmpty());
+    Bytes const described
+        = body(marked, "image/png", frontCover, join(wideDescription, zeros(2)), text("picture"));
+    EXPECT_THAT(pictureIn(ID3::v24, join(u8(7), described), grouped), ElementsAre("picture"));
 
     Bytes const pictureBytes = bytes({ 0xFF, 0x00, 0xD8, 0xFF, 0x00, 0x00, 0xFF, 'x', 0xFF });
     Bytes const wide = body(marked, "image/png", frontCover,
@@ -214,8 +238,10 @@ TEST_F(KXMP3PictureTest, FlagsOfVersion4AddToTheHeader)
 
 TEST_F(KXMP3PictureTest, FrameThatRunsPastTheFileHoldsNoPicture)
 {
-    Bytes const frames = frameClaiming(ID3::v23, 3000, "APIC", front(text("picture")));
-    EXPECT_THAT(picturesIn(ID3::v23, frames), IsEmpty());
+    for (std::uint32_t const size : { 3000u, 0xFFFFFFF0u }) {
+        Bytes const frames = frameClaiming(ID3::v23, size, "APIC", front(text("picture")));
+        EXPECT_THAT(picturesIn(ID3::v23, frames), IsEmpty());
+    }
 }
 
 TEST_F(KXMP3PictureTest, JudgementKeepsToItsOwnRule)

@@ -242,6 +242,11 @@ TEST_F(KXMDFileMetaMP4Editing, ACoverWithoutItsHeadersIsReadWhole)
     static_cast<void>(metaOf(editable(file))->albumCoverFromData(*reader(file)));
     ASSERT_EQ(machine.pictureLoader->calls().size(), 1u);
     EXPECT_THAT(machine.pictureLoader->calls().front().word, testing::HasSubstr("covrno data but"));
+
+    auto const empty = songWithTags(join(covr(13, {}), title));
+    static_cast<void>(metaOf(editable(empty))->albumCoverFromData(*reader(empty)));
+    ASSERT_EQ(machine.pictureLoader->calls().size(), 2u);
+    EXPECT_EQ(machine.pictureLoader->calls().back().word.size(), covr(13, {}).size());
 }
 
 TEST_F(KXMDFileMetaMP4Editing, CoversThatDoNotDecodeOrAreNotThereAreNotRead)

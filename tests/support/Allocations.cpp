@@ -25,6 +25,12 @@ template <class Allocate> void* counting(std::size_t size, Allocate allocate)
     return memory;
 }
 
+void countedFree(void* memory)
+{
+    counted.freed += memory != nullptr;
+    std::free(memory);
+}
+
 }
 
 Allocations Allocations::soFar() { return counted; }
@@ -48,7 +54,7 @@ void* operator new(std::size_t size, std::align_val_t alignment)
         size, [=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept { countedFree(memory); }
+void operator delete(void* memory, std::size_t) noexcept { countedFree(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { countedFree(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { countedFree(memory); }

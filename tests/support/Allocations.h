@@ -7,13 +7,14 @@
 struct Allocations {
     std::uint64_t count { 0 };
     std::uint64_t bytes { 0 };
+    std::uint64_t freed { 0 }; ///< How many were given back, whoever made them.
 
     /// Those of the calling thread since it began.
     static Allocations soFar();
 
     Allocations operator-(Allocations const& earlier) const
     {
-        return { count - earlier.count, bytes - earlier.bytes };
+        return { count - earlier.count, bytes - earlier.bytes, freed - earlier.freed };
     }
 };
 

@@ -5,6 +5,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts/mutation"))
 
 from faults import Source, draw, shares_of
+from switches import HEAD, Switches
 
 
 class MutateTests(unittest.TestCase):
@@ -154,6 +155,52 @@ class MutateTests(unittest.TestCase):
         source = Source("a.cpp", "void a()\n{\n    for (b;\n        c < d; ++e)\n        f();\n}\n")
         [mutation] = [mutation for mutation in source.mutations() if mutation.kind == "relation"]
         self.assertEqual(source.texts(mutation), ("for (b; c < d; ++e)", "for (b; c <= d; ++e)"))
+
+    def test_function_around(self):
+        for before, after in (("int a()\n{", "}\n"), ("A::A()\n    : _b { 1, 2 }\n    , _c { 3 }\n{", "}\n"),
+                              ("struct A {\n    int a() const override {", "}\n};\n"), ("auto a() -> B {", "}\n"),
+                              ("namespace {\nint a() {\n    if (b) {\n        c();\n    }\n", "}\n}\n")):
+            source = Source("a.cpp", before + "\n    return x + y;\n" + after)
+            [mutation] = [mutation for mutation in source.mutations() if mutation.kind == "plus/minus"]
+            start, end = source.function_around(mutation)
+            self.assertIn("return x + y;", source.text[start:end])
+            self.assertEqual(source.text[start - 1] + source.text[end:], "{" + after)
+
+    def test_nothing_is_a_function_around_values(self):
+        for code in ("int a = b + c;\n", "int a { b + c };\n", "constexpr A a[] { { b + c } };\n",
+                     "struct A {\n    int _a { b + c };\n};\n", "A::A()\n    : _b { b + c }\n{\n}\n",
+                     "int a()\n{\n}\nint b { b + c };\nint d()\n{\n}\n"):
+            source = Source("a.cpp", code)
+            for mutation in source.mutations():
+                self.assertIsNone(source.function_around(mutation), code)
+
+    def switches(self, code, kind="plus/minus"):
+        source = Source("kxmd/a.cpp", code)
+        return Switches({source.path: source},
+                        [mutation for mutation in source.mutations() if mutation.kind == kind])
+
+    def test_function_is_a_choice_between_its_bodies(self):
+        switches = self.switches("int z = 1 + 1;\nint a() { return b - c; }\nint d() { return e + f - g; }\n")
+        self.assertEqual(switches.texts()["kxmd/a.cpp"].split("\n"), [
+            HEAD, "int z = 1 + 1;", "int a() {", "if (isActiveMutant(2)) { return b + c; } else", "{ return b - c; }",
+            "}", "int d() {", "if (isActiveMutant(3)) { return e - f - g; } else",
+            "if (isActiveMutant(4)) { return e + f + g; } else", "{ return e + f - g; }", "}", ""])
+
+    def test_mutants_with_errors_lose_their_switch(self):
+        switches = self.switches("int a()\n{\n    return b - c;\n}\nint d() { return e + f - g; }\n")
+        lines = switches.texts()["kxmd/a.cpp"].split("\n")
+        wrong = lines.index("    return b + c;") + 1
+        self.assertTrue(switches.drop_blamed(f"/x/source/kxmd/a.cpp:{wrong}:5: error: no\n"
+                                             f"/x/source/kxmd/a.cpp:{len(lines) - 3}:1: note: here\n"))
+        self.assertEqual(sorted(switches.mutations), [2, 3])
+        self.assertNotIn("isActiveMutant(1)", switches.texts()["kxmd/a.cpp"])
+
+    def test_all_of_a_source_lose_their_switch_when_the_code_around_is_blamed(self):
+        switches = self.switches("int a()\n{\n    return b - c;\n}\n")
+        switches.texts()
+        self.assertFalse(switches.drop_blamed("/x/source/kxmd/b.cpp:2:1: error: no\n"))
+        self.assertTrue(switches.drop_blamed("../source/kxmd/a.cpp:2:1: error: no\n"))
+        self.assertEqual((switches.mutations, switches.texts()), ({}, {}))
 
     def sources(self):
         code = "int a()\n{\n" + "    a = b + 1;\n" * 30 + "}\n"

@@ -40,8 +40,7 @@ KXMP4Atom::~KXMP4Atom()
     // back up is kept in the parent links of the dying.
     for (KXMP4Atom* atom = this; atom != this || !_children.empty();) {
         if (atom->_children.empty()) {
-            atom = atom->_parent;
-            atom->_children.pop_back();
+            atom = atom->_parent; // Which lets go of it next, now that it is without children.
             continue;
         }
         Ref const& last = atom->_children.back();
@@ -69,8 +68,8 @@ std::optional<std::string> KXMP4Atom::givenTag() const
     if (std::uint32_t const type = _type)
         return KXFourCharacterCode(type).text();
     std::scoped_lock const lock(_lock);
-    if (std::uint32_t const type = _type) // It was just replaced.
-        return KXFourCharacterCode(type).text();
+    if (std::uint32_t const newType = _type) // It was just replaced.
+        return KXFourCharacterCode(newType).text();
     return _otherTag ? std::optional(*_otherTag) : std::nullopt;
 }
 
@@ -142,8 +141,6 @@ void KXMP4Atom::removeAllChildren()
 /// Remembers a child that is about to be removed: its link has to be cleared when this atom dies.
 void KXMP4Atom::rememberFormerChild(Ref const& child)
 {
-    if (child->_parent != this)
-        return;
     if (!_formerChildren)
         _formerChildren = std::make_unique<std::vector<std::weak_ptr<KXMP4Atom>>>();
     _formerChildren->push_back(child);
@@ -232,8 +229,8 @@ bool KXMP4Atom::isAt(PathStep const& step) const
     if (std::uint32_t const type = _type)
         return type == step.code;
     std::scoped_lock const lock(_lock);
-    if (std::uint32_t const type = _type) // It was just replaced.
-        return type == step.code;
+    if (std::uint32_t const newType = _type) // It was just replaced.
+        return newType == step.code;
     return _otherTag && *_otherTag == step.text;
 }
 

@@ -6,7 +6,7 @@
 void KXMP4AtomCovr::parseAtomSpecificData(KXAbstractData& data)
 {
     auto const pictureLength = readTagPictureLength(data);
-    if (!pictureLength || !*pictureLength || *pictureLength >= size())
+    if (!pictureLength || *pictureLength >= size())
         return;
     if (auto const pictureSize = sizeOfEncodedPictureInData(data, *pictureLength))
         setAlbumCoverSize(*pictureSize);

@@ -66,16 +66,16 @@ bool KXMP4Atom::adjustOffsetInMutableData(
 {
     // Tables that lie in each other have more entries than the file has room for.
     std::uint64_t entriesLeft = data.length() / KXMP4ChunkTable::entrySize;
-    bool isDone = true;
+    bool areAdjusted = true;
     visitDepthFirst([&](KXMP4Atom& atom, std::size_t) {
         if (atom._offset >= start)
             atom._offset += static_cast<std::uint64_t>(difference);
         std::uint64_t const entries = entriesWithin(data, atom);
-        isDone = entries <= entriesLeft && atom.adjustOwnOffsets(difference, start, data);
+        areAdjusted = entries <= entriesLeft && atom.adjustOwnOffsets(difference, start, data);
         entriesLeft -= std::min(entries, entriesLeft);
-        return isDone;
+        return areAdjusted;
     });
-    return isDone;
+    return areAdjusted;
 }
 
 bool KXMP4Atom::adjustOwnOffsets(std::int64_t, std::uint64_t, KXMutableData&) { return true; }

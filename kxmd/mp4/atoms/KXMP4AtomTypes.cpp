@@ -66,8 +66,6 @@ constexpr TagRule tagRules[] {
 
 constexpr KXMP4ContainerRule ruleOfTag(std::string_view tag)
 {
-    if (tag.empty())
-        return KXMP4ContainerRule::never;
     for (auto const& [tags, rule] : tagRules) {
         if (tags.contains(tag))
             return rule;

@@ -1,5 +1,6 @@
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 
+#include "kxmd/mp4/atoms/KXMP4AtomSampleTable.h"
 #include "support/AtomTrees.h"
 #include "support/Builders.h"
 #include "support/SmallStack.h"
@@ -385,6 +386,30 @@ TEST(KXMP4AtomEditing, AMillionNestedLevelsAreEdited)
         EXPECT_TRUE(innermost->removeSelfFromMutableData(data));
         EXPECT_THAT(data.bytes(), ElementsAreArray(file));
     });
+}
+
+TEST(KXMP4AtomEditing, AtomThatIsReadAnewIsEditedAgain)
+{
+    Bytes const file = movieWithUserDataFirst({ 5000 });
+    auto const root = treeOf(file);
+    KXMutableData data(file);
+    auto const userData = lastAtom(root, "moov/udta");
+    EXPECT_TRUE(userData->removeSelfFromMutableData(data));
+    userData->parseWithParent(lastAtom(root, "moov").get(), *reader(atom("udta")));
+    EXPECT_TRUE(userData->insertBeforeSelfInMutableData(data, zeros(8)));
+}
+
+TEST(KXMP4AtomEditing, TableMayTakeTheWholeBufferAndOtherAtomsTakeNothingOfIt)
+{
+    KXMP4Atom root;
+    for (int i = 0; i < 100; ++i)
+        root.addChild(std::make_shared<KXMP4Atom>());
+    auto const table = std::make_shared<KXMP4AtomSampleTable>();
+    table->setNoOfEntries(1000);
+    root.addChild(table);
+    KXMutableData data(join(u32(20), text("stco"), u32(0), u32(1), u32(5000)));
+    EXPECT_TRUE(root.adjustOffsetInMutableData(100, 5, data));
+    EXPECT_EQ(numberAt(data, 16), 5100u);
 }
 
 TEST(KXMP4AtomEditing, TablesThatLieInEachOtherAreNotAllCorrected)

@@ -117,7 +117,20 @@ TEST(KXMP4AtomSDExtEsds, SearchOfA255ByteDescriptorEnds)
         auto const found = esdsOf(
             atom("esds", head, filled(wordsInFront * 2, 7), bytes({ 1, 0xB0, 0x45 }), zeros(10)));
         EXPECT_EQ(found->profile(), isLastWord ? 4 : 0);
+        EXPECT_EQ(found->level(), isLastWord ? 5 : 0);
     }
+}
+
+TEST(KXMP4AtomSDExtEsds, DescriptorOfNoLengthEndsTheStream)
+{
+    LogCapture const log;
+    Bytes const info = bytes({ 5, 2, 0x12, 0x10 });
+    auto const noStream
+        = esdsOf(atom("esds", u32(0), u8(3), u8(0), configuration(audio, bytes({ 0x12, 0x10 }))));
+    EXPECT_EQ(noStream->objectTypeIndication(), 0);
+    EXPECT_EQ(noStream->profile(), 0);
+    esdsOf(atom("esds", u32(0), u8(4), u8(0), info));
+    EXPECT_THAT(log.lines(), IsEmpty()); // No information of an object type that nobody knows.
 }
 
 TEST(KXMP4AtomSDExtEsds, VersionThatIsCutOffIsNotSkipped)

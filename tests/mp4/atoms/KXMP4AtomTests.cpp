@@ -385,6 +385,51 @@ TEST(KXMP4Atom, FirstPassOfARootThatWasUsedFindsSampleEntriesEverywhereInTracks)
     EXPECT_THAT(treeOf(later)->allAtomsWithPath("moov/trak/mdia/stsd/mp4a"), IsEmpty());
 }
 
+TEST(KXMP4Atom, SecondParseOfARootReadsItsSampleEntriesOnce)
+{
+    Bytes const table = atom("minf", atom("stbl", stsd(soundEntry("mp4a"))));
+    Bytes const file = atom("moov", atom("trak", atom("mdia", hdlr("soun")), atom("mdia", table)));
+    auto const root = treeOf(file);
+    for (int parses = 1; parses <= 2; ++parses) {
+        EXPECT_EQ(root->allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd/mp4a").size(), 1u);
+        root->parseRootWithAbstractData(*reader(file));
+    }
+}
+
+TEST(KXMP4Atom, SecondParseOfARootKnowsWhereATrackEnds)
+{
+    Bytes const file = atom("moov", atom("trak", atom("mdia", hdlr("soun")), atom("mdia")),
+        atom("udta", stsd(soundEntry("mp4a"))), soundEntry("mp4a", atom("esds")));
+    auto const root = treeOf(file);
+    root->parseRootWithAbstractData(*reader(file));
+    EXPECT_THAT(root->allAtomsWithPath("moov/udta/stsd").front()->children(), IsEmpty());
+    EXPECT_EQ(root->allAtomsWithPath("moov/mp4a/esds").size(), 1u) << "An entry needs no track.";
+}
+
+TEST(KXMP4Atom, MediaAtomThatIsReadAnewGoesByTheHandlerSoFar)
+{
+    Bytes const table = atom("minf", atom("stbl", stsd(soundEntry("mp4a"))));
+    auto const data = reader(atom("moov", atom("trak", atom("mdia", table, hdlr("soun"), table))));
+    auto const root = KXMP4Atom::atomWithAbstractData(*data);
+    auto const media = root->allAtomsWithPath("moov/trak/mdia").front();
+    data->setOffset(media->offset());
+    media->parseWithParent(media->parent(), *data);
+    auto const tables = root->allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd");
+    ASSERT_EQ(tables.size(), 2u);
+    EXPECT_THAT(tables[0]->children(), IsEmpty());
+    EXPECT_EQ(tables[1]->children().size(), 1u);
+}
+
+TEST(KXMP4Atom, AtomThatIsNoContainerIsReadAnewWithoutChildren)
+{
+    auto const data = reader(join(atom("free", atom("free")), zeros(100)));
+    KXMP4Atom atom;
+    atom.parseWithParent(nullptr, *data);
+    EXPECT_EQ(atom.size(), 16u);
+    EXPECT_THAT(atom.children(), IsEmpty());
+    EXPECT_EQ(data->offset(), 16u);
+}
+
 TEST(KXMP4Atom, AtomForAParentInAParsedTreeHasSampleEntries)
 {
     Bytes const track
@@ -514,6 +559,14 @@ TEST(KXMP4Atom, AtomWithoutATypeHasNoContent)
     atom.parseAtomSpecificData(*data);
     EXPECT_EQ(atom.content(), std::nullopt);
     EXPECT_FALSE(atom.isContainerAtom());
+}
+
+TEST(KXMP4Atom, TextIsReadOfATagThatIsNoType)
+{
+    KXMP4Atom atom;
+    atom.setTag("nam");
+    atom.parseAtomSpecificData(*reader(dataAtom(1, text("text"))));
+    EXPECT_EQ(atom.content(), "text");
 }
 
 TEST(KXMP4Atom, ContainerRuleGoesByTheTagOfTheMoment)
@@ -650,6 +703,7 @@ TEST(KXMP4Atom, TrackAtomIsTheNearestTrack)
     auto const free = root->allAtomsWithPath("moov/trak/mdia/trak/free").front();
     EXPECT_EQ(free->trackAtom(), free->parent());
     EXPECT_EQ(root->children().front()->trackAtom(), nullptr);
+    EXPECT_EQ(root->children().front()->trackType(), KXMP4TrackTypeNone);
     EXPECT_EQ(free->rootAtom(), root.get());
 }
 

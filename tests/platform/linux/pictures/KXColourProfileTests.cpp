@@ -6,7 +6,9 @@
 #include <lcms2.h>
 
 #include <array>
+#include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -43,6 +45,24 @@ cmsHPROFILE createdProfile(cmsCIExyYTRIPLE const& primaries)
 }
 
 Bytes profileOf(cmsCIExyYTRIPLE const& primaries) { return saved(createdProfile(primaries)); }
+
+using GreenCurve = std::array<cmsUInt16Number, 17>;
+
+/// A profile that differs from that of sRGB in its green curve.
+Bytes profileWithGreenCurve(std::function<void(GreenCurve&)> const& change)
+{
+    cmsHPROFILE const profile = createdProfile(rec709);
+    auto const* const sRGB
+        = static_cast<cmsToneCurve const*>(cmsReadTag(profile, cmsSigGreenTRCTag));
+    GreenCurve values;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = cmsEvalToneCurve16(sRGB, static_cast<cmsUInt16Number>(i * 0xFFFF / 16));
+    change(values);
+    auto* const curve = cmsBuildTabulatedToneCurve16(nullptr, values.size(), values.data());
+    EXPECT_TRUE(cmsWriteTag(profile, cmsSigGreenTRCTag, curve));
+    cmsFreeToneCurve(curve);
+    return saved(profile);
+}
 
 /// One that has a table as well, which says nothing else.
 Bytes profileWithTable(cmsCIExyYTRIPLE const& primaries)
@@ -153,19 +173,25 @@ TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOneCurveChangesColours)
 TEST_F(KXColourProfile, CurvesMayDifferAtTheirEndsOnly)
 {
     for (auto const& [place, value, colour] :
-        { std::tuple(0u, 0x2000, Colour { 0, 0, 0, 255 }), { 16u, 0xF000, white } }) {
-        cmsHPROFILE const profile = createdProfile(rec709);
-        auto const* const sRGB
-            = static_cast<cmsToneCurve const*>(cmsReadTag(profile, cmsSigGreenTRCTag));
-        std::array<cmsUInt16Number, 17> values;
-        for (std::size_t i = 0; i < values.size(); ++i)
-            values[i] = cmsEvalToneCurve16(sRGB, static_cast<cmsUInt16Number>(i * 0xFFFF / 16));
-        values[place] = static_cast<cmsUInt16Number>(value);
-        auto* const curve = cmsBuildTabulatedToneCurve16(nullptr, values.size(), values.data());
-        ASSERT_TRUE(cmsWriteTag(profile, cmsSigGreenTRCTag, curve));
-        cmsFreeToneCurve(curve);
-        EXPECT_NE(shown(withProfile(png(*solid(4, 4, colour)), saved(profile))), colour) << place;
+        { std::tuple(0u, cmsUInt16Number { 0x2000 }, Colour { 0, 0, 0, 255 }),
+            { 16u, cmsUInt16Number { 0xF000 }, white } }) {
+        Bytes const profile
+            = profileWithGreenCurve([place, value](GreenCurve& curve) { curve[place] = value; });
+        EXPECT_NE(shown(withProfile(png(*solid(4, 4, colour)), profile)), colour) << place;
     }
+}
+
+TEST_F(KXColourProfile, CurvesMayDifferByARounding)
+{
+    constexpr Colour grey { 128, 128, 128, 255 };
+    auto const shownWithDifference = [&](double difference) { // In steps of 8 bits.
+        Bytes const profile = profileWithGreenCurve([=](GreenCurve& curve) {
+            curve[8] = static_cast<cmsUInt16Number>(curve[8] + std::lround(difference * 256));
+        });
+        return shown(withProfile(png(*solid(4, 4, grey)), profile));
+    };
+    EXPECT_EQ(shownWithDifference(0.95), grey);
+    EXPECT_NE(shownWithDifference(1.05), grey);
 }
 
 TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOnePrimaryChangesColours)
