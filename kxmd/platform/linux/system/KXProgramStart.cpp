@@ -64,6 +64,7 @@ private:
 std::vector<char*> pointersTo(std::vector<std::string> const& words)
 {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string const& word : words)
         pointers.push_back(const_cast<char*>(word.c_str())); // Only read.
     pointers.push_back(nullptr);

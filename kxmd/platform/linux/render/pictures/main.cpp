@@ -58,7 +58,7 @@ private:
             : _loader.pngRepresentation(*image);
     }
 
-    KXPixbufPictureLoader const _loader;
+    KXPixbufPictureLoader _loader;
 };
 
 }
