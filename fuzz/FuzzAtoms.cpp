@@ -48,6 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
             KXMD_REQUIRE(atom->rootAtom() == root.get());
             KXMD_REQUIRE((atom->trackAtom() != nullptr) == isInTrack);
             (void)atom->trackType();
+            KXMD_REQUIRE(atom->rootIsParsed());
+            KXMD_REQUIRE(atom->isContainerAtom() || atom->children().empty());
             (void)atom->codecInfo();
         }
     }

@@ -45,6 +45,18 @@ bool canBeTakenBack(
     return !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
 }
 
+void removeLastFrame(std::vector<std::uint8_t> bytes)
+{
+    auto const data = std::make_shared<KXMutableData>(std::move(bytes));
+    KXMDFileMetaMP3 meta;
+    if (!meta.parseAbstractData(*KXMutableAbstractData::abstractDataWithData(data)))
+        return;
+    std::uint64_t const before = data->length();
+    auto const frames = meta.frames();
+    if (!frames->empty() && frames->back()->removeSelfFromMutableData(*data))
+        KXMD_REQUIRE(data->length() + frames->back()->size() == before);
+}
+
 void removeUserData(std::vector<std::uint8_t> bytes)
 {
     auto const data = std::make_shared<KXMutableData>(std::move(bytes));
@@ -64,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
     static KXData const picture(std::vector<std::uint8_t>(300, 'p'));
     std::vector<std::uint8_t> const original(bytes, bytes + length);
     removeUserData(original);
+    removeLastFrame(original);
 
     auto const data = std::make_shared<KXMutableData>(original);
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(

@@ -37,6 +37,16 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
         KXMD_REQUIRE(frame->tag().size() >= 3);
         KXMD_REQUIRE(!frame->content() || frame->content()->size() <= 2 * frame->dataSize());
     }
+    std::pair<std::string_view, std::string_view> const tagKeys[] { { meta.titleTag(),
+                                                                        KXMDMetadataKeyName },
+        { meta.artistTag(), KXMDMetadataKeyArtist }, { meta.albumTag(), KXMDMetadataKeyAlbum },
+        { meta.albumArtistTag(), KXMDMetadataKeyAlbumArtist } };
+    for (auto const& [tag, key] : tagKeys) {
+        auto const tagged = meta.allFramesWithTag(tag);
+        bool const isThere = tagged && !tagged->empty();
+        KXMD_REQUIRE(
+            meta.metadataForKey(key) == (isThere ? tagged->back()->content() : std::nullopt));
+    }
     if (!frames->empty())
         KXMD_REQUIRE(!meta.allFramesWithTag(frames->back()->tag())->empty());
     return 0;

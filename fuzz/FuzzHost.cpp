@@ -15,6 +15,8 @@
 #include "kxmd/thumbnails/KXMDThumbnailController.h"
 
 #include <algorithm>
+#include <cmath>
+#include <future>
 #include <limits>
 #include <stdexcept>
 
@@ -31,7 +33,15 @@ KXSize size(Choices& choices)
     return { sides[choice % 11], sides[choice < 0xC0 ? choice % 11 : choice % 7] };
 }
 
-bool isOfSize(KXImage::Ref const& image, KXSize size) { return !image || image->size() == size; }
+/// Pictures are cached by sizes in whole points.
+bool isOfSize(KXImage::Ref const& image, KXSize size)
+{
+    auto const isSame = [](double one, double other) {
+        return std::trunc(one) == (std::isnan(other) ? 0 : std::trunc(other));
+    };
+    return !image
+        || (isSame(image->size().width, size.width) && isSame(image->size().height, size.height));
+}
 
 /// The cache beside a plain list, the most recently used picture first.
 void checkCache(Choices& choices)
@@ -136,7 +146,7 @@ public:
             break;
         case 4:
             _machine.memoryPressure->runShort();
-            KXMD_REQUIRE(!_controller->thumbnailExistsForPath(path, wanted));
+            KXMD_REQUIRE(isBusy() || !_controller->thumbnailExistsForPath(path, wanted));
             break;
         case 5:
             expect(_controller->thumbnailForFile(file, wanted, handler(wanted)),
@@ -170,6 +180,9 @@ private:
     }
 
     void expect(KXImage::Ref const& atOnce, bool isAnswered) { _expected += isAnswered && !atOnce; }
+
+    /// Whether the controller's own thread may put pictures into the cache meanwhile.
+    bool isBusy() const { return _expected; }
 
     void askForComposite(KXSize wanted)
     {
@@ -208,7 +221,8 @@ private:
         _controller->setThumbnailForPath(path, image, wanted);
         auto const scaled = _controller->scaleImage(image, wanted);
         constexpr std::size_t budget = 4096;
-        if (scaled && !path.empty() && scaled->pixels().size() <= budget)
+        bool const isKept = scaled && !path.empty() && scaled->pixels().size() <= budget;
+        if (isKept && !isBusy())
             KXMD_REQUIRE(_controller->thumbnailExistsForPath(path, wanted));
         auto const jpg = _controller->jpgRepresentationOfImage(image);
         KXMD_REQUIRE(
@@ -226,8 +240,13 @@ private:
 void checkMetadata(HostMachine const& machine, KXDCSimpleFile& file)
 {
     auto const controller = KXMDFileMetaController::createWithPlatform(machine.platform);
+    std::promise<KXMDFileMeta::Ref> answer;
+    controller->fileMetaForFile(std::make_shared<KXDCSimpleFile>(file.sourcePath()),
+        [&answer](KXMDFileMeta::Ref later) { answer.set_value(std::move(later)); });
     auto const meta = controller->fileMetaForFile(file);
-    KXMD_REQUIRE(meta && !meta->readError());
+    auto const later = answer.get_future().get();
+    KXMD_REQUIRE(later && later->filesize() == meta->filesize());
+    KXMD_REQUIRE(meta && !meta->readError() == !file.sourcePath().ends_with("-none"));
     controller->mergeFileMetaIntoFile(*meta, file);
     for (auto const key : { KXMDMetadataKeyName, KXMDMetadataKeyArtist, KXMDMetadataKeyAlbum,
              KXMDMetadataKeyAlbumArtist })
@@ -281,7 +300,7 @@ void checkConversion(HostMachine const& machine, KXDCFileProxy const& proxy, boo
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
 {
-    silenceLog();
+    KXSetLogSink([](std::string_view, std::string_view text) { KXMD_REQUIRE(!text.empty()); });
     static HostMachine const machine;
     static std::string const path = machine.folders->applicationTempFolder() + "/source";
     Choices choices(bytes, length);
@@ -300,6 +319,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
     auto const file = std::make_shared<KXDCSimpleFile>(path);
     KXDCSimpleFileProxy const proxy(file, "/phone/file");
     checkMetadata(machine, *file);
+    checkMetadata(machine, *std::make_shared<KXDCSimpleFile>(path + "-none"));
     checkCover(asker.controller(), proxy, content);
     checkCleaning(machine, proxy, content);
     checkConversion(machine, proxy, isFailing);

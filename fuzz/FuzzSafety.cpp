@@ -24,11 +24,20 @@ struct Edit {
     Reason reason;
 };
 
+/// The metadata of a movie; null for a file that nobody would take for one.
+KXMDFileMeta::Ref movieIn(Data const& data)
+{
+    auto meta = KXMDFileMeta::fileMetaWithAbstractData(
+        *KXMutableAbstractData::abstractDataWithData(data));
+    return meta && meta->metaType() == KXMDMetaTypeMP4 ? meta : nullptr;
+}
+
 Edit addingCover(KXMP4EditSafety const& safety, std::uint16_t pictureSize)
 {
     KXData const picture(Bytes(pictureSize, 'p'));
     return { [picture](Data const& data) {
-                return KXMDFileMetaMP4().addEncodedAlbumCoverToData(picture, data);
+                auto const meta = movieIn(data);
+                return meta && meta->addEncodedAlbumCoverToData(picture, data);
             },
         safety.reasonAgainstAddingAlbumCoverOfSize(
             KXMDFileMetaMP4().albumCoverSizeForEncodedImage(picture)) };
@@ -36,7 +45,10 @@ Edit addingCover(KXMP4EditSafety const& safety, std::uint16_t pictureSize)
 
 Edit removingCover(KXMP4EditSafety const& safety)
 {
-    return { [](Data const& data) { return KXMDFileMetaMP4().removeAlbumCoverFromData(data); },
+    return { [](Data const& data) {
+                auto const meta = movieIn(data);
+                return meta && meta->removeAlbumCoverFromData(data);
+            },
         safety.reasonAgainstRemovingAlbumCover() };
 }
 

@@ -140,11 +140,10 @@ private:
             return false;
         std::string_view const identifier(
             reinterpret_cast<char const*>(_file.data()) + at, identifierSize);
-        if (!std::ranges::all_of(identifier,
-                [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }))
+        if (!isIdentifier(at, identifierSize))
             return false;
         std::uint64_t const size = numberAt(_file, at + identifierSize, identifierSize, _bits);
-        if (size > end - at - header)
+        if (size > end - at - header || isOfOtherSize(at, end))
             return false;
         auto const begin = _file.begin() + static_cast<std::ptrdiff_t>(at);
         auto const body = begin + static_cast<std::ptrdiff_t>(header);
@@ -155,6 +154,24 @@ private:
         else if (std::any_of(body, frameEnd, [](std::uint8_t byte) { return byte; }))
             _frames.emplace_back(begin, frameEnd); // Zeros alone say nothing, and may be padding.
         return true;
+    }
+
+    /// Whether a frame with a plain size where a sync-safe one is due would be read as the latter,
+    /// since another frame follows there.
+    bool isOfOtherSize(std::uint64_t at, std::uint64_t end) const
+    {
+        if (_version != 4 || _bits == 7)
+            return false;
+        std::uint64_t const next = at + 10 + numberAt(_file, at + 4, 4, 7);
+        bool const isSame = numberAt(_file, at + 4, 4, 8) == numberAt(_file, at + 4, 4, 7);
+        return !isSame && next + 4 <= end && isIdentifier(next, 4);
+    }
+
+    bool isIdentifier(std::uint64_t at, unsigned size) const
+    {
+        auto const begin = _file.begin() + static_cast<std::ptrdiff_t>(at);
+        return std::all_of(begin, begin + size,
+            [](std::uint8_t c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); });
     }
 
     Bytes const _file;

@@ -245,7 +245,7 @@ private:
         if (choice & 4)
             itemLocations();
         std::size_t const tags = begin("ilst");
-        for (unsigned left = 1 + choice % 4; left; --left) {
+        for (unsigned left = choice / 8 == 7 ? 20 : 1 + choice % 4; left; --left) {
             std::size_t const tag = begin(any<std::uint8_t>() % 2 ? "covr" : "\xA9nam");
             leaf("data", 8 + below(64));
             end(tag);
