@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
 
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
@@ -122,7 +123,10 @@ std::optional<KXData> KXDocumentThumbnailer::outputOf(
 {
     if (!_launcher.empty())
         command.insert(command.begin(), { _launcher, path, folder });
-    return KXChildProcess { .arguments = std::move(command) }.run();
+    KXChildProcess process { .arguments = std::move(command) };
+    if (KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER)
+        process.mostMemoryBytes = 0; // The launcher's own sanitizer wants terabytes.
+    return process.run();
 }
 
 /// The picture in a file that another program wrote.
