@@ -1,8 +1,12 @@
+import importlib.machinery
+import importlib.util
 import os
 import sys
 import unittest
+from unittest import mock
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts/mutation"))
+SCRIPTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts")
+sys.path[:0] = [SCRIPTS, os.path.join(SCRIPTS, "mutation")]
 
 from faults import Source, draw, shares_of
 from switches import HEAD, Switches
@@ -201,6 +205,24 @@ class MutateTests(unittest.TestCase):
         self.assertFalse(switches.drop_blamed("/x/source/kxmd/b.cpp:2:1: error: no\n"))
         self.assertTrue(switches.drop_blamed("../source/kxmd/a.cpp:2:1: error: no\n"))
         self.assertEqual((switches.mutations, switches.texts()), ({}, {}))
+
+    def test_what_no_switch_shows_is_built_by_itself(self):
+        loader = importlib.machinery.SourceFileLoader("mutate", os.path.join(SCRIPTS, "mutate"))
+        mutate = importlib.util.module_from_spec(importlib.util.spec_from_loader("mutate", loader))
+        loader.exec_module(mutate)
+        code = "".join(f"int f{i}()\n{{\n    return a{i} + b;\n}}\n" for i in range(3)) + "int c = d + e;\n"
+        source = Source("kxmd/a.cpp", code)
+        places = [[mutation] for mutation in source.mutations() if mutation.kind == "plus/minus"]
+        known = {(source.path, *source.texts(places[0][0]))}
+        with (mock.patch.object(mutate, "Tests"), mock.patch.object(mutate, "show"),
+              mock.patch.object(mutate, "noticer_of_switched", side_effect=["A.B", ""]) as switched,
+              mock.patch.object(mutate, "judge", return_value=("not noticed", "")) as judge):
+            trial = mutate.Trial({source.path: source}, known, [mock.Mock()])
+            outcomes = trial.try_all(places, 1)
+        self.assertEqual([(outcome.line, outcome.verdict) for outcome in outcomes],
+                         [(3, "equivalent"), (7, "noticed"), (11, "not noticed"), (13, "not noticed")])
+        self.assertEqual([call.args[3] for call in switched.call_args_list], [1, 2])
+        self.assertEqual([call.args[3].line for call in judge.call_args_list], [11, 13])
 
     def sources(self):
         code = "int a()\n{\n" + "    a = b + 1;\n" * 30 + "}\n"
