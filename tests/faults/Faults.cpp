@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/mman.h>
@@ -50,10 +51,10 @@ struct Plan {
 
 std::array<std::atomic<unsigned long>, kinds> counted;
 
-/// Written before main, while there is one thread; calls until then are not counted.
+/// Written when main begins, while there is one thread; calls until then are not counted.
 Plan plan;
 
-[[gnu::constructor]] void makePlan()
+void makePlan()
 {
     char const* const program = std::getenv("KXMD_FAULT_PROGRAM");
     if (!program || std::strcmp(program, program_invocation_short_name) != 0)
@@ -90,6 +91,15 @@ Plan plan;
         std::fclose(file);
 }
 
+using Main = int(int, char**, char**);
+Main* programsMain { nullptr };
+
+int mainByPlan(int argumentCount, char** arguments, char** environment)
+{
+    makePlan();
+    return programsMain(argumentCount, arguments, environment);
+}
+
 /// Counts a call; whether it is the one that something happens to.
 bool isTheOne(Calls calls)
 {
@@ -114,6 +124,18 @@ bool fails(Calls calls)
     return true;
 }
 
+#ifndef KXMD_SANITIZED // A sanitizer has an allocator of its own.
+/// Counts an allocation; whether it fails. Those of GLib's libraries never do: they end a program
+/// that is out of memory, or wait forever where they would say so under a lock of their own.
+bool failsFor(void const* caller)
+{
+    if (!fails(allocate_))
+        return false;
+    Dl_info found {};
+    return ::dladdr(caller, &found) == 0 || !std::strstr(found.dli_fname, "-2.0.so");
+}
+#endif
+
 /// Counts a call that reads or writes up to `count` bytes, and makes it: for all of them, for a
 /// part, or not at all.
 template <class Call> ssize_t transfer(Calls calls, std::size_t count, Call call)
@@ -133,36 +155,58 @@ extern "C" {
 
 // The C library's own names.
 // NOLINTBEGIN(bugprone-reserved-identifier, readability-identifier-naming)
+/// What a program begins with. Its own variables are made before main is called.
+int __libc_start_main(Main* programMain, int argumentCount, char** arguments, void (*begin)(),
+    void (*end)(), void (*endOfLoader)(), void* stackEnd)
+{
+    static auto* const original
+        = next<int(Main*, int, char**, void (*)(), void (*)(), void (*)(), void*)>(
+            "__libc_start_main");
+    programsMain = programMain;
+    return original(mainByPlan, argumentCount, arguments, begin, end, endOfLoader, stackEnd);
+}
+
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 // NOLINTEND(bugprone-reserved-identifier, readability-identifier-naming)
 
-#ifndef KXMD_SANITIZED // A sanitizer has an allocator of its own.
-void* malloc(std::size_t size) { return fails(allocate_) ? nullptr : __libc_malloc(size); }
+#ifndef KXMD_SANITIZED
+void* malloc(std::size_t size)
+{
+    return failsFor(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+}
 
 void* calloc(std::size_t count, std::size_t size)
 {
-    return fails(allocate_) ? nullptr : __libc_calloc(count, size);
+    return failsFor(__builtin_return_address(0)) ? nullptr : __libc_calloc(count, size);
 }
 
 void* realloc(void* block, std::size_t size)
 {
-    return fails(allocate_) ? nullptr : __libc_realloc(block, size);
+    return failsFor(__builtin_return_address(0)) ? nullptr : __libc_realloc(block, size);
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t size)
 {
-    return fails(allocate_) ? nullptr : __libc_memalign(alignment, size);
+    return failsFor(__builtin_return_address(0)) ? nullptr : __libc_memalign(alignment, size);
 }
 
 int posix_memalign(void** block, std::size_t alignment, std::size_t size)
 {
-    if (fails(allocate_))
+    if (failsFor(__builtin_return_address(0)))
         return errno;
     *block = __libc_memalign(alignment, size);
     return *block ? 0 : ENOMEM;
+}
+
+/// Allocates for its caller, which malloc would not see.
+char* strdup(char const* text) noexcept
+{
+    std::size_t const size = std::strlen(text) + 1;
+    void* const copy = failsFor(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+    return copy ? static_cast<char*>(std::memcpy(copy, text, size)) : nullptr;
 }
 #endif
 

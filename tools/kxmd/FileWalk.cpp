@@ -2,6 +2,8 @@
 
 #include "Session.h"
 
+#include <kxmd/base/KXFolderPrivate.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
@@ -92,9 +94,10 @@ private:
         if (fs::equivalent(folder, _leftOut, error) || (_links == Links::all && !isNew(folder)))
             return;
         std::vector<Pending> entries;
-        fs::directory_iterator entry(folder, error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error))
-            entries.push_back({ *entry, prefix + entry->path().filename().string() });
+        for (std::string const& name : KXNamesInFolder(folder, error)) {
+            std::error_code ignored;
+            entries.push_back({ fs::directory_entry(folder / name, ignored), prefix + name });
+        }
         if (error)
             _session.reportError(folder.string(), error.message());
         std::ranges::sort(entries, std::greater(), &Pending::relativePath);

@@ -1,5 +1,7 @@
 #include "FolderPictures.h"
 
+#include <kxmd/base/KXFolderPrivate.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -34,15 +36,12 @@ std::string pictureInFolder(fs::path const& folder)
 {
     std::string best;
     auto const* bestRank = pictureNames.end();
-    std::error_code error;
-    fs::directory_iterator entry(folder, error);
-    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-        auto const* const rank
-            = std::ranges::find(pictureNames, lowerCase(entry->path().filename().string()));
-        std::error_code ignored;
-        if (rank < bestRank && entry->is_regular_file(ignored)) {
+    std::error_code ignored;
+    for (std::string const& name : KXNamesInFolder(folder, ignored)) {
+        auto const* const rank = std::ranges::find(pictureNames, lowerCase(name));
+        if (rank < bestRank && fs::is_regular_file(folder / name, ignored)) {
             bestRank = rank;
-            best = entry->path().string();
+            best = folder / name;
         }
     }
     return best;

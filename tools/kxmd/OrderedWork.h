@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <stop_token>
@@ -15,7 +16,7 @@
 /// Works on items 0 to `count` - 1 on `threads` threads, or as many as the system has. The results
 /// of `work(item)` go to the calling thread: whatever has come meanwhile together to
 /// `finish(results)`, where it is a map by item, then each to `take(item, result)`, in the order of
-/// the items.
+/// the items. What `work` throws ends it all, and leaves this.
 template <class Work, class Finish, class Take>
 void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finish, Take take)
 {
@@ -24,15 +25,23 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finis
     std::atomic<std::size_t> next { 0 };
     std::mutex mutex;
     std::condition_variable_any changed;
-    Results worked; // Guarded by the mutex.
+    Results worked; // Guarded by the mutex, and so is
+    std::exception_ptr failure; // the first that there was.
 
     auto const workOnItems = [&](std::stop_token const& stop) {
-        for (std::size_t item = next++; item < count; item = next++) {
-            auto result = work(item);
-            std::unique_lock lock(mutex);
-            if (!changed.wait(lock, stop, [&] { return worked.size() < mostWaiting; }))
-                return;
-            worked.emplace(item, std::move(result));
+        try {
+            for (std::size_t item = next++; item < count; item = next++) {
+                auto result = work(item);
+                std::unique_lock lock(mutex);
+                if (!changed.wait(lock, stop, [&] { return worked.size() < mostWaiting; }))
+                    return;
+                worked.emplace(item, std::move(result));
+                changed.notify_all();
+            }
+        } catch (...) { // Out of a thread's own function it would end the program.
+            std::scoped_lock const lock(mutex);
+            if (!failure)
+                failure = std::current_exception();
             changed.notify_all();
         }
     };
@@ -54,7 +63,9 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finis
     Results finished;
     for (std::size_t item = 0; item < count;) {
         std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return !worked.empty(); });
+        changed.wait(lock, [&] { return !worked.empty() || failure; });
+        if (failure)
+            std::rethrow_exception(failure);
         Results results = std::exchange(worked, {});
         changed.notify_all();
         lock.unlock();

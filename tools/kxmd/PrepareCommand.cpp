@@ -208,10 +208,12 @@ void prepare(Options const& options, Session& session)
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
-    addText(command, "--to", options->folder, "Folder to write the prepared files to");
-    command.get_option("--to")->type_name("FOLDER")->check(problemOfFolderName);
-    addOptionalText(command, "--playlist", options->playlist, "Also write a playlist of this name");
-    command.get_option("--playlist")->type_name("NAME")->check(problemOfPlaylistName);
+    addText(command, "--to", options->folder, "Folder to write the prepared files to")
+        ->type_name("FOLDER")
+        ->check(problemOfFolderName);
+    addOptionalText(command, "--playlist", options->playlist, "Also write a playlist of this name")
+        ->type_name("NAME")
+        ->check(problemOfPlaylistName);
     command.add_flag("--no-covers", options->leavesCovers, "Insert no album covers");
     command.add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
     command.add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");

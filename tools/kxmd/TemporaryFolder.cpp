@@ -1,11 +1,10 @@
 #include "TemporaryFolder.h"
 
+#include <kxmd/base/KXFolderPrivate.h>
 #include <kxmd/base/KXGuarded.h>
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <new>
 #include <set>
 #include <string_view>
 #include <sys/file.h>
@@ -14,8 +13,6 @@
 #include <utility>
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::string_view folderPrefix = "run";
 
@@ -32,24 +29,15 @@ KXGuarded<Folders>& folders()
     return shared;
 }
 
-/// Removes a folder, with all that is in it. Throws nothing, since it tidies up after failures;
-/// what stays is removed by a later run.
+/// Removes a folder, with all that is in it. What stays is removed by a later run.
 void removeFolder(std::string const& path) noexcept
 {
     constexpr int mostAttempts = 10; // Others may be writing to it, or memory short for a moment.
-    for (int i = 0; i < mostAttempts; ++i) {
-        try {
-            std::error_code error;
-            fs::remove_all(path, error);
-            if (!error)
-                return;
-        } catch (std::bad_alloc const&) {
-        }
-    }
+    for (int i = 0; i < mostAttempts && !KXRemoveFolder(path); ++i) { }
 }
 
 /// Removes the folder of a run that was killed: one of a run that goes on is locked.
-void removeIfUnlocked(fs::path const& path)
+void removeIfUnlocked(std::string const& path)
 {
     int const folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (folder < 0)
@@ -62,11 +50,10 @@ void removeIfUnlocked(fs::path const& path)
 void removeFoldersOfKilledRuns(std::string const& parent)
 {
     std::string const prefix = std::string(folderPrefix) + '-';
-    std::error_code error;
-    fs::directory_iterator folder(parent, error);
-    for (; !error && folder != fs::directory_iterator(); folder.increment(error)) {
-        if (folder->path().filename().string().starts_with(prefix))
-            removeIfUnlocked(folder->path());
+    std::error_code ignored;
+    for (std::string const& name : KXNamesInFolder(parent, ignored)) {
+        if (name.starts_with(prefix))
+            removeIfUnlocked(parent + '/' + name);
     }
 }
 

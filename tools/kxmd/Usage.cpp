@@ -55,18 +55,17 @@ void addQuietFlag(CLI::App& app, Session& session)
     app.add_flag_callback("-q,--quiet", beQuiet, "Hide the library's log lines and the progress");
 }
 
-void addText(
+CLI::Option* addText(
+    CLI::App& command, std::string const& name, std::string& text, std::string const& description)
+{
+    return addOptionalText(command, name, text, description)->required();
+}
+
+CLI::Option* addOptionalText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description)
 {
     auto const take = [&text](std::string const& typed) { text = withoutLiteralMark(typed); };
-    command.add_option_function<std::string>(name, take, description)->type_name("")->required();
-}
-
-void addOptionalText(
-    CLI::App& command, std::string const& name, std::string& text, std::string const& description)
-{
-    addText(command, name, text, description);
-    command.get_option(name)->required(false);
+    return command.add_option_function<std::string>(name, take, description)->type_name("");
 }
 
 void addFile(CLI::App& command, std::string& path, std::string const& description)
@@ -111,18 +110,18 @@ void addSize(CLI::App& command, KXSize& size)
         ->required();
 }
 
-void addOutput(CLI::App& command, std::string& path, std::string const& description)
+CLI::Option* addOutput(CLI::App& command, std::string& path, std::string const& description)
 {
     auto const take = [&path](std::string const& typed) {
         path = withoutLiteralMark(typed);
         if (path.empty())
             throw CLI::ValidationError("-o", "names no file");
     };
-    command.add_option_function<std::string>("-o,--output", take, description)->type_name("OUT");
+    return command.add_option_function<std::string>("-o,--output", take, description)
+        ->type_name("OUT");
 }
 
 void addRequiredOutput(CLI::App& command, std::string& path, std::string const& description)
 {
-    addOutput(command, path, description);
-    command.get_option("--output")->required();
+    addOutput(command, path, description)->required();
 }

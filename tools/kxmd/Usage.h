@@ -26,11 +26,11 @@ std::vector<std::string> literalArguments(int count, char** arguments);
 std::string withoutLiteralMark(std::string text);
 
 /// A text that a subcommand asks for, taken as it was typed.
-void addText(
+CLI::Option* addText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description);
 
 /// The same for one that may be left out.
-void addOptionalText(
+CLI::Option* addOptionalText(
     CLI::App& command, std::string const& name, std::string& text, std::string const& description);
 
 /// The one path that a subcommand asks for.
@@ -44,7 +44,7 @@ std::vector<std::string> textsOf(CLI::Option const& texts);
 CLI::Option* addFiles(CLI::App& command, std::string const& description);
 
 /// The file that a subcommand writes its result to, if one is named.
-void addOutput(CLI::App& command, std::string& path, std::string const& description);
+CLI::Option* addOutput(CLI::App& command, std::string& path, std::string const& description);
 
 /// The file that a subcommand must be told to write its result to.
 void addRequiredOutput(CLI::App& command, std::string& path, std::string const& description);

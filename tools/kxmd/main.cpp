@@ -103,14 +103,8 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
     return ExitStatus::wrongUsage;
 }
 
-}
-
-int main(int argumentCount, char** arguments)
+int run(int argumentCount, char** arguments)
 {
-    openMissingStandardFiles();
-    std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
-    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that outgrows its limit.
-    std::signal(SIGCHLD, SIG_DFL); // Else a converter's exit status is lost.
     Session session;
     showLog(session.standardError());
     g_log_set_writer_func(dropRemark, nullptr, nullptr);
@@ -121,10 +115,23 @@ int main(int argumentCount, char** arguments)
         parse(app, literalArguments(argumentCount, arguments));
     } catch (CLI::ParseError const& error) {
         return static_cast<int>(answer(app, error, session));
+    }
+    session.finish();
+    return static_cast<int>(session.exitStatus());
+}
+
+}
+
+int main(int argumentCount, char** arguments)
+{
+    openMissingStandardFiles();
+    std::signal(SIGPIPE, SIG_IGN); // A reader that goes away is a failed write, not the end of us,
+    std::signal(SIGXFSZ, SIG_IGN); // and so is a file that outgrows its limit.
+    std::signal(SIGCHLD, SIG_DFL); // Else a converter's exit status is lost.
+    try {
+        return run(argumentCount, arguments);
     } catch (std::bad_alloc const&) { // What was begun is undone by now.
         std::fputs("kxmd: there is not enough memory\n", stderr);
         return static_cast<int>(ExitStatus::someFileFailed);
     }
-    session.finish();
-    return static_cast<int>(session.exitStatus());
 }

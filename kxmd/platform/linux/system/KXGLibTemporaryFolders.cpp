@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/system/KXGLibTemporaryFoldersPrivate.h"
 
+#include "kxmd/base/KXFolderPrivate.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include <chrono>
@@ -47,17 +48,16 @@ void removeIfForgotten(files::directory_entry const& entry)
     }
     int const folder = openFolder(entry.path());
     if (!isHeld(folder))
-        files::remove_all(entry.path(), error);
+        KXRemoveFolder(entry.path());
     if (folder >= 0)
         ::close(folder);
 }
 
 void removeForgotten(std::string const& parent)
 {
-    std::error_code error;
-    files::directory_iterator entry(parent, error);
-    for (; !error && entry != files::directory_iterator(); entry.increment(error))
-        removeIfForgotten(*entry);
+    std::error_code ignored;
+    for (std::string const& name : KXNamesInFolder(parent, ignored))
+        removeIfForgotten(files::directory_entry(files::path(parent) / name, ignored));
 }
 
 bool isGone(int folder)

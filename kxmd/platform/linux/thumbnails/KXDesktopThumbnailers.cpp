@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXDesktopThumbnailersPrivate.h"
 
+#include "kxmd/base/KXFolderPrivate.h"
 #include "kxmd/base/KXPath.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 
@@ -11,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -112,14 +114,13 @@ void KXDesktopThumbnailers::readFile(std::string const& path) const
 void KXDesktopThumbnailers::readFolder(std::string const& folder) const
 {
     std::set<std::string> paths; // In order, so that the same one is always taken.
-    std::error_code error;
-    files::directory_iterator entry(folder, error);
-    for (; !error && entry != files::directory_iterator() && paths.size() < mostFiles;
-         entry.increment(error)) {
-        std::error_code ignored;
-        if (entry->path().extension() == ".thumbnailer" && entry->is_regular_file(ignored)
-            && entry->file_size(ignored) <= longestFile)
-            paths.insert(entry->path().string());
+    std::error_code ignored;
+    for (std::string const& name : KXNamesInFolder(folder, ignored)) {
+        files::path const path = files::path(folder) / name;
+        if (paths.size() < mostFiles && path.extension() == ".thumbnailer"
+            && files::is_regular_file(path, ignored)
+            && files::file_size(path, ignored) <= longestFile)
+            paths.insert(path);
     }
     for (auto const& path : paths)
         readFile(path);

@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
 
+#include "kxmd/base/KXFolderPrivate.h"
 #include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
 #include <glib.h>
 #include <utility>
 
@@ -24,9 +24,8 @@ public:
     }
     ~ScratchFolder()
     {
-        std::error_code ignored;
         if (!_path.empty())
-            std::filesystem::remove_all(_path, ignored);
+            KXRemoveFolder(_path);
     }
     ScratchFolder(ScratchFolder const&) = delete;
     ScratchFolder& operator=(ScratchFolder const&) = delete;
