@@ -1,4 +1,5 @@
-// Texts in every encoding, texts for a terminal, paths and the names of codecs, of any bytes.
+// Texts in every encoding, texts for a terminal, paths, the names of codecs and what a render
+// server says of media, of any bytes.
 
 #include "Choices.h"
 #include "FuzzTarget.h"
@@ -7,6 +8,7 @@
 #include "kxmd/base/KXPrintableText.h"
 #include "kxmd/base/KXTextPrivate.h"
 #include "kxmd/core/KXMDCodecInfo.h"
+#include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 
 #include <algorithm>
 #include <string>
@@ -91,6 +93,17 @@ void checkRelativePath(std::string const& root, std::string const& below)
     KXMD_REQUIRE(KXRelativePathForRootFolder(whole, root) == relative);
 }
 
+/// What a render server may send for a probe: read and written anew, it is the same.
+void checkMediaProbe(std::string_view text)
+{
+    auto const probe = mediaProbeOfText(text);
+    if (!probe)
+        return;
+    std::string const written = textOfMediaProbe(*probe);
+    if (written.size() <= longestMediaProbeText) // Latin-1 grows, and so do values left out.
+        KXMD_REQUIRE(mediaProbeOfText(written) == probe);
+}
+
 void checkCodec(Bytes const& bytes)
 {
     Choices choices(bytes.data(), bytes.size());
@@ -112,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
     checkEncodings(all);
     checkPrintable(text);
     checkPath(text);
+    checkMediaProbe(text);
     // A zero ends the folder.
     std::size_t const zero = text.find('\0');
     if (zero != std::string::npos) {

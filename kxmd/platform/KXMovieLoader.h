@@ -5,8 +5,10 @@
 #include "kxmd/base/KXExport.h"
 #include "kxmd/base/KXSize.h"
 #include "kxmd/image/KXImage.h"
+#include "kxmd/platform/KXMediaProbe.h"
 
 #include <memory>
+#include <optional>
 
 /// An opened movie or piece of music. One thread at a time.
 class KX_EXPORT KXMovie {
@@ -41,4 +43,11 @@ public:
     /// `data` must outlive the movie, which reads it. Null when it is not a movie that the library
     /// knows, or one that cannot be played from these bytes.
     [[nodiscard]] virtual std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data) const = 0;
+
+    /// `mediaProbeWithData:` What the file is that `data` holds, from its start.
+    ///
+    /// Absent when the library does not know it; also for a loader that can only open movies, as
+    /// one that does not override this.
+    [[nodiscard]] virtual std::optional<KXMediaProbe> mediaProbeWithData(
+        KXAbstractData& data) const;
 };

@@ -5,6 +5,10 @@
 KXPictureLoader::~KXPictureLoader() = default;
 KXMovie::~KXMovie() = default;
 KXMovieLoader::~KXMovieLoader() = default;
+std::optional<KXMediaProbe> KXMovieLoader::mediaProbeWithData(KXAbstractData&) const
+{
+    return std::nullopt;
+}
 KXTextDigest::~KXTextDigest() = default;
 KXThumbnailService::~KXThumbnailService() = default;
 KXIconProvider::~KXIconProvider() = default;

@@ -1,12 +1,16 @@
+import json
 import os
 import struct
+import subprocess
+from fractions import Fraction
 
+from audio import encode, pattern, tag_arguments, tone
 from support import (CommandTestCase, atom, frame, id3v23, mp4, nested, png, preloading, run, sound_entry,
                      tag_atom, text_frame, track, user_data, video_entry)
 
 EMPTY = {
     "size": 0, "detectedType": 0, "metaType": 0, "tags": {}, "containsVideo": False,
-    "video": [], "audio": [], "cover": {"valid": True, "insertable": False, "embeddedBytes": 0},
+    "video": [], "audio": [], "cover": {"valid": True, "insertable": False, "embeddedBytes": 0}, "probe": None,
 }
 
 
@@ -23,6 +27,104 @@ class InfoTests(CommandTestCase):
         self.assertEqual(result.status, 0, result.errors)
         [told] = result.objects()
         return told
+
+    def probe(self, path, *flags):
+        """What is told beside our own answers, which it does not change."""
+        plain, told = self.info(path), self.info(path, "--probe", *flags)
+        found = told.pop("probe")
+        plain.pop("probe", None)
+        self.assertEqual(told, plain)
+        return found
+
+    def assert_probe_is_of_ffprobe(self, path):
+        """The same as another program says that asks the same library."""
+        found = self.probe(path)
+        shown = json.loads(subprocess.run(
+            ["ffprobe", "-v", "error", "-of", "json", "-show_format", "-show_streams", path],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True).stdout)
+        self.assertEqual(found["duration"], float(shown["format"]["duration"]), path)
+        self.assertIn(found["container"], shown["format"]["format_name"].split(","), path)
+        streams = [stream for stream in shown["streams"] if not stream["disposition"]["attached_pic"]]
+        self.assertEqual(len(found["streams"]), len(streams), path)
+        for ours, theirs in zip(found["streams"], streams):
+            self.assertEqual(ours["kind"], theirs["codec_type"])
+            self.assertEqual(ours["codec"], theirs["codec_name"])
+            self.assertEqual(ours["profile"] or "unknown", theirs.get("profile", "unknown"))
+            self.assertEqual(ours["bitRate"], int(theirs.get("bit_rate", 0)))
+            self.assertEqual(ours["language"], theirs.get("tags", {}).get("language", ""))
+            if ours["kind"] == "audio":
+                self.assertEqual((ours["sampleRate"], ours["channels"]),
+                                 (int(theirs["sample_rate"]), theirs["channels"]))
+            if ours["kind"] == "video":
+                self.assertEqual((ours["width"], ours["height"]), (theirs["width"], theirs["height"]))
+                rate = theirs["avg_frame_rate" if theirs["avg_frame_rate"] != "0/0" else "r_frame_rate"]
+                self.assertAlmostEqual(ours["frameRate"], float(Fraction(rate)))
+        return found
+
+    def test_probe_of_music(self):
+        tags = {"title": "Träume", "artist": "The Oscillators", "album": "Sines", "album_artist": "Waves"}
+        for name in ("a.flac", "a.ogg", "a.opus", "a.wav", "a.aiff", "a.wma", "a.mka", "a.mp3", "a.m4a"):
+            options = ("-write_id3v2", "1") if name == "a.aiff" else ()
+            path = encode(self.path(name), *tone(rate=48000), *options, *tag_arguments(tags))
+            found = self.assert_probe_is_of_ffprobe(path)
+            kept = ("title", "artist", "album") if name == "a.wav" else tags
+            self.assertEqual({key: found["tags"].get(key) for key in kept},
+                             {key: tags[key] for key in kept}, name)
+            bits = {"a.flac": 16, "a.wav": 16, "a.aiff": 16}.get(name, 0)
+            self.assertEqual(found["streams"][0]["bits"], bits, name)
+            self.assertEqual(found["pictures"], [], name)
+
+    def test_probe_of_movies(self):
+        for name in ("a.mkv", "a.avi", "a.ts", "a.mp4", "a.mov"):
+            path = encode(self.path(name), *pattern(64, 48), *tone(), "-c:v", "mpeg4", "-c:a", "aac")
+            self.assert_probe_is_of_ffprobe(path)
+        self.assertEqual(self.probe(self.path("a.mov"))["container"], "mov")
+        self.assertEqual(self.probe(self.path("a.mp4"))["container"], "mp4")
+
+    def test_probe_of_subtitles_and_languages(self):
+        text = self.write("a.srt", b"1\n00:00:00,000 --> 00:00:01,000\nWords\n")
+        path = encode(self.path("a.mkv"), *tone(), "-i", text, "-map", "0", "-map", "1",
+                      "-metadata:s:0", "language=fre", "-metadata:s:1", "language=ger")
+        found = self.assert_probe_is_of_ffprobe(path)
+        self.assertEqual([(stream["kind"], stream["language"]) for stream in found["streams"]],
+                         [("audio", "fre"), ("subtitle", "ger")])
+
+    def test_probe_of_turned_movie(self):
+        plain = encode(self.path("plain.mp4"), *pattern(64, 48), "-c:v", "mpeg4")
+        with open(plain, "rb") as file:
+            content = file.read()
+        matrix = lambda a, b, c, d: struct.pack(">9i", a << 16, b << 16, 0, c << 16, d << 16, 0, 0, 0, 1 << 30)
+        position = content.index(matrix(1, 0, 0, 1), content.index(b"tkhd"))
+        for clockwise, turn in ((0, (1, 0, 0, 1)), (90, (0, 1, -1, 0)), (180, (-1, 0, 0, -1)),
+                                (270, (0, -1, 1, 0))):
+            path = self.write("turned.mp4", content[:position] + matrix(*turn) + content[position + 36:])
+            [stream] = self.probe(path)["streams"]
+            self.assertEqual((stream["rotation"], stream["width"], stream["height"]), (clockwise, 64, 48))
+
+    def test_probe_of_covers(self):
+        picture = encode(self.path("cover.jpg"), *pattern(320, 240), "-frames:v", "1")
+        size = os.path.getsize(picture)
+        front = {"kind": "front", "type": "image/jpeg", "width": 320, "height": 240, "bytes": size}
+        for name, kinds in (("a.mp3", ["front", "back"]), ("a.flac", ["front", "back"]), ("a.m4a", ["front"])):
+            comments = [word for i, kind in enumerate(kinds) for word in
+                        ("-map", "1:v", f"-metadata:s:v:{i}", f"comment=Cover ({kind})",
+                         f"-disposition:v:{i}", "attached_pic")]
+            path = encode(self.path(name), *tone(), "-i", picture, "-map", "0:a", *comments, "-c:v", "copy")
+            self.assertEqual(self.probe(path)["pictures"], [{**front, "kind": kind} for kind in kinds], name)
+
+    def test_unknown_type_is_probed_without_being_asked_for(self):
+        path = encode(self.path("a.flac"), *tone())
+        self.assertEqual(self.info(path)["probe"]["container"], "flac")
+        self.assertIsNone(self.info(self.write("text", b"Dear diary"))["probe"])
+        self.assertNotIn("probe", self.info(self.write("a.m4a", song_with_cover(320, 200))))
+
+    def test_report_of_unknown_type(self):
+        path = encode(self.path("a.flac"), *tone(rate=48000), "-metadata", "title=Sine")
+        result = run("info", path)
+        self.assertEqual(result.status, 0)
+        for line in ("  Type          flac\n", "  Duration      1 s\n", "  Title         Sine\n",
+                     "  Audio         flac, 48000 Hz, 2 channels, 16 bit\n"):
+            self.assertIn(line, result.out.decode())
 
     def test_each_file_is_opened_once(self):
         for name, content in (("a.m4a", song_with_cover(320, 200)), ("text", b"Dear diary"), ("a.mp3", b"ID3 not")):

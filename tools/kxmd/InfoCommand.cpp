@@ -7,20 +7,33 @@
 #include "Usage.h"
 
 #include <kxmd/core/KXMDFileMeta.h>
+#include <kxmd/platform/KXMediaProbe.h>
+#include <kxmd/platform/KXPlatform.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
+#include <cstdio>
 #include <memory>
+#include <optional>
 
 namespace {
 
 constexpr std::array tagKeys { KXMDMetadataKeyName, KXMDMetadataKeyArtist, KXMDMetadataKeyAlbum,
     KXMDMetadataKeyAlbumArtist };
 
+struct Options {
+    bool isJSON { false };
+    bool asksAlways { false }; ///< The movie library, also about what we know.
+};
+
 /// What one report tells.
 struct Subject {
     std::string const& path;
     KXMDMetaType detectedType { KXMDMetaTypeUnknown };
     KXMDFileMeta const& meta;
+    bool isProbed { true };
+    std::optional<KXMediaProbe> probe {};
 };
 
 JSON jsonOfTags(KXMDFileMeta const& meta)
@@ -46,10 +59,57 @@ JSON jsonOfCodecs(KXMDCodecInfo::List const& codecs)
     return list;
 }
 
+std::string_view nameOfKind(KXMediaStream::Kind kind)
+{
+    switch (kind) {
+    case KXMediaStream::Kind::video:
+        return "video";
+    case KXMediaStream::Kind::audio:
+        return "audio";
+    case KXMediaStream::Kind::subtitle:
+        return "subtitle";
+    case KXMediaStream::Kind::other:
+        break;
+    }
+    return "other";
+}
+
+JSON jsonOfStream(KXMediaStream const& stream)
+{
+    JSON found { { "kind", nameOfKind(stream.kind) }, { "codec", stream.codec },
+        { "profile", stream.profile }, { "language", stream.language },
+        { "bitRate", stream.bitRate } };
+    if (stream.kind == KXMediaStream::Kind::audio) {
+        found["sampleRate"] = stream.sampleRate;
+        found["channels"] = stream.channels;
+        found["bits"] = stream.bits;
+    } else if (stream.kind == KXMediaStream::Kind::video) {
+        found["width"] = stream.width;
+        found["height"] = stream.height;
+        found["bits"] = stream.bits;
+        found["frameRate"] = jsonNumber(stream.frameRate);
+        found["rotation"] = stream.rotation;
+    }
+    return found;
+}
+
+JSON jsonOfProbe(KXMediaProbe const& probe)
+{
+    JSON streams = JSON::array();
+    for (KXMediaStream const& stream : probe.streams)
+        streams.push_back(jsonOfStream(stream));
+    JSON pictures = JSON::array();
+    for (KXMediaPicture const& picture : probe.pictures)
+        pictures.push_back({ { "kind", picture.kind }, { "type", picture.type },
+            { "width", picture.width }, { "height", picture.height }, { "bytes", picture.bytes } });
+    return { { "container", probe.container }, { "duration", jsonNumber(probe.duration) },
+        { "tags", JSON(probe.tags) }, { "streams", streams }, { "pictures", pictures } };
+}
+
 std::string jsonReport(Subject const& subject)
 {
     KXMDFileMeta const& meta = subject.meta;
-    return jsonLine({ { "path", subject.path }, { "size", meta.filesize() },
+    JSON report({ { "path", subject.path }, { "size", meta.filesize() },
         { "detectedType", static_cast<int>(subject.detectedType) }, { "metaType", meta.metaType() },
         { "tags", jsonOfTags(meta) }, { "containsVideo", meta.containsVideo() },
         { "video", jsonOfCodecs(meta.videoCodecsInfo()) },
@@ -57,6 +117,9 @@ std::string jsonReport(Subject const& subject)
         { "cover",
             { { "valid", meta.hasValidAlbumCover() }, { "insertable", meta.canInsertAlbumCover() },
                 { "embeddedBytes", meta.albumCoverSizeForEmbeddedTags() } } } });
+    if (subject.isProbed)
+        report["probe"] = subject.probe ? jsonOfProbe(*subject.probe) : JSON();
+    return jsonLine(report);
 }
 
 std::string nameOfType(Subject const& subject)
@@ -72,7 +135,7 @@ std::string nameOfType(Subject const& subject)
     case KXMDMetaTypeUnknown:
         break;
     }
-    return "unknown";
+    return subject.probe ? subject.probe->container : "unknown";
 }
 
 /// The record's own description, without the label in front: the report's line has one already.
@@ -106,6 +169,71 @@ std::string describeCover(KXMDFileMeta const& meta)
     return meta.canInsertAlbumCover() ? "none" : "none, and no place for one";
 }
 
+/// Without the digits that nobody reads.
+std::string shortNumber(double number)
+{
+    std::array<char, 32> digits;
+    int const length = std::snprintf(digits.data(), digits.size(), "%.6g", number);
+    return { digits.data(), static_cast<std::size_t>(length) };
+}
+
+std::string describeStream(KXMediaStream const& stream)
+{
+    std::string text = stream.codec.empty() ? "unknown" : stream.codec;
+    auto const add = [&text](std::string const& part) { text += ", " + part; };
+    if (!stream.profile.empty())
+        add(stream.profile);
+    if (stream.width && stream.height)
+        add(std::to_string(stream.width) + " x " + std::to_string(stream.height));
+    if (stream.frameRate > 0)
+        add(shortNumber(stream.frameRate) + " frames/s");
+    if (stream.rotation)
+        add("turned by " + std::to_string(stream.rotation) + " degrees");
+    if (stream.sampleRate)
+        add(std::to_string(stream.sampleRate) + " Hz");
+    if (stream.channels)
+        add(std::to_string(stream.channels) + (stream.channels == 1 ? " channel" : " channels"));
+    if (stream.bits)
+        add(std::to_string(stream.bits) + " bit");
+    if (stream.bitRate)
+        add(std::to_string(stream.bitRate) + " bit/s");
+    if (!stream.language.empty())
+        add(stream.language);
+    return text;
+}
+
+std::string describePicture(KXMediaPicture const& picture)
+{
+    std::string text = picture.kind;
+    if (!picture.type.empty())
+        text += ", " + picture.type;
+    if (picture.width && picture.height)
+        text += ", " + std::to_string(picture.width) + " x " + std::to_string(picture.height);
+    return text + ", " + byteCount(picture.bytes);
+}
+
+/// A name as a person reads it: "Album artist" for "album_artist".
+std::string labelOf(std::string_view name)
+{
+    std::string label(name);
+    std::ranges::replace(label, '_', ' ');
+    label.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(label.front())));
+    return label;
+}
+
+/// What the movie library found, below what we did.
+void addProbe(TextReport& report, KXMediaProbe const& probe)
+{
+    if (probe.duration > 0)
+        report.addLine("Duration", shortNumber(probe.duration) + " s");
+    for (auto const& [name, value] : probe.tags)
+        report.addLine(labelOf(name), value);
+    for (KXMediaStream const& stream : probe.streams)
+        report.addLine(labelOf(nameOfKind(stream.kind)), describeStream(stream));
+    for (KXMediaPicture const& picture : probe.pictures)
+        report.addLine("Picture", describePicture(picture));
+}
+
 std::string textReport(Subject const& subject)
 {
     KXMDFileMeta const& meta = subject.meta;
@@ -120,38 +248,45 @@ std::string textReport(Subject const& subject)
     addCodecs(report, "Audio", meta.audioCodecsInfo());
     if (meta.metaType() == KXMDMetaTypeMP3 || meta.metaType() == KXMDMetaTypeMP4)
         report.addLine("Cover", describeCover(meta));
+    if (subject.probe)
+        addProbe(report, *subject.probe);
     return report.text();
 }
 
-void showUnreadable(std::string const& path, bool json, Session& session)
+void showUnreadable(std::string const& path, Options const& options, Session& session)
 {
-    if (json)
+    if (options.isJSON)
         session.write(jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }));
 }
 
-void showFile(std::string const& path, bool json, Session& session)
+void showFile(std::string const& path, Options const& options, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(path);
     if (!data) {
-        showUnreadable(path, json, session);
+        showUnreadable(path, options, session);
         return session.reportUnreadable(path);
     }
     KXMDMetaType const detectedType = KXMDFileMeta::metaTypeForData(*data);
     auto const meta = KXMDFileMeta::fileMetaWithAnyAbstractData(*data);
     if (session.reportReadError(path, meta->readError())) // What was found may be wrong.
-        return showUnreadable(path, json, session);
-    Subject const subject { path, detectedType, *meta };
-    session.write(json ? jsonReport(subject) : textReport(subject));
+        return showUnreadable(path, options, session);
+    Subject subject { path, detectedType, *meta };
+    subject.isProbed = options.asksAlways || detectedType == KXMDMetaTypeUnknown;
+    if (subject.isProbed)
+        subject.probe = KXPlatform::shared()->movieLoader->mediaProbeWithData(*data);
+    session.write(options.isJSON ? jsonReport(subject) : textReport(subject));
 }
 
 void addOptions(CLI::App& command, Session& session)
 {
-    auto const json = std::make_shared<bool>(false);
-    command.add_flag("--json", *json, "Print one JSON object per file");
+    auto const options = std::make_shared<Options>();
+    command.add_flag("--json", options->isJSON, "Print one JSON object per file");
+    command.add_flag("--probe", options->asksAlways,
+        "Tell also what the movie library finds, as for files of an unknown type");
     auto* const files = addFiles(command, "Files to look at");
-    command.callback([json, files, &session] {
+    command.callback([options, files, &session] {
         for (auto const& path : textsOf(*files))
-            showFile(path, *json, session);
+            showFile(path, *options, session);
     });
 }
 

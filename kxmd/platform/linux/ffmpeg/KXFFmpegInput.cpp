@@ -4,6 +4,13 @@
 
 namespace {
 
+// Containers of movies and music. What is left out reads other files (playlists, concatenations,
+// numbered pictures) or shows what is not a movie (texts, terminal recordings, single pictures).
+constexpr char const* formats
+    = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,asf,ogg,rm,mxf,nut,"
+      "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
+      "aac,ac3,eac3,dts,amr";
+constexpr int mostStreams = 256; // That a file may make FFmpeg allocate.
 constexpr int bufferLength = 32 * 1024;
 
 KXFFmpegInput const& inputAt(void* input) { return *static_cast<KXFFmpegInput const*>(input); }
@@ -21,6 +28,22 @@ KXFFmpegInput::~KXFFmpegInput()
     if (_context)
         av_freep(&_context->buffer); // It may have grown: not always the one that we allocated.
     avio_context_free(&_context);
+}
+
+AVFormatRef KXFFmpegInput::openedFormat()
+{
+    AVFormatContext* format = avformat_alloc_context();
+    if (!format || !attachToFormat(*format)) {
+        avformat_free_context(format);
+        return nullptr;
+    }
+    format->max_streams = mostStreams;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "format_whitelist", formats, 0);
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    int const opened = avformat_open_input(&format, nullptr, nullptr, &options);
+    av_dict_free(&options);
+    return AVFormatRef(opened < 0 ? nullptr : format); // Freed already where it was not opened.
 }
 
 bool KXFFmpegInput::attachToFormat(AVFormatContext& format)

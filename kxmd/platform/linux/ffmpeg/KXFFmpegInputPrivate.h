@@ -16,11 +16,12 @@ public:
     KXFFmpegInput(KXFFmpegInput const&) = delete;
     KXFFmpegInput& operator=(KXFFmpegInput const&) = delete;
 
-    /// `attachToFormat:` Makes this the input of `format`, which must not outlive it; false when
-    /// there is no memory.
-    [[nodiscard]] bool attachToFormat(AVFormatContext& format);
+    /// `openedFormat` The movie or music, opened once; it must not outlive this object. Null when
+    /// it is neither, or cannot be opened.
+    [[nodiscard]] AVFormatRef openedFormat();
 
 private:
+    bool attachToFormat(AVFormatContext& format);
     static int readPacket(void* input, std::uint8_t* bytes, int length);
     static std::int64_t seek(void* input, std::int64_t offset, int whence);
 

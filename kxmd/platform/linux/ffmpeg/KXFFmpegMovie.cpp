@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegMoviePrivate.h"
 
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
 
 #include <algorithm>
 #include <span>
@@ -11,14 +12,7 @@ extern "C" {
 
 namespace {
 
-// Containers of movies and music. What is left out reads other files (playlists, concatenations,
-// numbered pictures) or shows what is not a movie (texts, terminal recordings, single pictures).
-constexpr char const* formats
-    = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,asf,ogg,rm,mxf,nut,"
-      "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
-      "aac,ac3,eac3,dts,amr";
-// What a file may make FFmpeg allocate: its streams, and the largest frame (8K has 33 million).
-constexpr int mostStreams = 256;
+// The largest frame that a file may make FFmpeg allocate (8K has 33 million).
 constexpr std::int64_t mostPixels = 1ll << 26;
 constexpr int mostTries = 8; // Damaged frames that are passed over before we give up.
 constexpr double longestTime = 1e9; // Seconds.
@@ -26,31 +20,11 @@ constexpr double timeRounding = 1e-6; // Seconds by which a time of ours may mis
 
 AVFrameRef newFrame() { return AVFrameRef(av_frame_alloc()); }
 
-bool isAttachedPicture(AVStream const& stream)
-{
-    return stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS);
-}
-
-/// The side data of a stream, or null when it does not have as much as `length` bytes.
-std::uint8_t const* sideDataOfStream(
-    AVStream const& stream, AVPacketSideDataType type, std::size_t length)
-{
-#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 0)
-    auto const* const found = av_packet_side_data_get(
-        stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, type);
-    return found && found->size >= length ? found->data : nullptr;
-#else
-    std::size_t found = 0;
-    auto const* const data = av_stream_get_side_data(&stream, type, &found);
-    return found >= length ? data : nullptr;
-#endif
-}
-
 std::int32_t const* displayMatrixOf(AVStream const& stream, AVFrame const& frame)
 {
     constexpr std::size_t length = 9 * sizeof(std::int32_t);
-    if (auto const* const matrix = sideDataOfStream(stream, AV_PKT_DATA_DISPLAYMATRIX, length))
-        return reinterpret_cast<std::int32_t const*>(matrix); // FFmpeg allocates for any type.
+    if (auto const* const matrix = displayMatrixOf(stream))
+        return matrix;
     auto const* const ofFrame = av_frame_get_side_data(&frame, AV_FRAME_DATA_DISPLAYMATRIX);
     return ofFrame && ofFrame->size >= length ? reinterpret_cast<std::int32_t const*>(ofFrame->data)
                                               : nullptr;
@@ -102,21 +76,8 @@ KXFFmpegMovie::KXFFmpegMovie(KXAbstractData& data)
 
 bool KXFFmpegMovie::open()
 {
-    AVFormatContext* format = avformat_alloc_context();
-    if (!format || !_input.attachToFormat(*format)) {
-        avformat_free_context(format);
-        return false;
-    }
-    format->max_streams = mostStreams;
-    AVDictionary* options = nullptr;
-    av_dict_set(&options, "format_whitelist", formats, 0);
-    av_dict_set(&options, "protocol_whitelist", "file", 0);
-    int const opened = avformat_open_input(&format, nullptr, nullptr, &options);
-    av_dict_free(&options);
-    if (opened < 0)
-        return false; // The format is freed already.
-    _format.reset(format);
-    if (!knowsVideoStream() && avformat_find_stream_info(format, nullptr) < 0)
+    _format = _input.openedFormat();
+    if (!_format || (!knowsVideoStream() && avformat_find_stream_info(_format.get(), nullptr) < 0))
         return false;
     _video = bestVideoStream();
     return true;
@@ -126,21 +87,20 @@ bool KXFFmpegMovie::open()
 bool KXFFmpegMovie::knowsVideoStream() const
 {
     // Formats that tell of streams later on have none yet, or none with a size.
-    std::span const streams(_format->streams, _format->nb_streams);
-    for (AVStream const* const stream : streams) {
+    for (AVStream const* const stream : streamsOf(*_format)) {
         AVCodecParameters const& parameters = *stream->codecpar;
         bool const isKnown = parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0;
         if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !isAttachedPicture(*stream) && !isKnown)
             return false;
     }
-    return !streams.empty();
+    return _format->nb_streams > 0;
 }
 
 /// The first stream that a player would show by itself; null when there is none.
 AVStream* KXFFmpegMovie::bestVideoStream() const
 {
     AVStream* best = nullptr;
-    for (AVStream* const stream : std::span(_format->streams, _format->nb_streams)) {
+    for (AVStream* const stream : streamsOf(*_format)) {
         if (stream->codecpar->codec_type != AVMEDIA_TYPE_VIDEO || isAttachedPicture(*stream))
             continue;
         bool const isDefault = stream->disposition & AV_DISPOSITION_DEFAULT;
@@ -164,7 +124,7 @@ bool KXFFmpegMovie::openDecoder()
     // they save, and callers have their own.
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
         return false;
-    for (AVStream* const stream : std::span(_format->streams, _format->nb_streams))
+    for (AVStream* const stream : streamsOf(*_format))
         stream->discard = stream == _video ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     _decoder = std::move(decoder);
     return true;
@@ -177,7 +137,7 @@ double KXFFmpegMovie::duration() const
 
 KXData KXFFmpegMovie::attachedPicture() const
 {
-    for (AVStream const* const stream : std::span(_format->streams, _format->nb_streams)) {
+    for (AVStream const* const stream : streamsOf(*_format)) {
         AVPacket const& picture = stream->attached_pic;
         if (isAttachedPicture(*stream) && picture.data && picture.size > 0)
             return KXData({ picture.data, picture.data + picture.size });

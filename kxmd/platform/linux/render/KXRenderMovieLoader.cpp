@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
 
+#include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 
 #include <algorithm>
@@ -67,4 +68,17 @@ std::unique_ptr<KXMovie> KXRenderMovieLoader::movieWithData(KXAbstractData& data
     if (!reply || reply->answer.outcome != KXRenderAnswer::Outcome::done)
         return nullptr;
     return std::make_unique<RenderedMovie>(std::move(reply->task), reply->answer.duration);
+}
+
+std::optional<KXMediaProbe> KXRenderMovieLoader::mediaProbeWithData(KXAbstractData& data) const
+{
+    data.setOffset(0);
+    KXRenderRequest const request { .operation = KXRenderRequest::Operation::probe,
+        .length = data.length() };
+    auto const reply = _server->replyTo(request, data, _limits);
+    if (!reply || reply->answer.length > longestMediaProbeText)
+        return std::nullopt;
+    KXData const answer = bytesOfAnswer(reply->message, reply->answer);
+    auto const bytes = answer.bytes();
+    return mediaProbeOfText({ reinterpret_cast<char const*>(bytes.data()), bytes.size() });
 }

@@ -12,6 +12,8 @@ public:
     KXRenderMovieLoader(std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits);
 
     [[nodiscard]] std::unique_ptr<KXMovie> movieWithData(KXAbstractData& data) const override;
+    [[nodiscard]] std::optional<KXMediaProbe> mediaProbeWithData(
+        KXAbstractData& data) const override;
 
 private:
     std::shared_ptr<KXRenderServer const> const _server;

@@ -1,7 +1,11 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegMoviePrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegProbePrivate.h"
+#include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 #include "kxmd/platform/linux/render/program/KXForkServerPrivate.h"
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 extern "C" {
 #include <libavutil/log.h>
@@ -28,6 +32,23 @@ void answer(KXMovie& movie, KXRenderQuestion const& question, KXRenderReply cons
     }
 }
 
+void serveMovie(KXAbstractData& data, KXRenderReply const& reply)
+{
+    auto const movie = KXFFmpegMovie::movieWithData(data);
+    if (!movie)
+        return reply.send({ .outcome = KXRenderAnswer::Outcome::unknown });
+    reply.send({ .outcome = KXRenderAnswer::Outcome::done, .duration = movie->duration() });
+    while (auto const question = reply.question())
+        answer(*movie, *question, reply);
+}
+
+void serveProbe(KXAbstractData& data, KXRenderReply const& reply)
+{
+    auto const probe = mediaProbeByFFmpeg(data);
+    std::string const text = probe ? textOfMediaProbe(*probe) : "";
+    reply.sendBytes({ reinterpret_cast<std::uint8_t const*>(text.data()), text.size() });
+}
+
 class MovieWork final : public KXRenderWork {
 public:
     void warmUp() const override { av_log_set_level(AV_LOG_QUIET); }
@@ -35,13 +56,14 @@ public:
     void serve(KXRenderRequest const& request, KXAbstractData& data,
         KXRenderReply const& reply) const override
     {
-        bool const isOfMovies = request.operation == KXRenderRequest::Operation::movie;
-        auto const movie = isOfMovies ? KXFFmpegMovie::movieWithData(data) : nullptr;
-        if (!movie)
+        switch (request.operation) {
+        case KXRenderRequest::Operation::movie:
+            return serveMovie(data, reply);
+        case KXRenderRequest::Operation::probe:
+            return serveProbe(data, reply);
+        default:
             return reply.send({ .outcome = KXRenderAnswer::Outcome::unknown });
-        reply.send({ .outcome = KXRenderAnswer::Outcome::done, .duration = movie->duration() });
-        while (auto const question = reply.question())
-            answer(*movie, *question, reply);
+        }
     }
 };
 

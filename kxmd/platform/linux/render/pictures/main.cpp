@@ -37,6 +37,7 @@ public:
         case KXRenderRequest::Operation::png:
             return reply.sendBytes(encoded(request, data).bytes());
         case KXRenderRequest::Operation::movie:
+        case KXRenderRequest::Operation::probe:
             return reply.send({ .outcome = KXRenderAnswer::Outcome::unknown });
         }
     }
