@@ -1,10 +1,11 @@
 import os
+import struct
 import subprocess
 
 import movies
 import pictures
 from pictures import BLUE, GREEN, RED, TRANSPARENT, WHITE, Picture
-from support import CommandTestCase, atom, mp4, run, tag_atom, user_data
+from support import CommandTestCase, atom, mp4, run, sound_entry, tag_atom, track, user_data
 
 NOTHING = "has nothing to show"
 
@@ -61,6 +62,96 @@ class PicturesTests(CommandTestCase):
         photo = self.write("a.png", pictures.encoded(8, 8, lambda x, y: RED if y < 4 else TRANSPARENT))
         thumbnail = self.picture("thumbnail", photo, "-s", "8x8")
         self.assertEqual((thumbnail.pixel(4, 0), thumbnail.pixel(4, 7)), (RED, TRANSPARENT))
+
+    def test_thumbnail_that_fits_keeps_its_shape(self):
+        photo = self.write("a.png", pictures.encoded(40, 20, lambda x, y: RED if x < 20 else BLUE))
+        for size, shown in (("20x20", (20, 10)), ("100x10", (20, 10)), ("10x100", (10, 5)), ("99x99", (40, 20))):
+            thumbnail = self.picture("thumbnail", photo, "-s", size, "--fit")
+            self.assertEqual(thumbnail.size, shown, size)
+            self.assertEqual((thumbnail.pixel(0, 0), thumbnail.pixel(shown[0] - 1, 0)), (RED, BLUE), size)
+
+    # Many thumbnails
+
+    def thumbnails_below(self, folder):
+        return {os.path.relpath(os.path.join(where, name), folder): Picture(self.content(os.path.join(where, name)))
+                for where, _, names in os.walk(folder) for name in names}
+
+    def test_thumbnails_of_many_are_named_after_their_files(self):
+        paths = self.four_files()
+        target = self.path("new/folder")
+        result = run("thumbnail", *paths, "-s", "6x4", "--to", target + "/")
+        self.assertEqual((result.status, result.errors, result.out), (0, [], b""))
+        shown = self.thumbnails_below(target)
+        self.assertEqual({name: (picture.size, picture.pixel(1, 1)) for name, picture in shown.items()},
+                         {f"{i}.png.png": ((6, 4), colour) for i, colour in enumerate((RED, GREEN, BLUE, WHITE))})
+        for jobs in ("1", "7"):
+            again = self.path(jobs)
+            self.assertEqual(run("thumbnail", *paths, "-s", "6x4", "--to", again, "-j", jobs).status, 0)
+            self.assertEqual({name: self.content(os.path.join(again, name)) for name in shown},
+                             {name: self.content(os.path.join(target, name)) for name in shown})
+
+    def test_thumbnails_of_many_that_fit(self):
+        photo = self.write("a.png", pictures.solid(40, 20, RED))
+        self.assertEqual(run("thumbnail", photo, photo, "-s", "20x20", "--fit", "--to", self.path("to")).status, 1)
+        self.assertEqual(self.thumbnails_below(self.path("to"))["a.png.png"].size, (20, 10))
+
+    def test_thumbnails_of_tracks_of_one_album_are_their_own(self):
+        paths = []
+        for i, colour in enumerate((RED, GREEN)):
+            cover = atom(b"covr", atom(b"data", struct.pack(">II", 14, 0), pictures.solid(8, 8, colour)))
+            paths.append(self.write(f"{i}.m4a", mp4(track(b"soun", sound_entry(2)),
+                                                    user_data(tag_atom(b"\xa9alb", "Sky"), cover))))
+        self.assertEqual(run("thumbnail", *paths, "-s", "8x8", "--to", self.path("to")).status, 0)
+        shown = self.thumbnails_below(self.path("to"))
+        self.assertEqual([shown[f"{i}.m4a.png"].pixel(4, 4) for i in range(2)], [RED, GREEN])
+
+    def test_thumbnails_of_folders(self):
+        for name in ("in/b.png", "in/deep/a.png", "in/deep/words.txt"):
+            os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+            self.write(name, pictures.solid(8, 8, RED) if name.endswith("png") else b"words")
+        target = self.path("in/to")  # Not entered itself.
+        for _ in range(2):
+            result = run("thumbnail", "-r", self.path("in"), "-s", "4x4", "--to", target)
+            self.assert_failure(result, self.path("in/deep/words.txt"), NOTHING)
+            self.assertEqual(set(self.thumbnails_below(target)), {"b.png.png", "deep/a.png.png"})
+
+    def test_thumbnails_that_fail_cost_no_others(self):
+        good, target = self.write("good.png", pictures.solid(8, 8, RED)), self.path("to")
+        os.mkdir(self.path("twice"))
+        bad, missing = self.write("bad.png", b"words"), self.path("missing.png")
+        twice = self.write("twice/good.png", pictures.solid(8, 8, BLUE))
+        result = run("thumbnail", bad, missing, self.folder, good, twice, "-s", "4x4", "--to", target)
+        self.assertEqual(result.status, 1)
+        self.assertEqual(len(result.errors), 4, result.errors)
+        for error, (path, problem) in zip(result.errors, [
+                (bad, NOTHING), (missing, "No such file"), (self.folder, "is a folder"),
+                (twice, "another file has the same target")]):
+            self.assertIn(f"kxmd: {path}: {problem}", error)
+        shown = self.thumbnails_below(target)
+        self.assertEqual({name: picture.pixel(1, 1) for name, picture in shown.items()}, {"good.png.png": RED})
+
+    def test_thumbnails_are_never_written_over_a_file_that_is_shown(self):
+        content = pictures.solid(8, 8, RED)
+        first, second = self.write("a", content), self.write("a.png", content)
+        result = run("thumbnail", first, second, "-s", "4x4", "--to", self.folder)
+        self.assert_failure(result, first, "its target is one of the files that are read")
+        self.assertEqual(self.content(second), content)
+        self.assertEqual(Picture(self.content(self.path("a.png.png"))).size, (4, 4))
+
+    def test_thumbnails_of_private_files_are_private(self):
+        photo = self.write("a.png", pictures.solid(8, 8, RED))
+        os.chmod(photo, 0o600)
+        self.assertEqual(run("thumbnail", photo, "-s", "4x4", "--to", self.path("to")).status, 0)
+        self.assertEqual(os.stat(self.path("to/a.png.png")).st_mode & 0o777, 0o600)
+
+    def test_one_file_goes_to_a_file_and_many_to_a_folder(self):
+        photo = self.write("a.png", pictures.solid(8, 8, RED))
+        for arguments in ((photo, photo, "-o", self.out), ("-r", photo, "-o", self.out),
+                          (photo, "-o", self.out, "--to", self.path("to")), (photo, "--to", ""),
+                          (photo, "--to", self.path("to"), "-j", "0"), ("--to", self.path("to"))):
+            self.assert_usage_error(run("thumbnail", "-s", "4x4", *arguments))
+        self.assert_nothing_written()
+        self.assertFalse(os.path.exists(self.path("to")))
 
     # The extension of OUT
 

@@ -301,7 +301,7 @@ class PrepareTests(CommandTestCase):
         first, second = self.place("a/x.mp3", "song.mp3"), self.put("b/x.mp3", b"another")
         result = run("prepare", first, second, "--to", os.path.join(self.source, "b"))
         self.assertEqual((result.status, len(result.errors)), (1, 2))
-        self.assertIn("its target is one of the files to prepare", result.errors[0])
+        self.assertIn("its target is one of the files that are read", result.errors[0])
         self.assertEqual(self.read(second), b"another")
 
     def test_two_files_with_one_target(self):

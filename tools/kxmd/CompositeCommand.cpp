@@ -37,7 +37,7 @@ void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     addSize(command, options->size);
-    addPictureOutput(command, options->output);
+    addPictureOutput(command, options->output)->required();
     auto* const files = addFiles(command, "Files to show; the first four that differ");
     command.callback(
         [options, files, &session] { writeComposite(textsOf(*files), *options, session); });

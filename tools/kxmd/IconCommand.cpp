@@ -33,7 +33,7 @@ void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     addSize(command, options->size);
-    addPictureOutput(command, options->output);
+    addPictureOutput(command, options->output)->required();
     addFile(command, options->path, "File or folder, which need not exist");
     command.callback([options, &session] { writeIcon(*options, session); });
 }

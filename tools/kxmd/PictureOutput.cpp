@@ -39,16 +39,22 @@ Format const* formatOfPath(std::string_view path)
 
 }
 
-void addPictureOutput(CLI::App& command, std::string& path)
+CLI::Option* addPictureOutput(CLI::App& command, std::string& path)
 {
     auto const take = [&path](std::string const& typed) {
         path = withoutLiteralMark(typed);
         if (!formatOfPath(path))
             throw CLI::ValidationError("-o", "\"" + path + "\" ends in none of .png, .jpg, .jpeg");
     };
-    command.add_option_function<std::string>("-o,--output", take, "Write a PNG or JPEG, by name")
-        ->type_name("OUT")
-        ->required();
+    return command
+        .add_option_function<std::string>("-o,--output", take, "Write a PNG or JPEG, by name")
+        ->type_name("OUT");
+}
+
+KXData encodedPicture(KXImage const& image, std::string const& path)
+{
+    auto const encode = formatOfPath(path)->encode;
+    return ((*KXPlatform::shared()->pictureLoader).*encode)(image);
 }
 
 bool writePicture(KXImage::Ref const& image, std::string const& path,
@@ -58,8 +64,7 @@ bool writePicture(KXImage::Ref const& image, std::string const& path,
         session.reportError(inputs.front(), "has nothing to show");
         return false;
     }
-    auto const encode = formatOfPath(path)->encode;
-    KXData const encoded = ((*KXPlatform::shared()->pictureLoader).*encode)(*image);
+    KXData const encoded = encodedPicture(*image, path);
     if (!encoded.length()) {
         session.reportError(path, "the picture cannot be encoded");
         return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kxmd/base/KXData.h>
 #include <kxmd/image/KXImage.h>
 
 #include <CLI/App.hpp>
@@ -11,7 +12,11 @@ class Session;
 
 /// The file that a subcommand writes its picture to. Any other extension than those of PNG and JPEG
 /// is wrong usage.
-void addPictureOutput(CLI::App& command, std::string& path);
+CLI::Option* addPictureOutput(CLI::App& command, std::string& path);
+
+/// `image` as PNG or JPEG, by the extension of `path`; empty when it cannot be encoded. Safe on any
+/// thread.
+KXData encodedPicture(KXImage const& image, std::string const& path);
 
 /// Writes `image`, which was made from the files `inputs`, as PNG or JPEG, by the extension of
 /// `path`. Reports what goes wrong; a null picture means that the first input has nothing to show.

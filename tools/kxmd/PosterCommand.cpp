@@ -31,7 +31,7 @@ void writePoster(Options const& options, Session& session)
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
-    addPictureOutput(command, options->output);
+    addPictureOutput(command, options->output)->required();
     addFile(command, options->path, "Movie to show");
     command.callback([options, &session] { writePoster(*options, session); });
 }

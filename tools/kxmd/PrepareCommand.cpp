@@ -7,22 +7,19 @@
 #include "Preparation.h"
 #include "PreparationReport.h"
 #include "Session.h"
+#include "TargetFolder.h"
 #include "Targets.h"
 #include "TemporaryFolder.h"
 #include "Usage.h"
 
-#include <CLI/Validators.hpp>
-
-#include <filesystem>
-#include <map>
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
+#include <thread>
+#include <utility>
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Options {
     CLI::Option* paths { nullptr };
@@ -42,45 +39,6 @@ std::string problemOfPlaylistName(std::string const& typed)
     std::string const name = withoutLiteralMark(typed);
     bool const isName = !name.empty() && name.find('/') == std::string::npos;
     return isName ? "" : "\"" + name + "\" is not the name of a file";
-}
-
-std::string problemOfFolderName(std::string const& typed)
-{
-    return withoutLiteralMark(typed).empty() ? "is empty" : "";
-}
-
-/// Without slashes at its end, so that paths below it read well; the root stays what it is.
-std::string folderFromArgument(std::string folder)
-{
-    while (folder.size() > 1 && folder.back() == '/')
-        folder.pop_back();
-    return folder;
-}
-
-/// False, and reported, when it cannot be made.
-bool makeFolder(std::string const& folder, Session& session)
-{
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error)
-        session.reportError(folder, error.message());
-    return !error;
-}
-
-/// Makes the folder of each target; whether there is a new one. A file whose folder cannot be made
-/// fails later by itself.
-bool createFolders(std::vector<FoundFile> const& files, std::string const& folder)
-{
-    bool isAnyNew = false;
-    std::error_code ignored;
-    fs::path last;
-    for (FoundFile const& file : files) {
-        fs::path const parent = fs::path(folder + '/' + file.relativePath).parent_path();
-        if (parent != last)
-            isAnyNew |= fs::create_directories(parent, ignored);
-        last = parent;
-    }
-    return isAnyNew;
 }
 
 std::string targetOf(FoundFile const& file, Options const& options)
@@ -147,35 +105,16 @@ PreparationOutcome outcomeOf(PreparationJob const& job, std::uint64_t size,
     }
 }
 
-/// Puts the files of `outcomes` in their places.
-void placeFiles(std::map<std::size_t, PreparationOutcome>& outcomes, Targets& targets)
-{
-    std::vector<Targets::Arrival> arrivals;
-    for (auto const& [item, outcome] : outcomes) {
-        if (outcome.file)
-            arrivals.push_back({ *outcome.file });
-    }
-    targets.place(arrivals);
-    auto arrival = arrivals.begin();
-    for (auto& [item, outcome] : outcomes) {
-        if (outcome.file)
-            outcome.error = std::move((arrival++)->error);
-        outcome.file.reset();
-    }
-}
-
 void prepare(Options const& options, Session& session)
 {
     auto const platform = KXPlatform::shared();
-    if (!makeFolder(options.folder, session))
+    if (!makeTargetFolder(options.folder, session))
         return;
     auto const files = foundFiles(textsOf(*options.paths), options.folder,
         options.followsLinks ? Links::all : Links::toFilesWithin, session);
     Targets targets(options.folder);
-    if (createFolders(files, options.folder)) {
-        if (std::string const error = targets.sync(); !error.empty())
-            return session.reportError(options.folder, error);
-    }
+    if (!makeFoldersOfTargets(files, options.folder, targets, session))
+        return;
     for (FoundFile const& file : files)
         targets.protect(file.path);
     Playlist playlist(options.folder, options.playlist);
@@ -196,7 +135,7 @@ void prepare(Options const& options, Session& session)
             report.advance(outcome);
             return outcome;
         },
-        [&](auto& outcomes) { placeFiles(outcomes, targets); },
+        [&](auto& outcomes) { placeFilesOf(outcomes, targets); },
         [&](std::size_t, PreparationOutcome const& outcome) {
             report.add(outcome);
             playlist.add(outcome);
@@ -208,9 +147,7 @@ void prepare(Options const& options, Session& session)
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
-    addText(command, "--to", options->folder, "Folder to write the prepared files to")
-        ->type_name("FOLDER")
-        ->check(problemOfFolderName);
+    addTargetFolder(command, options->folder, "Folder to write the prepared files to")->required();
     addOptionalText(command, "--playlist", options->playlist, "Also write a playlist of this name")
         ->type_name("NAME")
         ->check(problemOfPlaylistName);
@@ -218,15 +155,10 @@ void addOptions(CLI::App& command, Session& session)
     command.add_flag("--no-clean", options->leavesUncleaned, "Clean no phone videos");
     command.add_flag("--no-convert", options->leavesUnconverted, "Convert no lossless audio");
     command.add_flag("--follow-links", options->followsLinks, "Follow links that lead elsewhere");
-    command.add_option("-j,--jobs", options->jobs, "Files to work on at once (default: cores)")
-        ->type_name("N")
-        ->check(CLI::Range(1u, 256u).description(""));
+    addJobs(command, options->jobs);
     command.add_flag("--json", options->json, "Print a JSON object for each file");
     options->paths = addTexts(command, "PATH", "Files and folders to prepare");
-    command.callback([options, &session] {
-        options->folder = folderFromArgument(std::move(options->folder));
-        prepare(*options, session);
-    });
+    command.callback([options, &session] { prepare(*options, session); });
 }
 
 }

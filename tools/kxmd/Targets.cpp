@@ -68,7 +68,7 @@ std::string Targets::claim(std::string const& path)
     auto name = folder ? target.filename().string() : path;
     auto const file = identityOf(path, Link::followed);
     if (file && _sources.contains(*file))
-        return "its target is one of the files to prepare";
+        return "its target is one of the files that are read";
     return _names.emplace(folder, std::move(name)).second ? "" : sameTarget;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
@@ -7,6 +8,7 @@
 #include <string>
 #include <sys/types.h>
 #include <utility>
+#include <vector>
 
 class AtomicFile;
 
@@ -56,3 +58,22 @@ private:
     std::set<std::pair<std::optional<Identity>, std::string>> _names; ///< By folder.
     std::map<Identity, std::string> _placed; ///< Where they are.
 };
+
+/// Puts the files of `outcomes`, which are by item, in their places; each has an open `file`, or
+/// none, and an `error` for why it did not get there.
+template <class Outcome>
+void placeFilesOf(std::map<std::size_t, Outcome>& outcomes, Targets& targets)
+{
+    std::vector<Targets::Arrival> arrivals;
+    for (auto const& [item, outcome] : outcomes) {
+        if (outcome.file)
+            arrivals.push_back({ *outcome.file });
+    }
+    targets.place(arrivals);
+    auto arrival = arrivals.begin();
+    for (auto& [item, outcome] : outcomes) {
+        if (outcome.file)
+            outcome.error = std::move((arrival++)->error);
+        outcome.file.reset();
+    }
+}

@@ -1,45 +1,207 @@
-// kxmd thumbnail: the picture that stands for a file.
+// kxmd thumbnail: the pictures that stand for files.
 
 #include "Commands.h"
+#include "FileWalk.h"
+#include "OrderedWork.h"
 #include "PictureOutput.h"
+#include "ProgressBar.h"
 #include "Session.h"
 #include "TaggedFile.h"
+#include "TargetFolder.h"
+#include "Targets.h"
 #include "Usage.h"
+#include "tools/shared/AtomicFile.h"
 
+#include <kxmd/base/KXAbstractData.h>
+#include <kxmd/base/KXPath.h>
 #include <kxmd/thumbnails/KXMDThumbnailController.h>
 
+#include <algorithm>
 #include <memory>
+#include <new>
+#include <sys/stat.h>
+#include <thread>
+#include <utility>
 
 namespace {
 
+constexpr char const* nothingToShow = "has nothing to show";
+
 struct Options {
-    std::string path;
+    CLI::Option* paths { nullptr };
     std::string output;
+    std::string folder;
     KXSize size;
+    unsigned jobs { std::max(1u, std::thread::hardware_concurrency()) };
+    bool keepsShape { false };
+    bool entersFolders { false };
 };
 
-void writeThumbnail(Options const& options, Session& session)
+/// What became of one of many files.
+struct Outcome {
+    std::unique_ptr<AtomicFile> file; ///< Written, but not in its place yet.
+    std::string error; ///< Why there is none.
+    bool isUnreadable { false };
+};
+
+void writeThumbnail(std::string const& path, Options const& options, Session& session)
 {
-    auto const file = taggedFile(options.path, session);
+    auto const file = taggedFile(path, session);
     if (!file)
         return;
-    auto const& controller = KXMDThumbnailController::sharedController();
-    auto const image = controller->thumbnailForFile(*file, options.size);
-    writePicture(image, options.output, { options.path }, session);
+    auto const image = options.keepsShape
+        ? KXPlatform::shared()->thumbnailService->imageForPath(path, options.size)
+        : KXMDThumbnailController::sharedController()->thumbnailForFile(*file, options.size);
+    writePicture(image, options.output, { path }, session);
+}
+
+/// Makes the thumbnails of many files, on several threads.
+class Thumbnails {
+public:
+    Thumbnails(std::vector<FoundFile> files, Options const& options, Session& session)
+        : _files(std::move(files))
+        , _options(options)
+        , _session(session)
+        , _targets(options.folder)
+        , _progress(session.standardError(), "files", { .items = _files.size() })
+    {
+    }
+
+    void make()
+    {
+        if (!makeFoldersOfTargets(_files, _options.folder, _targets, _session))
+            return;
+        for (FoundFile const& file : _files)
+            _targets.protect(file.path);
+        for (FoundFile const& file : _files)
+            _refusals.push_back(_targets.claim(targetOf(file)));
+        workInOrder(
+            _files.size(), _options.jobs, [this](std::size_t i) { return outcomeOf(i); },
+            [this](auto& outcomes) { placeFilesOf(outcomes, _targets); },
+            [this](std::size_t i, Outcome const& outcome) { report(_files[i].path, outcome); });
+    }
+
+private:
+    /// The name has the file's own extension, so that a.jpg and a.mp3 do not meet.
+    std::string targetOf(FoundFile const& file) const
+    {
+        return _options.folder + '/' + file.relativePath + ".png";
+    }
+
+    Outcome outcomeOf(std::size_t item)
+    {
+        Outcome outcome { .file = nullptr, .error = _refusals[item] };
+        try {
+            if (outcome.error.empty())
+                makeThumbnail(_files[item], outcome);
+        } catch (std::bad_alloc const&) {
+            outcome = { .file = nullptr, .error = "there is not enough memory" };
+        }
+        _progress.advanceBy({ .items = 1 });
+        return outcome;
+    }
+
+    void makeThumbnail(FoundFile const& file, Outcome& outcome) const
+    {
+        outcome.isUnreadable = !KXAbstractData::abstractDataWithPath(file.path);
+        if (outcome.isUnreadable)
+            return;
+        auto const image = thumbnailOf(file.path);
+        std::string const target = targetOf(file);
+        KXData const encoded = image ? encodedPicture(*image, target) : KXData();
+        if (!encoded.length()) {
+            outcome.error = image ? "its picture cannot be encoded" : nothingToShow;
+            return;
+        }
+        struct stat status { };
+        mode_t const permissions = ::stat(file.path.c_str(), &status) == 0 ? status.st_mode : 0;
+        outcome.file = std::make_unique<AtomicFile>(target);
+        if (outcome.file->open(permissions & 0666) && outcome.file->write(encoded.bytes()))
+            return;
+        outcome.error = outcome.file->errorWithPath();
+        outcome.file.reset();
+    }
+
+    KXImage::Ref thumbnailOf(std::string const& path) const
+    {
+        return _options.keepsShape
+            ? _controller->platform()->thumbnailService->imageForPath(path, _options.size)
+            : _controller->thumbnailForPath(path, _options.size);
+    }
+
+    void report(std::string const& path, Outcome const& outcome)
+    {
+        if (outcome.isUnreadable)
+            _session.reportUnreadable(path);
+        else if (!outcome.error.empty())
+            _session.reportError(path, outcome.error);
+    }
+
+    std::vector<FoundFile> const _files;
+    Options const& _options;
+    Session& _session;
+    Targets _targets;
+    std::vector<std::string> _refusals; ///< Of the files' targets; empty where there is none.
+    ProgressBar _progress;
+    /// Without a cache: no picture is asked for twice.
+    KXMDThumbnailController::Ref const _controller
+        = KXMDThumbnailController::createWithPlatform(nullptr, 0);
+};
+
+/// The files as they are named, folders too: those fail by themselves.
+std::vector<FoundFile> namedFiles(std::vector<std::string> const& paths)
+{
+    std::vector<FoundFile> files;
+    files.reserve(paths.size());
+    for (std::string const& path : paths)
+        files.push_back({ path, std::string(KXLastPathComponent(path)) });
+    return files;
+}
+
+void writeThumbnails(Options const& options, Session& session)
+{
+    auto const paths = textsOf(*options.paths);
+    if (!makeTargetFolder(options.folder, session))
+        return;
+    auto files = options.entersFolders
+        ? foundFiles(paths, options.folder, Links::toFilesWithin, session)
+        : namedFiles(paths);
+    Thumbnails(std::move(files), options, session).make();
+}
+
+/// One file goes to a file, many go to a folder.
+void checkUsage(Options const& options)
+{
+    if (options.output.empty() && options.folder.empty())
+        throw CLI::RequiredError("--output or --to");
+    if (!options.output.empty() && (options.paths->count() > 1 || options.entersFolders))
+        throw CLI::ValidationError("--output", "takes one file; --to takes many");
 }
 
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     addSize(command, options->size);
-    addPictureOutput(command, options->output);
-    addFile(command, options->path, "File to show");
-    command.callback([options, &session] { writeThumbnail(*options, session); });
+    command.add_flag(
+        "--fit", options->keepsShape, "Keep the picture's shape within the size, cut nothing off");
+    auto* const output = addPictureOutput(command, options->output);
+    addTargetFolder(command, options->folder, "Write a PNG for each file to this folder")
+        ->excludes(output);
+    command.add_flag("-r,--recursive", options->entersFolders, "Show all files in folders, too");
+    addJobs(command, options->jobs);
+    options->paths = addFiles(command, "Files to show");
+    command.callback([options, &session] {
+        checkUsage(*options);
+        if (options->folder.empty())
+            writeThumbnail(textsOf(*options->paths).front(), *options, session);
+        else
+            writeThumbnails(*options, session);
+    });
 }
 
 }
 
 Command const thumbnailCommand { .name = "thumbnail",
-    .description = "Write the picture that stands for a file",
+    .description = "Write the pictures that stand for files",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

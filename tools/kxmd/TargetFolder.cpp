@@ -1,0 +1,69 @@
+#include "TargetFolder.h"
+
+#include "FileWalk.h"
+#include "Session.h"
+#include "Targets.h"
+#include "Usage.h"
+
+#include <CLI/Validators.hpp>
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string withoutSlashesAtEnd(std::string folder)
+{
+    while (folder.size() > 1 && folder.back() == '/')
+        folder.pop_back();
+    return folder;
+}
+
+}
+
+CLI::Option* addTargetFolder(CLI::App& command, std::string& folder, std::string const& description)
+{
+    auto const take = [&folder](std::string const& typed) {
+        folder = withoutSlashesAtEnd(withoutLiteralMark(typed));
+        if (folder.empty())
+            throw CLI::ValidationError("--to", "is empty");
+    };
+    return command.add_option_function<std::string>("--to", take, description)->type_name("FOLDER");
+}
+
+void addJobs(CLI::App& command, unsigned& jobs)
+{
+    command.add_option("-j,--jobs", jobs, "Files to work on at once (default: cores)")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 256u).description(""));
+}
+
+bool makeTargetFolder(std::string const& folder, Session& session)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        session.reportError(folder, error.message());
+    return !error;
+}
+
+bool makeFoldersOfTargets(std::vector<FoundFile> const& files, std::string const& folder,
+    Targets& targets, Session& session)
+{
+    bool isAnyNew = false;
+    std::error_code ignored;
+    fs::path last;
+    for (FoundFile const& file : files) {
+        fs::path const parent = fs::path(folder + '/' + file.relativePath).parent_path();
+        if (parent != last)
+            isAnyNew |= fs::create_directories(parent, ignored);
+        last = parent;
+    }
+    std::string const error = isAnyNew ? targets.sync() : "";
+    if (!error.empty())
+        session.reportError(folder, error);
+    return error.empty();
+}
