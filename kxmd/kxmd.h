@@ -46,6 +46,7 @@
 #include "kxmd/platform/KXDecodingLimits.h"
 #include "kxmd/platform/KXFileManager.h"
 #include "kxmd/platform/KXIconProvider.h"
+#include "kxmd/platform/KXMachineReport.h"
 #include "kxmd/platform/KXMediaProbe.h"
 #include "kxmd/platform/KXMemoryPressure.h"
 #include "kxmd/platform/KXMovieLoader.h"

@@ -30,3 +30,4 @@ extern Command const coverCommand;
 extern Command const cleanCommand;
 extern Command const convertCommand;
 extern Command const prepareCommand;
+extern Command const doctorCommand;

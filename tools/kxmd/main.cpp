@@ -31,7 +31,7 @@ namespace {
 
 constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &exifCommand,
     &thumbnailCommand, &compositeCommand, &iconCommand, &posterCommand, &cacheNameCommand,
-    &coverCommand, &cleanCommand, &convertCommand, &prepareCommand };
+    &coverCommand, &cleanCommand, &convertCommand, &prepareCommand, &doctorCommand };
 
 void cleanUp(Session& session)
 {

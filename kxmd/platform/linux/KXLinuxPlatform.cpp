@@ -1,4 +1,5 @@
 #include "kxmd/platform/KXPlatform.h"
+#include "kxmd/platform/linux/KXLinuxPlatformPrivate.h"
 #include "kxmd/platform/linux/icons/KXLinuxIconProviderPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
@@ -10,24 +11,26 @@
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
 
-namespace {
-
-/// One server for all platforms of this process.
-std::shared_ptr<KXRenderServer const> serverByProgram(char const* name)
+std::shared_ptr<KXRenderServer const> const& renderServerForPictures()
 {
-    return std::make_shared<KXRenderServer const>(KXRenderServer::installedProgram(name));
+    static auto const server
+        = std::make_shared<KXRenderServer const>(KXRenderServer::installedProgram(KXMD_RENDER));
+    return server;
 }
 
+std::shared_ptr<KXRenderServer const> const& renderServerForMovies()
+{
+    static auto const server = std::make_shared<KXRenderServer const>(
+        KXRenderServer::installedProgram(KXMD_RENDER_MOVIES));
+    return server;
 }
 
 KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits)
 {
-    static auto const pictures = serverByProgram(KXMD_RENDER);
-    static auto const movies = serverByProgram(KXMD_RENDER_MOVIES);
     auto const pictureLoader = std::make_shared<KXRenderPictureLoader const>(
-        pictures, KXRenderLimits::forPictures(limits));
-    auto const movieLoader
-        = std::make_shared<KXRenderMovieLoader const>(movies, KXRenderLimits::forMovies(limits));
+        renderServerForPictures(), KXRenderLimits::forPictures(limits));
+    auto const movieLoader = std::make_shared<KXRenderMovieLoader const>(
+        renderServerForMovies(), KXRenderLimits::forMovies(limits));
     auto const temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>();
     return std::make_shared<KXPlatform const>(KXPlatform {
         .pictureLoader = pictureLoader,

@@ -25,10 +25,14 @@ public:
     /// nearest to `size` pixels; empty when no theme has any.
     std::string pathOfIcon(std::vector<std::string> const& names, int size) const;
 
+    /// The names of the themes that there are, in the order in which they are looked into.
+    std::vector<std::string> names() const;
+
 private:
     void readThemes() const;
 
     Places const _places;
     mutable std::once_flag _isRead;
+    mutable std::vector<std::string> _names; // Of the themes.
     mutable std::vector<KXIconTheme> _themes; // In the order in which they are looked into.
 };

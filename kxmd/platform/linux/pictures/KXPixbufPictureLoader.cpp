@@ -183,3 +183,17 @@ KXData KXPixbufPictureLoader::pngRepresentation(KXImage const& image) const
     // Beyond this level files shrink by a few percent and encoding takes several times as long.
     return encodedPixbuf(pixbufOfImage(image).get(), "png", "compression", "2");
 }
+
+std::vector<std::string> KXPixbufPictureLoader::formats()
+{
+    std::vector<std::string> names;
+    GSList* const formats = gdk_pixbuf_get_formats();
+    for (GSList const* item = formats; item; item = item->next) {
+        auto* const format = static_cast<GdkPixbufFormat*>(item->data);
+        GAllocated<gchar> const name(gdk_pixbuf_format_get_name(format));
+        if (!gdk_pixbuf_format_is_disabled(format))
+            names.emplace_back(name.get());
+    }
+    g_slist_free(formats);
+    return names;
+}

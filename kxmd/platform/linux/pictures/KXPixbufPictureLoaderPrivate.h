@@ -2,6 +2,9 @@
 
 #include "kxmd/platform/KXPictureLoader.h"
 
+#include <string>
+#include <vector>
+
 /// Pictures by gdk-pixbuf, with whatever loaders the desktop has installed for it.
 class KXPixbufPictureLoader final : public KXPictureLoader {
 public:
@@ -11,6 +14,9 @@ public:
     /// fits in `size`, and larger than it says it is if need be.
     [[nodiscard]] KXImage::Ref drawingInData(
         KXAbstractData& data, std::uint64_t length, KXSize size) const;
+
+    /// `formats` Short names of the formats that there are loaders for.
+    [[nodiscard]] static std::vector<std::string> formats();
 
     [[nodiscard]] KXData jpgRepresentation(KXImage const& image) const override;
     [[nodiscard]] KXData pngRepresentation(KXImage const& image) const override;

@@ -175,6 +175,12 @@ std::optional<KXRenderServer::Reply> KXRenderServer::replyTo(
     return std::nullopt;
 }
 
+std::optional<KXRenderGreeting> KXRenderServer::greeting() const
+{
+    auto const server = connection(nullptr);
+    return server ? std::optional(server->greeting) : std::nullopt;
+}
+
 /// Whether there is a server that may be given files. What there is to say is said here, and not
 /// while the server is started: a log sink may itself ask for a picture.
 bool KXRenderServer::canServe(Connection const* server, KXRenderLimits const& limits) const

@@ -88,6 +88,9 @@ public:
     std::optional<Reply> replyTo(
         KXRenderRequest request, int file, KXRenderLimits const& limits) const;
 
+    /// What the server told of itself when it started; absent when it does not start.
+    std::optional<KXRenderGreeting> greeting() const;
+
     /// Where one of our programs lies, seen from the library that this code is in.
     static std::string installedProgram(std::string_view name);
 

@@ -148,6 +148,13 @@ KXLinuxTaskRunner::Converter KXLinuxTaskRunner::Converter::ofThisMachine()
     return { "/usr/bin/afconvert", pathBesideLibrary(KXMD_CONVERTER) };
 }
 
+std::string KXLinuxTaskRunner::Converter::installedPath() const
+{
+    if (isProgram(path))
+        return path;
+    return isProgram(standIn) ? standIn : "";
+}
+
 std::shared_ptr<KXTaskRunner const> KXLinuxTaskRunner::Converter::taskRunner() const
 {
     return std::make_shared<KXLinuxTaskRunner const>(*this);

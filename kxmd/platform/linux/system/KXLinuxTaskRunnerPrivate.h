@@ -15,6 +15,8 @@ public:
         std::string standIn; ///< The path of ours.
 
         static Converter ofThisMachine();
+        /// The path of the one that is used; empty when there is neither.
+        std::string installedPath() const;
         /// A runner with this converter.
         std::shared_ptr<KXTaskRunner const> taskRunner() const;
     };

@@ -126,13 +126,29 @@ void KXDesktopThumbnailers::readFolder(std::string const& folder) const
         readFile(path);
 }
 
-std::vector<std::string> KXDesktopThumbnailers::commandForType(
-    std::string const& contentType, Task const& task) const
+void KXDesktopThumbnailers::readFoldersOnce() const
 {
     std::call_once(_isRead, [this] {
         for (auto const& folder : _folders)
             readFolder(folder);
     });
+}
+
+std::vector<std::string> KXDesktopThumbnailers::contentTypes() const
+{
+    readFoldersOnce();
+    std::vector<std::string> types;
+    for (auto const& [type, command] : _commands) {
+        if (!commandForType(type, {}).empty())
+            types.push_back(type);
+    }
+    return types;
+}
+
+std::vector<std::string> KXDesktopThumbnailers::commandForType(
+    std::string const& contentType, Task const& task) const
+{
+    readFoldersOnce();
     auto const found = _commands.find(contentType);
     gchar** parsed = nullptr;
     if (found == _commands.end()

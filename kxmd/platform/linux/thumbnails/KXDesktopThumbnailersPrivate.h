@@ -26,7 +26,11 @@ public:
     /// or when its command cannot be understood.
     std::vector<std::string> commandForType(std::string const& contentType, Task const& task) const;
 
+    /// The content types with a command that can be understood and whose program there is, sorted.
+    std::vector<std::string> contentTypes() const;
+
 private:
+    void readFoldersOnce() const;
     void readFolder(std::string const& folder) const;
     void readFile(std::string const& path) const;
 

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavutil/log.h>
 }
 
@@ -30,6 +32,19 @@ void answer(KXMovie& movie, KXRenderQuestion const& question, KXRenderReply cons
     case KXRenderQuestion::Kind::attachedPicture:
         return reply.sendBytes(movie.attachedPicture().bytes());
     }
+}
+
+/// Codecs of the movies that people have, as far as FFmpeg was built with a decoder for them.
+std::vector<std::string> decodersOfMovies()
+{
+    std::vector<std::string> names;
+    for (AVCodecID const codec : { AV_CODEC_ID_AV1, AV_CODEC_ID_H263, AV_CODEC_ID_H264,
+             AV_CODEC_ID_HEVC, AV_CODEC_ID_MJPEG, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_MPEG4,
+             AV_CODEC_ID_PRORES, AV_CODEC_ID_VC1, AV_CODEC_ID_VP8, AV_CODEC_ID_VP9 }) {
+        if (avcodec_find_decoder(codec))
+            names.push_back(avcodec_get_name(codec));
+    }
+    return names;
 }
 
 void serveMovie(KXAbstractData& data, KXRenderReply const& reply)
@@ -59,6 +74,8 @@ public:
         switch (request.operation) {
         case KXRenderRequest::Operation::movie:
             return serveMovie(data, reply);
+        case KXRenderRequest::Operation::formats:
+            return reply.sendWords(decodersOfMovies());
         case KXRenderRequest::Operation::probe:
             return serveProbe(data, reply);
         default:

@@ -36,6 +36,8 @@ public:
         case KXRenderRequest::Operation::jpg:
         case KXRenderRequest::Operation::png:
             return reply.sendBytes(encoded(request, data).bytes());
+        case KXRenderRequest::Operation::formats:
+            return reply.sendWords(KXPixbufPictureLoader::formats());
         case KXRenderRequest::Operation::movie:
         case KXRenderRequest::Operation::probe:
             return reply.send({ .outcome = KXRenderAnswer::Outcome::unknown });

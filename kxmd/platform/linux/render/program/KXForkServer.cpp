@@ -169,6 +169,14 @@ void KXRenderReply::sendBytes(std::span<std::uint8_t const> bytes) const
     send({}, bytes);
 }
 
+void KXRenderReply::sendWords(std::vector<std::string> const& words) const
+{
+    std::string text;
+    for (std::string const& word : words)
+        text += word + ' ';
+    sendBytes({ reinterpret_cast<std::uint8_t const*>(text.data()), text.size() });
+}
+
 std::optional<KXRenderQuestion> KXRenderReply::question() const
 {
     auto const message = receiveRenderMessage(_socket);

@@ -6,6 +6,8 @@
 
 #include <memory>
 #include <span>
+#include <string>
+#include <vector>
 
 /// The way back to the host, of a process that serves one file.
 class KXRenderReply {
@@ -21,6 +23,8 @@ public:
     void sendImage(KXImage::Ref const& image) const;
     /// Sends bytes; none for `unknown`.
     void sendBytes(std::span<std::uint8_t const> bytes) const;
+    /// Sends names, each with a space behind.
+    void sendWords(std::vector<std::string> const& words) const;
     /// The socket itself, which is not this object's own.
     [[nodiscard]] int socket() const { return _socket; }
     /// Waits for the next question; absent when the host has no more.

@@ -1,0 +1,58 @@
+#include "kxmd/platform/KXMachineReport.h"
+
+#include "kxmd/platform/linux/KXLinuxPlatformPrivate.h"
+#include "kxmd/platform/linux/icons/KXIconThemesPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
+#include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
+#include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
+#include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+/// The words of a text, each of which has a space behind.
+std::vector<std::string> wordsOf(std::string_view text)
+{
+    std::vector<std::string> words;
+    for (std::size_t end; (end = text.find(' ')) != std::string_view::npos;) {
+        words.emplace_back(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+    std::ranges::sort(words);
+    return words;
+}
+
+KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
+{
+    auto const greeting = server.greeting();
+    KXMachineReport::Decoder report;
+    if (!greeting)
+        return report;
+    report.isThere = true;
+    report.isConfinedToReading = greeting->isConfinedToReading;
+    report.isConfinedToComputing = greeting->canBeConfinedToComputing;
+    KXRenderRequest const request { .operation = KXRenderRequest::Operation::formats };
+    KXFileDescriptor const nothing = sealedMemoryOf({});
+    auto const reply = server.replyTo(request, nothing.get(), KXRenderLimits::forPictures());
+    KXData const answer = reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
+    auto const bytes = answer.bytes();
+    report.formats = wordsOf({ reinterpret_cast<char const*>(bytes.data()), bytes.size() });
+    return report;
+}
+
+}
+
+KXMachineReport KXMachineReport::reportOfThisMachine()
+{
+    auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
+    return {
+        .pictures = reportOfServer(*renderServerForPictures()),
+        .movies = reportOfServer(*renderServerForMovies()),
+        .documentProgram = places.pdfProgram,
+        .thumbnailedTypes = KXDesktopThumbnailers(places.thumbnailers).contentTypes(),
+        .audioConverter = KXLinuxTaskRunner::Converter::ofThisMachine().installedPath(),
+        .iconThemes = KXIconThemes(KXIconThemes::Places::ofThisMachine()).names(),
+    };
+}

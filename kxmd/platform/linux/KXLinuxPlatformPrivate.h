@@ -1,0 +1,10 @@
+#pragma once
+
+#include "kxmd/platform/linux/render/KXRenderServerPrivate.h"
+
+#include <memory>
+
+// The programs that decode for all platforms of this process.
+
+std::shared_ptr<KXRenderServer const> const& renderServerForPictures();
+std::shared_ptr<KXRenderServer const> const& renderServerForMovies();

@@ -1,0 +1,84 @@
+import os
+import shutil
+import subprocess
+
+from support import COMMAND, CommandTestCase, run
+
+
+class DoctorTests(CommandTestCase):
+    def doctor(self, **environment):
+        result = run("doctor", "--json", env={**os.environ, **environment})
+        [told] = result.objects()
+        return result, told
+
+    def missing(self, told):
+        return {addition["package"] for addition in told["missing"]}
+
+    def test_decoders(self):
+        result, told = self.doctor()
+        self.assertEqual(list(told), ["pictures", "movies", "documents", "thumbnailers", "converter", "iconThemes",
+                                      "missing"])
+        self.assertTrue(told["pictures"]["available"])
+        self.assertLessEqual({"png", "jpeg", "gif", "bmp", "tiff"}, set(told["pictures"]["formats"]))
+        if told["movies"]["available"]:
+            self.assertLessEqual({"h264", "mpeg4", "vp9"}, set(told["movies"]["formats"]))
+        for decoder in told["pictures"], told["movies"]:
+            self.assertEqual(decoder["formats"], sorted(set(decoder["formats"])))
+            self.assertEqual(set(decoder["confinement"]), {"files", "systemCalls"})
+
+    def test_exit_status_tells_whether_decoders_can_be_confined(self):
+        result, told = self.doctor()
+        are_confined = [all(told[kind]["confinement"].values())
+                        for kind in ("pictures", "movies") if told[kind]["available"]]
+        self.assertEqual(result.status, 0 if all(are_confined) else 1)
+        self.assertEqual(len(result.errors), are_confined.count(False))
+
+    def test_programs_and_what_would_add_them(self):
+        os.mkdir(self.path("bin"))
+        _, told = self.doctor(PATH=self.path("bin"), XDG_DATA_DIRS=self.folder, XDG_DATA_HOME=self.folder)
+        self.assertEqual((told["documents"], told["thumbnailers"], told["iconThemes"]), ("", [], []))
+        self.assertLessEqual({"poppler-utils", "gnome-epub-thumbnailer", "libgsf-bin", "gnome-font-viewer",
+                              "adwaita-icon-theme"}, self.missing(told))
+
+        for name in ("pdftoppm", "epub"):
+            with open(self.path(f"bin/{name}"), "w") as file:
+                file.write("#!/bin/sh\n")
+            os.chmod(self.path(f"bin/{name}"), 0o755)
+        os.makedirs(self.path("thumbnailers"))
+        self.write("thumbnailers/a.thumbnailer", b"[Thumbnailer Entry]\nExec=epub %i %o\n"
+                   b"MimeType=application/epub+zip;application/a;\n")
+        self.write("thumbnailers/b.thumbnailer", b"[Thumbnailer Entry]\nExec=missing %i %o\nMimeType=font/ttf;\n")
+        for theme in ("Adwaita", "hicolor"):
+            os.makedirs(self.path(f"icons/{theme}"))
+            self.write(f"icons/{theme}/index.theme", b"[Icon Theme]\nName=A\nDirectories=\n")
+        _, told = self.doctor(PATH=self.path("bin"), XDG_DATA_DIRS=self.folder, XDG_DATA_HOME=self.folder)
+        self.assertEqual(told["documents"], self.path("bin/pdftoppm"))
+        self.assertEqual(told["thumbnailers"], ["application/a", "application/epub+zip"])
+        self.assertEqual(told["iconThemes"][-2:], ["Adwaita", "hicolor"])
+        self.assertFalse(self.missing(told)
+                         & {"poppler-utils", "gnome-epub-thumbnailer", "adwaita-icon-theme"})
+        self.assertLessEqual({"libgsf-bin", "gnome-font-viewer"}, self.missing(told))
+
+    def test_library_without_its_programs(self):
+        bin_folder, lib_folder = os.path.dirname(COMMAND), os.path.join(os.path.dirname(COMMAND), "../lib")
+        os.mkdir(self.path("bin"))
+        os.mkdir(self.path("lib"))
+        shutil.copy(os.path.join(bin_folder, "kxmd"), self.path("bin"))
+        for name in os.listdir(lib_folder):
+            if name.startswith("libkxmd"):
+                shutil.copy(os.path.join(lib_folder, name), self.path("lib"))
+        finished = subprocess.run([self.path("bin/kxmd"), "doctor"], stdin=subprocess.DEVNULL, capture_output=True,
+                                  timeout=100)
+        self.assertEqual(finished.returncode, 1)
+        report = finished.stdout.decode()
+        self.assertEqual(report.count("there is no decoder"), 2)
+        self.assertIn("  Converter     none\n", report)
+        self.assertIn("kxmd: pictures: hosts that require confinement get none", finished.stderr.decode())
+
+    def test_report(self):
+        report = run("doctor").out.decode()
+        for name in ("Pictures", "Confinement", "Movies", "PDF", "Thumbnailers", "Converter", "Icon themes"):
+            self.assertRegex(report, rf"(?m)^  {name} +\S")
+
+    def test_wrong_usage(self):
+        self.assert_usage_error(run("doctor", "now"))
