@@ -16,7 +16,8 @@ public:
     /// `imageForPath:maximumSize:` A picture of the file at `path`, upright, with its own
     /// proportions.
     ///
-    /// No larger than `maximumSize` in points and never enlarged. Null for what cannot be shown.
+    /// No larger than `maximumSize` in points and never enlarged; only drawings (SVG), which have
+    /// no pixels of their own, are made as large as that. Null for what cannot be shown.
     [[nodiscard]] virtual KXImage::Ref imageForPath(
         std::string const& path, KXSize maximumSize) const = 0;
 };

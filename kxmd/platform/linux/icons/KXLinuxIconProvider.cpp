@@ -106,8 +106,10 @@ KXImage::Ref KXLinuxIconProvider::iconOfTheme(std::string const& fileType, KXSiz
     auto const data = KXAbstractData::abstractDataWithPath(path);
     if (!data)
         return nullptr;
-    if (path.ends_with(".svg"))
-        return _pictureLoader->drawingInData(*data, data->length(), pixels);
+    if (path.ends_with(".svg")) {
+        auto const side = static_cast<double>(pixels);
+        return _pictureLoader->drawingInData(*data, data->length(), { side, side });
+    }
     return _pictureLoader->imageInData(*data, data->length(), size);
 }
 

@@ -62,10 +62,9 @@ std::optional<KXImage::Ref> KXRenderPictureLoader::knownImageInData(
 }
 
 KXImage::Ref KXRenderPictureLoader::drawingInData(
-    KXAbstractData& data, std::uint64_t length, int side) const
+    KXAbstractData& data, std::uint64_t length, KXSize size) const
 {
-    KXSize const square { static_cast<double>(side), static_cast<double>(side) };
-    return image(KXRenderRequest::Operation::drawing, data, length, square).value_or(nullptr);
+    return image(KXRenderRequest::Operation::drawing, data, length, size).value_or(nullptr);
 }
 
 std::optional<KXImage::Ref> KXRenderPictureLoader::image(KXRenderRequest::Operation operation,

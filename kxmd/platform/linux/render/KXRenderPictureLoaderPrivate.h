@@ -23,10 +23,10 @@ public:
     [[nodiscard]] std::optional<KXImage::Ref> knownImageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const;
 
-    /// `drawingInData:length:side:` The drawing (SVG) in the next `length` bytes of `data`, shrunk
-    /// or enlarged until it fills a square of `side` pixels in one direction. Null when it is none.
+    /// `drawingInData:length:size:` The drawing (SVG) in the next `length` bytes of `data`, shrunk
+    /// or enlarged until it fills `size`, in pixels, in one direction. Null when it is none.
     [[nodiscard]] KXImage::Ref drawingInData(
-        KXAbstractData& data, std::uint64_t length, int side) const;
+        KXAbstractData& data, std::uint64_t length, KXSize size) const;
 
 private:
     std::optional<KXImage::Ref> image(KXRenderRequest::Operation operation, KXAbstractData& data,

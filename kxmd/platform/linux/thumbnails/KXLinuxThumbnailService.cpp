@@ -6,6 +6,7 @@
 #include "kxmd/platform/linux/thumbnails/KXMovieThumbnailPrivate.h"
 
 #include <algorithm>
+#include <cmath>
 #include <gio/gio.h>
 #include <span>
 #include <string_view>
@@ -81,7 +82,7 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     case KXFileContent::rarePicture:
         return imageOfRarePicture(file, maximumSize);
     case KXFileContent::drawing: // Whoever else tried would take as long.
-        return imageOfRarePicture(file, maximumSize).value_or(nullptr);
+        return imageOfDrawing(file, maximumSize);
     case KXFileContent::movie:
         return imageOfMovie(file, maximumSize);
     case KXFileContent::pdf:
@@ -99,6 +100,14 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfRarePicture(
     File const& file, KXSize maximumSize) const
 {
     return _parts.rarePictures->knownImageInData(file.data, file.data.length(), maximumSize);
+}
+
+KXImage::Ref KXLinuxThumbnailService::imageOfDrawing(File const& file, KXSize maximumSize) const
+{
+    constexpr double largest = 4096; // Pixels; beyond this, stretching it looks the same.
+    KXSize const size { std::floor(std::min(maximumSize.width, largest)),
+        std::floor(std::min(maximumSize.height, largest)) };
+    return _parts.rarePictures->drawingInData(file.data, file.data.length(), size);
 }
 
 /// Null when it is no movie that can be opened, or has neither a frame nor a cover. No program of

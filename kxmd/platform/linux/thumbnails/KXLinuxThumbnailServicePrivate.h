@@ -32,6 +32,7 @@ private:
     struct File;
     std::optional<KXImage::Ref> imageByOurselves(File const& file, KXSize maximumSize) const;
     std::optional<KXImage::Ref> imageOfRarePicture(File const& file, KXSize maximumSize) const;
+    KXImage::Ref imageOfDrawing(File const& file, KXSize maximumSize) const;
     KXImage::Ref imageOfMovie(File const& file, KXSize maximumSize) const;
     KXImage::Ref imageByTheDesktop(File const& file, KXSize maximumSize) const;
 

@@ -117,20 +117,26 @@ TEST_F(KXLinuxThumbnailServiceTest, GIFByTheNameOfAnotherPictureIsShown)
     EXPECT_EQ(image->size(), (KXSize { 40, 20 }));
 }
 
-TEST_F(KXLinuxThumbnailServiceTest, DrawingIsNeverEnlarged)
+TEST_F(KXLinuxThumbnailServiceTest, DrawingIsMadeAsLargeAsItIsShown)
 {
     auto const drawing = [this](char const* size) {
         return folder.write("drawing.txt",
             text(std::string("<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 2 1' ") + size
-                + "><rect width='2' height='1' fill='red'/></svg>"));
+                + "><rect width='1' height='1' fill='red'/></svg>"));
     };
     if (!rendered(drawing("width='16' height='8'"), { 50, 50 }))
         GTEST_SKIP() << "no loader for SVG";
-    EXPECT_EQ(rendered(drawing("width='16' height='8'"), { 50, 50 })->size(), (KXSize { 16, 8 }));
-    auto const large = rendered(drawing("width='90000' height='45000'"), { 50, 50 });
-    ASSERT_TRUE(large);
-    EXPECT_EQ(large->size(), (KXSize { 50, 25 }));
-    EXPECT_EQ(countOf(*large, red), 50u * 25);
+    for (char const* size : { "width='16' height='8'", "width='90000' height='45000'" }) {
+        for (KXSize const maximum : { KXSize { 100, 100 }, { 100.9, 50 }, { 9000, 50.9 } }) {
+            auto const image = rendered(drawing(size), maximum);
+            ASSERT_TRUE(image) << size;
+            EXPECT_EQ(image->size(), (KXSize { 100, 50 })) << size;
+            EXPECT_EQ(countOf(*image, red), 50u * 50) << size; // With sharp edges.
+            EXPECT_EQ(countOf(*image, transparent), 50u * 50) << size;
+        }
+    }
+    EXPECT_EQ(
+        rendered(drawing("width='16' height='8'"), { 1e9, 1e9 })->size(), (KXSize { 4096, 2048 }));
 }
 
 TEST_F(KXLinuxThumbnailServiceTest, FileIsKnownByItsFirst4096Bytes)
