@@ -6,6 +6,7 @@
 #include "kxmd/base/KXByteLock.h"
 #include "kxmd/base/KXData.h"
 #include "kxmd/base/KXExport.h"
+#include "kxmd/base/KXFolder.h"
 #include "kxmd/base/KXGuarded.h"
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXMutableAbstractData.h"

@@ -9,7 +9,7 @@
 struct KX_EXPORT KXMachineReport {
     /// A program of ours that decodes, in processes that it confines.
     struct Decoder {
-        bool isThere { false }; ///< Whether it starts.
+        bool isThere { false }; ///< Whether it answers.
         bool isConfinedToReading { false }; ///< Sees no files but what it needs, by Landlock.
         bool isConfinedToComputing { false }; ///< Makes no other system calls, by seccomp.
 

@@ -5,18 +5,17 @@
 #include "kxmd/base/KXSerialQueue.h"
 #include "kxmd/platform/KXPlatform.h"
 
-#include <new>
 #include <utility>
 
 namespace {
 
-/// Absent also when there is no memory: on the queue's thread nobody would catch that, and the
-/// handler waits.
+/// Absent also when that throws, for want of memory or from the host's own loader: on the queue's
+/// thread nobody would catch it, and the handler waits.
 std::optional<KXMediaProbe> anyProbe(std::string const& path, KXPlatform::Ref const& platform)
 {
     try {
         return KXMediaProbe::probeWithSourcePath(path, platform);
-    } catch (std::bad_alloc const&) {
+    } catch (...) {
         KXLog("Metadata", "KXMediaProbe->a file could not be looked into");
         return std::nullopt;
     }

@@ -12,7 +12,7 @@
 
 struct KXPlatform;
 
-/// One stream of a media file. What does not apply, or is not told, is 0 or empty.
+/// One stream of a media file. What does not apply, or is not known, is 0 or empty.
 struct KXMediaStream {
     enum class Kind : std::uint8_t { video, audio, subtitle, other };
 
@@ -28,7 +28,7 @@ struct KXMediaStream {
 
     std::uint32_t width { 0 }; ///< In pixels, as they are stored.
     std::uint32_t height { 0 };
-    double frameRate { 0 }; ///< Frames a second, on average.
+    double frameRate { 0 }; ///< Frames a second: on average, or the least that fits them all.
     std::uint32_t rotation { 0 }; ///< Degrees clockwise by which frames are turned to be shown.
 
     bool operator==(KXMediaStream const&) const = default;
@@ -46,17 +46,18 @@ struct KXMediaPicture {
 };
 
 /// What the movie library finds in a file of any kind that it plays: FLAC, Ogg, Opus, WAV, AIFF,
-/// WMA, Matroska, AVI, transport streams, and MP3 and MP4 as others see them. Beside the metadata
-/// objects, which read MP3 and MP4 themselves, faster, and may answer otherwise.
+/// WMA, Matroska, AVI, transport streams, and MP3 and MP4 as others see them. The metadata objects
+/// read MP3 and MP4 themselves, faster, and may answer differently.
 struct KX_EXPORT KXMediaProbe {
     std::string container; ///< A short name in lower case, such as "flac", "matroska" or "mp4".
-    double duration { 0 }; ///< In seconds; 0 when it is not told.
+    double duration { 0 }; ///< In seconds; 0 when it is not known.
     std::vector<KXMediaStream> streams; ///< Without embedded pictures.
     std::vector<KXMediaPicture> pictures;
 
     /// Of the whole file, in UTF-8, by the names "album", "album_artist", "artist", "comment",
     /// "composer", "copyright", "date", "description", "disc", "encoder", "episode_id", "genre",
-    /// "performer", "publisher", "season_number", "show", "title" and "track".
+    /// "performer", "publisher", "season_number", "show", "title" and "track". Texts of more than
+    /// 4096 bytes are cut.
     std::map<std::string, std::string> tags;
 
     bool operator==(KXMediaProbe const&) const = default;

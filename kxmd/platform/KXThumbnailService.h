@@ -17,7 +17,8 @@ public:
     /// proportions.
     ///
     /// No larger than `maximumSize` in points and never enlarged; only drawings (SVG), which have
-    /// no pixels of their own, are made as large as that. Null for what cannot be shown.
+    /// no pixels of their own, are made as large as that, up to 4096 pixels a side. Null for what
+    /// cannot be shown.
     [[nodiscard]] virtual KXImage::Ref imageForPath(
         std::string const& path, KXSize maximumSize) const = 0;
 };

@@ -1,4 +1,4 @@
-#include "kxmd/base/KXFolderPrivate.h"
+#include "kxmd/base/KXFolder.h"
 
 #include "support/Files.h"
 
@@ -72,4 +72,5 @@ TEST_F(KXFolderTest, SaysWhatCouldNotBeRemoved)
 {
     EXPECT_TRUE(KXRemoveFolder(path("missing"))); // Gone all the same.
     EXPECT_FALSE(KXRemoveFolder("/proc/self")); // Nobody may.
+    EXPECT_FALSE(KXRemoveFolder("/proc/version/file")); // Not told to be gone: it is no path.
 }

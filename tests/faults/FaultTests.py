@@ -98,7 +98,7 @@ class FaultTests(CommandTestCase):
     def assert_files(self, run, old, new, what):
         """Each is the old one or the new one, and nothing else is there."""
         for name, content in run.files.items():
-            self.assertIn(name, new, what)
+            self.assertIn(name, sorted(new), what)
             if name.endswith(".m3u") and content != old.get(name):  # Lists what could be prepared.
                 self.assertLessEqual(set(content.split(b"\r\n")), set(new[name].split(b"\r\n")), what)
             else:

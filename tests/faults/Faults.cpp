@@ -125,14 +125,15 @@ bool fails(Calls calls)
 }
 
 #ifndef KXMD_SANITIZED // A sanitizer has an allocator of its own.
-/// Counts an allocation; whether it fails. Those of GLib's libraries never do: they end a program
-/// that is out of memory, or wait forever where they would say so under a lock of their own.
+/// Counts an allocation; whether it fails. Those of GLib's libraries never do, and do not count:
+/// they end a program that is out of memory, or wait forever where they would say so under a lock
+/// of their own.
 bool failsFor(void const* caller)
 {
-    if (!fails(allocate_))
-        return false;
     Dl_info found {};
-    return ::dladdr(caller, &found) == 0 || !std::strstr(found.dli_fname, "-2.0.so");
+    if (plan.isOurs && ::dladdr(caller, &found) != 0 && std::strstr(found.dli_fname, "-2.0.so"))
+        return false;
+    return fails(allocate_);
 }
 #endif
 

@@ -9,12 +9,13 @@
 
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
-/// Knows everything: its duration is its length, of which 7 is too much for the memory.
+/// Knows everything: its duration is its length. Fails for lengths of 7 and 8.
 class ProbingLoader final : public KXMovieLoader {
 public:
     std::unique_ptr<KXMovie> movieWithData(KXAbstractData&) const override { return nullptr; }
@@ -25,6 +26,8 @@ public:
         probe.duration = static_cast<double>(data.length());
         if (data.length() == 7)
             throw std::bad_alloc();
+        if (data.length() == 8)
+            throw std::runtime_error("of a host");
         return probe;
     }
 };
@@ -71,11 +74,12 @@ TEST_F(KXMediaProbeTests, HandlersAreCalledOnceInOrderOnTheMainQueue)
     KXMediaProbe::probeWithSourcePath("/nowhere", platform, take);
     KXMediaProbe::probeWithSourcePath(fileOfLength(5), platform, nullptr);
     KXMediaProbe::probeWithSourcePath(fileOfLength(7), platform, take); // Runs out of memory.
+    KXMediaProbe::probeWithSourcePath(fileOfLength(8), platform, take);
     KXMediaProbe::probeWithSourcePath(fileOfLength(2), platform, take);
     EXPECT_TRUE(answers.empty());
-    while (answers.size() < 4)
+    while (answers.size() < 5)
         queue->waitAndRunAll();
-    EXPECT_EQ(answers, (std::vector<double> { 3, -1, -1, 2 }));
+    EXPECT_EQ(answers, (std::vector<double> { 3, -1, -1, -1, 2 }));
     EXPECT_EQ(queue->waiting(), 0u);
 }
 

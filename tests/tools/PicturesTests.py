@@ -130,6 +130,16 @@ class PicturesTests(CommandTestCase):
         shown = self.thumbnails_below(target)
         self.assertEqual({name: picture.pixel(1, 1) for name, picture in shown.items()}, {"good.png.png": RED})
 
+    def test_what_is_no_file_takes_no_name_from_one(self):
+        for name in ("missing", "folder", "given"):
+            os.mkdir(self.path(name))
+        os.mkdir(self.path("folder/a.png"))
+        given = self.write("given/a.png", pictures.solid(8, 8, RED))
+        result = run("thumbnail", self.path("missing/a.png"), self.path("folder/a.png"), given, "-s", "4x4",
+                     "--to", self.path("to"))
+        self.assertEqual((result.status, len(result.errors)), (1, 2))
+        self.assertEqual(set(self.thumbnails_below(self.path("to"))), {"a.png.png"})
+
     def test_thumbnails_are_never_written_over_a_file_that_is_shown(self):
         content = pictures.solid(8, 8, RED)
         first, second = self.write("a", content), self.write("a.png", content)

@@ -431,7 +431,7 @@ class PrepareTests(CommandTestCase):
             link = os.path.join(self.source, "song.mp3")
             os.symlink(leads_to, link)
             result = self.prepare()
-            self.assert_failure(result, link, "is a link to a file elsewhere; --follow-links takes it")
+            self.assert_failure(result, link, "is a link to a file elsewhere, and not followed")
             self.assertEqual(os.listdir(self.out), [])
             self.assertEqual(len(run("prepare", self.path("missing"), self.source, "--to", self.out).errors), 2)
             self.assertEqual(os.listdir(self.out), [])

@@ -1,4 +1,4 @@
-// kxmd doctor: what this machine gives the library to work with.
+// kxmd doctor: what this machine offers the library to work with.
 
 #include "Commands.h"
 #include "JSONLine.h"
@@ -107,14 +107,20 @@ std::string textReport(KXMachineReport const& machine)
     return report.text();
 }
 
+void reportProblem(std::string_view what, KXMachineReport::Decoder const& decoder, Session& session)
+{
+    if (!decoder.isThere)
+        session.reportError(what, "there is no decoder");
+    else if (!decoder.isConfined())
+        session.reportError(what, "decoders cannot be fully confined");
+}
+
 void examine(bool isJSON, Session& session)
 {
     auto const machine = KXMachineReport::reportOfThisMachine();
     session.write(isJSON ? jsonReport(machine) : textReport(machine));
-    if (!machine.pictures.isConfined())
-        session.reportError("pictures", "hosts that require confinement get none");
-    if (machine.movies.isThere && !machine.movies.isConfined())
-        session.reportError("movies", "hosts that require confinement get none");
+    reportProblem("pictures", machine.pictures, session);
+    reportProblem("movies", machine.movies, session);
 }
 
 void addOptions(CLI::App& command, Session& session)
@@ -127,6 +133,6 @@ void addOptions(CLI::App& command, Session& session)
 }
 
 Command const doctorCommand { .name = "doctor",
-    .description = "Tell what this machine gives, and what is missing",
+    .description = "Show what this machine offers, and what is missing",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

@@ -2,7 +2,7 @@
 
 #include "Session.h"
 
-#include <kxmd/base/KXFolderPrivate.h>
+#include <kxmd/base/KXFolder.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -60,8 +60,8 @@ private:
                 if (!isLink || _links == Links::all)
                     pushEntriesOf(next.entry.path(), next.relativePath + '/', pending);
             } else if (isLink && next.entry.exists(ignored) && !isFollowed(next.entry.path())) {
-                _session.reportError(next.entry.path().string(),
-                    "is a link to a file elsewhere; --follow-links takes it");
+                _session.reportError(
+                    next.entry.path().string(), "is a link to a file elsewhere, and not followed");
             } else {
                 addFile(next.entry.path(), next.relativePath);
             }
@@ -95,8 +95,10 @@ private:
             return;
         std::vector<Pending> entries;
         for (std::string const& name : KXNamesInFolder(folder, error)) {
-            std::error_code ignored;
-            entries.push_back({ fs::directory_entry(folder / name, ignored), prefix + name });
+            std::error_code ignored; // Told when it is looked at.
+            Pending& found = entries.emplace_back();
+            found.relativePath = prefix + name;
+            found.entry.assign(folder / name, ignored); // Keeps the path of what it cannot see.
         }
         if (error)
             _session.reportError(folder.string(), error.message());

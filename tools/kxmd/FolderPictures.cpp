@@ -1,6 +1,6 @@
 #include "FolderPictures.h"
 
-#include <kxmd/base/KXFolderPrivate.h>
+#include <kxmd/base/KXFolder.h>
 
 #include <algorithm>
 #include <array>

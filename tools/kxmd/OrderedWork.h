@@ -25,12 +25,12 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finis
     std::atomic<std::size_t> next { 0 };
     std::mutex mutex;
     std::condition_variable_any changed;
-    Results worked; // Guarded by the mutex, and so is
-    std::exception_ptr failure; // the first that there was.
+    Results worked; // Guarded by the mutex.
+    std::exception_ptr failure; // The first one; guarded too.
 
     auto const workOnItems = [&](std::stop_token const& stop) {
         try {
-            for (std::size_t item = next++; item < count; item = next++) {
+            for (std::size_t item = next++; item < count && !stop.stop_requested(); item = next++) {
                 auto result = work(item);
                 std::unique_lock lock(mutex);
                 if (!changed.wait(lock, stop, [&] { return worked.size() < mostWaiting; }))
@@ -39,6 +39,7 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finis
                 changed.notify_all();
             }
         } catch (...) { // Out of a thread's own function it would end the program.
+            next = count; // Nobody begins another one.
             std::scoped_lock const lock(mutex);
             if (!failure)
                 failure = std::current_exception();

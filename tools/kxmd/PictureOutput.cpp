@@ -61,7 +61,7 @@ bool writePicture(KXImage::Ref const& image, std::string const& path,
     std::vector<std::string> const& inputs, Session& session)
 {
     if (!image) {
-        session.reportError(inputs.front(), "has nothing to show");
+        session.reportError(inputs.front(), nothingToShow);
         return false;
     }
     KXData const encoded = encodedPicture(*image, path);

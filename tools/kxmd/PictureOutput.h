@@ -10,6 +10,9 @@
 
 class Session;
 
+/// What there is to say of a file without a picture.
+constexpr char const* nothingToShow = "has nothing to show";
+
 /// The file that a subcommand writes its picture to. Any other extension than those of PNG and JPEG
 /// is wrong usage.
 CLI::Option* addPictureOutput(CLI::App& command, std::string& path);

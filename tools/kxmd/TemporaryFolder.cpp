@@ -1,6 +1,6 @@
 #include "TemporaryFolder.h"
 
-#include <kxmd/base/KXFolderPrivate.h>
+#include <kxmd/base/KXFolder.h>
 #include <kxmd/base/KXGuarded.h>
 
 #include <cstdlib>

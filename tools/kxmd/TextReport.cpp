@@ -19,7 +19,7 @@ TextReport::TextReport(std::string_view heading)
 
 void TextReport::addLine(std::string_view name, std::string_view value)
 {
-    _text.append("  ").append(name);
+    _text.append("  ").append(KXTextWithoutControlCharacters(name));
     _text.append(nameWidth - std::min(name.size(), nameWidth - 1), ' ');
     _text.append(KXTextWithoutControlCharacters(value)).append("\n");
 }

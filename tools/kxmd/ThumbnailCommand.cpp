@@ -14,18 +14,19 @@
 
 #include <kxmd/base/KXAbstractData.h>
 #include <kxmd/base/KXPath.h>
+#include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 namespace {
-
-constexpr char const* nothingToShow = "has nothing to show";
 
 struct Options {
     CLI::Option* paths { nullptr };
@@ -42,6 +43,7 @@ struct Outcome {
     std::unique_ptr<AtomicFile> file; ///< Written, but not in its place yet.
     std::string error; ///< Why there is none.
     bool isUnreadable { false };
+    std::error_code readError {};
 };
 
 void writeThumbnail(std::string const& path, Options const& options, Session& session)
@@ -74,7 +76,7 @@ public:
         for (FoundFile const& file : _files)
             _targets.protect(file.path);
         for (FoundFile const& file : _files)
-            _refusals.push_back(_targets.claim(targetOf(file)));
+            _refusals.push_back(isRegularFile(file.path) ? _targets.claim(targetOf(file)) : "");
         workInOrder(
             _files.size(), _options.jobs, [this](std::size_t i) { return outcomeOf(i); },
             [this](auto& outcomes) { placeFilesOf(outcomes, _targets); },
@@ -90,12 +92,14 @@ private:
 
     Outcome outcomeOf(std::size_t item)
     {
-        Outcome outcome { .file = nullptr, .error = _refusals[item] };
+        Outcome outcome;
         try {
+            outcome.error = _refusals[item];
             if (outcome.error.empty())
                 makeThumbnail(_files[item], outcome);
         } catch (std::bad_alloc const&) {
-            outcome = { .file = nullptr, .error = "there is not enough memory" };
+            outcome.file.reset();
+            outcome.error = "lacks memory"; // So short that it takes none.
         }
         _progress.advanceBy({ .items = 1 });
         return outcome;
@@ -103,8 +107,12 @@ private:
 
     void makeThumbnail(FoundFile const& file, Outcome& outcome) const
     {
-        outcome.isUnreadable = !KXAbstractData::abstractDataWithPath(file.path);
-        if (outcome.isUnreadable)
+        auto const data = KXAbstractData::abstractDataWithPath(file.path);
+        outcome.isUnreadable = !data;
+        if (!data)
+            return;
+        outcome.readError = KXMDFileMeta::fileMetaWithAnyAbstractData(*data)->readError();
+        if (outcome.readError)
             return;
         auto const image = thumbnailOf(file.path);
         std::string const target = targetOf(file);
@@ -129,11 +137,17 @@ private:
             : _controller->thumbnailForPath(path, _options.size);
     }
 
+    static bool isRegularFile(std::string const& path)
+    {
+        std::error_code ignored;
+        return std::filesystem::is_regular_file(path, ignored);
+    }
+
     void report(std::string const& path, Outcome const& outcome)
     {
         if (outcome.isUnreadable)
             _session.reportUnreadable(path);
-        else if (!outcome.error.empty())
+        else if (!_session.reportReadError(path, outcome.readError) && !outcome.error.empty())
             _session.reportError(path, outcome.error);
     }
 

@@ -149,11 +149,11 @@ bool AtomicFile::takeName(std::function<bool()> const& make)
         _error = "was interrupted";
         return false;
     }
-    if (!make())
-        return false;
-    named->paths.insert(_partPath);
-    _hasName = true;
-    return true;
+    auto const [name, isNew] = named->paths.insert(_partPath); // With a file there is no way back.
+    _hasName = make();
+    if (!_hasName && isNew)
+        named->paths.erase(name);
+    return _hasName;
 }
 
 void AtomicFile::dropName()

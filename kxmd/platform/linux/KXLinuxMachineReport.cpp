@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The words of a text, each of which has a space behind.
+/// The words of a text, each followed by a space.
 std::vector<std::string> wordsOf(std::string_view text)
 {
     std::vector<std::string> words;
@@ -26,17 +26,17 @@ std::vector<std::string> wordsOf(std::string_view text)
 
 KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
 {
-    auto const greeting = server.greeting();
     KXMachineReport::Decoder report;
-    if (!greeting)
+    KXRenderRequest const request { .operation = KXRenderRequest::Operation::formats };
+    KXFileDescriptor const nothing = sealedMemoryOf({});
+    auto const reply = server.replyTo(request, nothing.get(), KXRenderLimits::forPictures());
+    auto const greeting = server.greeting(); // Of the one that answered.
+    if (!reply || !greeting)
         return report;
     report.isThere = true;
     report.isConfinedToReading = greeting->isConfinedToReading;
     report.isConfinedToComputing = greeting->canBeConfinedToComputing;
-    KXRenderRequest const request { .operation = KXRenderRequest::Operation::formats };
-    KXFileDescriptor const nothing = sealedMemoryOf({});
-    auto const reply = server.replyTo(request, nothing.get(), KXRenderLimits::forPictures());
-    KXData const answer = reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
+    KXData const answer = bytesOfAnswer(reply->message, reply->answer);
     auto const bytes = answer.bytes();
     report.formats = wordsOf({ reinterpret_cast<char const*>(bytes.data()), bytes.size() });
     return report;

@@ -4,9 +4,9 @@
 #include "kxmd/image/KXPictureSizePrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
+#include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <string>
@@ -20,12 +20,8 @@ extern "C" {
 
 namespace {
 
-// FFmpeg's names, which are the same for all containers (libavformat, "Metadata API").
-constexpr std::array commonTags { "album", "album_artist", "artist", "comment", "composer",
-    "copyright", "date", "description", "disc", "encoder", "episode_id", "genre", "performer",
-    "publisher", "season_number", "show", "title", "track" };
-
 constexpr std::size_t longestTag = 4096; // Bytes.
+constexpr std::size_t longestLanguage = 64;
 
 /// What FFmpeg says of the type of an attached picture (ID3v2.4, 4.14), and a word for it.
 constexpr std::pair<std::string_view, std::string_view> pictureKinds[] {
@@ -74,12 +70,12 @@ std::string containerOf(AVFormatContext const& format)
     return std::string(names.substr(0, names.find(',')));
 }
 
-/// `value`, or as many whole characters of it as are sent.
-std::string_view shortened(std::string_view value)
+/// `value`, or as many whole characters of it as `most` bytes hold.
+std::string_view shortened(std::string_view value, std::size_t most)
 {
-    if (value.size() <= longestTag)
+    if (value.size() <= most)
         return value;
-    std::size_t length = longestTag;
+    std::size_t length = most;
     while (length > 0 && (static_cast<unsigned char>(value[length]) & 0xC0) == 0x80)
         --length; // Within a character of UTF-8.
     return value.substr(0, length);
@@ -88,9 +84,9 @@ std::string_view shortened(std::string_view value)
 /// Ogg has the tags of the file on its streams.
 void addTags(KXMediaProbe& probe, AVDictionary const* tags)
 {
-    for (char const* const name : commonTags) {
-        if (std::string_view const value = valueIn(tags, name); !value.empty())
-            probe.tags.try_emplace(name, shortened(value));
+    for (std::string_view const name : mediaProbeTags) {
+        if (std::string_view const value = valueIn(tags, name.data()); !value.empty())
+            probe.tags.try_emplace(std::string(name), shortened(value, longestTag));
     }
 }
 
@@ -149,7 +145,7 @@ KXMediaStream probeOf(AVStream const& stream)
     if (parameters.codec_id != AV_CODEC_ID_NONE)
         found.codec = avcodec_get_name(parameters.codec_id);
     found.profile = textOf(avcodec_profile_name(parameters.codec_id, parameters.profile));
-    found.language = shortened(valueIn(stream.metadata, "language"));
+    found.language = shortened(valueIn(stream.metadata, "language"), longestLanguage);
     found.bitRate = static_cast<std::uint64_t>(std::max<std::int64_t>(parameters.bit_rate, 0));
     if (found.kind == KXMediaStream::Kind::audio) {
         found.sampleRate = number(parameters.sample_rate);
@@ -172,10 +168,10 @@ std::string kindOfPicture(AVStream const& stream, AVFormatContext const& format)
         pictureKinds, told, &std::pair<std::string_view, std::string_view>::first);
     if (known != std::end(pictureKinds))
         return std::string(known->second);
-    // The one that MP4 has for the album (iTunes "covr"), and what Matroska calls so (RFC
-    // 9559, 21.1).
-    bool const isFront
-        = isNamed(format, "mov,mp4") || valueIn(stream.metadata, "filename").starts_with("cover");
+    std::string_view const file = valueIn(stream.metadata, "filename");
+    bool const isFront = isNamed(format, "mov,mp4") // The one of the album ("covr").
+        || (isNamed(format, "matroska") // By its name (RFC 9559, 21.1).
+            && (file == "cover.jpg" || file == "cover.png"));
     return isFront ? "front" : "other";
 }
 

@@ -92,22 +92,20 @@ double amountOfValue(std::string_view value)
     return std::isfinite(amount) ? std::max(amount, 0.0) : 0;
 }
 
-template <class Owner, std::size_t count>
-void takeField(Owner& owner, Field<Owner, std::string> const (&fields)[count],
-    std::string_view name, std::string_view value)
+void read(std::string_view value, std::string& text) { text = textOfValue(value); }
+
+void read(std::string_view value, std::uint32_t& number)
 {
-    auto const* const field = std::ranges::find(fields, name, &Field<Owner, std::string>::name);
-    if (field != std::end(fields))
-        owner.*field->member = textOfValue(value);
+    number = numberOfValue<std::uint32_t>(value);
 }
 
-template <class Owner, std::size_t count>
-void takeField(Owner& owner, Field<Owner, std::uint32_t> const (&fields)[count],
-    std::string_view name, std::string_view value)
+template <class Owner, class Value, std::size_t count>
+void takeField(Owner& owner, Field<Owner, Value> const (&fields)[count], std::string_view name,
+    std::string_view value)
 {
-    auto const* const field = std::ranges::find(fields, name, &Field<Owner, std::uint32_t>::name);
+    auto const* const field = std::ranges::find(fields, name, &Field<Owner, Value>::name);
     if (field != std::end(fields))
-        owner.*field->member = numberOfValue<std::uint32_t>(value);
+        read(value, owner.*field->member);
 }
 
 void takeOfStream(KXMediaStream& stream, std::string_view name, std::string_view value)
@@ -153,8 +151,16 @@ public:
         } else if (name == "duration") {
             probe.duration = amountOfValue(value);
         } else if (name.starts_with(tagPrefix)) {
-            probe.tags[std::string(name.substr(tagPrefix.size()))] = textOfValue(value);
+            std::string_view const tag = name.substr(tagPrefix.size());
+            if (std::ranges::find(mediaProbeTags, tag) != std::end(mediaProbeTags))
+                probe.tags[std::string(tag)] = textOfValue(value);
         }
+    }
+
+    bool isTooLong() const
+    {
+        return probe.streams.size() > mostMediaProbeStreams
+            || probe.pictures.size() > mostMediaProbeStreams;
     }
 
 private:
@@ -163,7 +169,7 @@ private:
     Begun _begun { Begun::file };
 };
 
-/// The text up to the next zero, which `text` then stands behind; absent when there is none.
+/// The text up to the next zero, after which `text` starts then; absent when there is none.
 std::optional<std::string_view> nextText(std::string_view& text)
 {
     std::size_t const length = text.find('\0');
@@ -210,6 +216,8 @@ std::optional<KXMediaProbe> mediaProbeOfText(std::string_view text)
         if (!name || !value)
             return std::nullopt;
         reading.take(*name, *value);
+        if (reading.isTooLong())
+            return std::nullopt;
     }
     return std::move(reading.probe);
 }

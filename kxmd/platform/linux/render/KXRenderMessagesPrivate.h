@@ -27,7 +27,7 @@ struct KXRenderRequest {
         jpg, ///< Answers with a JPEG file of the pixels in the file.
         png, ///< Answers with a PNG file of them.
         movie, ///< Opens the movie in the file, and then answers questions about it.
-        formats, ///< Answers with the names of what it can decode, each with a space behind.
+        formats, ///< Answers with the names of what it can decode, each followed by a space.
         probe, ///< Answers with what media the file is, as `textOfMediaProbe` writes it.
     };
 

@@ -87,8 +87,9 @@ KXFileDescriptor memoryFileOf(KXAbstractData& data, KXRenderRequest& request)
         written += bytes.size();
         return isWritten;
     };
-    bool const isMovie = request.operation == KXRenderRequest::Operation::movie;
-    auto const feed = isMovie ? feedBytesTo : feedPictureTo;
+    bool const isPicture = request.operation == KXRenderRequest::Operation::picture
+        || request.operation == KXRenderRequest::Operation::drawing;
+    auto const feed = isPicture ? feedPictureTo : feedBytesTo;
     if (feed(keep, data, request.length))
         request.length = written;
     if (!isWritten || !sealMemoryFile(file.get()))

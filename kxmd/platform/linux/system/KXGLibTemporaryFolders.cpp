@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/system/KXGLibTemporaryFoldersPrivate.h"
 
-#include "kxmd/base/KXFolderPrivate.h"
+#include "kxmd/base/KXFolder.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
 
 #include <chrono>
@@ -56,8 +56,11 @@ void removeIfForgotten(files::directory_entry const& entry)
 void removeForgotten(std::string const& parent)
 {
     std::error_code ignored;
-    for (std::string const& name : KXNamesInFolder(parent, ignored))
-        removeIfForgotten(files::directory_entry(files::path(parent) / name, ignored));
+    for (std::string const& name : KXNamesInFolder(parent, ignored)) {
+        files::directory_entry entry;
+        entry.assign(files::path(parent) / name, ignored);
+        removeIfForgotten(entry);
+    }
 }
 
 bool isGone(int folder)

@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXDesktopThumbnailersPrivate.h"
 
-#include "kxmd/base/KXFolderPrivate.h"
+#include "kxmd/base/KXFolder.h"
 #include "kxmd/base/KXPath.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 

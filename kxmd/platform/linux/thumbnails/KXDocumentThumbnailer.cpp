@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXDocumentThumbnailerPrivate.h"
 
-#include "kxmd/base/KXFolderPrivate.h"
+#include "kxmd/base/KXFolder.h"
 #include "kxmd/base/KXSanitizersPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"

@@ -39,7 +39,7 @@ KXMediaProbe fullProbe()
     probe.duration = 12.345;
     probe.streams = { video, audio, subtitle, KXMediaStream() };
     probe.pictures = { { "front", "image/jpeg", 500, 400, 40000 }, { "other", "", 0, 0, 7 } };
-    probe.tags = { { "title", "Träume" }, { "stream", "a tag as well" }, { "artist", "" } };
+    probe.tags = { { "title", "Träume" }, { "show", "stream" }, { "artist", "" } };
     return probe;
 }
 
@@ -117,6 +117,30 @@ TEST(KXMediaProbeText, ValuesBelongToWhatWasBegunLast)
     EXPECT_EQ(probe->pictures.at(0).width, 3u);
     EXPECT_EQ(probe->streams.at(0).sampleRate, 0u);
     EXPECT_TRUE(probe->tags.empty());
+}
+
+TEST(KXMediaProbeText, OtherTagsAreNotTaken)
+{
+    for (std::string_view const name : { "", "Title", "titles", "\x1B]0;", "stream", "\xFF" }) {
+        auto const probe = mediaProbeOfText(textOf({ "tag " + std::string(name), "text" }));
+        ASSERT_TRUE(probe);
+        EXPECT_TRUE(probe->tags.empty()) << name;
+    }
+    for (std::string_view const name : mediaProbeTags) {
+        auto const probe = mediaProbeOfText(textOf({ "tag " + std::string(name), "text" }));
+        EXPECT_TRUE(probe->tags.contains(std::string(name)));
+    }
+}
+
+TEST(KXMediaProbeText, MoreStreamsThanFFmpegGivesAreNotTaken)
+{
+    for (std::string_view const kind : { "stream", "picture" }) {
+        std::string text;
+        for (std::size_t i = 0; i < mostMediaProbeStreams; ++i)
+            text += textOf({ kind, "audio" });
+        EXPECT_TRUE(mediaProbeOfText(text)) << kind;
+        EXPECT_FALSE(mediaProbeOfText(text + textOf({ kind, "audio" }))) << kind;
+    }
 }
 
 TEST(KXMediaProbeText, LongTextIsNotTaken)

@@ -23,7 +23,7 @@ public:
     void sendImage(KXImage::Ref const& image) const;
     /// Sends bytes; none for `unknown`.
     void sendBytes(std::span<std::uint8_t const> bytes) const;
-    /// Sends names, each with a space behind.
+    /// Sends names, each followed by a space.
     void sendWords(std::vector<std::string> const& words) const;
     /// The socket itself, which is not this object's own.
     [[nodiscard]] int socket() const { return _socket; }

@@ -5,17 +5,17 @@
 #include <dirent.h>
 #include <ftw.h>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 #include <vector>
 
 // The standard library's own operations end the program where memory runs out.
 
 /// The names of what a folder holds, in no order, without "." and "..". With an error, those that
-/// came before it.
+/// came before it; for a lack of memory `std::bad_alloc` leaves this.
 inline std::vector<std::string> KXNamesInFolder(std::string const& path, std::error_code& error)
 {
     struct Close {
@@ -32,6 +32,8 @@ inline std::vector<std::string> KXNamesInFolder(std::string const& path, std::er
         if (name != "." && name != "..")
             names.emplace_back(name);
     }
+    if (errno == ENOMEM)
+        throw std::bad_alloc();
     error.assign(errno, std::generic_category());
     return names;
 }
@@ -45,5 +47,6 @@ inline bool KXRemoveFolder(std::string const& path)
         return 0;
     };
     ::nftw(path.c_str(), remove, mostOpenFolders, FTW_DEPTH | FTW_PHYS);
-    return ::access(path.c_str(), F_OK) != 0;
+    struct stat status;
+    return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
