@@ -46,15 +46,21 @@ struct Outcome {
     std::error_code readError {};
 };
 
+KXImage::Ref thumbnailOf(
+    KXDCFile const& file, KXMDThumbnailController& controller, Options const& options)
+{
+    return options.keepsShape
+        ? controller.platform()->thumbnailService->imageForPath(file.sourcePath(), options.size)
+        : controller.thumbnailForFile(file, options.size);
+}
+
 void writeThumbnail(std::string const& path, Options const& options, Session& session)
 {
     auto const file = taggedFile(path, session);
     if (!file)
         return;
-    auto const image = options.keepsShape
-        ? KXPlatform::shared()->thumbnailService->imageForPath(path, options.size)
-        : KXMDThumbnailController::sharedController()->thumbnailForFile(*file, options.size);
-    writePicture(image, options.output, { path }, session);
+    auto const& controller = KXMDThumbnailController::sharedController();
+    writePicture(thumbnailOf(*file, *controller, options), options.output, { path }, session);
 }
 
 /// Makes the thumbnails of many files, on several threads.
@@ -114,7 +120,7 @@ private:
         outcome.readError = KXMDFileMeta::fileMetaWithAnyAbstractData(*data)->readError();
         if (outcome.readError)
             return;
-        auto const image = thumbnailOf(file.path);
+        auto const image = thumbnailOf(KXDCSimpleFile(file.path), *_controller, _options);
         std::string const target = targetOf(file);
         KXData const encoded = image ? encodedPicture(*image, target) : KXData();
         if (!encoded.length()) {
@@ -128,13 +134,6 @@ private:
             return;
         outcome.error = outcome.file->errorWithPath();
         outcome.file.reset();
-    }
-
-    KXImage::Ref thumbnailOf(std::string const& path) const
-    {
-        return _options.keepsShape
-            ? _controller->platform()->thumbnailService->imageForPath(path, _options.size)
-            : _controller->thumbnailForPath(path, _options.size);
     }
 
     static bool isRegularFile(std::string const& path)

@@ -36,9 +36,7 @@ KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
     report.isThere = true;
     report.isConfinedToReading = greeting->isConfinedToReading;
     report.isConfinedToComputing = greeting->canBeConfinedToComputing;
-    KXData const answer = bytesOfAnswer(reply->message, reply->answer);
-    auto const bytes = answer.bytes();
-    report.formats = wordsOf({ reinterpret_cast<char const*>(bytes.data()), bytes.size() });
+    report.formats = wordsOf(textOfAnswer(reply->message, reply->answer));
     return report;
 }
 

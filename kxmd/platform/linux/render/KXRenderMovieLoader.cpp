@@ -78,7 +78,5 @@ std::optional<KXMediaProbe> KXRenderMovieLoader::mediaProbeWithData(KXAbstractDa
     auto const reply = _server->replyTo(request, data, _limits);
     if (!reply || reply->answer.length > longestMediaProbeText)
         return std::nullopt;
-    KXData const answer = bytesOfAnswer(reply->message, reply->answer);
-    auto const bytes = answer.bytes();
-    return mediaProbeOfText({ reinterpret_cast<char const*>(bytes.data()), bytes.size() });
+    return mediaProbeOfText(textOfAnswer(reply->message, reply->answer));
 }

@@ -42,6 +42,12 @@ KXData bytesOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answe
                   : KXData();
 }
 
+std::string textOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer)
+{
+    auto const memory = memoryOfAnswer(message, answer);
+    return memory ? std::string(memory.get(), memory.get() + answer.length) : std::string();
+}
+
 KXRenderPictureLoader::KXRenderPictureLoader(
     std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits)
     : _server(std::move(server))

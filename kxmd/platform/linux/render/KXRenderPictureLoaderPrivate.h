@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 /// Pictures, decoded and encoded by a render server.
 class KX_EXPORT_FOR_TESTS KXRenderPictureLoader final : public KXPictureLoader {
@@ -39,6 +40,9 @@ private:
 
 /// The picture of an answer; null when there is none, or none as the answer says.
 KXImage::Ref imageOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer);
+
+/// The text of an answer; empty as the bytes are.
+std::string textOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer);
 
 /// The bytes of an answer; empty when there are none, or not as many as the answer says.
 KXData bytesOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& answer);

@@ -3,7 +3,6 @@
 #include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 #include "kxmd/platform/linux/render/program/KXForkServerPrivate.h"
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,8 +59,7 @@ void serveMovie(KXAbstractData& data, KXRenderReply const& reply)
 void serveProbe(KXAbstractData& data, KXRenderReply const& reply)
 {
     auto const probe = mediaProbeByFFmpeg(data);
-    std::string const text = probe ? textOfMediaProbe(*probe) : "";
-    reply.sendBytes({ reinterpret_cast<std::uint8_t const*>(text.data()), text.size() });
+    reply.sendText(probe ? textOfMediaProbe(*probe) : "");
 }
 
 class MovieWork final : public KXRenderWork {

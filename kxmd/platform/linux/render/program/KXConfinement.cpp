@@ -131,33 +131,78 @@ using Filter = std::unique_ptr<void, FilterRelease>;
 
 /// What decoders, the C library, allocators and threads call. Everything else is answered with
 /// ENOSYS, for which the C library has another way.
-constexpr int allowedCalls[]
-{
+constexpr int allowedCalls[] {
     // Files that are open, and those that Landlock lets be read.
-    SCMP_SYS(read), SCMP_SYS(pread64), SCMP_SYS(readv), SCMP_SYS(lseek), SCMP_SYS(write),
-        SCMP_SYS(writev), SCMP_SYS(close), SCMP_SYS(fstat), SCMP_SYS(newfstatat), SCMP_SYS(statx),
-        SCMP_SYS(stat), SCMP_SYS(lstat), SCMP_SYS(access), SCMP_SYS(faccessat),
-        SCMP_SYS(faccessat2), SCMP_SYS(readlink), SCMP_SYS(readlinkat), SCMP_SYS(getdents64),
-        SCMP_SYS(getcwd), SCMP_SYS(statfs), SCMP_SYS(fstatfs), SCMP_SYS(fadvise64),
-        // The answer.
-        SCMP_SYS(memfd_create), SCMP_SYS(ftruncate), SCMP_SYS(sendmsg), SCMP_SYS(recvmsg),
-        SCMP_SYS(poll), SCMP_SYS(ppoll),
-        // Memory.
-        SCMP_SYS(brk), SCMP_SYS(mmap), SCMP_SYS(munmap), SCMP_SYS(mprotect), SCMP_SYS(mremap),
-        SCMP_SYS(madvise), SCMP_SYS(mincore),
-        // Time and order.
-        SCMP_SYS(clock_gettime), SCMP_SYS(clock_getres), SCMP_SYS(gettimeofday), SCMP_SYS(time),
-        SCMP_SYS(nanosleep), SCMP_SYS(clock_nanosleep), SCMP_SYS(futex), SCMP_SYS(sched_yield),
-        SCMP_SYS(sched_getaffinity), SCMP_SYS(getcpu), SCMP_SYS(membarrier), SCMP_SYS(rseq),
-        SCMP_SYS(set_robust_list), SCMP_SYS(restart_syscall),
-        // This process, and its end.
-        SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(getuid), SCMP_SYS(geteuid), SCMP_SYS(getgid),
-        SCMP_SYS(getegid), SCMP_SYS(getrusage), SCMP_SYS(getrlimit), SCMP_SYS(sysinfo),
-        SCMP_SYS(uname), SCMP_SYS(getrandom), SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
-        SCMP_SYS(rt_sigreturn), SCMP_SYS(sigaltstack), SCMP_SYS(exit), SCMP_SYS(exit_group),
-#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
-        SCMP_SYS(pipe2), // By which they try whether memory can be read.
-#endif
+    SCMP_SYS(read),
+    SCMP_SYS(pread64),
+    SCMP_SYS(readv),
+    SCMP_SYS(lseek),
+    SCMP_SYS(write),
+    SCMP_SYS(writev),
+    SCMP_SYS(close),
+    SCMP_SYS(fstat),
+    SCMP_SYS(newfstatat),
+    SCMP_SYS(statx),
+    SCMP_SYS(stat),
+    SCMP_SYS(lstat),
+    SCMP_SYS(access),
+    SCMP_SYS(faccessat),
+    SCMP_SYS(faccessat2),
+    SCMP_SYS(readlink),
+    SCMP_SYS(readlinkat),
+    SCMP_SYS(getdents64),
+    SCMP_SYS(getcwd),
+    SCMP_SYS(statfs),
+    SCMP_SYS(fstatfs),
+    SCMP_SYS(fadvise64),
+    // The answer.
+    SCMP_SYS(memfd_create),
+    SCMP_SYS(ftruncate),
+    SCMP_SYS(sendmsg),
+    SCMP_SYS(recvmsg),
+    SCMP_SYS(poll),
+    SCMP_SYS(ppoll),
+    // Memory.
+    SCMP_SYS(brk),
+    SCMP_SYS(mmap),
+    SCMP_SYS(munmap),
+    SCMP_SYS(mprotect),
+    SCMP_SYS(mremap),
+    SCMP_SYS(madvise),
+    SCMP_SYS(mincore),
+    // Time and order.
+    SCMP_SYS(clock_gettime),
+    SCMP_SYS(clock_getres),
+    SCMP_SYS(gettimeofday),
+    SCMP_SYS(time),
+    SCMP_SYS(nanosleep),
+    SCMP_SYS(clock_nanosleep),
+    SCMP_SYS(futex),
+    SCMP_SYS(sched_yield),
+    SCMP_SYS(sched_getaffinity),
+    SCMP_SYS(getcpu),
+    SCMP_SYS(membarrier),
+    SCMP_SYS(rseq),
+    SCMP_SYS(set_robust_list),
+    SCMP_SYS(restart_syscall),
+    // This process, and its end.
+    SCMP_SYS(getpid),
+    SCMP_SYS(gettid),
+    SCMP_SYS(getuid),
+    SCMP_SYS(geteuid),
+    SCMP_SYS(getgid),
+    SCMP_SYS(getegid),
+    SCMP_SYS(getrusage),
+    SCMP_SYS(getrlimit),
+    SCMP_SYS(sysinfo),
+    SCMP_SYS(uname),
+    SCMP_SYS(getrandom),
+    SCMP_SYS(rt_sigaction),
+    SCMP_SYS(rt_sigprocmask),
+    SCMP_SYS(rt_sigreturn),
+    SCMP_SYS(sigaltstack),
+    SCMP_SYS(exit),
+    SCMP_SYS(exit_group),
 };
 
 /// What reaches beyond a program and its files: others' services (those of the desktop as well),
@@ -257,6 +302,11 @@ bool confineToComputing()
         if (seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0) != 0)
             return false;
     }
+#if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
+    // By which they try whether memory can be read.
+    if (seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(pipe2), 0) != 0)
+        return false;
+#endif
     return addRulesOfArguments(filter.get()) && seccomp_load(filter.get()) == 0;
 }
 

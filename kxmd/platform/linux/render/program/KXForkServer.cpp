@@ -169,12 +169,17 @@ void KXRenderReply::sendBytes(std::span<std::uint8_t const> bytes) const
     send({}, bytes);
 }
 
+void KXRenderReply::sendText(std::string_view text) const
+{
+    sendBytes({ reinterpret_cast<std::uint8_t const*>(text.data()), text.size() });
+}
+
 void KXRenderReply::sendWords(std::vector<std::string> const& words) const
 {
     std::string text;
     for (std::string const& word : words)
         text += word + ' ';
-    sendBytes({ reinterpret_cast<std::uint8_t const*>(text.data()), text.size() });
+    sendText(text);
 }
 
 std::optional<KXRenderQuestion> KXRenderReply::question() const

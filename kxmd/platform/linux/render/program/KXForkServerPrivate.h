@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The way back to the host, of a process that serves one file.
@@ -23,6 +24,8 @@ public:
     void sendImage(KXImage::Ref const& image) const;
     /// Sends bytes; none for `unknown`.
     void sendBytes(std::span<std::uint8_t const> bytes) const;
+    /// Sends a text; an empty one for `unknown`.
+    void sendText(std::string_view text) const;
     /// Sends names, each followed by a space.
     void sendWords(std::vector<std::string> const& words) const;
     /// The socket itself, which is not this object's own.
