@@ -1,7 +1,11 @@
 #pragma once
 
+#include "kxmd/base/KXAbstractData.h"
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 /// The formats of pictures that we tell from their first bytes.
@@ -15,6 +19,7 @@ enum class KXPictureFormat : std::uint8_t {
     heifSequence, ///< A row of such pictures.
     icon, ///< Of Windows.
     bmp,
+    uncommon, ///< One of the formats that decoders of movies know as well.
     unknown,
 };
 
@@ -48,6 +53,18 @@ constexpr KXPictureSignature pictureSignatures[] {
     { 4, "ftyphei", KXPictureFormat::heif }, // ISO/IEC 23008-12, B.4: pictures of HEVC.
     { 4, "ftyphev", KXPictureFormat::heifSequence },
     { 4, "ftypavi", KXPictureFormat::heif }, // AVIF, 6: pictures and sequences.
+    { 0, std::string_view("\0\0\0\x0CjP  ", 8), KXPictureFormat::uncommon }, // JPEG 2000.
+    { 0, "\xFF\x4F\xFF\x51", KXPictureFormat::uncommon }, // Its code stream: ITU-T T.800, A.4.
+    { 0, std::string_view("\0\0\0\x0CJXL ", 8), KXPictureFormat::uncommon }, // ISO/IEC 18181-2.
+    { 0, "\x76\x2F\x31\x01", KXPictureFormat::uncommon }, // OpenEXR.
+    { 0, "8BPS", KXPictureFormat::uncommon }, // Photoshop.
+    { 0, "qoif", KXPictureFormat::uncommon },
+    { 0, "DDS ", KXPictureFormat::uncommon },
+    { 0, "#?RADIANCE", KXPictureFormat::uncommon },
+    { 0, "P4\n", KXPictureFormat::uncommon }, // Portable maps.
+    { 0, "P5\n", KXPictureFormat::uncommon },
+    { 0, "P6\n", KXPictureFormat::uncommon },
+    { 0, "P7\n", KXPictureFormat::uncommon },
     { 0, "BM", KXPictureFormat::bmp },
 };
 
@@ -68,4 +85,16 @@ constexpr KXPictureFormat formatOfPictureWithHead(std::string_view head)
 constexpr bool isVersionOfGIF(std::string_view head)
 {
     return head.starts_with("GIF87a") || head.starts_with("GIF89a");
+}
+
+/// The head of the picture in the next `length` bytes of `data`, which stays where it is.
+inline std::string headOfPicture(KXAbstractData& data, std::uint64_t length)
+{
+    std::string head(
+        static_cast<std::size_t>(std::min<std::uint64_t>(length, lengthOfPictureHead)), '\0');
+    std::uint64_t const start = data.offset();
+    head.resize(static_cast<std::size_t>(
+        data.readBytesToMaxLength(reinterpret_cast<std::uint8_t*>(head.data()), head.size())));
+    data.setOffset(start);
+    return head;
 }

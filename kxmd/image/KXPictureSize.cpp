@@ -45,6 +45,7 @@ std::optional<KXSize> sizeOfEncodedPictureInData(KXAbstractData& data, std::uint
         return sizeOfHEIF(picture);
     case KXPictureFormat::heifSequence: // Covers are none.
     case KXPictureFormat::icon:
+    case KXPictureFormat::uncommon:
     case KXPictureFormat::unknown:
         break;
     }

@@ -17,12 +17,7 @@ constexpr std::uint64_t mostBytes = std::uint64_t { 64 } << 20;
 /// Leaves the reader where it is.
 AVCodecID codecOfNextBytes(KXAbstractData& data)
 {
-    std::array<char, lengthOfPictureHead> bytes {};
-    auto const start = data.offset();
-    auto const count
-        = data.readBytesToMaxLength(reinterpret_cast<std::uint8_t*>(bytes.data()), bytes.size());
-    data.setOffset(start);
-    switch (formatOfPictureWithHead({ bytes.data(), static_cast<std::size_t>(count) })) {
+    switch (formatOfPictureWithHead(headOfPicture(data, data.remainingLength()))) {
     case KXPictureFormat::jpeg:
         return AV_CODEC_ID_MJPEG;
     case KXPictureFormat::png:

@@ -34,9 +34,8 @@ std::vector<Addition> missingIn(KXMachineReport const& machine)
     bool const hasTheme = std::ranges::any_of(
         machine.iconThemes, [](std::string const& name) { return name != "hicolor"; });
     std::vector<Addition> additions {
-        { "pictures of AVIF and HEIF", "heif-gdk-pixbuf", !has(formats, "heif/avif") },
-        { "pictures of WebP", "webp-pixbuf-loader", !has(formats, "webp") },
-        { "drawings of SVG", "librsvg2-common", !has(formats, "svg") },
+        { "pictures of AVIF", "libheif-plugin-dav1d", !has(formats, "avif") },
+        { "pictures of HEIC", "libheif-plugin-libde265", !has(formats, "heic") },
         { "pages of PDF", "poppler-utils", machine.documentProgram.empty() },
         { "thumbnails of electronic books", "gnome-epub-thumbnailer",
             !has(types, "application/epub+zip") },

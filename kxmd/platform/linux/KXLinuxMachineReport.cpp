@@ -40,13 +40,25 @@ KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
     return report;
 }
 
+/// What two programs do together that share the formats.
+KXMachineReport::Decoder bothOf(KXMachineReport::Decoder one, KXMachineReport::Decoder const& other)
+{
+    one.isThere = one.isThere && other.isThere;
+    one.isConfinedToReading = one.isConfinedToReading && other.isConfinedToReading;
+    one.isConfinedToComputing = one.isConfinedToComputing && other.isConfinedToComputing;
+    one.formats.insert(one.formats.end(), other.formats.begin(), other.formats.end());
+    std::ranges::sort(one.formats);
+    return one;
+}
+
 }
 
 KXMachineReport KXMachineReport::reportOfThisMachine()
 {
     auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
     return {
-        .pictures = reportOfServer(*renderServerForPictures()),
+        .pictures = bothOf(reportOfServer(*renderServerForPictures()),
+            reportOfServer(*renderServerForRarePictures())),
         .movies = reportOfServer(*renderServerForMovies()),
         .documentProgram = places.pdfProgram,
         .thumbnailedTypes = KXDesktopThumbnailers(places.thumbnailers).contentTypes(),

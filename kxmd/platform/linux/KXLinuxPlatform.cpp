@@ -18,6 +18,13 @@ std::shared_ptr<KXRenderServer const> const& renderServerForPictures()
     return server;
 }
 
+std::shared_ptr<KXRenderServer const> const& renderServerForRarePictures()
+{
+    static auto const server = std::make_shared<KXRenderServer const>(
+        KXRenderServer::installedProgram(KXMD_RENDER_RARE));
+    return server;
+}
+
 std::shared_ptr<KXRenderServer const> const& renderServerForMovies()
 {
     static auto const server = std::make_shared<KXRenderServer const>(
@@ -28,7 +35,10 @@ std::shared_ptr<KXRenderServer const> const& renderServerForMovies()
 KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits)
 {
     auto const pictureLoader = std::make_shared<KXRenderPictureLoader const>(
-        renderServerForPictures(), KXRenderLimits::forPictures(limits));
+        KXRenderPictureLoader::Servers { .pictures = renderServerForPictures(),
+            .rarePictures = renderServerForRarePictures(),
+            .movies = renderServerForMovies() },
+        KXRenderLimits::forPictures(limits));
     auto const movieLoader = std::make_shared<KXRenderMovieLoader const>(
         renderServerForMovies(), KXRenderLimits::forMovies(limits));
     auto const temporaryFolders = std::make_shared<KXGLibTemporaryFolders const>();

@@ -7,4 +7,5 @@
 // The programs that decode for all platforms of this process.
 
 std::shared_ptr<KXRenderServer const> const& renderServerForPictures();
+std::shared_ptr<KXRenderServer const> const& renderServerForRarePictures();
 std::shared_ptr<KXRenderServer const> const& renderServerForMovies();

@@ -10,6 +10,10 @@ constexpr char const* formats
     = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,asf,ogg,rm,mxf,nut,"
       "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
       "aac,ac3,eac3,dts,amr";
+// Single pictures that are told by their first bytes.
+constexpr char const* pictureFormats
+    = "bmp_pipe,dds_pipe,exr_pipe,hdr_pipe,ico,j2k_pipe,jpegxl_pipe,pam_pipe,pbm_pipe,pgm_pipe,"
+      "ppm_pipe,psd_pipe,qoi_pipe";
 constexpr int mostStreams = 256; // That a file may make FFmpeg allocate.
 constexpr int bufferLength = 32 * 1024;
 
@@ -30,7 +34,11 @@ KXFFmpegInput::~KXFFmpegInput()
     avio_context_free(&_context);
 }
 
-AVFormatRef KXFFmpegInput::openedFormat()
+AVFormatRef KXFFmpegInput::openedFormat() { return openedFormatAmong(formats); }
+
+AVFormatRef KXFFmpegInput::openedPicture() { return openedFormatAmong(pictureFormats); }
+
+AVFormatRef KXFFmpegInput::openedFormatAmong(char const* allowed)
 {
     AVFormatContext* format = avformat_alloc_context();
     if (!format || !attachToFormat(*format)) {
@@ -39,7 +47,7 @@ AVFormatRef KXFFmpegInput::openedFormat()
     }
     format->max_streams = mostStreams;
     AVDictionary* options = nullptr;
-    av_dict_set(&options, "format_whitelist", formats, 0);
+    av_dict_set(&options, "format_whitelist", allowed, 0);
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     int const opened = avformat_open_input(&format, nullptr, nullptr, &options);
     av_dict_free(&options);

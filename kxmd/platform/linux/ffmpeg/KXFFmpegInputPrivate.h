@@ -19,8 +19,11 @@ public:
     /// `openedFormat` The movie or music, opened once; it must not outlive this object. Null when
     /// it is neither, or cannot be opened.
     [[nodiscard]] AVFormatRef openedFormat();
+    /// `openedPicture` The same for a picture.
+    [[nodiscard]] AVFormatRef openedPicture();
 
 private:
+    AVFormatRef openedFormatAmong(char const* allowed);
     bool attachToFormat(AVFormatContext& format);
     static int readPacket(void* input, std::uint8_t* bytes, int length);
     static std::int64_t seek(void* input, std::int64_t offset, int whence);

@@ -1,8 +1,11 @@
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
 
+#include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 
 #include <new>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -15,6 +18,13 @@ std::shared_ptr<std::uint8_t const> memoryOfAnswer(
     if (answer.outcome != KXRenderAnswer::Outcome::done || message.files.size() != 1)
         return nullptr;
     return mappedSealedMemory(message.files.front().get(), answer.length);
+}
+
+/// Whether a drawing may begin so: with an element of XML, perhaps in a file of gzip (RFC 1952).
+bool isOfDrawing(std::string_view head)
+{
+    std::size_t const first = head.find_first_not_of("\xEF\xBB\xBF \t\r\n");
+    return head.starts_with("\x1F\x8B") || (first != head.npos && head[first] == '<');
 }
 
 /// The host's own pixels may be many; they take a second for every four million, and are copied
@@ -48,11 +58,28 @@ std::string textOfAnswer(KXRenderMessage const& message, KXRenderAnswer const& a
     return memory ? std::string(memory.get(), memory.get() + answer.length) : std::string();
 }
 
-KXRenderPictureLoader::KXRenderPictureLoader(
-    std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits)
-    : _server(std::move(server))
+KXRenderPictureLoader::KXRenderPictureLoader(Servers servers, KXRenderLimits limits)
+    : _servers(std::move(servers))
     , _limits(limits)
 {
+}
+
+KXRenderServer const& KXRenderPictureLoader::serverOf(
+    KXAbstractData& data, std::uint64_t length) const
+{
+    std::string const head = headOfPicture(data, length);
+    switch (formatOfPictureWithHead(head)) {
+    case KXPictureFormat::tiff:
+    case KXPictureFormat::heif:
+    case KXPictureFormat::heifSequence:
+        return *_servers.rarePictures;
+    case KXPictureFormat::bmp:
+    case KXPictureFormat::icon:
+    case KXPictureFormat::uncommon:
+        return *_servers.movies;
+    default:
+        return isOfDrawing(head) ? *_servers.rarePictures : *_servers.pictures;
+    }
 }
 
 KXImage::Ref KXRenderPictureLoader::imageInData(
@@ -64,23 +91,28 @@ KXImage::Ref KXRenderPictureLoader::imageInData(
 std::optional<KXImage::Ref> KXRenderPictureLoader::knownImageInData(
     KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
 {
-    return image(KXRenderRequest::Operation::picture, data, length, wantedSize);
+    return image(
+        serverOf(data, length), KXRenderRequest::Operation::picture, data, length, wantedSize);
 }
 
 KXImage::Ref KXRenderPictureLoader::drawingInData(
     KXAbstractData& data, std::uint64_t length, KXSize size) const
 {
-    return image(KXRenderRequest::Operation::drawing, data, length, size).value_or(nullptr);
+    auto const drawing = KXRenderRequest::Operation::drawing;
+    return image(*_servers.rarePictures, drawing, data, length, size).value_or(nullptr);
 }
 
-std::optional<KXImage::Ref> KXRenderPictureLoader::image(KXRenderRequest::Operation operation,
-    KXAbstractData& data, std::uint64_t length, KXSize size) const
+std::optional<KXImage::Ref> KXRenderPictureLoader::image(KXRenderServer const& server,
+    KXRenderRequest::Operation operation, KXAbstractData& data, std::uint64_t length,
+    KXSize size) const
 {
     KXRenderRequest const request { .operation = operation,
         .length = length,
         .wantedWidth = size.width,
         .wantedHeight = size.height };
-    auto const reply = _server->replyTo(request, data, _limits);
+    if (length > data.remainingLength())
+        return nullptr;
+    auto const reply = server.replyTo(request, data, _limits);
     if (reply && reply->answer.outcome == KXRenderAnswer::Outcome::unknown)
         return std::nullopt;
     return reply ? imageOfAnswer(reply->message, reply->answer) : nullptr;
@@ -96,8 +128,8 @@ KXData KXRenderPictureLoader::encoded(
     KXFileDescriptor const pixels = sealedMemoryOf(image.pixels());
     if (!pixels.isOpen())
         throw std::bad_alloc();
-    auto const reply
-        = _server->replyTo(request, pixels.get(), limitsOfEncoding(_limits, request.length));
+    auto const reply = _servers.pictures->replyTo(
+        request, pixels.get(), limitsOfEncoding(_limits, request.length));
     return reply ? bytesOfAnswer(reply->message, reply->answer) : KXData();
 }
 

@@ -8,10 +8,17 @@
 #include <optional>
 #include <string>
 
-/// Pictures, decoded and encoded by a render server.
+/// Pictures, decoded and encoded by render servers.
 class KX_EXPORT_FOR_TESTS KXRenderPictureLoader final : public KXPictureLoader {
 public:
-    KXRenderPictureLoader(std::shared_ptr<KXRenderServer const> server, KXRenderLimits limits);
+    /// Who decodes what. What nobody needs is not started.
+    struct Servers {
+        std::shared_ptr<KXRenderServer const> pictures; ///< JPEG, PNG, GIF and WebP; encodes.
+        std::shared_ptr<KXRenderServer const> rarePictures; ///< TIFF, HEIF, AVIF and drawings.
+        std::shared_ptr<KXRenderServer const> movies; ///< All others that we have a signature of.
+    };
+
+    KXRenderPictureLoader(Servers servers, KXRenderLimits limits);
 
     [[nodiscard]] KXImage::Ref imageInData(
         KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const override;
@@ -30,11 +37,14 @@ public:
         KXAbstractData& data, std::uint64_t length, KXSize size) const;
 
 private:
-    std::optional<KXImage::Ref> image(KXRenderRequest::Operation operation, KXAbstractData& data,
-        std::uint64_t length, KXSize size) const;
+    std::optional<KXImage::Ref> image(KXRenderServer const& server,
+        KXRenderRequest::Operation operation, KXAbstractData& data, std::uint64_t length,
+        KXSize size) const;
     KXData encoded(KXRenderRequest::Operation operation, KXImage const& image) const;
 
-    std::shared_ptr<KXRenderServer const> const _server;
+    KXRenderServer const& serverOf(KXAbstractData& data, std::uint64_t length) const;
+
+    Servers const _servers;
     KXRenderLimits const _limits;
 };
 

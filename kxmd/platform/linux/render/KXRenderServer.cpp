@@ -3,7 +3,6 @@
 #include "kxmd/base/KXFileDataPrivate.h"
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
-#include "kxmd/platform/linux/render/KXPictureFeedPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
@@ -58,12 +57,12 @@ bool waitFor(int socket, std::chrono::nanoseconds time)
 }
 
 /// The variables that our programs get: none that tells of the user, but those that tell them where
-/// fonts, picture loaders and file types are.
+/// fonts and file types are.
 std::vector<std::string> environmentOfServer()
 {
     std::vector<std::string> variables { "LANG=C.UTF-8", "PATH=/usr/bin:/bin" };
-    for (char const* const name : { "GDK_PIXBUF_MODULE_FILE", "GDK_PIXBUF_MODULEDIR",
-             "FONTCONFIG_FILE", "FONTCONFIG_PATH", "XDG_DATA_DIRS", "LD_LIBRARY_PATH" }) {
+    for (char const* const name :
+        { "FONTCONFIG_FILE", "FONTCONFIG_PATH", "XDG_DATA_DIRS", "LD_LIBRARY_PATH" }) {
         if (char const* const value = std::getenv(name))
             variables.push_back(std::string(name) + '=' + value);
     }
@@ -75,23 +74,24 @@ void waitForStarter(pid_t process)
     while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) { }
 }
 
-/// What a decoder needs of the next bytes of `data`, in a file in memory. The length in the request
-/// becomes that of the file, unless there is less than it says.
-KXFileDescriptor memoryFileOf(KXAbstractData& data, KXRenderRequest& request)
+/// The next `length` bytes of `data` in a file in memory, as far as there are any, and no more than
+/// decoders keep in memory.
+KXFileDescriptor memoryFileOf(KXAbstractData& data, std::uint64_t length)
 {
+    constexpr std::uint64_t mostBytes = std::uint64_t { 256 } << 20;
+    constexpr std::uint64_t pieceLength = 64 * 1024;
+    std::uint64_t left = std::min({ length, data.remainingLength(), mostBytes });
+    std::vector<std::uint8_t> piece(static_cast<std::size_t>(std::min(left, pieceLength)));
     KXFileDescriptor file = newMemoryFile();
     bool isWritten = file.isOpen();
-    std::uint64_t written = 0;
-    auto const keep = [&](std::span<std::uint8_t const> bytes) {
-        isWritten = isWritten && writeAll(file.get(), bytes);
-        written += bytes.size();
-        return isWritten;
-    };
-    bool const isPicture = request.operation == KXRenderRequest::Operation::picture
-        || request.operation == KXRenderRequest::Operation::drawing;
-    auto const feed = isPicture ? feedPictureTo : feedBytesTo;
-    if (feed(keep, data, request.length))
-        request.length = written;
+    while (isWritten && left) {
+        std::uint64_t const count
+            = data.readBytesToMaxLength(piece.data(), std::min(left, pieceLength));
+        if (!count)
+            break;
+        isWritten = writeAll(file.get(), std::span(piece).first(static_cast<std::size_t>(count)));
+        left -= count;
+    }
     if (!isWritten || !sealMemoryFile(file.get()))
         throw std::bad_alloc();
     return file;
@@ -141,7 +141,7 @@ std::optional<KXRenderServer::Reply> KXRenderServer::replyTo(
     request.start = data.offset();
     if (auto const* const file = dynamic_cast<KXFileData const*>(&data))
         return replyTo(request, file->descriptor(), limits);
-    KXFileDescriptor const memory = memoryFileOf(data, request);
+    KXFileDescriptor const memory = memoryFileOf(data, request.length);
     data.setOffset(std::exchange(request.start, 0));
     return replyTo(request, memory.get(), limits);
 }

@@ -78,6 +78,7 @@ std::optional<KXFileContent> contentOfPicture(KXPictureFormat format, std::strin
     case KXPictureFormat::heif:
     case KXPictureFormat::heifSequence:
     case KXPictureFormat::icon:
+    case KXPictureFormat::uncommon:
         return rarePicture;
     case KXPictureFormat::unknown:
         break;

@@ -7,9 +7,9 @@
 
 /// What a file is to be shown by, as its first bytes tell; its name says nothing.
 enum class KXFileContent : std::uint8_t {
-    picture, ///< Decoded right here: JPEG, PNG, GIF, BMP. Nobody else is asked for it.
-    rarePicture, ///< Decoded in a process of its own: TIFF, WebP, HEIF with AVIF, icons.
-    drawing, ///< SVG: made in a process of its own, and nobody else is asked for it.
+    picture, ///< JPEG, PNG, GIF, BMP. Nobody else is asked for it.
+    rarePicture, ///< Any other that we have a signature of.
+    drawing, ///< SVG. Nobody else is asked for it.
     movie, ///< Or music.
     pdf,
     other,

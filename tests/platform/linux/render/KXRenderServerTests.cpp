@@ -101,7 +101,7 @@ protected:
     }
 
     std::shared_ptr<KXRenderServer const> const server = newServer();
-    KXRenderPictureLoader const loader { server, KXRenderLimits::forPictures() };
+    KXRenderPictureLoader const loader { oneForAll(server), KXRenderLimits::forPictures() };
     TemporaryFolder const folder;
 };
 
@@ -168,7 +168,7 @@ TEST_F(KXRenderServerTest, DecoderThatMisbehavesCostsOnePicture)
 
 TEST_F(KXRenderServerTest, DecoderThatTakesTooLongIsKilled)
 {
-    KXRenderPictureLoader const hasty(server, within(200ms));
+    KXRenderPictureLoader const hasty(oneForAll(server), within(200ms));
     EXPECT_TRUE(obeyed("anything", loader)); // It is running.
     for (char const* order : { "sleep", "loop" }) {
         auto const begin = std::chrono::steady_clock::now();
@@ -245,7 +245,8 @@ TEST_F(KXRenderServerTest, NothingOutlivesItsHost)
         auto const data = build::reader(build::text("loop"));
         auto const movie = movies.movieWithData(*data);
         int const numbers[] {
-            number(obeyed("server", KXRenderPictureLoader(own, KXRenderLimits::forPictures()))),
+            number(obeyed(
+                "server", KXRenderPictureLoader(oneForAll(own), KXRenderLimits::forPictures()))),
             movie ? static_cast<int>(movie->duration()) : 0
         };
         (void)!::write(ends[1], numbers, sizeof numbers);
@@ -279,7 +280,7 @@ TEST_F(KXRenderServerTest, HostMayCloseItsStandardFilesAndIgnoreItsChildren)
         for (int file = 0; file <= 2; ++file)
             ::close(file);
         std::signal(SIGCHLD, SIG_IGN);
-        KXRenderPictureLoader const own(newServer(), KXRenderLimits::forPictures());
+        KXRenderPictureLoader const own(oneForAll(newServer()), KXRenderLimits::forPictures());
         bool const isShown = number(obeyed("server", own)) && obeyed("anything", own);
         for (int file = 0; file <= 2; ++file) {
             if (::fcntl(file, F_GETFD) >= 0)
@@ -309,7 +310,7 @@ TEST_F(KXRenderServerTest, HostMayLimitTheSizeOfItsFiles)
 TEST_F(KXRenderServerTest, LeavesNoChildToItsHost)
 {
     EXPECT_TRUE(inForkedHost([] {
-        KXRenderPictureLoader const own(newServer(), KXRenderLimits::forPictures());
+        KXRenderPictureLoader const own(oneForAll(newServer()), KXRenderLimits::forPictures());
         bool const isShown = obeyed("anything", own) != nullptr;
         return isShown && ::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD ? 1 : 0;
     }));
@@ -334,7 +335,8 @@ TEST_F(KXRenderServerTest, MissingProgramIsLoggedOnce)
 {
     LogCapture const log;
     KXRenderPictureLoader const missing(
-        std::make_shared<KXRenderServer const>("/no/such/program"), KXRenderLimits::forPictures());
+        oneForAll(std::make_shared<KXRenderServer const>("/no/such/program")),
+        KXRenderLimits::forPictures());
     EXPECT_FALSE(obeyed("anything", missing));
     EXPECT_FALSE(obeyed("anything", missing));
     EXPECT_EQ(missing.jpgRepresentation(*solid(2, 2, red)).length(), 0u);
@@ -347,7 +349,8 @@ TEST_F(KXRenderServerTest, ProgramThatIsNoServerGivesNothing)
 {
     LogCapture const log;
     KXRenderPictureLoader const wrong(
-        std::make_shared<KXRenderServer const>("/bin/true"), KXRenderLimits::forPictures());
+        oneForAll(std::make_shared<KXRenderServer const>("/bin/true")),
+        KXRenderLimits::forPictures());
     EXPECT_FALSE(obeyed("anything", wrong));
     EXPECT_EQ(log.lines().size(), 1u);
 }
@@ -421,7 +424,7 @@ TEST_F(KXRenderServerTest, StartsNoProcess)
 TEST_F(KXRenderConfinementTest, SeesNothingOfTheUser)
 {
     ::setenv("KXMD_SECRET", "secret", 1);
-    KXRenderPictureLoader const own(newServer(), KXRenderLimits::forPictures());
+    KXRenderPictureLoader const own(oneForAll(newServer()), KXRenderLimits::forPictures());
     auto const image = obeyed("environment", own);
     ::unsetenv("KXMD_SECRET");
     ASSERT_TRUE(image);

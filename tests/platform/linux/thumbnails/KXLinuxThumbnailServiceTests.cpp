@@ -144,7 +144,8 @@ TEST_F(KXLinuxThumbnailServiceTest, FileIsKnownByItsFirst4096Bytes)
     // It shows a pixel of whatever it is given.
     auto const decoder = std::make_shared<KXRenderServer const>(KXMD_HOSTILE_DECODER);
     KXLinuxThumbnailService const service({ platform->pictureLoader, platform->movieLoader,
-        std::make_shared<KXRenderPictureLoader const>(decoder, KXRenderLimits::forPictures()),
+        std::make_shared<KXRenderPictureLoader const>(
+            oneForAll(decoder), KXRenderLimits::forPictures()),
         std::make_shared<KXDocumentThumbnailer const>(KXDocumentThumbnailer::Places {},
             platform->pictureLoader, platform->temporaryFolders) });
     for (std::size_t const before : { 4'092u, 4'093u }) {

@@ -1,4 +1,5 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegMoviePrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegPicturePrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegProbePrivate.h"
 #include "kxmd/platform/linux/render/KXMediaProbeTextPrivate.h"
 #include "kxmd/platform/linux/render/program/KXForkServerPrivate.h"
@@ -12,7 +13,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-// Opens and decodes movies for the library, each in a process of its own:
+// Opens and decodes movies, and what pictures FFmpeg alone knows, each in a process of its own:
 //
 //     kxmd-render-movies
 //
@@ -72,6 +73,9 @@ public:
         switch (request.operation) {
         case KXRenderRequest::Operation::movie:
             return serveMovie(data, reply);
+        case KXRenderRequest::Operation::picture:
+            return reply.sendImage(pictureByFFmpeg(
+                data, request.length, { request.wantedWidth, request.wantedHeight }));
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(decodersOfMovies());
         case KXRenderRequest::Operation::probe:

@@ -1,10 +1,12 @@
 #include "kxmd/base/KXMemoryDataPrivate.h"
-#include "kxmd/platform/linux/pictures/KXPixbufPictureLoaderPrivate.h"
+#include "kxmd/platform/linux/pictures/KXPictureDecodersPrivate.h"
+#include "kxmd/platform/linux/pictures/KXPictureEncodersPrivate.h"
 #include "kxmd/platform/linux/render/program/KXForkServerPrivate.h"
 
+#include <utility>
 #include <vector>
 
-// Decodes and encodes pictures for the library, each in a process of its own:
+// Decodes the pictures that everybody has, and encodes pictures, each in a process of its own:
 //
 //     kxmd-render
 //
@@ -12,15 +14,41 @@
 
 namespace {
 
+KXImage::Ref decoded(KXPictureSource const& source)
+{
+    switch (source.format()) {
+    case KXPictureFormat::jpeg:
+        return imageOfJPEG(source);
+    case KXPictureFormat::png:
+        return imageOfPNG(source);
+    case KXPictureFormat::gif:
+        return imageOfGIF(source);
+    case KXPictureFormat::webp:
+        return imageOfWebP(source);
+    default:
+        return nullptr;
+    }
+}
+
+/// The pixels in the file that a request speaks of; null when they are not as it says.
+KXImage::Ref pixelsFor(KXRenderRequest const& request, KXAbstractData& data)
+{
+    if (request.length != data.length())
+        return nullptr;
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(request.length));
+    if (!data.readBytesTo(pixels.data(), pixels.size()))
+        return nullptr;
+    return KXImage::imageWithPixels(std::move(pixels), request.width, request.height);
+}
+
 class PictureWork final : public KXRenderWork {
 public:
     void warmUp() const override
     {
         auto const image = KXImage::imageWithSize({ 16, 16 });
-        for (auto const& encoded :
-            { _loader.jpgRepresentation(*image), _loader.pngRepresentation(*image) }) {
+        for (KXData const& encoded : { jpegOfImage(*image), pngOfImage(*image) }) {
             KXMemoryData data(encoded);
-            (void)_loader.imageInData(data, data.length(), {});
+            (void)decoded({ data, data.length(), {} });
         }
     }
 
@@ -30,38 +58,22 @@ public:
         KXSize const size { request.wantedWidth, request.wantedHeight };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImage(_loader.imageInData(data, request.length, size));
-        case KXRenderRequest::Operation::drawing:
-            return reply.sendImage(_loader.drawingInData(data, request.length, size));
+            return reply.sendImage(decoded({ data, request.length, size }));
         case KXRenderRequest::Operation::jpg:
-        case KXRenderRequest::Operation::png:
-            return reply.sendBytes(encoded(request, data).bytes());
+        case KXRenderRequest::Operation::png: {
+            auto const image = pixelsFor(request, data);
+            bool const isJPEG = request.operation == KXRenderRequest::Operation::jpg;
+            KXData const encoded = !image ? KXData()
+                : isJPEG                  ? jpegOfImage(*image)
+                                          : pngOfImage(*image);
+            return reply.sendBytes(encoded.bytes());
+        }
         case KXRenderRequest::Operation::formats:
-            return reply.sendWords(KXPixbufPictureLoader::formats());
-        case KXRenderRequest::Operation::movie:
-        case KXRenderRequest::Operation::probe:
+            return reply.sendWords({ "gif", "jpeg", "png", "webp" });
+        default:
             return reply.send({ .outcome = KXRenderAnswer::Outcome::unknown });
         }
     }
-
-private:
-    KXData encoded(KXRenderRequest const& request, KXAbstractData& data) const
-    {
-        if (request.length != data.length())
-            return {};
-        std::vector<std::uint8_t> pixels(static_cast<std::size_t>(request.length));
-        if (!data.readBytesTo(pixels.data(), pixels.size()))
-            return {};
-        auto const image
-            = KXImage::imageWithPixels(std::move(pixels), request.width, request.height);
-        if (!image)
-            return {};
-        return request.operation == KXRenderRequest::Operation::jpg
-            ? _loader.jpgRepresentation(*image)
-            : _loader.pngRepresentation(*image);
-    }
-
-    KXPixbufPictureLoader _loader;
 };
 
 }

@@ -18,7 +18,7 @@ using testing::Not;
 
 namespace {
 
-using KXPixbufPictureLoader = PictureLoaderTest;
+using KXPictureDecoders = PictureLoaderTest;
 
 /// The JPEG file with another size in its baseline frame header (ITU-T T.81, B.2.2).
 Bytes claimingSize(Bytes jpeg, std::uint32_t width, std::uint32_t height)
@@ -46,7 +46,7 @@ std::array<Colour, 4> middlesOfQuarters(KXImage const& image)
 
 // Encoding.
 
-TEST_F(KXPixbufPictureLoader, PNGKeepsEveryPixel)
+TEST_F(KXPictureDecoders, PNGKeepsEveryPixel)
 {
     for (auto const& image : { photograph(67, 45), noise(67, 45, 7), solid(1, 1, transparent) }) {
         auto const again = decoded(png(*image));
@@ -55,7 +55,7 @@ TEST_F(KXPixbufPictureLoader, PNGKeepsEveryPixel)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, PNGKeepsEveryColourOfEveryAlpha)
+TEST_F(KXPictureDecoders, PNGKeepsEveryColourOfEveryAlpha)
 {
     auto const image = imageOf(256, 256, [](std::size_t alpha, std::size_t colour) {
         auto const premultiplied = static_cast<std::uint8_t>(std::min(alpha, colour));
@@ -67,7 +67,7 @@ TEST_F(KXPixbufPictureLoader, PNGKeepsEveryColourOfEveryAlpha)
     EXPECT_TRUE(areEqual(*again, *image));
 }
 
-TEST_F(KXPixbufPictureLoader, JPEGIsCloseToThePicture)
+TEST_F(KXPictureDecoders, JPEGIsCloseToThePicture)
 {
     auto const image = photograph(200, 150);
     auto const again = decoded(jpg(*image));
@@ -76,7 +76,7 @@ TEST_F(KXPixbufPictureLoader, JPEGIsCloseToThePicture)
     EXPECT_GE(likeness(*again, *image), 30);
 }
 
-TEST_F(KXPixbufPictureLoader, JPEGShowsTransparentPicturesOverWhite)
+TEST_F(KXPictureDecoders, JPEGShowsTransparentPicturesOverWhite)
 {
     auto const colourOver = [this](Colour colour) {
         auto const again = decoded(jpg(*solid(16, 16, colour)));
@@ -88,7 +88,7 @@ TEST_F(KXPixbufPictureLoader, JPEGShowsTransparentPicturesOverWhite)
     expectNear(colourOver(blue), blue, 4);
 }
 
-TEST_F(KXPixbufPictureLoader, PartOfAPixelIsEncodedAsOne)
+TEST_F(KXPictureDecoders, PartOfAPixelIsEncodedAsOne)
 {
     auto const image = KXImage::imageWithSize({ 20.5, 10.25 });
     auto const again = decoded(png(*image));
@@ -96,7 +96,7 @@ TEST_F(KXPixbufPictureLoader, PartOfAPixelIsEncodedAsOne)
     EXPECT_EQ(again->size(), (KXSize { 21, 11 }));
 }
 
-TEST_F(KXPixbufPictureLoader, EncodesTheSamePictureToTheSameBytes)
+TEST_F(KXPictureDecoders, EncodesTheSamePictureToTheSameBytes)
 {
     auto const first = noise(50, 40, 8), second = noise(50, 40, 8), other = noise(50, 40, 9);
     EXPECT_THAT(jpg(*first), Not(IsEmpty()));
@@ -107,7 +107,7 @@ TEST_F(KXPixbufPictureLoader, EncodesTheSamePictureToTheSameBytes)
     EXPECT_NE(png(*first), png(*other));
 }
 
-TEST_F(KXPixbufPictureLoader, EncodesAsTheNamesSay)
+TEST_F(KXPictureDecoders, EncodesAsTheNamesSay)
 {
     auto const image = photograph(20, 20);
     EXPECT_EQ(cut(jpg(*image), 3), bytes({ 0xFF, 0xD8, 0xFF }));
@@ -116,7 +116,7 @@ TEST_F(KXPixbufPictureLoader, EncodesAsTheNamesSay)
 
 // Decoding.
 
-TEST_F(KXPixbufPictureLoader, PictureIsNeverShrunkBelowTheWantedSize)
+TEST_F(KXPictureDecoders, PictureIsNeverShrunkBelowTheWantedSize)
 {
     auto const file = jpg(*photograph(401, 299));
     for (double const wanted : { 1.0, 37.0, 38.0, 49.5, 50.0, 74.0, 75.0, 76.0, 149.0, 150.0, 299.0,
@@ -131,7 +131,7 @@ TEST_F(KXPixbufPictureLoader, PictureIsNeverShrunkBelowTheWantedSize)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, LargePhotographIsShrunkWhileItIsDecoded)
+TEST_F(KXPictureDecoders, LargePhotographIsShrunkWhileItIsDecoded)
 {
     auto const photo = photograph(800, 640);
     auto const image = decoded(jpg(*photo), { 80, 60 });
@@ -142,7 +142,7 @@ TEST_F(KXPixbufPictureLoader, LargePhotographIsShrunkWhileItIsDecoded)
     EXPECT_GE(likeness(*image, *expected), 30);
 }
 
-TEST_F(KXPixbufPictureLoader, PhotographIsShrunkByTwoFourOrEight)
+TEST_F(KXPictureDecoders, PhotographIsShrunkByTwoFourOrEight)
 {
     auto const file = jpg(*photograph(800, 640));
     for (auto const& [wanted, size] : { std::pair(1.0, KXSize { 100, 80 }), { 80.0, { 100, 80 } },
@@ -154,12 +154,12 @@ TEST_F(KXPixbufPictureLoader, PhotographIsShrunkByTwoFourOrEight)
     EXPECT_EQ(decoded(jpg(*photograph(401, 299)), { 37, 37 })->size(), (KXSize { 51, 38 }));
 }
 
-TEST_F(KXPixbufPictureLoader, PictureMayHave256MebipixelsThatAreShrunkWhileTheyAreDecoded)
+TEST_F(KXPictureDecoders, PictureMayHave256MebipixelsThatAreShrunkWhileTheyAreDecoded)
 {
     EXPECT_TRUE(decoded(claimingSize(jpg(*quarters(32, 32)), 16'384, 16'384), { 100, 100 }));
 }
 
-TEST_F(KXPixbufPictureLoader, EmptyWantedSizeAsksForAllOfIt)
+TEST_F(KXPictureDecoders, EmptyWantedSizeAsksForAllOfIt)
 {
     auto const image = photograph(401, 299);
     for (KXSize const nothing : { KXSize {}, KXSize { -5, -5 }, KXSize { std::nan(""), 0 } }) {
@@ -169,7 +169,7 @@ TEST_F(KXPixbufPictureLoader, EmptyWantedSizeAsksForAllOfIt)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, LooksAtTheGivenBytesOnly)
+TEST_F(KXPictureDecoders, LooksAtTheGivenBytesOnly)
 {
     for (Bytes const& file : { jpg(*quarters(32, 32)), png(*quarters(32, 32)), gif(32, 32) }) {
         auto const data = reader(join(text("before"), file, text("behind")));
@@ -180,7 +180,7 @@ TEST_F(KXPixbufPictureLoader, LooksAtTheGivenBytesOnly)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, LengthLargerThanWhatIsLeftIsNull)
+TEST_F(KXPictureDecoders, LengthLargerThanWhatIsLeftIsNull)
 {
     Bytes const file = png(*quarters(32, 32));
     auto const data = reader(file);
@@ -189,7 +189,7 @@ TEST_F(KXPixbufPictureLoader, LengthLargerThanWhatIsLeftIsNull)
     EXPECT_FALSE(loader->imageInData(*data, ~std::uint64_t { 0 }, {}));
 }
 
-TEST_F(KXPixbufPictureLoader, PicturesThatClaimBillionsOfPixelsCostNothing)
+TEST_F(KXPictureDecoders, PicturesThatClaimBillionsOfPixelsCostNothing)
 {
     auto const file = jpg(*quarters(32, 32));
     auto const begin = std::chrono::steady_clock::now();
@@ -204,7 +204,7 @@ TEST_F(KXPixbufPictureLoader, PicturesThatClaimBillionsOfPixelsCostNothing)
     EXPECT_TRUE(decoded(claimingSize(file, 31, 31))); // The claim itself is no fault.
 }
 
-TEST_F(KXPixbufPictureLoader, WhatIsNoPictureIsNull)
+TEST_F(KXPictureDecoders, WhatIsNoPictureIsNull)
 {
     for (Bytes const& file : { Bytes(), zeros(1), zeros(100'000), filled(300, 0xFF),
              text("This is a letter, not a picture."), bytes({ 0xFF, 0xD8, 0xFF }) }) {
@@ -213,7 +213,7 @@ TEST_F(KXPixbufPictureLoader, WhatIsNoPictureIsNull)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, UpperPartOfACutPhotographIsShown)
+TEST_F(KXPictureDecoders, UpperPartOfACutPhotographIsShown)
 {
     auto const image = photograph(200, 160);
     for (Bytes const& file : { jpg(*image), png(*image) }) {
@@ -226,7 +226,7 @@ TEST_F(KXPixbufPictureLoader, UpperPartOfACutPhotographIsShown)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, WhatACutPictureLeavesOutIsNotLeftToChance)
+TEST_F(KXPictureDecoders, WhatACutPictureLeavesOutIsNotLeftToChance)
 {
     auto const file = png(*photograph(200, 160)); // With alpha, so the rest is transparent.
     auto const part = decoded(cut(file, file.size() / 2));
@@ -246,7 +246,7 @@ TEST_F(KXPixbufPictureLoader, WhatACutPictureLeavesOutIsNotLeftToChance)
     EXPECT_EQ(pixel(*black, 5, 80), white);
 }
 
-TEST_F(KXPixbufPictureLoader, DamageInTheMiddleLeavesTheUpperPart)
+TEST_F(KXPictureDecoders, DamageInTheMiddleLeavesTheUpperPart)
 {
     auto const image = noise(120, 100, 3);
     Bytes file = png(*image);
@@ -258,7 +258,7 @@ TEST_F(KXPixbufPictureLoader, DamageInTheMiddleLeavesTheUpperPart)
     EXPECT_EQ(pixel(*part, 60, 99), transparent);
 }
 
-TEST_F(KXPixbufPictureLoader, PictureWithoutARowIsNull)
+TEST_F(KXPictureDecoders, PictureWithoutARowIsNull)
 {
     Bytes const file = png(*photograph(200, 160));
     constexpr std::size_t headers = 8 + 25 + 8; // Signature, IHDR, length and type of IDAT.
@@ -267,7 +267,7 @@ TEST_F(KXPixbufPictureLoader, PictureWithoutARowIsNull)
     EXPECT_FALSE(decoded(build::png(20, 20))); // Has no IDAT at all.
 }
 
-TEST_F(KXPixbufPictureLoader, LargePictureIsTakenOverSmaller)
+TEST_F(KXPictureDecoders, LargePictureIsTakenOverSmaller)
 {
     auto const image = quarters(2'600, 2'000);
     Bytes const file = png(*image);
@@ -285,7 +285,7 @@ TEST_F(KXPixbufPictureLoader, LargePictureIsTakenOverSmaller)
     EXPECT_EQ(decoded(png(*solid(2'049, 2'048, red)), { 100, 80 })->size(), (KXSize { 205, 205 }));
 }
 
-TEST_F(KXPixbufPictureLoader, PixelsThatAreTakenOverSmallerAreMeans)
+TEST_F(KXPictureDecoders, PixelsThatAreTakenOverSmallerAreMeans)
 {
     // A last block of two columns and one row, and an alpha that changes within blocks.
     auto const image = imageOf(2'402, 2'001, [](std::size_t x, std::size_t) {
@@ -307,7 +307,7 @@ TEST_F(KXPixbufPictureLoader, PixelsThatAreTakenOverSmallerAreMeans)
     EXPECT_EQ(pixel(*means, 1, 0), transparent);
 }
 
-TEST_F(KXPixbufPictureLoader, DrawingIsMadeInTheSizeThatIsWanted)
+TEST_F(KXPictureDecoders, DrawingIsMadeInTheSizeThatIsWanted)
 {
     auto const drawing = [](std::string const& size) {
         return text("<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 4 2' " + size
@@ -328,7 +328,7 @@ TEST_F(KXPixbufPictureLoader, DrawingIsMadeInTheSizeThatIsWanted)
     EXPECT_EQ(decoded(drawing("width='16' height='8'"), { 100, 100 })->size(), (KXSize { 16, 8 }));
 }
 
-TEST_F(KXPixbufPictureLoader, TruncatedPictureIsNullOrOfItsSize)
+TEST_F(KXPictureDecoders, TruncatedPictureIsNullOrOfItsSize)
 {
     auto const image = photograph(48, 32);
     for (Bytes const& file : { jpg(*image), png(*image), gif(48, 32) }) {
@@ -345,7 +345,7 @@ TEST_F(KXPixbufPictureLoader, TruncatedPictureIsNullOrOfItsSize)
 
 // Orientation.
 
-TEST_F(KXPixbufPictureLoader, PhotographComesUpright)
+TEST_F(KXPictureDecoders, PhotographComesUpright)
 {
     Bytes const file = jpg(*quarters(64, 32));
     // Of the quarters as stored: 0 and 1 above, 2 and 3 below.
@@ -366,7 +366,7 @@ TEST_F(KXPixbufPictureLoader, PhotographComesUpright)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, UnknownOrientationChangesNothing)
+TEST_F(KXPictureDecoders, UnknownOrientationChangesNothing)
 {
     Bytes const file = jpg(*quarters(64, 32));
     auto const stored = decoded(file);
@@ -379,7 +379,7 @@ TEST_F(KXPixbufPictureLoader, UnknownOrientationChangesNothing)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, LyingPhotographIsLargeEnoughOnceUpright)
+TEST_F(KXPictureDecoders, LyingPhotographIsLargeEnoughOnceUpright)
 {
     Bytes const block = exif(tiff(TIFF::II, directory(TIFF::II, { orientation(TIFF::II, 6) })));
     Bytes const file = withSegment(jpg(*photograph(400, 160)), block);
@@ -392,7 +392,7 @@ TEST_F(KXPixbufPictureLoader, LyingPhotographIsLargeEnoughOnceUpright)
     }
 }
 
-TEST_F(KXPixbufPictureLoader, PictureThatNeedsMoreMemoryThanThereIsIsNotEncoded)
+TEST_F(KXPictureDecoders, PictureThatNeedsMoreMemoryThanThereIsIsNotEncoded)
 {
 #if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
     GTEST_SKIP() << "sanitizers have memory of their own";

@@ -1,10 +1,10 @@
-#include "kxmd/platform/linux/pictures/KXColourProfilePrivate.h"
+#include "kxmd/platform/linux/pictures/KXColourTransformPrivate.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstddef>
 #include <lcms2.h>
-#include <memory>
+#include <utility>
 
 namespace {
 
@@ -48,6 +48,12 @@ bool areEqual(cmsToneCurve const& one, cmsToneCurve const& other)
     return true;
 }
 
+/// Whether a profile is of pictures without colours, and has a curve for these.
+bool isOfGrey(cmsHPROFILE profile)
+{
+    return cmsGetColorSpace(profile) == cmsSigGrayData && cmsIsTag(profile, cmsSigGrayTRCTag);
+}
+
 /// Whether two profiles have an equal value for a tag.
 template <class Value> bool areEqualIn(cmsTagSignature tag, cmsHPROFILE one, cmsHPROFILE other)
 {
@@ -69,29 +75,69 @@ bool areEqual(cmsHPROFILE one, cmsHPROFILE other)
         && isEqualCurve(cmsSigGreenTRCTag) && isEqualCurve(cmsSigBlueTRCTag);
 }
 
+TransformRef newTransform(cmsHPROFILE from, cmsUInt32Number layout, cmsHPROFILE sRGB)
+{
+    return TransformRef(cmsCreateTransform(from, layout, sRGB, TYPE_RGBA_8,
+        INTENT_RELATIVE_COLORIMETRIC, layout == TYPE_RGBA_8 ? cmsFLAGS_COPY_ALPHA : 0));
 }
 
-void convertToSRGB(GdkPixbuf& pixbuf, std::span<guchar const> profile)
+class TransformOfColours final : public KXColourTransform {
+public:
+    explicit TransformOfColours(TransformRef transform)
+        : _transform(std::move(transform))
+    {
+    }
+
+    void convertPixels(std::uint8_t* pixels, std::size_t count) const override
+    {
+        cmsDoTransform(_transform.get(), pixels, pixels, static_cast<cmsUInt32Number>(count));
+    }
+
+private:
+    TransformRef const _transform;
+};
+
+/// For pixels whose red, green and blue are equal.
+class TransformOfGrey final : public KXColourTransform {
+public:
+    explicit TransformOfGrey(TransformRef const& transform)
+    {
+        std::array<std::uint8_t, 256> greys;
+        for (std::size_t i = 0; i < greys.size(); ++i)
+            greys[i] = static_cast<std::uint8_t>(i);
+        cmsDoTransform(transform.get(), greys.data(), _colours.data(), greys.size());
+    }
+
+    void convertPixels(std::uint8_t* pixels, std::size_t count) const override
+    {
+        for (std::size_t i = 0; i < count; ++i, pixels += length)
+            std::copy_n(_colours.data() + pixels[0] * length, 3, pixels);
+    }
+
+private:
+    static constexpr std::size_t length = 4;
+    std::array<std::uint8_t, 256 * length> _colours {};
+};
+
+}
+
+std::unique_ptr<KXColourTransform const> KXColourTransform::transformToSRGB(
+    std::span<std::uint8_t const> profile, bool isGrey)
 {
     constexpr std::size_t longestProfile = 1 << 20; // Real ones take a few kilobytes.
-    if (profile.size() > longestProfile)
-        return;
+    if (profile.empty() || profile.size() > longestProfile)
+        return nullptr;
     auto const size = static_cast<cmsUInt32Number>(profile.size());
     ProfileRef const parsed(cmsOpenProfileFromMem(profile.data(), size));
-    if (!parsed || !isOfThreePrimaries(parsed.get()))
-        return;
-    ProfileRef const sRGB(cmsCreate_sRGBProfile());
-    if (!sRGB || areEqual(parsed.get(), sRGB.get()))
-        return;
-    cmsUInt32Number const layout
-        = gdk_pixbuf_get_has_alpha(&pixbuf) ? cmsUInt32Number { TYPE_RGBA_8 } : TYPE_RGB_8;
-    TransformRef const transform(cmsCreateTransform(parsed.get(), layout, sRGB.get(), layout,
-        INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_COPY_ALPHA));
-    if (!transform)
-        return;
-    guchar* const pixels = gdk_pixbuf_get_pixels(&pixbuf);
-    auto const rowLength = static_cast<cmsUInt32Number>(gdk_pixbuf_get_rowstride(&pixbuf));
-    cmsDoTransformLineStride(transform.get(), pixels, pixels,
-        static_cast<cmsUInt32Number>(gdk_pixbuf_get_width(&pixbuf)),
-        static_cast<cmsUInt32Number>(gdk_pixbuf_get_height(&pixbuf)), rowLength, rowLength, 0, 0);
+    ProfileRef const sRGB(parsed ? cmsCreate_sRGBProfile() : nullptr);
+    if (!sRGB)
+        return nullptr;
+    if (isGrey && isOfGrey(parsed.get())) {
+        auto const transform = newTransform(parsed.get(), TYPE_GRAY_8, sRGB.get());
+        return transform ? std::make_unique<TransformOfGrey const>(transform) : nullptr;
+    }
+    if (!isOfThreePrimaries(parsed.get()) || areEqual(parsed.get(), sRGB.get()))
+        return nullptr;
+    auto transform = newTransform(parsed.get(), TYPE_RGBA_8, sRGB.get());
+    return transform ? std::make_unique<TransformOfColours const>(std::move(transform)) : nullptr;
 }

@@ -1,0 +1,91 @@
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegPicturePrivate.h"
+
+#include "kxmd/base/KXMemoryDataPrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+constexpr std::uint64_t mostBytes = std::uint64_t { 256 } << 20;
+constexpr std::int64_t mostPixels = 1ll << 26;
+
+std::int64_t pixelsOf(AVStream const& stream)
+{
+    return std::int64_t { stream.codecpar->width } * stream.codecpar->height;
+}
+
+/// An icon has a stream for each of its sizes.
+AVStream* largestPicture(AVFormatContext const& format)
+{
+    AVStream* largest = nullptr;
+    for (AVStream* const stream : streamsOf(format)) {
+        bool const isPicture = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+        if (isPicture && (!largest || pixelsOf(*stream) > pixelsOf(*largest)))
+            largest = stream;
+    }
+    return largest;
+}
+
+AVDecoderRef openedDecoder(AVStream const& stream)
+{
+    AVCodec const* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
+    AVDecoderRef decoder(codec ? avcodec_alloc_context3(codec) : nullptr);
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0)
+        return nullptr;
+    decoder->max_pixels = mostPixels;
+    AVDictionary* options = nullptr;
+    // OpenEXR holds light; what other codecs do not know of, they leave.
+    av_dict_set(&options, "apply_trc", "iec61966-2-1", 0);
+    bool const isOpen = avcodec_open2(decoder.get(), codec, &options) >= 0;
+    av_dict_free(&options);
+    return isOpen ? std::move(decoder) : nullptr;
+}
+
+AVFrameRef decodedFrame(AVFormatContext& format, AVStream const& stream, AVCodecContext& decoder)
+{
+    AVPacketRef const packet(av_packet_alloc());
+    AVFrameRef frame(av_frame_alloc());
+    if (!packet || !frame)
+        return nullptr;
+    for (bool isMore = true; isMore;) {
+        av_packet_unref(packet.get());
+        isMore = av_read_frame(&format, packet.get()) >= 0;
+        if (isMore && packet->stream_index != stream.index)
+            continue;
+        avcodec_send_packet(&decoder, isMore ? packet.get() : nullptr);
+        if (avcodec_receive_frame(&decoder, frame.get()) >= 0)
+            return frame;
+    }
+    return nullptr;
+}
+
+/// Twice what is wanted at least, which the resampler makes the better picture of; empty for all.
+KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
+{
+    double const wanted = 2 * std::max(wantedSize.width, wantedSize.height);
+    double const scale = wanted / std::min(frame.width, frame.height);
+    return scale > 0 && scale < 1 ? KXSize { frame.width * scale, frame.height * scale }
+                                  : KXSize {};
+}
+
+}
+
+KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize wantedSize)
+{
+    if (length > mostBytes || length > data.remainingLength())
+        return nullptr;
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
+    if (!data.readBytesTo(bytes.data(), bytes.size()))
+        return nullptr;
+    KXMemoryData memory(bytes);
+    KXFFmpegInput input(memory);
+    auto const format = input.openedPicture();
+    AVStream const* const stream = format ? largestPicture(*format) : nullptr;
+    auto const decoder = stream ? openedDecoder(*stream) : nullptr;
+    auto const frame = decoder ? decodedFrame(*format, *stream, *decoder) : nullptr;
+    return frame ? imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize)) : nullptr;
+}

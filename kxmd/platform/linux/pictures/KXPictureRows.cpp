@@ -1,0 +1,184 @@
+#include "kxmd/platform/linux/pictures/KXPictureRowsPrivate.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t pixelLength = KXImage::bytesPerPixel;
+constexpr std::uint8_t opaque = 255;
+
+std::uint8_t multiplied(std::uint32_t colour, std::uint32_t alpha)
+{
+    return static_cast<std::uint8_t>((colour * alpha + opaque / 2) / opaque);
+}
+
+std::uint8_t divided(std::uint32_t colour, std::uint32_t alpha)
+{
+    std::uint32_t const exact = alpha ? (colour * opaque + alpha / 2) / alpha : 0;
+    return static_cast<std::uint8_t>(std::min<std::uint32_t>(exact, opaque));
+}
+
+/// By how much a picture is shrunk as it is taken over.
+std::size_t shrinkingFactor(KXPictureLayout const& layout, KXSize wantedSize)
+{
+    constexpr std::size_t fewPixels = 1 << 22;
+    double const wanted = std::max(wantedSize.width, wantedSize.height);
+    if (!(wanted > 0) || layout.width * layout.height <= fewPixels)
+        return 1;
+    auto const shorterSide = static_cast<double>(std::min(layout.width, layout.height));
+    return static_cast<std::size_t>(std::max(1.0, shorterSide / (2 * wanted)));
+}
+
+/// What an orientation stands for: a picture that is mirrored, and transposed afterwards.
+struct Turn {
+    bool isTransposed;
+    bool isMirroredAcross; ///< Its rows run backwards.
+    bool isMirroredDown; ///< Its last row is the first.
+
+    bool isAny() const { return isTransposed || isMirroredAcross || isMirroredDown; }
+
+    static Turn ofOrientation(unsigned orientation)
+    {
+        constexpr Turn turns[] { { false, false, false }, { false, true, false },
+            { false, true, true }, { false, false, true }, { true, false, false },
+            { true, false, true }, { true, true, true }, { true, true, false } };
+        bool const isKnown = orientation >= 1 && orientation <= std::size(turns);
+        return turns[isKnown ? orientation - 1 : 0];
+    }
+};
+
+void multiplyByAlpha(std::uint8_t* row, std::size_t width)
+{
+    for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
+        for (std::size_t channel = 0; channel < 3; ++channel)
+            pixel[channel] = multiplied(pixel[channel], pixel[3]);
+    }
+}
+
+void divideByAlpha(std::uint8_t* row, std::size_t width)
+{
+    for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
+        for (std::size_t channel = 0; channel < 3; ++channel)
+            pixel[channel] = divided(pixel[channel], pixel[3]);
+    }
+}
+
+std::size_t blocksIn(std::size_t length, std::size_t factor)
+{
+    return (length + factor - 1) / factor;
+}
+
+}
+
+KXPictureRows::KXPictureRows(KXPictureLayout const& layout, KXSize wantedSize)
+    : _layout(layout)
+    , _colours(KXColourTransform::transformToSRGB(layout.profile, layout.isGrey))
+    , _factor(shrinkingFactor(layout, wantedSize))
+    , _width(blocksIn(layout.width, _factor))
+    , _height(blocksIn(layout.height, _factor))
+    , _isDirect(_factor == 1 && !Turn::ofOrientation(layout.orientation).isAny())
+    , _row((_isDirect ? 0 : layout.width) * pixelLength)
+    , _sums((_factor == 1 ? 0 : _width) * pixelLength)
+    , _pixels(_width * _height * pixelLength)
+{
+}
+
+std::uint8_t* KXPictureRows::targetOfRow()
+{
+    return _pixels.data() + _rowsPlaced * _width * pixelLength;
+}
+
+void KXPictureRows::takeRow(std::uint8_t const* row)
+{
+    std::memcpy(nextRow(), row, _layout.width * pixelLength);
+    takeRow();
+}
+
+void KXPictureRows::takeRow()
+{
+    std::uint8_t* const row = nextRow();
+    convertRow(row);
+    ++_rowsTaken;
+    if (_factor == 1)
+        return place(row);
+    addToBlocks(row);
+    if (_rowsTaken % _factor == 0 || _rowsTaken == _layout.height)
+        placeBlocks();
+}
+
+/// Makes the pixels what pictures have.
+void KXPictureRows::convertRow(std::uint8_t* row) const
+{
+    bool const isDivided = !_layout.isPremultiplied || _colours;
+    if (_colours) {
+        if (_layout.isPremultiplied)
+            divideByAlpha(row, _layout.width);
+        _colours->convertPixels(row, _layout.width);
+    }
+    if (_layout.hasAlpha && isDivided)
+        multiplyByAlpha(row, _layout.width);
+}
+
+void KXPictureRows::addToBlocks(std::uint8_t const* row)
+{
+    std::uint64_t* sums = _sums.data();
+    for (std::size_t x = 0; x < _layout.width; sums += pixelLength) {
+        std::uint32_t block[pixelLength] {}; // At most 131,072 pixels of a row.
+        for (std::size_t const end = std::min(x + _factor, _layout.width); x < end; ++x) {
+            for (std::size_t channel = 0; channel < pixelLength; ++channel)
+                block[channel] += row[channel];
+            row += pixelLength;
+        }
+        for (std::size_t channel = 0; channel < pixelLength; ++channel)
+            sums[channel] += block[channel];
+    }
+}
+
+/// Places the means of the blocks whose rows have been added.
+void KXPictureRows::placeBlocks()
+{
+    std::size_t const rows = (_rowsTaken - 1) % _factor + 1;
+    _row.resize(std::max(_row.size(), _width * pixelLength));
+    for (std::size_t column = 0; column < _width; ++column) {
+        std::size_t const columns = std::min(_factor, _layout.width - column * _factor);
+        std::uint64_t const count = rows * columns;
+        for (std::size_t i = column * pixelLength; i < (column + 1) * pixelLength; ++i)
+            _row[i] = static_cast<std::uint8_t>((_sums[i] + count / 2) / count);
+    }
+    std::ranges::fill(_sums, 0);
+    place(_row.data());
+}
+
+/// Puts a row where it belongs in the upright picture.
+void KXPictureRows::place(std::uint8_t const* row)
+{
+    std::size_t const y = _rowsPlaced++;
+    if (_isDirect)
+        return;
+    Turn const turn = Turn::ofOrientation(_layout.orientation);
+    std::size_t const line = turn.isMirroredDown ? _height - 1 - y : y;
+    // The pixels of a row as it is stored follow each other in a row of the picture, or in a
+    // column.
+    std::size_t const first = turn.isTransposed ? line : line * _width;
+    std::size_t const step = turn.isTransposed ? _height : 1;
+    for (std::size_t x = 0; x < _width; ++x) {
+        std::size_t const place = first + step * (turn.isMirroredAcross ? _width - 1 - x : x);
+        std::memcpy(_pixels.data() + place * pixelLength, row + x * pixelLength, pixelLength);
+    }
+}
+
+KXImage::Ref KXPictureRows::image()
+{
+    if (!_rowsTaken)
+        return nullptr;
+    std::uint8_t const missing = _layout.hasAlpha ? 0 : opaque;
+    while (_rowsTaken < _layout.height) {
+        std::memset(nextRow(), missing, _layout.width * pixelLength);
+        takeRow();
+    }
+    bool const isTransposed = Turn::ofOrientation(_layout.orientation).isTransposed;
+    return KXImage::imageWithPixels(
+        std::move(_pixels), isTransposed ? _height : _width, isTransposed ? _width : _height);
+}
