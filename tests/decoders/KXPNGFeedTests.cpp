@@ -65,14 +65,22 @@ TEST(KXPNGFeed, LeavesOutAColourProfileThatIsNone)
     EXPECT_EQ(fedOf(longest).bytes, longest);
 }
 
-TEST(KXPNGFeed, KeepsExifThatIsNoLongerThanThatOfAJPEG)
+TEST(KXPNGFeed, FindsExifThatIsNoLongerThanThatOfAJPEG)
 {
-    for (std::size_t const length : { 20u, 1u << 16, (1u << 16) + 1 }) {
-        Bytes const file
-            = join(signature(), header(), pngChunk("eXIf", filled(length, 2)), pixels(), end());
-        bool const isKept = length <= 1 << 16;
-        EXPECT_EQ(fedOf(file).bytes == file, isKept) << length;
+    for (std::size_t const length : { 1u, 1u << 16, (1u << 16) + 1 }) {
+        Bytes const exif = filled(length, 2);
+        Bytes const expected = length <= 1 << 16 ? exif : Bytes();
+        for (Bytes const& file :
+            { join(signature(), header(), pngChunk("eXIf", exif), pixels(), end()),
+                join(signature(), header(), pixels(), pngChunk("eXIf", exif), end()) }) {
+            auto const data = reader(join(text("before"), file));
+            data->setOffset(6);
+            EXPECT_EQ(exifInPNG(*data, file.size()), expected) << length;
+            EXPECT_EQ(data->offset(), 6u);
+        }
     }
+    auto const behind = reader(join(signature(), header(), end(), pngChunk("eXIf", zeros(4))));
+    EXPECT_TRUE(exifInPNG(*behind, behind->length()).empty());
 }
 
 TEST(KXPNGFeed, StopsAtTheEndOfAPNG)

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <vector>
 
 /// Takes the next bytes of a PNG file; false when it wants no more of them.
 using KXPNGFeed = std::function<bool(std::span<std::uint8_t const> bytes)>;
@@ -15,3 +16,7 @@ using KXPNGFeed = std::function<bool(std::span<std::uint8_t const> bytes)>;
 /// Whatever a first look at the picture does not need is left out, since decoders would keep it:
 /// the chunks of text unpack to a thousand times their length each.
 bool feedPNGTo(KXPNGFeed const& feed, KXAbstractData& data, std::uint64_t length);
+
+/// `exifInPNG:length:` The block of Exif in the same file, which programs put before or after the
+/// pixels; empty when there is none. `data` stays where it is.
+std::vector<std::uint8_t> exifInPNG(KXAbstractData& data, std::uint64_t length);

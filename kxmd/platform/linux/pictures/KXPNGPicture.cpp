@@ -19,6 +19,7 @@ class PNGReader {
 public:
     explicit PNGReader(KXPictureSource const& source)
         : _source(source)
+        , _orientation(orientationInExif(exifInPNG(source.data, source.length)))
         , _png(png_create_read_struct(PNG_LIBPNG_VER_STRING, this, jumpBack, ignoreWarning))
         , _info(_png ? png_create_info_struct(_png) : nullptr)
     {
@@ -46,7 +47,6 @@ private:
     bool take(std::span<std::uint8_t const> bytes);
     void begin();
     void takeRow(png_bytep row, std::size_t index);
-    unsigned orientation() const;
     std::span<std::uint8_t const> profile() const;
     std::size_t rowLength() const
     {
@@ -54,6 +54,7 @@ private:
     }
 
     KXPictureSource const& _source;
+    unsigned const _orientation;
     png_structp _png; // Owned, as `_info` is.
     png_infop _info;
     std::optional<KXPictureRows> _rows;
@@ -94,7 +95,7 @@ void PNGReader::begin()
         .isGrey = !(png_get_color_type(_png, _info) & PNG_COLOR_MASK_COLOR),
         .hasAlpha = png_get_color_type(_png, _info) & PNG_COLOR_MASK_ALPHA
             || png_get_valid(_png, _info, PNG_INFO_tRNS),
-        .orientation = orientation(),
+        .orientation = _orientation,
         .profile = profile(),
     };
     if (isPictureTooLarge(layout.width, layout.height))
@@ -121,14 +122,6 @@ void PNGReader::takeRow(png_bytep row, std::size_t index)
         _rows->takeRow(row);
     else
         png_progressive_combine_row(_png, _interlaced.data() + index * rowLength(), row);
-}
-
-unsigned PNGReader::orientation() const
-{
-    png_uint_32 length = 0;
-    png_bytep block = nullptr;
-    bool const isThere = png_get_eXIf_1(_png, _info, &length, &block) != 0;
-    return isThere ? orientationInExif({ block, length }) : 1;
 }
 
 /// The ICC profile of the file, which the library keeps.

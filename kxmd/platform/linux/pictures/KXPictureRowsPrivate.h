@@ -38,8 +38,8 @@ public:
     /// Takes a copy of a row.
     void takeRow(std::uint8_t const* row);
 
-    /// The picture; null when no row was taken. Rows that are missing are transparent, and white in
-    /// a picture without alpha.
+    /// The picture, once; null when no row was taken. Rows that are missing are transparent, and
+    /// white in a picture without alpha.
     KXImage::Ref image();
 
 private:

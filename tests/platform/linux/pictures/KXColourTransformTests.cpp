@@ -2,8 +2,7 @@
 
 #include "support/Exif.h"
 #include "support/PictureLoaderTest.h"
-
-#include <lcms2.h>
+#include "support/Profiles.h"
 
 #include <array>
 #include <cmath>
@@ -14,44 +13,17 @@
 
 using namespace build;
 using namespace pictures;
+using profiles::displayP3;
+using profiles::rec709;
 
 namespace {
-
-constexpr cmsCIExyY whiteD65 { 0.3127, 0.3290, 1 };
-constexpr cmsCIExyYTRIPLE displayP3 { { 0.680, 0.320, 1 }, { 0.265, 0.690, 1 },
-    { 0.150, 0.060, 1 } }; // SMPTE RP 431-2, as phones take photographs.
-constexpr cmsCIExyYTRIPLE rec709 { { 0.640, 0.330, 1 }, { 0.300, 0.600, 1 }, { 0.150, 0.060, 1 } };
-
-Bytes saved(cmsHPROFILE profile)
-{
-    cmsUInt32Number size = 0;
-    EXPECT_TRUE(cmsSaveProfileToMem(profile, nullptr, &size));
-    Bytes bytes(size);
-    EXPECT_TRUE(cmsSaveProfileToMem(profile, bytes.data(), &size));
-    cmsCloseProfile(profile);
-    return bytes;
-}
-
-/// A profile of these primaries, with the curve of sRGB (IEC 61966-2-1).
-cmsHPROFILE createdProfile(cmsCIExyYTRIPLE const& primaries)
-{
-    std::array<double, 5> const parameters { 2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045 };
-    cmsToneCurve* curves[3]; // One for all would be changed for all.
-    for (auto*& curve : curves)
-        curve = cmsBuildParametricToneCurve(nullptr, 4, parameters.data());
-    cmsHPROFILE const profile = cmsCreateRGBProfile(&whiteD65, &primaries, curves);
-    cmsFreeToneCurveTriple(curves);
-    return profile;
-}
-
-Bytes profileOf(cmsCIExyYTRIPLE const& primaries) { return saved(createdProfile(primaries)); }
 
 using GreenCurve = std::array<cmsUInt16Number, 17>;
 
 /// A profile that differs from that of sRGB in its green curve.
 Bytes profileWithGreenCurve(std::function<void(GreenCurve&)> const& change)
 {
-    cmsHPROFILE const profile = createdProfile(rec709);
+    cmsHPROFILE const profile = profiles::created(rec709);
     auto const* const sRGB
         = static_cast<cmsToneCurve const*>(cmsReadTag(profile, cmsSigGreenTRCTag));
     GreenCurve values;
@@ -61,18 +33,18 @@ Bytes profileWithGreenCurve(std::function<void(GreenCurve&)> const& change)
     auto* const curve = cmsBuildTabulatedToneCurve16(nullptr, values.size(), values.data());
     EXPECT_TRUE(cmsWriteTag(profile, cmsSigGreenTRCTag, curve));
     cmsFreeToneCurve(curve);
-    return saved(profile);
+    return profiles::saved(profile);
 }
 
 /// One that has a table as well, which says nothing else.
 Bytes profileWithTable(cmsCIExyYTRIPLE const& primaries)
 {
-    cmsHPROFILE const profile = createdProfile(primaries);
+    cmsHPROFILE const profile = profiles::created(primaries);
     auto* const table = cmsPipelineAlloc(nullptr, 3, 3);
     EXPECT_TRUE(
         cmsPipelineInsertStage(table, cmsAT_BEGIN, cmsStageAllocToneCurves(nullptr, 3, nullptr)));
     EXPECT_TRUE(cmsWriteTag(profile, cmsSigAToB0Tag, table));
-    Bytes bytes = saved(profile);
+    Bytes bytes = profiles::saved(profile);
     cmsPipelineFree(table);
     return bytes;
 }
@@ -107,7 +79,7 @@ Bytes withProfile(Bytes const& png, Bytes const& profile)
         Bytes(png.begin() + endOfHeader, png.end()));
 }
 
-class KXColourProfile : public PictureLoaderTest {
+class KXColourTransformOfPictures : public PictureLoaderTest {
 protected:
     /// The first pixel of a picture in a file.
     Colour shown(Bytes file) const
@@ -122,55 +94,55 @@ constexpr Colour wideOrange { 200, 120, 60, 255 }, orange { 213, 115, 42, 255 };
 
 }
 
-TEST_F(KXColourProfile, PhotographsOfPhonesKeepTheirColours)
+TEST_F(KXColourTransformOfPictures, PhotographsOfPhonesKeepTheirColours)
 {
     Bytes const file = jpg(*solid(16, 16, wideOrange));
     expectNear(shown(file), wideOrange, 2);
-    expectNear(shown(withSegment(file, iccSegment(profileOf(displayP3)))), orange, 3);
+    expectNear(shown(withSegment(file, iccSegment(profiles::of(displayP3)))), orange, 3);
 }
 
-TEST_F(KXColourProfile, PNGKeepsItsColours)
+TEST_F(KXColourTransformOfPictures, PNGKeepsItsColours)
 {
     Bytes const file = png(*solid(16, 16, wideOrange));
-    expectNear(shown(withProfile(file, profileOf(displayP3))), orange, 1);
+    expectNear(shown(withProfile(file, profiles::of(displayP3))), orange, 1);
 }
 
-TEST_F(KXColourProfile, AlphaStays)
+TEST_F(KXColourTransformOfPictures, AlphaStays)
 {
     Colour const half { 100, 60, 30, 128 }; // The same orange, premultiplied.
     Bytes const file = png(*solid(16, 16, half));
-    Colour const converted = shown(withProfile(file, profileOf(displayP3)));
+    Colour const converted = shown(withProfile(file, profiles::of(displayP3)));
     expectNear(converted, { 106, 58, 21, 128 }, 1);
     EXPECT_EQ(converted[3], 128);
 }
 
-TEST_F(KXColourProfile, ColoursOutOfRangeAreTheNearest)
+TEST_F(KXColourTransformOfPictures, ColoursOutOfRangeAreTheNearest)
 {
     Bytes const file = png(*solid(4, 4, { 0, 255, 0, 255 }));
-    expectNear(shown(withProfile(file, profileOf(displayP3))), { 0, 255, 0, 255 }, 1);
+    expectNear(shown(withProfile(file, profiles::of(displayP3))), { 0, 255, 0, 255 }, 1);
 }
 
-TEST_F(KXColourProfile, ProfileOfSRGBChangesNoPixel)
+TEST_F(KXColourTransformOfPictures, ProfileOfSRGBChangesNoPixel)
 {
     Bytes const file = png(*gradient(64, 64));
-    auto const image = decoded(withProfile(file, profileOf(rec709)));
+    auto const image = decoded(withProfile(file, profiles::of(rec709)));
     ASSERT_TRUE(image);
     EXPECT_TRUE(areEqual(*image, *gradient(64, 64)));
 }
 
-TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOneCurveChangesColours)
+TEST_F(KXColourTransformOfPictures, ProfileThatDiffersFromSRGBInOneCurveChangesColours)
 {
     Bytes const file = png(*solid(4, 4, wideOrange));
     auto* const curve = cmsBuildGamma(nullptr, 1.8);
     for (cmsTagSignature const tag : { cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag }) {
-        cmsHPROFILE const profile = createdProfile(rec709);
+        cmsHPROFILE const profile = profiles::created(rec709);
         ASSERT_TRUE(cmsWriteTag(profile, tag, curve));
-        EXPECT_NE(shown(withProfile(file, saved(profile))), wideOrange);
+        EXPECT_NE(shown(withProfile(file, profiles::saved(profile))), wideOrange);
     }
     cmsFreeToneCurve(curve);
 }
 
-TEST_F(KXColourProfile, CurvesMayDifferAtTheirEndsOnly)
+TEST_F(KXColourTransformOfPictures, CurvesMayDifferAtTheirEndsOnly)
 {
     for (auto const& [place, value, colour] :
         { std::tuple(0u, cmsUInt16Number { 0x2000 }, Colour { 0, 0, 0, 255 }),
@@ -181,7 +153,7 @@ TEST_F(KXColourProfile, CurvesMayDifferAtTheirEndsOnly)
     }
 }
 
-TEST_F(KXColourProfile, CurvesMayDifferByARounding)
+TEST_F(KXColourTransformOfPictures, CurvesMayDifferByARounding)
 {
     constexpr Colour grey { 128, 128, 128, 255 };
     auto const shownWithDifference = [&](double difference) { // In steps of 8 bits.
@@ -194,39 +166,39 @@ TEST_F(KXColourProfile, CurvesMayDifferByARounding)
     EXPECT_NE(shownWithDifference(1.05), grey);
 }
 
-TEST_F(KXColourProfile, ProfileThatDiffersFromSRGBInOnePrimaryChangesColours)
+TEST_F(KXColourTransformOfPictures, ProfileThatDiffersFromSRGBInOnePrimaryChangesColours)
 {
     Bytes const file = png(*solid(4, 4, wideOrange));
     for (cmsTagSignature const tag :
         { cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag }) {
         for (double cmsCIEXYZ::*const coordinate :
             { &cmsCIEXYZ::X, &cmsCIEXYZ::Y, &cmsCIEXYZ::Z }) {
-            cmsHPROFILE const profile = createdProfile(rec709);
+            cmsHPROFILE const profile = profiles::created(rec709);
             auto primary = *static_cast<cmsCIEXYZ const*>(cmsReadTag(profile, tag));
             primary.*coordinate += 0.1;
             ASSERT_TRUE(cmsWriteTag(profile, tag, &primary));
-            EXPECT_NE(shown(withProfile(file, saved(profile))), wideOrange);
+            EXPECT_NE(shown(withProfile(file, profiles::saved(profile))), wideOrange);
         }
     }
 }
 
-TEST_F(KXColourProfile, OtherKindsOfProfilesChangeNothing)
+TEST_F(KXColourTransformOfPictures, OtherKindsOfProfilesChangeNothing)
 {
     Bytes const file = png(*solid(16, 16, wideOrange));
     auto* const curve = cmsBuildGamma(nullptr, 1.8);
-    Bytes const grey = saved(cmsCreateGrayProfile(&whiteD65, curve));
+    Bytes const grey = profiles::saved(cmsCreateGrayProfile(&whiteD65, curve));
     cmsFreeToneCurve(curve);
-    Bytes const lab = saved(cmsCreateLab4Profile(nullptr));
+    Bytes const lab = profiles::saved(cmsCreateLab4Profile(nullptr));
     for (Bytes const& profile :
         { grey, lab, profileWithTable(displayP3), Bytes(), Bytes(300, 0x55) })
         EXPECT_EQ(shown(withProfile(file, profile)), wideOrange);
 }
 
-TEST_F(KXColourProfile, ProfileHasUpToAMebibyte)
+TEST_F(KXColourTransformOfPictures, ProfileHasUpToAMebibyte)
 {
     Bytes const file = jpg(*solid(16, 16, wideOrange));
     for (std::size_t const length : { 1u << 20, (1u << 20) + 1 }) {
-        Bytes profile = profileOf(displayP3);
+        Bytes profile = profiles::of(displayP3);
         profile.resize(length);
         constexpr std::ptrdiff_t most = 65'519; // All that a segment holds.
         int const count = static_cast<int>(length / most) + 1;
@@ -240,20 +212,20 @@ TEST_F(KXColourProfile, ProfileHasUpToAMebibyte)
     }
 }
 
-TEST_F(KXColourProfile, EveryTruncationOfAProfileShowsThePicture)
+TEST_F(KXColourTransformOfPictures, EveryTruncationOfAProfileShowsThePicture)
 {
     Bytes const file = png(*solid(4, 4, wideOrange));
-    Bytes const profile = profileOf(displayP3);
+    Bytes const profile = profiles::of(displayP3);
     for (std::size_t length = 0; length < profile.size(); ++length) {
         Bytes const part(profile.begin(), profile.begin() + static_cast<std::ptrdiff_t>(length));
         EXPECT_EQ(shown(withProfile(file, part))[3], 255) << length;
     }
 }
 
-TEST_F(KXColourProfile, DamagedProfilesDoNoHarm)
+TEST_F(KXColourTransformOfPictures, DamagedProfilesDoNoHarm)
 {
     Bytes const file = png(*solid(4, 4, wideOrange));
-    Bytes const profile = profileOf(displayP3);
+    Bytes const profile = profiles::of(displayP3);
     std::srand(1);
     for (int i = 0; i < 500; ++i) {
         Bytes damaged = profile;
