@@ -186,7 +186,7 @@ TEST_F(KXColourTransformOfPictures, OtherKindsOfProfilesChangeNothing)
 {
     Bytes const file = png(*solid(16, 16, wideOrange));
     auto* const curve = cmsBuildGamma(nullptr, 1.8);
-    Bytes const grey = profiles::saved(cmsCreateGrayProfile(&whiteD65, curve));
+    Bytes const grey = profiles::saved(cmsCreateGrayProfile(&profiles::whiteD65, curve));
     cmsFreeToneCurve(curve);
     Bytes const lab = profiles::saved(cmsCreateLab4Profile(nullptr));
     for (Bytes const& profile :
