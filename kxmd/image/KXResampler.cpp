@@ -1,8 +1,10 @@
 #include "kxmd/image/KXResamplerPrivate.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -34,16 +36,15 @@ struct Pixel {
     }
 };
 
-/// Adds up the taps of one target pixel.
-Pixel weightedSum(Pixel const* tap, std::span<float const> weights)
+/// Rounded to whole numbers, of which none is negative or above 255.
+void write(Pixel const& pixel, std::uint8_t* bytes)
 {
-    Pixel sum;
-    for (float const weight : weights)
-        sum.values += weight * (tap++)->values;
-    return sum;
+    using Integers = std::int32_t __attribute__((vector_size(channels * sizeof(std::int32_t))));
+    using Bytes = std::uint8_t __attribute__((vector_size(channels)));
+    auto const integers = __builtin_convertvector(pixel.values + 0.5f, Integers);
+    auto const packed = __builtin_convertvector(integers, Bytes);
+    std::memcpy(bytes, &packed, sizeof packed);
 }
-
-std::uint8_t rounded(float value) { return static_cast<std::uint8_t>(value + 0.5f); }
 
 /// Source over target, the source weakened to `coverage`.
 void compose(Pixel const& pixel, float coverage, std::uint8_t* target)
@@ -51,12 +52,107 @@ void compose(Pixel const& pixel, float coverage, std::uint8_t* target)
     // The kernel overshoots at edges; a premultiplied colour never exceeds its alpha.
     float const opacity = std::clamp(pixel.values[alpha], 0.0f, 255.0f);
     float const remaining = 1 - coverage * opacity / 255;
-    for (std::size_t channel = 0; channel < channels; ++channel) {
-        float const colour = std::clamp(pixel.values[channel], 0.0f, opacity);
-        target[channel]
-            = rounded(coverage * colour + remaining * static_cast<float>(target[channel]));
-    }
+    Pixel::Channels colours = pixel.values;
+    colours = colours > 0 ? colours : Pixel::Channels {};
+    colours = colours < opacity ? colours : Pixel::Channels {} + opacity;
+    write({ coverage * colours + remaining * Pixel::ofBytes(target).values }, target);
 }
+
+/// The rows of a source in the columns of a target. Only those that the target row in progress
+/// needs are kept, so that they stay in the processor's cache.
+class NarrowedRows {
+public:
+    NarrowedRows(std::span<std::uint8_t const> source, std::size_t sourceWidth,
+        KXResamplerAxis const& columns, KXResamplerAxis const& rows)
+        : _source(source)
+        , _sourceWidth(sourceWidth)
+        , _columns(columns)
+        , _rows(rows)
+        , _capacity(mostTapsOf(rows) + together - 1)
+        , _wide(together * columns.sourceCount())
+        , _narrowed(_capacity * columns.targetCount())
+    {
+    }
+
+    /// Makes the rows up to `last`. Those that came more than the most taps before it are gone.
+    void make(std::size_t last)
+    {
+        for (; _made <= last; _made += together)
+            makeNext();
+    }
+
+    Pixel const* row(std::size_t y) const
+    {
+        return &_narrowed[y % _capacity * _columns.targetCount()];
+    }
+
+private:
+    static constexpr std::size_t together = 4; ///< Sums that do not wait for each other.
+
+    static std::size_t mostTapsOf(KXResamplerAxis const& rows)
+    {
+        std::size_t most = 0;
+        for (std::size_t y = 0; y < rows.targetCount(); ++y)
+            most = std::max(most, rows.target(y).tapCount);
+        return most;
+    }
+
+    void makeNext()
+    {
+        std::size_t const width = _columns.sourceCount();
+        std::array<Pixel*, together> narrowed;
+        for (std::size_t i = 0; i < together; ++i) {
+            // After the last row the last one again, which nobody asks for.
+            unpack(std::min(_made + i, _rows.sourceCount() - 1), &_wide[i * width]);
+            narrowed[i] = &_narrowed[(_made + i) % _capacity * _columns.targetCount()];
+        }
+        for (std::size_t x = 0; x < _columns.targetCount(); ++x) {
+            auto const& column = _columns.target(x);
+            Pixel const* tap = &_wide[column.firstTap];
+            Pixel::Channels first {}, second {}, third {}, fourth {}; // Registers.
+            for (float const weight : _columns.weightsOf(column)) {
+                first += weight * tap[0].values;
+                second += weight * tap[width].values;
+                third += weight * tap[2 * width].values;
+                fourth += weight * tap[3 * width].values;
+                ++tap;
+            }
+            narrowed[0][x] = { first };
+            narrowed[1][x] = { second };
+            narrowed[2][x] = { third };
+            narrowed[3][x] = { fourth };
+        }
+    }
+
+    void unpack(std::size_t y, Pixel* pixels) const
+    {
+        std::size_t const first = (_rows.firstSource() + y) * _sourceWidth + _columns.firstSource();
+        auto const bytes = _source.subspan(first * channels, _columns.sourceCount() * channels);
+        std::size_t x = 0;
+        for (; x + together <= _columns.sourceCount(); x += together)
+            unpackTogether(bytes.data() + x * channels, pixels + x);
+        for (; x < _columns.sourceCount(); ++x)
+            pixels[x] = Pixel::ofBytes(bytes.data() + x * channels);
+    }
+
+    /// So many that compilers take them in one step.
+    static void unpackTogether(std::uint8_t const* bytes, Pixel* pixels)
+    {
+        float values[together * channels];
+        for (std::size_t i = 0; i < std::size(values); ++i)
+            values[i] = static_cast<float>(bytes[i]);
+        std::memcpy(pixels, values, sizeof values);
+    }
+
+    std::span<std::uint8_t const> const _source;
+    std::size_t const _sourceWidth;
+    KXResamplerAxis const& _columns;
+    KXResamplerAxis const& _rows;
+    std::size_t const _capacity; ///< Rows.
+    std::size_t _made { 0 };
+    std::vector<Pixel> _wide; ///< Rows of the source, in its own columns.
+    std::vector<Pixel> _narrowed; ///< A ring.
+};
 
 }
 
@@ -120,34 +216,23 @@ void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth
     KXResamplerAxis const& columns, KXResamplerAxis const& rows, std::span<std::uint8_t> target,
     std::size_t targetWidth)
 {
-    // Every source row in the target's columns first, then down the columns.
-    std::size_t const width = columns.targetCount();
-    std::vector<Pixel> row(columns.sourceCount());
-    std::vector<Pixel> narrowed(rows.sourceCount() * width);
-    for (std::size_t y = 0; y < rows.sourceCount(); ++y) {
-        std::uint8_t const* bytes = source.data()
-            + ((rows.firstSource() + y) * sourceWidth + columns.firstSource()) * channels;
-        for (Pixel& pixel : row) {
-            pixel = Pixel::ofBytes(bytes);
-            bytes += channels;
-        }
-        for (std::size_t x = 0; x < width; ++x) {
-            auto const& column = columns.target(x);
-            narrowed[y * width + x] = weightedSum(&row[column.firstTap], columns.weightsOf(column));
-        }
-    }
-    std::vector<Pixel> sums(width);
+    NarrowedRows narrowed(source, sourceWidth, columns, rows);
+    std::vector<Pixel const*> tapRows;
     for (std::size_t y = 0; y < rows.targetCount(); ++y) {
         auto const& taps = rows.target(y);
-        std::ranges::fill(sums, Pixel());
-        Pixel const* tap = &narrowed[taps.firstTap * width];
-        for (float const weight : rows.weightsOf(taps)) {
-            for (Pixel& sum : sums)
-                sum.values += weight * (tap++)->values;
-        }
-        std::uint8_t* const pixels = target.data()
+        auto const weights = rows.weightsOf(taps);
+        narrowed.make(taps.firstTap + taps.tapCount - 1);
+        tapRows.clear();
+        for (std::size_t i = 0; i < taps.tapCount; ++i)
+            tapRows.push_back(narrowed.row(taps.firstTap + i));
+        std::uint8_t* pixels = target.data()
             + ((rows.firstTarget() + y) * targetWidth + columns.firstTarget()) * channels;
-        for (std::size_t x = 0; x < width; ++x)
-            compose(sums[x], taps.coverage * columns.target(x).coverage, pixels + x * channels);
+        for (std::size_t x = 0; x < columns.targetCount(); ++x) {
+            Pixel sum;
+            for (std::size_t i = 0; i < weights.size(); ++i)
+                sum.values += weights[i] * tapRows[i][x].values;
+            compose(sum, taps.coverage * columns.target(x).coverage, pixels);
+            pixels += channels;
+        }
     }
 }
