@@ -307,6 +307,13 @@ class AfconvertTests(CommandTestCase):
         self.assert_refused("/dev/zero", "is not a regular file")
         self.assert_refused("/proc/kmsg", "is empty")  # It passes for a regular file.
 
+    def test_hours_of_silence_in_a_few_bytes_are_refused(self):
+        source = encode(self.path("silence.flac"), "-f", "lavfi", "-i", "anullsrc=r=8000:cl=mono", "-t", "3600")
+        self.assertLess(os.path.getsize(source), 1_000_000)
+        self.assert_refused(source, "has more silence than music")
+        short = encode(self.path("short.flac"), "-f", "lavfi", "-i", "anullsrc=r=8000:cl=mono", "-t", "1200")
+        self.assertEqual(convert(short, self.target), (0, []))
+
     def test_lists_of_other_files_are_not_read(self):
         secret = encode(self.path("secret.wav"), *tone())
         for name, content in (("a.m3u8", f"#EXTM3U\n#EXTINF:1,\n{secret}\n"), ("a.ffconcat", f"ffconcat version 1.0\nfile {secret}\n"),

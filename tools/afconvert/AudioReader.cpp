@@ -1,7 +1,6 @@
 #include "AudioReader.h"
 
 #include <span>
-#include <sys/stat.h>
 
 namespace {
 
@@ -9,37 +8,19 @@ namespace {
 constexpr char const* formats
     = "mov,mp3,flac,wav,w64,aiff,caf,au,ogg,ape,wv,tta,mpc,mpc8,dsf,tak,asf,matroska,aac,ac3,amr";
 
-/// Anything but a regular file may wait for somebody to write to it, for ever. So may a file of the
-/// kernel's log, which passes for a regular one of no bytes.
-void checkRegularFile(std::string const& path)
+AVFormatRef opened(KXFFmpegInput& file)
 {
-    struct stat status;
-    if (::stat(path.c_str(), &status) != 0)
-        return; // What is wrong is said when it is opened.
-    if (!S_ISREG(status.st_mode))
-        throw ConversionError("is not a regular file");
-    if (status.st_size == 0)
-        throw ConversionError("is empty");
-}
-
-/// Opened by nothing but its name: a path may well look like an address.
-InputRef openedInput(std::string const& path)
-{
-    checkRegularFile(path);
-    AVDictionary* options = nullptr;
-    av_dict_set(&options, "protocol_whitelist", "file", 0);
-    av_dict_set(&options, "format_whitelist", formats, 0);
-    AVFormatContext* input = nullptr;
-    int const status = avformat_open_input(&input, ("file:" + path).c_str(), nullptr, &options);
-    av_dict_free(&options);
-    checked(status, "cannot be opened");
-    return InputRef(input);
+    auto input = file.openedFormatAmong(formats);
+    if (!input)
+        throw ConversionError("is no audio of a known format");
+    return input;
 }
 
 }
 
-AudioReader::AudioReader(std::string const& path)
-    : _input(openedInput(path))
+AudioReader::AudioReader(KXAbstractData& data)
+    : _file(data)
+    , _input(opened(_file))
     , _packet(allocated(av_packet_alloc()))
     , _frame(allocated(av_frame_alloc()))
 {
@@ -70,7 +51,7 @@ std::optional<CoverPicture> AudioReader::cover() const
         if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC && stream->attached_pic.size > 0) {
             auto const& codec = *stream->codecpar;
             return CoverPicture { codec.codec_id, codec.width, codec.height,
-                PacketRef(allocated(av_packet_clone(&stream->attached_pic))) };
+                AVPacketRef(allocated(av_packet_clone(&stream->attached_pic))) };
         }
     }
     return std::nullopt;
@@ -114,6 +95,11 @@ bool AudioReader::sendNextPacket()
     }
 }
 
+double AudioReader::secondsDecoded() const
+{
+    return static_cast<double>(_samples) / _decoder->sample_rate;
+}
+
 /// Holds what was decoded against the length that the file gives itself, where it knows it.
 void AudioReader::checkLength() const
 {
@@ -124,13 +110,12 @@ void AudioReader::checkLength() const
     if (!isKnown)
         return;
     double const promised = static_cast<double>(_audio->duration) * av_q2d(_audio->time_base);
-    double const decoded = static_cast<double>(_samples) / _decoder->sample_rate;
     // Lossy encoders round to whole packets at both ends, and headers of theirs are estimates; of
     // lossless audio no packet may be missing.
     auto const* const description = avcodec_descriptor_get(_decoder->codec_id);
     bool const isLossless = description && description->props & AV_CODEC_PROP_LOSSLESS
         && !(description->props & AV_CODEC_PROP_LOSSY);
     double const tolerance = isLossless ? 0.05 : 1; // Seconds.
-    if (decoded < promised - tolerance)
+    if (secondsDecoded() < promised - tolerance)
         throw ConversionError("is cut off");
 }

@@ -2,20 +2,23 @@
 
 #include "CoverPicture.h"
 #include "FFmpegRefs.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 
 #include <cstdint>
 #include <optional>
-#include <string>
 
 /// Decodes the audio of a file from its start to its end.
 class AudioReader {
 public:
     /// Throws `ConversionError` when the file cannot be read or has no audio that can be decoded.
-    explicit AudioReader(std::string const& path);
+    explicit AudioReader(KXAbstractData& data);
 
     /// The next frame; null at the end. Throws when the file is damaged or cut off: half of a song
     /// must not pass for a whole one.
     AVFrame const* nextFrame();
+
+    /// How much has been decoded, in seconds.
+    double secondsDecoded() const;
 
     AVCodecContext const& decoder() const { return *_decoder; }
     /// The tags of the file, with those of the audio after them.
@@ -28,10 +31,11 @@ private:
     bool sendNextPacket();
     void checkLength() const;
 
-    InputRef _input;
+    KXFFmpegInput _file; // Outlives the format, which reads it.
+    AVFormatRef _input;
     AVStream* _audio { nullptr };
     CodecRef _decoder;
-    PacketRef _packet;
-    FrameRef _frame;
+    AVPacketRef _packet;
+    AVFrameRef _frame;
     std::int64_t _samples { 0 };
 };

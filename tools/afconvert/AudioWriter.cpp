@@ -38,24 +38,13 @@ AVChannelLayout encodedLayout(AVChannelLayout const& source)
 
 }
 
-void OutputFree::operator()(AVFormatContext* output) const
-{
-    avio_closep(&output->pb);
-    avformat_free_context(output);
-}
-
-AudioWriter::AudioWriter(
-    std::string const& path, AVCodecContext const& source, std::int64_t bitRate)
-    : _resampled(allocated(av_frame_alloc()))
+AudioWriter::AudioWriter(int file, AVCodecContext const& source, std::int64_t bitRate)
+    : _file(file)
+    , _output(_file.newFormat("ipod"))
+    , _resampled(allocated(av_frame_alloc()))
     , _frame(allocated(av_frame_alloc()))
     , _packet(allocated(av_packet_alloc()))
 {
-    std::string const address = "file:" + path;
-    AVFormatContext* output = nullptr;
-    checked(avformat_alloc_output_context2(&output, nullptr, "ipod", address.c_str()),
-        "cannot be written");
-    _output.reset(output);
-    checked(avio_open(&_output->pb, address.c_str(), AVIO_FLAG_WRITE), "cannot be written");
     openEncoder(source, bitRate);
     openResampler(source);
     _audio = allocated(avformat_new_stream(_output.get(), nullptr));
@@ -145,7 +134,6 @@ void AudioWriter::finish()
     checked(av_write_trailer(_output.get()), "cannot be written");
     avio_flush(_output->pb);
     checked(_output->pb->error, "cannot be written");
-    checked(avio_closep(&_output->pb), "cannot be written");
 }
 
 /// Null takes out what the resampler holds back.

@@ -1,21 +1,18 @@
 #pragma once
 
+#include "AudioFile.h"
 #include "CoverPicture.h"
 #include "FFmpegRefs.h"
 
 #include <cstdint>
 #include <optional>
-#include <string>
-
-struct OutputFree {
-    void operator()(AVFormatContext* output) const;
-};
 
 /// Writes AAC into an MPEG-4 audio file whose header comes first.
 class AudioWriter {
 public:
-    /// Takes audio as `source` decodes it. Throws `ConversionError` when the file cannot be made.
-    AudioWriter(std::string const& path, AVCodecContext const& source, std::int64_t bitRate);
+    /// Takes audio as `source` decodes it, and writes it into the open `file`. Throws
+    /// `ConversionError` when the file cannot be made.
+    AudioWriter(int file, AVCodecContext const& source, std::int64_t bitRate);
 
     /// Adds the tags that the file does not have yet.
     void addTags(AVDictionary const* tags);
@@ -35,13 +32,14 @@ private:
     void encodeWholeFrames(bool isLast);
     void encode(AVFrame const* frame);
 
+    AudioFile _file; // Outlives what writes it.
     std::unique_ptr<AVFormatContext, OutputFree> _output;
     CodecRef _encoder;
     ResamplerRef _resampler;
     FifoRef _samples; ///< Resampled and not encoded yet.
-    FrameRef _resampled;
-    FrameRef _frame;
-    PacketRef _packet;
+    AVFrameRef _resampled;
+    AVFrameRef _frame;
+    AVPacketRef _packet;
     AVStream* _audio { nullptr };
     AVStream* _coverStream { nullptr };
     std::optional<CoverPicture> _cover;

@@ -3,11 +3,16 @@
 #include "Arguments.h"
 #include "AudioReader.h"
 #include "AudioWriter.h"
+#include "ConfinedWork.h"
 #include "CoverPicture.h"
 #include "tools/shared/AtomicFile.h"
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <kxmd/base/KXAbstractData.h>
+#include <sys/stat.h>
 #include <utility>
 
 extern "C" {
@@ -36,6 +41,70 @@ void checkTarget(AtomicFile const& target, bool isDone)
         throw ConversionError(target.errorWithPath());
 }
 
+/// Anything but a regular file may wait for somebody to write to it, for ever. So may a file of the
+/// kernel's log, which passes for a regular one of no bytes.
+void checkRegularFile(std::string const& path)
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return; // What is wrong is said when it is opened.
+    if (!S_ISREG(status.st_mode))
+        throw ConversionError("is not a regular file");
+    if (status.st_size == 0)
+        throw ConversionError("is empty");
+}
+
+KXAbstractData::Ref openedSource(std::string const& path)
+{
+    checkRegularFile(path);
+    auto data = KXAbstractData::abstractDataWithPath(path);
+    if (!data)
+        throw ConversionError(std::string("cannot be opened: ") + std::strerror(errno));
+    return data;
+}
+
+/// No music takes more: a few bytes may claim days of silence.
+WorkLimits limitsOfConversion(std::uint64_t sourceLength)
+{
+    constexpr std::uint64_t mebibyte = 1 << 20;
+    return {
+        .memory = 512 * mebibyte, .longestFile = 2 * sourceLength + 64 * mebibyte, .seconds = 30
+    };
+}
+
+/// The most seconds of audio that are made of a source: as if a hundredth of it were left by a
+/// lossless encoder of what a compact disc has, and 25 minutes of silence, which leave nothing.
+double mostSecondsOf(std::uint64_t sourceLength)
+{
+    constexpr double silence = 25 * 60, bytesPerSecond = 44'100 * 4;
+    return silence + 100 * static_cast<double>(sourceLength) / bytesPerSecond;
+}
+
+void convertInto(int target, KXAbstractData& source, std::int64_t bitRate, WorkProgress& progress)
+{
+    double const mostSeconds = mostSecondsOf(source.length());
+    AudioReader reader(source);
+    AudioWriter writer(target, reader.decoder(), bitRate);
+    writer.addTags(reader.fileTags());
+    writer.addTags(reader.streamTags()); // Where Ogg keeps them.
+    auto cover = reader.cover();
+    if (!cover) {
+        std::uint64_t const offset = source.offset(); // The reader's.
+        cover = coverOfMP4File(source);
+        source.setOffset(offset);
+    }
+    if (cover)
+        writer.addCover(std::move(*cover));
+    writer.begin();
+    while (auto const* const frame = reader.nextFrame()) {
+        if (reader.secondsDecoded() > mostSeconds)
+            throw ConversionError("has more silence than music");
+        writer.write(*frame);
+        progress = reader.secondsDecoded();
+    }
+    writer.finish();
+}
+
 }
 
 void convert(Arguments const& arguments)
@@ -43,22 +112,11 @@ void convert(Arguments const& arguments)
     std::error_code ignored; // A target that does not exist yet is another file.
     if (std::filesystem::equivalent(arguments.source, arguments.target, ignored))
         throw ConversionError("is its own target");
-    AudioReader reader(arguments.source);
+    auto const source = openedSource(arguments.source);
     AtomicFile target(arguments.target);
     checkTarget(target, target.open());
-    {
-        AudioWriter writer(target.openPath(), reader.decoder(), arguments.bitRate);
-        writer.addTags(reader.fileTags());
-        writer.addTags(reader.streamTags()); // Where Ogg keeps them.
-        auto cover = reader.cover();
-        if (!cover)
-            cover = coverOfMP4File(arguments.source);
-        if (cover)
-            writer.addCover(std::move(*cover));
-        writer.begin();
-        while (auto const* const frame = reader.nextFrame())
-            writer.write(*frame);
-        writer.finish();
-    }
+    doConfined(limitsOfConversion(source->length()), [&](WorkProgress& progress) {
+        convertInto(target.descriptor(), *source, arguments.bitRate, progress);
+    });
     checkTarget(target, target.commit());
 }

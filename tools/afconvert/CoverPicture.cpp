@@ -1,6 +1,5 @@
 #include "CoverPicture.h"
 
-#include <array>
 #include <cstdint>
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/image/KXPictureFormatPrivate.h>
@@ -39,7 +38,7 @@ std::optional<CoverPicture> pictureIn(KXAbstractData& data, std::uint64_t length
     auto const size = sizeOfEncodedPictureInData(data, length);
     if (!size)
         return std::nullopt;
-    PacketRef content(allocated(av_packet_alloc()));
+    AVPacketRef content(allocated(av_packet_alloc()));
     checked(av_new_packet(content.get(), static_cast<int>(length)), "has too large a cover");
     content->flags |= AV_PKT_FLAG_KEY;
     data.setOffset(start);
@@ -67,14 +66,14 @@ std::optional<CoverPicture> pictureOfAtom(KXMP4Atom const& cover, KXAbstractData
 
 }
 
-std::optional<CoverPicture> coverOfMP4File(std::string const& path)
+std::optional<CoverPicture> coverOfMP4File(KXAbstractData& data)
 {
-    auto const data = KXAbstractData::abstractDataWithPath(path);
-    if (!data || KXMDFileMeta::metaTypeForData(*data) != KXMDMetaTypeMP4)
+    data.setOffset(0);
+    if (KXMDFileMeta::metaTypeForData(data) != KXMDMetaTypeMP4)
         return std::nullopt;
-    auto const root = KXMP4Atom::atomWithAbstractData(*data);
+    auto const root = KXMP4Atom::atomWithAbstractData(data);
     for (auto const& cover : root->allAtomsWithPath("moov/udta/meta/ilst/covr")) {
-        if (auto picture = pictureOfAtom(*cover, *data))
+        if (auto picture = pictureOfAtom(*cover, data))
             return picture;
     }
     return std::nullopt;

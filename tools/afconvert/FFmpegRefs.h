@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegRefsPrivate.h"
+
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,19 +13,11 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
-/// Frees what FFmpeg allocated, by the function that takes the address of a pointer to it.
-template <auto freeThrough> struct FFmpegFree {
-    template <class Type> void operator()(Type* allocated) const { freeThrough(&allocated); }
-};
-
 struct FreeFifo {
     void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }
 };
 
-using InputRef = std::unique_ptr<AVFormatContext, FFmpegFree<avformat_close_input>>;
-using CodecRef = std::unique_ptr<AVCodecContext, FFmpegFree<avcodec_free_context>>;
-using PacketRef = std::unique_ptr<AVPacket, FFmpegFree<av_packet_free>>;
-using FrameRef = std::unique_ptr<AVFrame, FFmpegFree<av_frame_free>>;
+using CodecRef = AVDecoderRef;
 using ResamplerRef = std::unique_ptr<SwrContext, FFmpegFree<swr_free>>;
 using FifoRef = std::unique_ptr<AVAudioFifo, FreeFifo>;
 

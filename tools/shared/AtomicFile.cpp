@@ -170,11 +170,6 @@ void removePartsForGood()
         ::unlink(path.c_str());
 }
 
-std::string AtomicFile::openPath() const
-{
-    return _hasName ? _partPath : "/proc/self/fd/" + std::to_string(_descriptor);
-}
-
 bool AtomicFile::write(std::span<std::uint8_t const> bytes)
 {
     while (!bytes.empty()) {

@@ -44,9 +44,6 @@ public:
     /// The open file.
     int descriptor() const { return _descriptor; }
 
-    /// Where another writer finds the file while it is open.
-    std::string openPath() const;
-
     /// What went wrong, in words.
     std::string const& error() const { return _error; }
     /// The same with the path, for where it is told of another file.

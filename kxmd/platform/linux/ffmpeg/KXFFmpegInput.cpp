@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 
+#include <cerrno>
 #include <cstdio>
 
 namespace {
@@ -71,8 +72,10 @@ bool KXFFmpegInput::attachToFormat(AVFormatContext& format)
 
 int KXFFmpegInput::readPacket(void* input, std::uint8_t* bytes, int length)
 {
-    auto const count
-        = inputAt(input)._data.readBytesToMaxLength(bytes, static_cast<std::uint64_t>(length));
+    KXAbstractData& data = inputAt(input)._data;
+    auto const count = data.readBytesToMaxLength(bytes, static_cast<std::uint64_t>(length));
+    if (!count && data.readError())
+        return AVERROR(EIO); // Which is no end of the file.
     return count ? static_cast<int>(count) : AVERROR_EOF;
 }
 

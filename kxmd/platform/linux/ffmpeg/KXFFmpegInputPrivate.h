@@ -21,9 +21,10 @@ public:
     [[nodiscard]] AVFormatRef openedFormat();
     /// `openedPicture` The same for a picture.
     [[nodiscard]] AVFormatRef openedPicture();
+    /// `openedFormatAmong:` The same for a file of certain formats, by their names in FFmpeg.
+    [[nodiscard]] AVFormatRef openedFormatAmong(char const* allowed);
 
 private:
-    AVFormatRef openedFormatAmong(char const* allowed);
     bool attachToFormat(AVFormatContext& format);
     static int readPacket(void* input, std::uint8_t* bytes, int length);
     static std::int64_t seek(void* input, std::int64_t offset, int whence);

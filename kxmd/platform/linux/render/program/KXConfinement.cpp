@@ -139,6 +139,7 @@ constexpr int allowedCalls[] {
     SCMP_SYS(lseek),
     SCMP_SYS(write),
     SCMP_SYS(writev),
+    SCMP_SYS(pwrite64),
     SCMP_SYS(close),
     SCMP_SYS(fstat),
     SCMP_SYS(newfstatat),
