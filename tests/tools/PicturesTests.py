@@ -4,6 +4,7 @@ import subprocess
 
 import movies
 import pictures
+from audio import encode
 from pictures import BLUE, GREEN, RED, TRANSPARENT, WHITE, Picture
 from support import CommandTestCase, atom, mp4, run, sound_entry, tag_atom, track, user_data
 
@@ -364,6 +365,28 @@ class PicturesTests(CommandTestCase):
             movie = self.write("a.mov", movies.movie(16, 8, frames, poster))
             frame = self.picture("poster", movie)
             self.assertEqual((frame.size, frame.colours()), ((16, 8), {colour}))
+
+    def stream(self, name, group):
+        """A stream without an index: half a second of red frames, then blue ones, in groups of so many."""
+        colour = "color=red:size=64x48:rate=20:duration={},format=yuv420p"
+        path = encode(self.path(name), "-f", "lavfi", "-i", colour.format(0.5),
+                      "-f", "lavfi", "-i", colour.replace("red", "blue").format(3.5),
+                      "-filter_complex", "[0][1]concat", "-c:v", "mpeg2video", "-q:v", "2", "-bf", "0",
+                      "-sc_threshold", "1000000000", "-g", str(group))
+        return path
+
+    def test_poster_of_a_stream_without_an_index_is_its_first_frame(self):
+        for name in ("a.ts", "a.mpg"):
+            for group in (3, 10, 200):
+                with self.subTest(name=name, group=group):
+                    poster = self.picture("poster", self.stream(name, group))
+                    red, green, blue, _ = poster.pixel(32, 24)
+                    self.assertTrue(red > 200 and green < 50 and blue < 50, poster.pixel(32, 24))
+
+    def test_stream_of_one_group_of_pictures_is_shown(self):
+        for name in ("a.ts", "a.mpg"):
+            thumbnail = self.picture("thumbnail", "-s", "32x32", self.stream(name, 200))
+            self.assertEqual(thumbnail.size, (32, 32))
 
     def test_poster_is_never_written_over_its_movie(self):
         movie = self.write("a.png", movies.movie(16, 8, (RED,)))

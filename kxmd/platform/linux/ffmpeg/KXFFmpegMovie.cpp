@@ -151,13 +151,42 @@ bool KXFFmpegMovie::startAtTime(double seconds)
     if (!openDecoder() || !(seconds < longestTime))
         return false;
     avcodec_flush_buffers(_decoder.get());
+    bool const isIndexed = avformat_index_get_entries_count(_video) > 0
+        && !(_format->iformat->flags & AVFMT_TS_DISCONT);
+    if (!isIndexed && startWithoutIndex(seconds))
+        return true;
+    // A movie whose index starts later than the time is played from its first frame.
+    return seekToTime(seconds, AVSEEK_FLAG_BACKWARD) || seekToTime(seconds, 0) || !(seconds > 0);
+}
+
+bool KXFFmpegMovie::seekToTime(double seconds, int flags)
+{
     double const ticks = (std::max(seconds, 0.0) + timeRounding) / av_q2d(_video->time_base);
     std::int64_t target;
-    if (__builtin_add_overflow(startOfStream(*_video), static_cast<std::int64_t>(ticks), &target))
+    return !__builtin_add_overflow(
+               startOfStream(*_video), static_cast<std::int64_t>(ticks), &target)
+        && av_seek_frame(_format.get(), _video->index, target, flags) >= 0;
+}
+
+/// The same in a stream that does not tell where its key frames are: a jump to a time leads
+/// anywhere between two of them. Goes back until a key frame comes before the time, at last to the
+/// start. False where jumps are impossible.
+bool KXFFmpegMovie::startWithoutIndex(double seconds)
+{
+    constexpr double furthest = 32; // Seconds; further apart no broadcaster has them.
+    AVPacketRef const packet(av_packet_alloc());
+    if (!packet)
         return false;
-    // A movie whose index starts later than the time is played from its first frame.
-    return av_seek_frame(_format.get(), _video->index, target, AVSEEK_FLAG_BACKWARD) >= 0
-        || av_seek_frame(_format.get(), _video->index, target, 0) >= 0 || !(seconds > 0);
+    for (double back = 0; back <= furthest && seconds - back > 0; back = back > 0 ? 2 * back : 1) {
+        if (!seekToTime(seconds - back, AVSEEK_FLAG_BACKWARD))
+            return false;
+        while (readPacket(*packet) && !(packet->flags & AV_PKT_FLAG_KEY)) { }
+        bool const isKey = packet->data && packet->flags & AV_PKT_FLAG_KEY;
+        if (isKey && packet->pts != AV_NOPTS_VALUE
+            && secondsAt(packet->pts) <= seconds + timeRounding)
+            return seekToTime(seconds - back, AVSEEK_FLAG_BACKWARD);
+    }
+    return av_seek_frame(_format.get(), -1, 0, AVSEEK_FLAG_BYTE) >= 0;
 }
 
 /// The next readable packet of the video; false at the end of what can be read.
@@ -211,13 +240,18 @@ bool KXFFmpegMovie::decodeFrame(AVFrame& frame)
     return false;
 }
 
+/// A time stamp of the video, in seconds from its start.
+double KXFFmpegMovie::secondsAt(std::int64_t timeStamp) const
+{
+    double const ticks
+        = static_cast<double>(timeStamp) - static_cast<double>(startOfStream(*_video));
+    return ticks * av_q2d(_video->time_base);
+}
+
 double KXFFmpegMovie::timeOfFrame(AVFrame const& frame) const
 {
-    if (frame.best_effort_timestamp == AV_NOPTS_VALUE)
-        return 0;
-    double const ticks = static_cast<double>(frame.best_effort_timestamp)
-        - static_cast<double>(startOfStream(*_video));
-    return ticks * av_q2d(_video->time_base);
+    bool const isKnown = frame.best_effort_timestamp != AV_NOPTS_VALUE;
+    return isKnown ? secondsAt(frame.best_effort_timestamp) : 0;
 }
 
 KXImage::Ref KXFFmpegMovie::imageAtTime(double seconds, KXSize maximumSize)

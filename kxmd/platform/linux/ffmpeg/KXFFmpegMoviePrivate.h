@@ -24,8 +24,11 @@ private:
     bool openDecoder();
 
     bool startAtTime(double seconds);
+    bool startWithoutIndex(double seconds);
+    bool seekToTime(double seconds, int flags);
     bool readPacket(AVPacket& packet);
     bool decodeFrame(AVFrame& frame);
+    double secondsAt(std::int64_t timeStamp) const;
     double timeOfFrame(AVFrame const& frame) const;
     KXImage::Ref imageOfShownFrame(AVFrame& frame, KXSize maximumSize) const;
 

@@ -76,9 +76,10 @@ KXImage::Ref KXDocumentThumbnailer::imageOfPDF(std::string const& path, KXSize m
     if (_pdfProgram.empty())
         return nullptr;
     // Without a name to write to, the page goes to the standard output.
-    auto const page = outputOf({ _pdfProgram, "-singlefile", "-f", "1", "-l", "1", "-scale-to",
-                                   std::to_string(sideLengthFor(maximumSize)), "-png", path },
-        path, {});
+    auto const page
+        = outputOf({ _pdfProgram, "-singlefile", "-cropbox", "-f", "1", "-l", "1", "-scale-to",
+                       std::to_string(sideLengthFor(maximumSize)), "-png", path },
+            path, {});
     if (!page)
         return nullptr;
     auto const data = KXAbstractData::abstractDataWithData(*page);

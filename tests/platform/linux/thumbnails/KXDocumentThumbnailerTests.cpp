@@ -144,7 +144,7 @@ TEST_F(KXDocumentThumbnailerTest, SharedThumbnailThatIsLargeEnoughGoesBeforeTheP
 TEST_F(KXDocumentThumbnailerTest, ProgramsAreAskedFor16To2048Pixels)
 {
     std::string const program = folder.write(
-        "pdf", build::text("#!/bin/sh\necho $7 > " + (folder.path() / "asked").string() + "\n"));
+        "pdf", build::text("#!/bin/sh\necho $8 > " + (folder.path() / "asked").string() + "\n"));
     files::permissions(program, files::perms::owner_all);
     for (auto const& [size, asked] : { std::pair(KXSize { 1, 1 }, "16\n"), { { 16.5, 1 }, "17\n" },
              { { 1, 17 }, "17\n" }, { { 2047, 2047 }, "2047\n" }, { { 5000, 1 }, "2048\n" } }) {
@@ -192,8 +192,8 @@ TEST_F(KXDocumentThumbnailerTest, WithoutATemporaryFolderThereIsNone)
 TEST_F(KXDocumentThumbnailerTest, PDFIsShownByItsProgram)
 {
     std::string const program = folder.write("pdf",
-        build::text("#!/bin/sh\n[ \"$*\" = \"-singlefile -f 1 -l 1 -scale-to 100 -png " + document
-            + "\" ] && cat " + (folder.path() / "quarters.png").string() + "\n"));
+        build::text("#!/bin/sh\n[ \"$*\" = \"-singlefile -cropbox -f 1 -l 1 -scale-to 100 -png "
+            + document + "\" ] && cat " + (folder.path() / "quarters.png").string() + "\n"));
     files::permissions(program, files::perms::owner_all);
     EXPECT_TRUE(thumbnailer(program).imageOfPDF(document, { 99.5, 20 }));
     EXPECT_FALSE(thumbnailer(program).imageOfPDF(document, { 500, 20 }));
@@ -202,26 +202,45 @@ TEST_F(KXDocumentThumbnailerTest, PDFIsShownByItsProgram)
     EXPECT_FALSE(thumbnailer("/bin/echo").imageOfPDF(document, { 100, 100 }));
 }
 
+namespace {
+
+/// A page of 200 by 100 points, its left half red; readers find the objects without a table.
+build::Bytes pdfWithBoxes(std::string const& boxes)
+{
+    std::string const page = "1 0 0 rg 0 0 100 100 re f";
+    return build::text("%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n"
+                       "2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
+                       "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 100]"
+        + boxes + "/Contents 4 0 R>>endobj\n4 0 obj<</Length " + std::to_string(page.size())
+        + ">>stream\n" + page + "\nendstream endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n");
+}
+
+}
+
 TEST_F(KXDocumentThumbnailerTest, FirstPageOfARealPDF)
 {
     auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
     if (places.pdfProgram.empty())
         GTEST_SKIP() << "no program for PDF";
-    // A page of 200 by 100 points, its left half red; readers find the objects without a table.
-    std::string const page = "1 0 0 rg 0 0 100 100 re f";
-    std::string const pdf = folder.write("-page.pdf",
-        build::text(
-            "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n"
-            "2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
-            "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 100]/Contents 4 0 R>>endobj\n"
-            "4 0 obj<</Length "
-            + std::to_string(page.size()) + ">>stream\n" + page
-            + "\nendstream endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n"));
+    auto const pdf = folder.write("-page.pdf", pdfWithBoxes(""));
     auto const image = confinedThumbnailer(places.pdfProgram).imageOfPDF(pdf, { 100, 100 });
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 100, 50 }));
     EXPECT_EQ(pixel(*image, 20, 25), red);
     EXPECT_EQ(pixel(*image, 80, 25), white);
+}
+
+TEST_F(KXDocumentThumbnailerTest, PageOfARealPDFIsCroppedAsItSays)
+{
+    auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
+    if (places.pdfProgram.empty())
+        GTEST_SKIP() << "no program for PDF";
+    auto const pdf = folder.write("cropped.pdf", pdfWithBoxes("/CropBox[75 0 175 100]"));
+    auto const image = confinedThumbnailer(places.pdfProgram).imageOfPDF(pdf, { 100, 100 });
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 100, 100 }));
+    EXPECT_EQ(pixel(*image, 20, 50), red);
+    EXPECT_EQ(pixel(*image, 30, 50), white);
 }
 
 TEST_F(KXDocumentThumbnailerTest, ConfinedProgramTouchesNothingButItsFiles)
