@@ -65,6 +65,7 @@ constexpr KXPictureSignature pictureSignatures[] {
     { 0, "P5\n", KXPictureFormat::uncommon },
     { 0, "P6\n", KXPictureFormat::uncommon },
     { 0, "P7\n", KXPictureFormat::uncommon },
+    { 0, "\xFF\x0A", KXPictureFormat::uncommon }, // The code stream of JPEG XL: ISO/IEC 18181-1.
     { 0, "BM", KXPictureFormat::bmp },
 };
 

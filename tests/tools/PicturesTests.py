@@ -357,6 +357,18 @@ class PicturesTests(CommandTestCase):
         document = self.icon(self.path("Music2.mp3"), "32x32")
         self.assertNotEqual(folder.rows, document.rows)
 
+    def test_pictures_of_uncommon_formats(self):
+        for name in ("a.bmp", "a.j2k", "a.jp2", "a.exr", "a.jxl", "a.qoi", "a.ppm", "a.pgm", "a.tiff", "a.webp"):
+            with self.subTest(name=name):
+                picture = encode(self.path(name), "-f", "lavfi", "-i", "color=gray:size=64x48,format=rgb24",
+                                 "-frames:v", "1")
+                thumbnail = self.picture("thumbnail", "--fit", "-s", "32x32", picture)
+                self.assertEqual(thumbnail.size, (32, 24))
+                # OpenEXR holds light, and half of it is brighter than the middle (IEC 61966-2-1).
+                expected = 188 if name == "a.exr" else 128
+                for value in thumbnail.pixel(16, 12)[:3]:
+                    self.assertAlmostEqual(value, expected, delta=3)
+
     # poster
 
     def test_poster_is_the_poster_frame_or_the_first(self):

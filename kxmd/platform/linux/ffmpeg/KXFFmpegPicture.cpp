@@ -39,7 +39,7 @@ AVDecoderRef openedDecoder(AVStream const& stream)
     decoder->max_pixels = mostPixels;
     AVDictionary* options = nullptr;
     // OpenEXR holds light; what other codecs do not know of, they leave.
-    av_dict_set(&options, "apply_trc", "iec61966-2-1", 0);
+    av_dict_set(&options, "apply_trc", "iec61966_2_1", 0);
     bool const isOpen = avcodec_open2(decoder.get(), codec, &options) >= 0;
     av_dict_free(&options);
     return isOpen ? std::move(decoder) : nullptr;
