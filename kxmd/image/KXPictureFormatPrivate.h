@@ -60,7 +60,6 @@ constexpr KXPictureSignature pictureSignatures[] {
     { 0, "8BPS", KXPictureFormat::uncommon }, // Photoshop.
     { 0, "qoif", KXPictureFormat::uncommon },
     { 0, "DDS ", KXPictureFormat::uncommon },
-    { 0, "#?RADIANCE", KXPictureFormat::uncommon },
     { 0, "P4\n", KXPictureFormat::uncommon }, // Portable maps.
     { 0, "P5\n", KXPictureFormat::uncommon },
     { 0, "P6\n", KXPictureFormat::uncommon },

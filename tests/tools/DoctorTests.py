@@ -19,8 +19,9 @@ class DoctorTests(CommandTestCase):
         self.assertEqual(list(told), ["pictures", "movies", "documents", "thumbnailers", "converter", "iconThemes",
                                       "missing"])
         self.assertTrue(told["pictures"]["available"])
-        self.assertLessEqual({"png", "jpeg", "gif", "bmp", "tiff"}, set(told["pictures"]["formats"]))
+        self.assertLessEqual({"png", "jpeg", "gif", "svg", "tiff", "webp"}, set(told["pictures"]["formats"]))
         if told["movies"]["available"]:
+            self.assertLessEqual({"bmp", "ico", "pnm"}, set(told["pictures"]["formats"]))
             self.assertLessEqual({"h264", "mpeg4", "vp9"}, set(told["movies"]["formats"]))
         for decoder in told["pictures"], told["movies"]:
             self.assertEqual(decoder["formats"], sorted(set(decoder["formats"])))

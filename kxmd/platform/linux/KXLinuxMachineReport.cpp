@@ -24,10 +24,13 @@ std::vector<std::string> wordsOf(std::string_view text)
     return words;
 }
 
-KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
+using Operation = KXRenderRequest::Operation;
+
+KXMachineReport::Decoder reportOfServer(
+    KXRenderServer const& server, Operation operation = Operation::formats)
 {
     KXMachineReport::Decoder report;
-    KXRenderRequest const request { .operation = KXRenderRequest::Operation::formats };
+    KXRenderRequest const request { .operation = operation };
     KXFileDescriptor const nothing = sealedMemoryOf({});
     auto const reply = server.replyTo(request, nothing.get(), KXRenderLimits::forPictures());
     auto const greeting = server.greeting(); // Of the one that answered.
@@ -40,15 +43,19 @@ KXMachineReport::Decoder reportOfServer(KXRenderServer const& server)
     return report;
 }
 
-/// What two programs do together that share the formats.
-KXMachineReport::Decoder bothOf(KXMachineReport::Decoder one, KXMachineReport::Decoder const& other)
+/// What the programs do together that decode pictures. A machine may do without that of movies.
+KXMachineReport::Decoder reportOfPictures()
 {
-    one.isThere = one.isThere && other.isThere;
-    one.isConfinedToReading = one.isConfinedToReading && other.isConfinedToReading;
-    one.isConfinedToComputing = one.isConfinedToComputing && other.isConfinedToComputing;
-    one.formats.insert(one.formats.end(), other.formats.begin(), other.formats.end());
-    std::ranges::sort(one.formats);
-    return one;
+    auto report = reportOfServer(*renderServerForPictures());
+    auto const rare = reportOfServer(*renderServerForRarePictures());
+    report.isThere = report.isThere && rare.isThere;
+    report.isConfinedToReading = report.isConfinedToReading && rare.isConfinedToReading;
+    report.isConfinedToComputing = report.isConfinedToComputing && rare.isConfinedToComputing;
+    auto const uncommon = reportOfServer(*renderServerForMovies(), Operation::pictureFormats);
+    for (auto const* const other : { &rare, &uncommon })
+        report.formats.insert(report.formats.end(), other->formats.begin(), other->formats.end());
+    std::ranges::sort(report.formats);
+    return report;
 }
 
 }
@@ -57,8 +64,7 @@ KXMachineReport KXMachineReport::reportOfThisMachine()
 {
     auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
     return {
-        .pictures = bothOf(reportOfServer(*renderServerForPictures()),
-            reportOfServer(*renderServerForRarePictures())),
+        .pictures = reportOfPictures(),
         .movies = reportOfServer(*renderServerForMovies()),
         .documentProgram = places.pdfProgram,
         .thumbnailedTypes = KXDesktopThumbnailers(places.thumbnailers).contentTypes(),

@@ -13,7 +13,7 @@ constexpr char const* formats
       "aac,ac3,eac3,dts,amr";
 // Single pictures that are told by their first bytes.
 constexpr char const* pictureFormats
-    = "bmp_pipe,dds_pipe,exr_pipe,hdr_pipe,ico,j2k_pipe,jpegxl_pipe,pam_pipe,pbm_pipe,pgm_pipe,"
+    = "bmp_pipe,dds_pipe,exr_pipe,ico,j2k_pipe,jpegxl_pipe,pam_pipe,pbm_pipe,pgm_pipe,"
       "ppm_pipe,psd_pipe,qoi_pipe";
 constexpr int mostStreams = 256; // That a file may make FFmpeg allocate.
 constexpr int bufferLength = 32 * 1024;

@@ -6,6 +6,7 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -88,4 +89,18 @@ KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize 
     auto const decoder = stream ? openedDecoder(*stream) : nullptr;
     auto const frame = decoder ? decodedFrame(*format, *stream, *decoder) : nullptr;
     return frame ? imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize)) : nullptr;
+}
+
+std::vector<std::string> formatsOfPicturesByFFmpeg()
+{
+    constexpr std::pair<AVCodecID, char const*> formats[] { { AV_CODEC_ID_BMP, "bmp" },
+        { AV_CODEC_ID_DDS, "dds" }, { AV_CODEC_ID_EXR, "exr" }, { AV_CODEC_ID_BMP, "ico" },
+        { AV_CODEC_ID_JPEG2000, "jpeg2000" }, { AV_CODEC_ID_JPEGXL, "jpegxl" },
+        { AV_CODEC_ID_PPM, "pnm" }, { AV_CODEC_ID_PSD, "psd" }, { AV_CODEC_ID_QOI, "qoi" } };
+    std::vector<std::string> names;
+    for (auto const& [codec, name] : formats) {
+        if (avcodec_find_decoder(codec))
+            names.emplace_back(name);
+    }
+    return names;
 }

@@ -28,6 +28,7 @@ struct KXRenderRequest {
         png, ///< Answers with a PNG file of them.
         movie, ///< Opens the movie in the file, and then answers questions about it.
         formats, ///< Answers with the names of what it can decode, each followed by a space.
+        pictureFormats, ///< Answers with the names of the pictures that a decoder of movies knows.
         probe, ///< Answers with what media the file is, as `textOfMediaProbe` writes it.
     };
 

@@ -45,6 +45,17 @@ TEST(KXFileContent, BitmapHasFourReservedBytesAndMore)
     }
 }
 
+TEST(KXFileContent, KnowsPicturesOfUncommonFormats)
+{
+    for (Bytes const& head : { text("\xFF\x4F\xFF\x51"), join(u32(12), text("jP  ")),
+             join(u32(12), text("JXL ")), text("\xFF\x0A"), text("v/1\1"), text("8BPS"),
+             text("qoif"), text("DDS "), text("P4\n"), text("P5\n"), text("P6\n"), text("P7\n") }) {
+        EXPECT_EQ(contentOf(head), rarePicture) << head[0];
+        Bytes const part(head.begin(), head.end() - 1);
+        EXPECT_EQ(contentOf(part), other) << head[0];
+    }
+}
+
 TEST(KXFileContent, KnowsPicturesOfOtherProcesses)
 {
     for (Bytes const& head : { bytes({ 'I', 'I', '*', 0 }), bytes({ 'M', 'M', 0, '*' }),

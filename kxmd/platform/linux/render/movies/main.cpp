@@ -78,6 +78,8 @@ public:
                 data, request.length, { request.wantedWidth, request.wantedHeight }));
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(decodersOfMovies());
+        case KXRenderRequest::Operation::pictureFormats:
+            return reply.sendWords(formatsOfPicturesByFFmpeg());
         case KXRenderRequest::Operation::probe:
             return serveProbe(data, reply);
         default:
