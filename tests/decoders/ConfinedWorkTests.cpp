@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -15,7 +16,9 @@
 
 namespace {
 
-constexpr WorkLimits limits { .memory = 256 << 20, .longestFile = 1 << 20, .seconds = 20 };
+constexpr WorkLimits limits {
+    .memory = 256 << 20, .longestFile = 1 << 20, .seconds = 20, .secondsOfAudio = 100
+};
 
 /// The words with which work fails; empty when it does not.
 std::string failureOf(
@@ -88,7 +91,7 @@ TEST(ConfinedWork, IsKilledWhenItTakesTooLong)
         for (;;)
             (void)::getpid();
     };
-    EXPECT_EQ(failureOf(loop, { limits.memory, limits.longestFile, 0.3 }), "takes too long");
+    EXPECT_EQ(failureOf(loop, { limits.memory, limits.longestFile, 0.3, 0 }), "takes too long");
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
@@ -100,9 +103,21 @@ TEST(ConfinedWork, HasAQuarterOfTheAudiosTime)
             while (static_cast<double>(std::clock()) / CLOCKS_PER_SEC < 1) { }
         };
     };
-    EXPECT_EQ(failureOf(busyForASecond(40), { limits.memory, limits.longestFile, 0.1 }), "");
-    EXPECT_EQ(
-        failureOf(busyForASecond(1), { limits.memory, limits.longestFile, 0.1 }), "takes too long");
+    EXPECT_EQ(failureOf(busyForASecond(40), { limits.memory, limits.longestFile, 0.1, 100 }), "");
+    EXPECT_EQ(failureOf(busyForASecond(1), { limits.memory, limits.longestFile, 0.1, 100 }),
+        "takes too long");
+}
+
+TEST(ConfinedWork, TimeOfWorkThatTellsLiesIsBoundedAsWell)
+{
+    for (double const lie : { 1e300, std::nan(""), -1e300 }) {
+        auto const loop = [lie](WorkProgress& progress) {
+            progress = lie;
+            for (;;)
+                (void)::getpid();
+        };
+        EXPECT_EQ(failureOf(loop, { limits.memory, limits.longestFile, 0.2, 1 }), "takes too long");
+    }
 }
 
 TEST(ConfinedWork, FileHasABound)

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <png.h>
+
 using namespace build;
 using namespace pictures;
 
@@ -74,6 +76,31 @@ TEST(KXFFmpegPicture, LargestPictureOfAnIconIsShown)
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 48, 48 }));
     EXPECT_EQ(pixel(*image, 20, 20), red);
+}
+
+TEST(KXFFmpegPicture, PictureOfAnIconThatIsAPNGIsItsLargest)
+{
+    Bytes const pixels = filled(256 * 256 * 3, 77);
+    png_image header {};
+    header.version = PNG_IMAGE_VERSION;
+    header.width = header.height = 256;
+    header.format = PNG_FORMAT_RGB;
+    png_alloc_size_t length = 0;
+    ASSERT_TRUE(png_image_write_to_memory(&header, nullptr, &length, 0, pixels.data(), 0, nullptr));
+    Bytes file(length);
+    ASSERT_TRUE(
+        png_image_write_to_memory(&header, file.data(), &length, 0, pixels.data(), 0, nullptr));
+    Bytes const small = iconPicture(48, blue);
+    constexpr std::uint32_t first = 6 + 2 * 16;
+    auto const entry = [](std::uint32_t side, Bytes const& picture, std::uint32_t offset) {
+        return join(u8(side), u8(side), zeros(2), u16le(1), u16le(32),
+            u32le(static_cast<std::uint32_t>(picture.size())), u32le(offset));
+    };
+    auto const image = decoded(join(zeros(2), u16le(1), u16le(2), entry(48, small, first),
+        entry(0, file, first + static_cast<std::uint32_t>(small.size())), small, file));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 256, 256 }));
+    EXPECT_EQ(pixel(*image, 9, 9), (Colour { 77, 77, 77, 255 }));
 }
 
 TEST(KXFFmpegPicture, PortableMapIsShown)

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -204,7 +205,7 @@ Bytes tiffFile(TIFFPicture const& picture)
     TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(file, TIFFTAG_PHOTOMETRIC, picture.meaning);
     TIFFSetField(file, TIFFTAG_ORIENTATION, picture.orientation);
-    if (picture.samplesPerPixel == 4)
+    if (picture.samplesPerPixel % 2 == 0)
         TIFFSetField(file, TIFFTAG_EXTRASAMPLES, 1, &picture.alpha);
     if (!picture.profile.empty())
         TIFFSetField(file, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(picture.profile.size()),
@@ -371,6 +372,24 @@ TEST(KXGIFPicture, FrameThatSticksOutIsCutOff)
     EXPECT_EQ(pixel(*outside, 1, 1), transparent);
 }
 
+TEST(KXGIFPicture, ScreenWithoutASizeIsThatOfTheFrame)
+{
+    auto const image = decoded(imageOfGIF, gifFile(0, 0, { 0, 0, 2, 1, bytes({ 0, 2 }) }));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 2, 1 }));
+    EXPECT_EQ(pixel(*image, 1, 0), blue);
+}
+
+TEST(KXGIFPicture, DamagedFrameIsNull)
+{
+    Bytes file = gifFile(4, 1, { 0, 0, 4, 1, bytes({ 0, 1, 2, 3 }) });
+    Bytes const blocks = bytes({ 7, 6, 0x80, 0, 1, 2, 3, 0x81 });
+    auto const place = std::ranges::search(file, blocks).begin();
+    ASSERT_NE(place, file.end());
+    place[3] = 0xC0; // A code that nothing stands for yet.
+    EXPECT_FALSE(decoded(imageOfGIF, file));
+}
+
 TEST(KXGIFPicture, InterlacedRowsAreSorted)
 {
     // GIF89a, appendix E: every eighth row, those in the middle between, and so on.
@@ -421,6 +440,21 @@ TEST(KXTIFFPicture, AlphaOfBothKindsIsMultipliedOnce)
         auto const image = decoded(imageOfTIFF, tiffFile(picture));
         ASSERT_TRUE(image);
         expectNearPixel(*image, { 100, 50, 0, 128 }, 1);
+    }
+}
+
+TEST(KXTIFFPicture, AlphaOfGreyIsMultipliedOnce)
+{
+    for (auto const& [kind, expected] :
+        { std::pair(std::uint16_t { EXTRASAMPLE_UNASSALPHA }, Colour { 100, 100, 100, 128 }),
+            { std::uint16_t { EXTRASAMPLE_ASSOCALPHA }, { 128, 128, 128, 128 } },
+            { std::uint16_t { EXTRASAMPLE_UNSPECIFIED }, { 200, 200, 200, 255 } } }) {
+        TIFFPicture picture { 1, 1, 2, bytes({ 200, 128 }) };
+        picture.meaning = PHOTOMETRIC_MINISBLACK;
+        picture.alpha = kind;
+        auto const image = decoded(imageOfTIFF, tiffFile(picture));
+        ASSERT_TRUE(image);
+        expectNearPixel(*image, expected, 1);
     }
 }
 
@@ -475,6 +509,18 @@ TEST(KXSVGDrawing, SizeIsItsOwnOrThatOfItsViewBoxOrOfWhatIsDrawn)
         EXPECT_EQ(pixel(*image, 29, 9), (Colour { 128, 0, 0, 128 })) << attributes;
     }
     EXPECT_FALSE(drawn("width='0' height='0'", {}));
+}
+
+TEST(KXSVGDrawing, WhatIsDrawnIsShownWhereverItLies)
+{
+    Bytes const file = text("<svg xmlns='http://www.w3.org/2000/svg'>"
+                            "<rect x='100' y='100' width='50' height='50' fill='red'/></svg>");
+    auto const data = reader(file);
+    auto const image = imageOfDrawing({ *data, file.size(), { 200, 200 } }, KXDrawingSize::fitting);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 200, 200 }));
+    EXPECT_EQ(pixel(*image, 2, 2), red);
+    EXPECT_EQ(pixel(*image, 197, 197), red);
 }
 
 TEST(KXSVGDrawing, IsMadeAsLargeAsWanted)

@@ -76,14 +76,46 @@ TEST(KXPictureRows, LargePictureIsTurnedAndShrunk)
 
 TEST(KXPictureRows, AlphaIsMultipliedOnce)
 {
-    Colour const half { 200, 100, 0, 128 };
+    Colour const multiplied { 100, 50, 0, 128 };
     for (bool const isPremultiplied : { false, true }) {
         KXPictureRows rows(
             { .width = 1, .height = 1, .hasAlpha = true, .isPremultiplied = isPremultiplied }, {});
-        take(rows, { half });
-        EXPECT_EQ(
-            pixel(*rows.image(), 0, 0), isPremultiplied ? half : (Colour { 100, 50, 0, 128 }));
+        take(rows, { isPremultiplied ? multiplied : Colour { 200, 100, 0, 128 } });
+        EXPECT_EQ(pixel(*rows.image(), 0, 0), multiplied);
     }
+}
+
+TEST(KXPictureRows, AlphaAndColoursThatBreakTheRulesAreMended)
+{
+    KXPictureRows opaque({ .width = 1, .height = 1 }, {});
+    take(opaque, { { 200, 100, 50, 3 } });
+    EXPECT_EQ(pixel(*opaque.image(), 0, 0), (Colour { 200, 100, 50, 255 }));
+    KXPictureRows premultiplied(
+        { .width = 1, .height = 1, .hasAlpha = true, .isPremultiplied = true }, {});
+    take(premultiplied, { { 200, 100, 50, 128 } });
+    EXPECT_EQ(pixel(*premultiplied.image(), 0, 0), (Colour { 128, 100, 50, 128 }));
+}
+
+TEST(KXPictureRows, RowsBeyondTheLastAreNotTaken)
+{
+    for (unsigned const orientation : { 1u, 4u }) {
+        KXPictureRows rows({ .width = 1, .height = 1, .orientation = orientation }, {});
+        take(rows, { red });
+        take(rows, { blue });
+        auto const image = rows.image();
+        ASSERT_TRUE(image);
+        EXPECT_EQ(pixel(*image, 0, 0), red);
+    }
+}
+
+TEST(KXPictureRows, TinySizeShrinksToOnePixel)
+{
+    KXPictureRows rows({ .width = 2'100, .height = 2'000 }, { 1e-18, 1e-18 });
+    for (int y = 0; y < 2'000; ++y)
+        take(rows, Row(2'100, red));
+    auto const image = rows.image();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), (KXSize { 2, 1 }));
 }
 
 TEST(KXPictureRows, MissingRowsAreTransparentOrWhite)

@@ -101,7 +101,7 @@ OutputRef AudioFile::newFormat(char const* name)
     // The header comes first: to make room, the format reads what it wrote.
     output->opaque = this;
     output->io_open = openAgain;
-    output->io_close = close;
+    output->io_close2 = close;
     return output;
 }
 
@@ -114,4 +114,8 @@ int AudioFile::openAgain(
     return 0;
 }
 
-void AudioFile::close(AVFormatContext*, AVIOContext* io) { freeIO(io); }
+int AudioFile::close(AVFormatContext*, AVIOContext* io)
+{
+    freeIO(io);
+    return 0;
+}

@@ -27,7 +27,7 @@ public:
 private:
     static int openAgain(AVFormatContext* format, AVIOContext** io, char const* address, int flags,
         AVDictionary** options);
-    static void close(AVFormatContext* format, AVIOContext* io);
+    static int close(AVFormatContext* format, AVIOContext* io);
 
     int const _descriptor;
 };

@@ -103,19 +103,21 @@ double AudioReader::secondsDecoded() const
 /// Holds what was decoded against the length that the file gives itself, where it knows it.
 void AudioReader::checkLength() const
 {
-    bool const isKnown
-        = _input->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE && _audio->duration > 0;
     if (!_samples)
         throw ConversionError("has no audio in it");
-    if (!isKnown)
+    if (_input->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE)
         return;
-    double const promised = static_cast<double>(_audio->duration) * av_q2d(_audio->time_base);
+    bool const isOfStream = _audio->duration > 0;
+    // Some containers have a length of their own alone.
+    double const promised = isOfStream
+        ? static_cast<double>(_audio->duration) * av_q2d(_audio->time_base)
+        : static_cast<double>(_input->duration) / AV_TIME_BASE;
     // Lossy encoders round to whole packets at both ends, and headers of theirs are estimates; of
     // lossless audio no packet may be missing.
     auto const* const description = avcodec_descriptor_get(_decoder->codec_id);
     bool const isLossless = description && description->props & AV_CODEC_PROP_LOSSLESS
         && !(description->props & AV_CODEC_PROP_LOSSY);
-    double const tolerance = isLossless ? 0.05 : 1; // Seconds.
+    double const tolerance = isLossless && isOfStream ? 0.05 : 1; // Seconds.
     if (secondsDecoded() < promised - tolerance)
         throw ConversionError("is cut off");
 }

@@ -33,7 +33,7 @@ private:
     void encode(AVFrame const* frame);
 
     AudioFile _file; // Outlives what writes it.
-    std::unique_ptr<AVFormatContext, OutputFree> _output;
+    OutputRef _output;
     CodecRef _encoder;
     ResamplerRef _resampler;
     FifoRef _samples; ///< Resampled and not encoded yet.

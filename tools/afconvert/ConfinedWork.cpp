@@ -4,14 +4,18 @@
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
 #include "kxmd/platform/linux/system/KXPipePrivate.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <limits>
 #include <memory>
 #include <new>
+#include <optional>
 #include <poll.h>
 #include <string>
 #include <string_view>
@@ -47,12 +51,14 @@ private:
 
 /// Does the work in this process, which was forked for it, and tells what went wrong.
 [[noreturn]] void workAlone(WorkLimits const& limits,
-    std::function<void(WorkProgress&)> const& work, WorkProgress& progress, int tell)
+    std::function<void(WorkProgress&)> const& work, WorkProgress& progress, int tell, pid_t starter)
 {
-    constexpr std::uint32_t anySeconds = std::numeric_limits<std::int32_t>::max();
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != starter) // It has died before that.
+        ::_exit(EXIT_FAILURE);
     (void)confineToReading();
-    limitProcess(anySeconds, limits.memory);
+    limitProcess(
+        static_cast<std::uint32_t>(limits.seconds + limits.secondsOfAudio / 4) + 1, limits.memory);
     rlimit const longestFile { limits.longestFile, limits.longestFile };
     (void)::setrlimit(RLIMIT_FSIZE, &longestFile);
     bool const isConfined = !canConfineToComputing() || confineToComputing();
@@ -80,32 +86,61 @@ double processorSecondsOf(pid_t process)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-/// Waits until the process says something or ends; kills it when it takes too long. True when it
-/// did not.
-bool waitForWords(pid_t process, int pipe, WorkLimits const& limits, WorkProgress const& progress)
+/// Watches a process that nobody vouches for.
+class Watch {
+public:
+    Watch(pid_t process, WorkLimits const& limits, WorkProgress const& progress)
+        : _process(process)
+        , _limits(limits)
+        , _progress(progress)
+    {
+    }
+
+    /// Whether it has had enough time.
+    bool isOver()
+    {
+        double const told = _progress.load();
+        double const audio = told > 0 ? std::min(told, _limits.secondsOfAudio) : 0; // Not NaN.
+        double const used = processorSecondsOf(_process);
+        auto const now = std::chrono::steady_clock::now();
+        if (used > _used) {
+            _used = used;
+            _lastWork = now;
+        }
+        return used > _limits.seconds + audio / 4 || now - _lastWork > longestRest;
+    }
+
+private:
+    static constexpr std::chrono::minutes longestRest { 10 }; // A disk or a card may be slow.
+
+    pid_t const _process;
+    WorkLimits const& _limits;
+    WorkProgress const& _progress;
+    double _used { 0 };
+    std::chrono::steady_clock::time_point _lastWork { std::chrono::steady_clock::now() };
+};
+
+/// What the process says until it ends, up to a bound; absent when it takes too long and is killed.
+std::optional<std::string> wordsFrom(int pipe, pid_t process, Watch watch)
 {
     constexpr int interval = 250; // Milliseconds between two looks at the clock.
+    constexpr std::size_t mostWords = 1024;
+    std::string words;
     pollfd waited { pipe, POLLIN, 0 };
     for (;;) {
-        int const ready = ::poll(&waited, 1, interval);
-        if (ready > 0 || (ready < 0 && errno != EINTR))
-            return true;
-        if (processorSecondsOf(process) > limits.seconds + progress.load() / 4) {
+        if (watch.isOver()) {
             ::kill(process, SIGKILL);
-            return false;
+            return std::nullopt;
         }
+        if (::poll(&waited, 1, interval) <= 0)
+            continue;
+        std::array<char, mostWords> piece;
+        ssize_t const count = ::read(pipe, piece.data(), piece.size());
+        if (count == 0 || (count < 0 && errno != EINTR))
+            return words;
+        words.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        words.resize(std::min(words.size(), mostWords));
     }
-}
-
-/// What the process says until it ends, up to a bound.
-std::string wordsFrom(int pipe)
-{
-    std::array<char, 1024> words;
-    ssize_t count;
-    do {
-        count = ::read(pipe, words.data(), words.size());
-    } while (count < 0 && errno == EINTR);
-    return std::string(words.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
 }
 
 bool isSuccess(pid_t process)
@@ -121,17 +156,18 @@ void doConfined(WorkLimits const& limits, std::function<void(WorkProgress&)> con
 {
     SharedProgress const progress;
     KXPipe pipe;
+    pid_t const starter = ::getpid();
     pid_t const process = pipe.isOpen() ? ::fork() : -1;
     if (process < 0)
         throw ConversionError("cannot be converted: there are no more processes");
     if (process == 0)
-        workAlone(limits, work, progress.get(), pipe.writingEnd());
+        workAlone(limits, work, progress.get(), pipe.writingEnd(), starter);
     pipe.closeWritingEnd();
-    bool const isInTime = waitForWords(process, pipe.readingEnd(), limits, progress.get());
-    std::string const words = wordsFrom(pipe.readingEnd());
-    bool const isDone = isSuccess(process) && isInTime && words.empty();
-    if (!isInTime)
+    auto const words
+        = wordsFrom(pipe.readingEnd(), process, Watch(process, limits, progress.get()));
+    bool const isDone = isSuccess(process);
+    if (!words)
         throw ConversionError("takes too long");
-    if (!isDone)
-        throw ConversionError(words.empty() ? "cannot be decoded" : words);
+    if (!isDone || !words->empty())
+        throw ConversionError(words->empty() ? "cannot be decoded" : *words);
 }

@@ -9,6 +9,7 @@ struct WorkLimits {
     std::uint64_t memory; ///< Bytes beyond what this process has.
     std::uint64_t longestFile; ///< Bytes that it writes into a file.
     double seconds; ///< Of processor time, besides a quarter of the seconds of audio that it made.
+    double secondsOfAudio; ///< The most that it makes.
 };
 
 /// Seconds of audio that work has made, for whoever watches it.
@@ -19,5 +20,5 @@ using WorkProgress = std::atomic<double>;
 /// thread. Where the kernel cannot confine it, it runs with the bounds alone.
 ///
 /// Throws `ConversionError` with the words of what leaves `work`, or those for a process that died
-/// or took too long.
+/// or took too long, if only to do nothing for ten minutes.
 void doConfined(WorkLimits const& limits, std::function<void(WorkProgress& progress)> const& work);

@@ -63,21 +63,23 @@ KXAbstractData::Ref openedSource(std::string const& path)
     return data;
 }
 
-/// No music takes more: a few bytes may claim days of silence.
+/// The most seconds of audio that are made of a source: a few bytes may claim days of silence. No
+/// codec of speech has fewer bytes for a second; and 25 minutes of silence leave nothing.
+double mostSecondsOf(std::uint64_t sourceLength)
+{
+    constexpr double silence = 25 * 60, fewestBytesPerSecond = 400;
+    return silence + static_cast<double>(sourceLength) / fewestBytesPerSecond;
+}
+
 WorkLimits limitsOfConversion(std::uint64_t sourceLength)
 {
     constexpr std::uint64_t mebibyte = 1 << 20;
-    return {
-        .memory = 512 * mebibyte, .longestFile = 2 * sourceLength + 64 * mebibyte, .seconds = 30
-    };
-}
-
-/// The most seconds of audio that are made of a source: as if a hundredth of it were left by a
-/// lossless encoder of what a compact disc has, and 25 minutes of silence, which leave nothing.
-double mostSecondsOf(std::uint64_t sourceLength)
-{
-    constexpr double silence = 25 * 60, bytesPerSecond = 44'100 * 4;
-    return silence + 100 * static_cast<double>(sourceLength) / bytesPerSecond;
+    constexpr double mostBytesPerSecond = 8 * 48'000; // Of AAC, for each of eight channels.
+    double const seconds = mostSecondsOf(sourceLength);
+    return { .memory = 512 * mebibyte,
+        .longestFile = static_cast<std::uint64_t>(seconds * mostBytesPerSecond) + 64 * mebibyte,
+        .seconds = 30,
+        .secondsOfAudio = seconds };
 }
 
 void convertInto(int target, KXAbstractData& source, std::int64_t bitRate, WorkProgress& progress)
@@ -98,7 +100,7 @@ void convertInto(int target, KXAbstractData& source, std::int64_t bitRate, WorkP
     writer.begin();
     while (auto const* const frame = reader.nextFrame()) {
         if (reader.secondsDecoded() > mostSeconds)
-            throw ConversionError("has more silence than music");
+            throw ConversionError("claims more hours than its bytes can hold");
         writer.write(*frame);
         progress = reader.secondsDecoded();
     }

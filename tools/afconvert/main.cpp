@@ -79,6 +79,7 @@ int main(int argumentCount, char** arguments)
     openMissingStandardFiles();
     av_log_set_level(AV_LOG_QUIET); // What goes wrong is said by us, in one line.
     KXSetLogSink({});
+    std::signal(SIGCHLD, SIG_DFL); // How our own process ends is of interest, whoever started us.
     std::signal(SIGXFSZ, SIG_IGN); // A file that grows too long is a failed write, not the end.
     if (!isStarterThere())
         return cannotConvert; // Nobody is left to tell.

@@ -16,6 +16,9 @@ constexpr std::int64_t mostPixels = 1ll << 26;
 
 std::int64_t pixelsOf(AVStream const& stream)
 {
+    constexpr std::int64_t largestOfIcon = 256 * 256; // The only one that is stored as PNG.
+    if (stream.codecpar->codec_id == AV_CODEC_ID_PNG && !stream.codecpar->width)
+        return largestOfIcon;
     return std::int64_t { stream.codecpar->width } * stream.codecpar->height;
 }
 

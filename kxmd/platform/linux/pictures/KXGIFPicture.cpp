@@ -89,17 +89,20 @@ std::array<Colour, 256> coloursOf(GifFileType const& file, std::optional<int> tr
 /// The indexes of a frame's pixels, row by row; empty ones for rows that the file does not have.
 using Rows = std::vector<std::vector<GifPixelType>>;
 
-Rows readRows(GifFileType& file)
+/// Reads rows up to the first that is not all there. False when the first of all is damaged.
+bool readRows(GifFileType& file, Rows& rows)
 {
     auto const width = static_cast<std::size_t>(file.Image.Width);
-    Rows rows(static_cast<std::size_t>(file.Image.Height));
+    rows.resize(static_cast<std::size_t>(file.Image.Height));
+    std::size_t taken = 0;
     for (int const index : orderOfRows(file.Image)) {
         std::vector<GifPixelType> row(width);
         if (DGifGetLine(&file, row.data(), file.Image.Width) != GIF_OK)
-            break;
+            return taken || file.Error != D_GIF_ERR_IMAGE_DEFECT;
         rows[static_cast<std::size_t>(index)] = std::move(row);
+        ++taken;
     }
-    return rows;
+    return true;
 }
 
 /// The frame where it lies on the screen, which is transparent around it.
@@ -148,9 +151,17 @@ KXImage::Ref imageOfGIF(KXPictureSource const& source)
     KXPictureInput input(source);
     FileRef const file(DGifOpen(&input, readBytes, nullptr));
     std::optional<int> transparent;
-    if (!file || !findFrame(*file, transparent) || !hasPossibleSize(*file))
+    if (!file || !findFrame(*file, transparent))
         return nullptr;
-    Rows const rows = readRows(*file);
+    if (!file->SWidth && !file->SHeight) { // Some programs leave the size of the screen open.
+        file->SWidth = file->Image.Left + file->Image.Width;
+        file->SHeight = file->Image.Top + file->Image.Height;
+    }
+    if (!hasPossibleSize(*file))
+        return nullptr;
+    Rows rows;
+    if (!readRows(*file, rows))
+        return nullptr;
     bool const hasRows = std::ranges::any_of(rows, [](auto const& row) { return !row.empty(); });
     // Encoders may leave out what is transparent at the end.
     if (!hasRows && input.isExhausted())

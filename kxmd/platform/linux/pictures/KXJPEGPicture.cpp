@@ -87,6 +87,8 @@ private:
         if (!count) { // With an end the library makes a picture of what there was.
             static constexpr JOCTET endOfImage[] { 0xFF, JPEG_EOI };
             reader._isAtEnd = true;
+            if (jpeg->arith_code) // Whose decoder does not tell that it makes up what is missing.
+                reader.noteEnd();
             reader._input.next_input_byte = endOfImage;
             reader._input.bytes_in_buffer = sizeof endOfImage;
         }

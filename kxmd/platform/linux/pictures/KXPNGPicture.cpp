@@ -4,7 +4,6 @@
 #include "kxmd/platform/linux/pictures/KXPictureRowsPrivate.h"
 
 #include <csetjmp>
-#include <memory>
 #include <optional>
 #include <png.h>
 #include <vector>

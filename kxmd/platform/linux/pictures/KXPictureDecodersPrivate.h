@@ -17,7 +17,7 @@
 /// A picture that is to be decoded.
 struct KXPictureSource {
     KXAbstractData& data; ///< Stands where the picture begins.
-    std::uint64_t length; ///< Its bytes, which may be more than `data` has.
+    std::uint64_t length; ///< Its bytes; where `data` has fewer, it is cut off.
     KXSize wantedSize; ///< Neither side comes smaller, unless it is stored so; empty for all of it.
 
     /// What its first bytes tell.

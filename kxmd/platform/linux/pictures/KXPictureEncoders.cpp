@@ -1,10 +1,9 @@
 #include "kxmd/platform/linux/pictures/KXPictureEncodersPrivate.h"
 
+#include <array>
 #include <csetjmp>
 #include <cstdio>
-#include <cstdlib>
 #include <jpeglib.h>
-#include <memory>
 #include <png.h>
 #include <utility>
 #include <vector>
@@ -31,12 +30,16 @@ public:
         _errors.error_exit = [](j_common_ptr jpeg) {
             std::longjmp(static_cast<JPEGWriter*>(jpeg->client_data)->_before, 1);
         };
+        _output.init_destination = [](j_compress_ptr jpeg) { self(jpeg).beginBuffer(); };
+        _output.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
+            self(jpeg).takeBuffer(self(jpeg)._buffer.size());
+            return TRUE;
+        };
+        _output.term_destination = [](j_compress_ptr jpeg) {
+            self(jpeg).takeBuffer(self(jpeg)._buffer.size() - self(jpeg)._output.free_in_buffer);
+        };
     }
-    ~JPEGWriter()
-    {
-        jpeg_destroy_compress(&_jpeg);
-        std::free(_bytes);
-    }
+    ~JPEGWriter() { jpeg_destroy_compress(&_jpeg); }
     JPEGWriter(JPEGWriter const&) = delete;
     JPEGWriter& operator=(JPEGWriter const&) = delete;
 
@@ -45,7 +48,7 @@ public:
         if (setjmp(_before) != 0)
             return {};
         encode();
-        return KXData(std::vector<std::uint8_t>(_bytes, _bytes + _length));
+        return KXData(std::move(_bytes));
     }
 
 private:
@@ -53,7 +56,7 @@ private:
     {
         constexpr int quality = 90;
         jpeg_create_compress(&_jpeg);
-        jpeg_mem_dest(&_jpeg, &_bytes, &_length);
+        _jpeg.dest = &_output;
         _jpeg.image_width = static_cast<JDIMENSION>(_image.pixelWidth());
         _jpeg.image_height = static_cast<JDIMENSION>(_image.pixelHeight());
         _jpeg.input_components = 3;
@@ -69,6 +72,23 @@ private:
         jpeg_finish_compress(&_jpeg);
     }
 
+    static JPEGWriter& self(j_compress_ptr jpeg)
+    {
+        return *static_cast<JPEGWriter*>(jpeg->client_data);
+    }
+
+    void beginBuffer()
+    {
+        _output.next_output_byte = _buffer.data();
+        _output.free_in_buffer = _buffer.size();
+    }
+
+    void takeBuffer(std::size_t length)
+    {
+        _bytes.insert(_bytes.end(), _buffer.data(), _buffer.data() + length);
+        beginBuffer();
+    }
+
     void putOnWhite(std::uint8_t const* from)
     {
         for (auto to = _row.begin(); to != _row.end(); from += pixelLength) {
@@ -82,8 +102,9 @@ private:
     std::jmp_buf _before;
     jpeg_compress_struct _jpeg {};
     jpeg_error_mgr _errors {};
-    unsigned char* _bytes { nullptr }; // Owned.
-    unsigned long _length { 0 };
+    jpeg_destination_mgr _output {};
+    std::array<JOCTET, 16 * 1024> _buffer;
+    std::vector<std::uint8_t> _bytes;
 };
 
 /// Encodes rows by libpng, which reports by a jump as well.
@@ -103,7 +124,9 @@ public:
 
     KXData encoded()
     {
-        if (!_info || setjmp(png_jmpbuf(_png)) != 0)
+        if (!_info)
+            return {};
+        if (setjmp(png_jmpbuf(_png)) != 0)
             return {};
         encode();
         return KXData(std::move(_bytes));

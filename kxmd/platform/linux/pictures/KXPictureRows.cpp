@@ -28,7 +28,7 @@ std::size_t shrinkingFactor(KXPictureLayout const& layout, KXSize wantedSize)
     if (!(wanted > 0) || layout.width * layout.height <= fewPixels)
         return 1;
     auto const shorterSide = static_cast<double>(std::min(layout.width, layout.height));
-    return static_cast<std::size_t>(std::max(1.0, shorterSide / (2 * wanted)));
+    return static_cast<std::size_t>(std::clamp(shorterSide / (2 * wanted), 1.0, shorterSide));
 }
 
 /// What an orientation stands for: a picture that is mirrored, and transposed afterwards.
@@ -65,6 +65,22 @@ void divideByAlpha(std::uint8_t* row, std::size_t width)
     }
 }
 
+/// Takes care of files that break the rule of colours that are multiplied by alpha.
+void boundByAlpha(std::uint8_t* row, std::size_t width)
+{
+    for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
+        for (std::size_t channel = 0; channel < 3; ++channel)
+            pixel[channel] = std::min(pixel[channel], pixel[3]);
+    }
+}
+
+/// Whatever a decoder leaves in the place of alpha.
+void makeOpaque(std::uint8_t* row, std::size_t width)
+{
+    for (std::size_t i = 3; i < width * pixelLength; i += pixelLength)
+        row[i] = opaque;
+}
+
 std::size_t blocksIn(std::size_t length, std::size_t factor)
 {
     return (length + factor - 1) / factor;
@@ -92,12 +108,16 @@ std::uint8_t* KXPictureRows::targetOfRow()
 
 void KXPictureRows::takeRow(std::uint8_t const* row)
 {
+    if (_rowsTaken == _layout.height)
+        return;
     std::memcpy(nextRow(), row, _layout.width * pixelLength);
     takeRow();
 }
 
 void KXPictureRows::takeRow()
 {
+    if (_rowsTaken == _layout.height)
+        return;
     std::uint8_t* const row = nextRow();
     convertRow(row);
     ++_rowsTaken;
@@ -117,8 +137,12 @@ void KXPictureRows::convertRow(std::uint8_t* row) const
             divideByAlpha(row, _layout.width);
         _colours->convertPixels(row, _layout.width);
     }
-    if (_layout.hasAlpha && isDivided)
+    if (!_layout.hasAlpha)
+        makeOpaque(row, _layout.width);
+    else if (isDivided)
         multiplyByAlpha(row, _layout.width);
+    else
+        boundByAlpha(row, _layout.width);
 }
 
 void KXPictureRows::addToBlocks(std::uint8_t const* row)

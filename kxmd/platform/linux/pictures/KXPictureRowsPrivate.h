@@ -33,7 +33,7 @@ public:
 
     /// Where the next row goes: red, green, blue and alpha of `width` pixels.
     std::uint8_t* nextRow() { return _isDirect ? targetOfRow() : _row.data(); }
-    /// Takes the row that was put there. No more are taken than there are.
+    /// Takes the row that was put there. Rows beyond the last one are not taken.
     void takeRow();
     /// Takes a copy of a row.
     void takeRow(std::uint8_t const* row);

@@ -18,20 +18,25 @@ struct Destroy {
 using SurfaceRef = std::unique_ptr<cairo_surface_t, Destroy>;
 using ContextRef = std::unique_ptr<cairo_t, Destroy>;
 
+struct OwnSize {
+    KXSize size {};
+    bool isOfWhatIsDrawn { false }; ///< Wherever that lies.
+};
+
 /// The size that the drawing says it has, in pixels; that of its view box, or of what is drawn,
 /// when it does not.
-KXSize ownSizeOf(RsvgHandle* drawing)
+OwnSize ownSizeOf(RsvgHandle* drawing)
 {
     KXSize size {};
     if (rsvg_handle_get_intrinsic_size_in_pixels(drawing, &size.width, &size.height))
-        return size;
+        return { size };
     gboolean hasBox = FALSE;
     RsvgRectangle box {};
     rsvg_handle_get_intrinsic_dimensions(
         drawing, nullptr, nullptr, nullptr, nullptr, &hasBox, &box);
     if (!hasBox && !rsvg_handle_get_geometry_for_element(drawing, nullptr, &box, nullptr, nullptr))
         return {};
-    return { box.width, box.height };
+    return { { box.width, box.height }, !hasBox };
 }
 
 KXSize shownSize(KXSize own, KXSize wanted, KXDrawingSize drawingSize)
@@ -48,14 +53,16 @@ KXSize shownSize(KXSize own, KXSize wanted, KXDrawingSize drawingSize)
     return { shown(own.width), shown(own.height) };
 }
 
-SurfaceRef drawnSurface(RsvgHandle* drawing, KXSize size)
+SurfaceRef drawnSurface(RsvgHandle* drawing, KXSize size, bool isOfWhatIsDrawn)
 {
     SurfaceRef surface(cairo_image_surface_create(
         CAIRO_FORMAT_ARGB32, static_cast<int>(size.width), static_cast<int>(size.height)));
     ContextRef const context(cairo_create(surface.get()));
     RsvgRectangle const all { 0, 0, size.width, size.height };
-    bool const isDrawn = rsvg_handle_render_document(drawing, context.get(), &all, nullptr)
-        && cairo_status(context.get()) == CAIRO_STATUS_SUCCESS;
+    bool const isRendered = isOfWhatIsDrawn
+        ? rsvg_handle_render_element(drawing, context.get(), nullptr, &all, nullptr)
+        : rsvg_handle_render_document(drawing, context.get(), &all, nullptr);
+    bool const isDrawn = isRendered && cairo_status(context.get()) == CAIRO_STATUS_SUCCESS;
     cairo_surface_flush(surface.get());
     return isDrawn ? std::move(surface) : nullptr;
 }
@@ -95,15 +102,15 @@ KXImage::Ref imageOfDrawing(KXPictureSource const& source, KXDrawingSize drawing
     // Without a place of its own the drawing refers to no other file.
     GObjectRef<RsvgHandle> const drawing(
         rsvg_handle_new_from_data(bytes.data(), bytes.size(), nullptr));
-    KXSize const own = drawing ? ownSizeOf(drawing.get()) : KXSize {};
-    if (!(own.width > 0) || !(own.height > 0))
+    OwnSize const own = drawing ? ownSizeOf(drawing.get()) : OwnSize {};
+    if (!(own.size.width > 0) || !(own.size.height > 0))
         return nullptr;
-    KXSize const size = shownSize(own, source.wantedSize, drawingSize);
+    KXSize const size = shownSize(own.size, source.wantedSize, drawingSize);
     constexpr double longestSide = 32'767; // Of cairo's.
     if (!(size.width <= longestSide) || !(size.height <= longestSide)
         || isPictureTooLarge(
             static_cast<std::uint64_t>(size.width), static_cast<std::uint64_t>(size.height)))
         return nullptr;
-    auto const surface = drawnSurface(drawing.get(), size);
+    auto const surface = drawnSurface(drawing.get(), size, own.isOfWhatIsDrawn);
     return surface ? imageOfSurface(surface.get(), size) : nullptr;
 }

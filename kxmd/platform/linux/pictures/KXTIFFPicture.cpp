@@ -72,12 +72,14 @@ bool isGrey(TIFF* file)
     return meaning == PHOTOMETRIC_MINISBLACK || meaning == PHOTOMETRIC_MINISWHITE;
 }
 
-/// Whether the library has pixels with alpha for it.
-bool hasAlpha(TIFF* file)
+/// What the first extra sample of a pixel is (TIFF 6.0, section 18); unspecified when there is
+/// none.
+std::uint16_t extraSample(TIFF* file)
 {
     std::uint16_t count = 0;
     std::uint16_t* kinds = nullptr;
-    return TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &count, &kinds) && count;
+    bool const isThere = TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &count, &kinds) && count;
+    return isThere ? kinds[0] : std::uint16_t { EXTRASAMPLE_UNSPECIFIED };
 }
 
 }
@@ -103,13 +105,15 @@ KXImage::Ref imageOfTIFF(KXPictureSource const& source)
     if (!TIFFReadRGBAImageOriented(
             file.get(), width, height, pixels.data(), ORIENTATION_TOPLEFT, 1))
         return nullptr;
+    std::uint16_t const extra = extraSample(file.get());
     KXPictureRows rows(
         {
             .width = width,
             .height = height,
             .isGrey = isGrey(file.get()),
-            .hasAlpha = hasAlpha(file.get()),
-            .isPremultiplied = true, // As the library makes it of either kind.
+            .hasAlpha = extra != EXTRASAMPLE_UNSPECIFIED,
+            // The library multiplies colours by alpha where that is left to be done, but not greys.
+            .isPremultiplied = !isGrey(file.get()) || extra == EXTRASAMPLE_ASSOCALPHA,
             .orientation = orientation,
             .profile = profileOf(file.get()),
         },

@@ -47,7 +47,7 @@ KXImage::Ref imageOfPixels(
     return rows.image();
 }
 
-/// The first frame, on the ground that the animation has.
+/// The first frame, transparent around it.
 KXImage::Ref imageOfAnimation(
     WebPData const& file, KXPictureLayout const& layout, KXSize wantedSize)
 {
@@ -97,8 +97,11 @@ KXImage::Ref imageOfWebP(KXPictureSource const& source)
         .orientation = orientationInExif(withoutIdentifier(chunkOf(*demuxer, "EXIF"))),
         .profile = chunkOf(*demuxer, "ICCP"),
     };
-    if (isPictureTooLarge(layout.width, layout.height))
+    bool const isAnimated = (flags & ANIMATION_FLAG) != 0;
+    unsigned const factor
+        = isAnimated ? 1 : decodingFactor(layout.width, layout.height, source.wantedSize);
+    if (isPictureTooLarge(layout.width, layout.height, factor))
         return nullptr;
-    return flags & ANIMATION_FLAG ? imageOfAnimation(file, layout, source.wantedSize)
-                                  : imageOfStill(file, layout, source.wantedSize);
+    return isAnimated ? imageOfAnimation(file, layout, source.wantedSize)
+                      : imageOfStill(file, layout, source.wantedSize);
 }

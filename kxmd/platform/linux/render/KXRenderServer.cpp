@@ -74,13 +74,13 @@ void waitForStarter(pid_t process)
     while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) { }
 }
 
-/// The next `length` bytes of `data` in a file in memory, as far as there are any, and no more than
-/// decoders keep in memory.
+/// The next `length` bytes of `data` in a file in memory, as far as there are any; none when they
+/// are more than any picture has.
 KXFileDescriptor memoryFileOf(KXAbstractData& data, std::uint64_t length)
 {
     constexpr std::uint64_t mostBytes = std::uint64_t { 256 } << 20;
     constexpr std::uint64_t pieceLength = 64 * 1024;
-    std::uint64_t left = std::min({ length, data.remainingLength(), mostBytes });
+    std::uint64_t left = length <= mostBytes ? std::min(length, data.remainingLength()) : 0;
     std::vector<std::uint8_t> piece(static_cast<std::size_t>(std::min(left, pieceLength)));
     KXFileDescriptor file = newMemoryFile();
     bool isWritten = file.isOpen();

@@ -58,7 +58,7 @@ public:
         KXSize const size { request.wantedWidth, request.wantedHeight };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImage(decoded({ data, request.length, size }));
+            return reply.sendImageOf(data, decoded({ data, request.length, size }));
         case KXRenderRequest::Operation::jpg:
         case KXRenderRequest::Operation::png: {
             auto const image = pixelsFor(request, data);

@@ -162,6 +162,13 @@ void KXRenderReply::sendImage(KXImage::Ref const& image) const
     send(answer, image->pixels());
 }
 
+void KXRenderReply::sendImageOf(KXAbstractData const& data, KXImage::Ref const& image) const
+{
+    if (data.readError())
+        return send({ .outcome = KXRenderAnswer::Outcome::failed });
+    sendImage(image);
+}
+
 void KXRenderReply::sendBytes(std::span<std::uint8_t const> bytes) const
 {
     if (bytes.empty())

@@ -44,9 +44,9 @@ public:
         KXPictureSource const source { data, request.length, size };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImage(decoded(source));
+            return reply.sendImageOf(data, decoded(source));
         case KXRenderRequest::Operation::drawing:
-            return reply.sendImage(imageOfDrawing(source, KXDrawingSize::fitting));
+            return reply.sendImageOf(data, imageOfDrawing(source, KXDrawingSize::fitting));
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(formats());
         default:
