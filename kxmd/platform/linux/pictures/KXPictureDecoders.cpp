@@ -50,8 +50,8 @@ unsigned decodingFactor(std::uint64_t width, std::uint64_t height, KXSize wanted
 {
     double const wanted = std::max(wantedSize.width, wantedSize.height);
     for (unsigned const factor : { 8u, 4u, 2u }) {
-        auto const shorterSide = static_cast<double>(std::min(width, height) / factor);
-        if (wanted > 0 && shorterSide >= wanted)
+        std::uint64_t const shorterSide = std::min(width, height) / factor;
+        if (wanted > 0 && static_cast<double>(shorterSide) >= wanted)
             return factor;
     }
     return 1;
