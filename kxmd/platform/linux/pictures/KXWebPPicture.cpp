@@ -74,7 +74,7 @@ KXImage::Ref imageOfStill(WebPData const& file, KXPictureLayout layout, KXSize w
     if (WebPDecode(file.bytes, file.size, &config) != VP8_STATUS_OK)
         return nullptr;
     auto const& pixels = config.output.u.RGBA;
-    auto const image
+    auto image
         = imageOfPixels(pixels.rgba, static_cast<std::size_t>(pixels.stride), layout, wantedSize);
     WebPFreeDecBuffer(&config.output);
     return image;
