@@ -1,5 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureDecodersPrivate.h"
 
+#include "kxmd/platform/linux/pictures/KXPictureEncodersPrivate.h"
+
 #include "support/Exif.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
@@ -607,6 +609,21 @@ TEST(KXJPEGPicture, ProgressivePictureThatIsCutOffIsShownCoarsely)
     expectNearPixel(*part, { 200, 50, 50, 255 }, 6);
     for (std::size_t length = 0; length < file.size(); length += 7)
         (void)decoded(imageOfJPEG, cut(file, length));
+}
+
+TEST(KXJPEGPicture, WhatACutPictureLeavesOutIsWhite)
+{
+    auto const encoded = jpegOfImage(*photograph(320, 320));
+    Bytes const file(encoded.bytes().begin(), encoded.bytes().end());
+    auto const whole = decoded(imageOfJPEG, file);
+    auto const part = decoded(imageOfJPEG, cut(file, file.size() / 2));
+    ASSERT_TRUE(whole);
+    ASSERT_TRUE(part);
+    for (std::size_t const x : { 0u, 160u, 319u }) {
+        EXPECT_EQ(pixel(*part, x, 50), pixel(*whole, x, 50)) << x;
+        for (std::size_t y = 260; y < 320; ++y)
+            ASSERT_EQ(pixel(*part, x, y), white) << x << " " << y;
+    }
 }
 
 TEST(KXJPEGPicture, EverythingButTheEndMarkerIsEverything)
