@@ -25,7 +25,7 @@ std::string failureOf(
     std::function<void(WorkProgress&)> const& work, WorkLimits const& bounds = limits)
 {
     try {
-        doConfined(bounds, work);
+        ConfinedWork(bounds, work).finish();
         return "";
     } catch (ConversionError const& error) {
         return error.what();

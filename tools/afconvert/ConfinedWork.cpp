@@ -2,7 +2,6 @@
 
 #include "FFmpegRefs.h"
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
-#include "kxmd/platform/linux/system/KXPipePrivate.h"
 
 #include <algorithm>
 #include <array>
@@ -13,7 +12,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <memory>
 #include <new>
 #include <optional>
 #include <poll.h>
@@ -24,30 +22,20 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
-/// The progress, in memory that this process shares with the one that it forks.
-class SharedProgress {
-public:
-    SharedProgress()
-    {
-        void* const memory = ::mmap(nullptr, sizeof(WorkProgress), PROT_READ | PROT_WRITE,
-            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED)
-            throw std::bad_alloc();
-        _progress = new (memory) WorkProgress(0);
-    }
-    ~SharedProgress() { ::munmap(_progress, sizeof *_progress); }
-    SharedProgress(SharedProgress const&) = delete;
-    SharedProgress& operator=(SharedProgress const&) = delete;
-
-    WorkProgress& get() const { return *_progress; }
-
-private:
+/// A new one, in memory that this process shares with those that it forks.
+WorkProgress* newProgress()
+{
     static_assert(WorkProgress::is_always_lock_free);
-    WorkProgress* _progress;
-};
+    void* const memory = ::mmap(
+        nullptr, sizeof(WorkProgress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::bad_alloc();
+    return new (memory) WorkProgress(0);
+}
 
 /// Does the work in this process, which was forked for it, and tells what went wrong.
 [[noreturn]] void workAlone(WorkLimits const& limits,
@@ -152,20 +140,34 @@ bool isSuccess(pid_t process)
 
 }
 
-void doConfined(WorkLimits const& limits, std::function<void(WorkProgress&)> const& work)
+ConfinedWork::ConfinedWork(WorkLimits const& limits, std::function<void(WorkProgress&)> const& work)
+    : _limits(limits)
+    , _progress(newProgress())
 {
-    SharedProgress const progress;
-    KXPipe pipe;
     pid_t const starter = ::getpid();
-    pid_t const process = pipe.isOpen() ? ::fork() : -1;
-    if (process < 0)
+    if (_words.isOpen())
+        _process = ::fork();
+    if (_process == 0)
+        workAlone(limits, work, *_progress, _words.writingEnd(), starter);
+    _words.closeWritingEnd();
+}
+
+ConfinedWork::~ConfinedWork()
+{
+    if (_process > 0) {
+        ::kill(_process, SIGKILL);
+        (void)isSuccess(_process);
+    }
+    ::munmap(_progress, sizeof *_progress);
+}
+
+void ConfinedWork::finish()
+{
+    if (_process <= 0)
         throw ConversionError("cannot be converted: there are no more processes");
-    if (process == 0)
-        workAlone(limits, work, progress.get(), pipe.writingEnd(), starter);
-    pipe.closeWritingEnd();
     auto const words
-        = wordsFrom(pipe.readingEnd(), process, Watch(process, limits, progress.get()));
-    bool const isDone = isSuccess(process);
+        = wordsFrom(_words.readingEnd(), _process, Watch(_process, _limits, *_progress));
+    bool const isDone = isSuccess(std::exchange(_process, -1));
     if (!words)
         throw ConversionError("takes too long");
     if (!isDone || !words->empty())

@@ -6,9 +6,11 @@
 #include "ConfinedWork.h"
 #include "CoverPicture.h"
 #include "tools/shared/AtomicFile.h"
+#include "tools/shared/CleanUpOnSignal.h"
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <kxmd/base/KXAbstractData.h>
@@ -82,6 +84,16 @@ WorkLimits limitsOfConversion(std::uint64_t sourceLength)
         .secondsOfAudio = seconds };
 }
 
+/// Until there is somebody to clean up after them.
+void holdSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int const signal : { SIGHUP, SIGINT, SIGTERM })
+        sigaddset(&signals, signal);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
 void convertInto(int target, KXAbstractData& source, std::int64_t bitRate, WorkProgress& progress)
 {
     double const mostSeconds = mostSecondsOf(source.length());
@@ -115,10 +127,13 @@ void convert(Arguments const& arguments)
     if (std::filesystem::equivalent(arguments.source, arguments.target, ignored))
         throw ConversionError("is its own target");
     auto const source = openedSource(arguments.source);
+    holdSignals();
     AtomicFile target(arguments.target);
     checkTarget(target, target.open());
-    doConfined(limitsOfConversion(source->length()), [&](WorkProgress& progress) {
+    ConfinedWork work(limitsOfConversion(source->length()), [&](WorkProgress& progress) {
         convertInto(target.descriptor(), *source, arguments.bitRate, progress);
     });
+    CleanUpOnSignal const cleanUp(removePartsForGood); // Has a thread, so it comes after the fork.
+    work.finish();
     checkTarget(target, target.commit());
 }

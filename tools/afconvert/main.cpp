@@ -3,8 +3,6 @@
 #include "Arguments.h"
 #include "Conversion.h"
 #include "FFmpegRefs.h"
-#include "tools/shared/AtomicFile.h"
-#include "tools/shared/CleanUpOnSignal.h"
 #include "tools/shared/StandardFiles.h"
 
 #include <csignal>
@@ -93,6 +91,5 @@ int main(int argumentCount, char** arguments)
         std::puts("afconvert (kxmd) " KXMD_VERSION);
         return EXIT_SUCCESS;
     }
-    CleanUpOnSignal const cleanUp(removePartsForGood);
     return convertAsAsked(words);
 }

@@ -28,9 +28,6 @@ CleanUpOnSignal::CleanUpOnSignal(std::function<void()> cleanUp)
     pthread_sigmask(SIG_BLOCK, &_signals, nullptr);
     try {
         _thread = std::thread([this] { wait(); });
-        // A thread that begins holds locks, which a process that is forked meanwhile would never
-        // get.
-        _isWaiting.wait(false);
     } catch (std::system_error const&) { // No more threads: signals end us at once.
         pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
     }
@@ -48,8 +45,6 @@ CleanUpOnSignal::~CleanUpOnSignal()
 
 void CleanUpOnSignal::wait()
 {
-    _isWaiting = true;
-    _isWaiting.notify_one();
     for (;;) {
         int const signal = sigwaitinfo(&_signals, nullptr);
         if (signal == wakeUp && _isOver)

@@ -7,8 +7,7 @@
 
 /// Runs a clean-up when a signal asks the process to end, and then lets the signal end it. Signals
 /// that the process was told to ignore, as by nohup, stay ignored. Must be made before any other
-/// thread, since all of them leave these signals to it. Once it is made, its thread does nothing
-/// but wait, so that the process can be forked.
+/// thread, since all of them leave these signals to it.
 class CleanUpOnSignal {
 public:
     explicit CleanUpOnSignal(std::function<void()> cleanUp);
@@ -21,7 +20,6 @@ private:
 
     std::function<void()> const _cleanUp;
     sigset_t _signals;
-    std::atomic<bool> _isWaiting { false };
     std::atomic<bool> _isOver { false };
     std::thread _thread;
 };
