@@ -1,5 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureEncodersPrivate.h"
 
+#include "kxmd/platform/linux/pictures/KXPremultipliedPrivate.h"
+
 #include <array>
 #include <csetjmp>
 #include <cstdio>
@@ -153,10 +155,8 @@ private:
     void divideByAlpha(std::uint8_t const* from)
     {
         for (auto to = _row.begin(); to != _row.end(); from += pixelLength) {
-            std::uint32_t const alpha = from[3];
             for (std::size_t channel = 0; channel < 3; ++channel)
-                *to++ = static_cast<std::uint8_t>(
-                    alpha ? (from[channel] * opaque + alpha / 2) / alpha : 0);
+                *to++ = dividedByAlpha(from[channel], from[3]);
             *to++ = from[3];
         }
     }

@@ -1,5 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureRowsPrivate.h"
 
+#include "kxmd/platform/linux/pictures/KXPremultipliedPrivate.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -8,17 +10,6 @@ namespace {
 
 constexpr std::size_t pixelLength = KXImage::bytesPerPixel;
 constexpr std::uint8_t opaque = 255;
-
-std::uint8_t multiplied(std::uint32_t colour, std::uint32_t alpha)
-{
-    return static_cast<std::uint8_t>((colour * alpha + opaque / 2) / opaque);
-}
-
-std::uint8_t divided(std::uint32_t colour, std::uint32_t alpha)
-{
-    std::uint32_t const exact = alpha ? (colour * opaque + alpha / 2) / alpha : 0;
-    return static_cast<std::uint8_t>(std::min<std::uint32_t>(exact, opaque));
-}
 
 /// By how much a picture is shrunk as it is taken over.
 std::size_t shrinkingFactor(KXPictureLayout const& layout, KXSize wantedSize)
@@ -53,7 +44,7 @@ void multiplyByAlpha(std::uint8_t* row, std::size_t width)
 {
     for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
         for (std::size_t channel = 0; channel < 3; ++channel)
-            pixel[channel] = multiplied(pixel[channel], pixel[3]);
+            pixel[channel] = multipliedByAlpha(pixel[channel], pixel[3]);
     }
 }
 
@@ -61,7 +52,7 @@ void divideByAlpha(std::uint8_t* row, std::size_t width)
 {
     for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
         for (std::size_t channel = 0; channel < 3; ++channel)
-            pixel[channel] = divided(pixel[channel], pixel[3]);
+            pixel[channel] = dividedByAlpha(pixel[channel], pixel[3]);
     }
 }
 
