@@ -53,9 +53,10 @@ class CheckIncludesTests(CommandTestCase):
                 along = f'#include "kxmd/{target}/KXThat.h"'
                 self.assertEqual(self.check(f"kxmd/{source}/KXThis.cpp", along), [])
 
-    def test_factory_is_the_exception(self):
+    def test_what_goes_by_the_kind_of_a_file_is_the_exception(self):
         line = '#include "kxmd/mp4/KXMDFileMetaMP4.h"'
-        self.assertEqual(self.check("kxmd/core/KXMDFileMetaFactory.cpp", line), [])
+        for name in ("KXMDFileMetaFactory", "KXMDCoverPlace"):
+            self.assertEqual(self.check(f"kxmd/core/{name}.cpp", line), [])
         self.assertEqual(len(self.check("kxmd/core/KXMDFileMeta.cpp", line)), 1)
 
     def test_paths_from_the_root(self):
