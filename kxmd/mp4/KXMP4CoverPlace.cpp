@@ -1,12 +1,15 @@
 #include "kxmd/mp4/KXMP4CoverPlacePrivate.h"
 
 #include "kxmd/base/KXByteBuilderPrivate.h"
+#include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
 #include "kxmd/mp4/atoms/KXMP4AtomHdlr.h"
 
 #include <algorithm>
 #include <initializer_list>
 #include <span>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -57,7 +60,8 @@ KXData handler()
 
 KXData metadata() { return atomOf("meta", { versionAndFlags(), handler(), tagList() }); }
 
-/// A place in a file for new bytes, and the atom around them.
+/// What is missing, the atom that it belongs in, and where in the file; the movie has no such
+/// place.
 struct Place {
     KXMP4Atom::Ref parent;
     std::uint64_t position { 0 };
@@ -95,6 +99,9 @@ std::optional<Place> placeInMetadata(KXMP4Atom::Ref const& meta, KXAbstractData&
     auto const children = meta->children();
     if (children.empty())
         return placeInEmptyMetadata(meta, reader);
+    // The places of items would have to be corrected, and music has none.
+    if (std::ranges::find(children, "iloc", &KXMP4Atom::tag) != children.end())
+        return std::nullopt;
     auto const found = std::ranges::find(children, "hdlr", &KXMP4Atom::tag);
     if (found == children.end()) {
         KXByteBuilder bytes(0);
@@ -122,27 +129,87 @@ std::optional<Place> placeOfWhatIsMissing(KXMP4Atom& root, KXAbstractData& reade
     auto const movies = root.allAtomsWithPath("moov");
     if (movies.empty())
         return std::nullopt;
-    return lastPlaceIn(movies.front(), atomOf("udta", { metadata() }));
+    return Place { movies.front(), 0, atomOf("udta", { metadata() }) };
 }
 
-bool insertAt(Place const& place, KXMP4Atom& root, KXMutableData& data)
+/// The user data around a place; null when it is the movie that lacks it.
+KXMP4Atom* userDataAround(Place const& place)
 {
-    if (!data.insertBytesAt(place.bytes.bytes(), place.position))
+    KXMP4Atom* atom = place.parent.get();
+    while (atom && atom->tag() != "udta")
+        atom = atom->parent();
+    return atom;
+}
+
+/// The bytes of the user data with what is missing in its place; none when they are not all there.
+std::vector<std::uint8_t> completedUserData(
+    KXMP4Atom const& userData, Place const& place, KXAbstractData& reader)
+{
+    std::uint64_t const start = userData.offset(), end = start + userData.size();
+    if (end > reader.length() || place.position < start || place.position > end)
+        return {};
+    std::vector<std::uint8_t> bytes(userData.size());
+    reader.setOffset(start);
+    if (!reader.readBytesTo(bytes.data(), bytes.size()))
+        return {};
+    KXMutableData completed(std::move(bytes));
+    auto const length = place.bytes.length();
+    bool isDone = completed.insertBytesAt(place.bytes.bytes(), place.position - start);
+    for (KXMP4Atom* atom = place.parent.get();; atom = atom->parent()) {
+        isDone = isDone && atom->offset() >= start && atom->offset() < place.position
+            && completed.replaceUInt32AtWith(
+                atom->offset() - start, static_cast<std::uint32_t>(atom->size() + length));
+        if (!isDone || atom == &userData)
+            break;
+    }
+    auto const all = completed.bytes();
+    return isDone ? std::vector<std::uint8_t>(all.begin(), all.end()) : std::vector<std::uint8_t>();
+}
+
+/// Inserts user data before the child of the movie that has this number, or before the last one.
+/// Never at the movie's end, where nothing would tell whether it still belongs to the movie.
+bool insertUserData(std::span<std::uint8_t const> userData, KXMP4Atom const& movie,
+    std::size_t number, KXMutableData& data)
+{
+    auto const children = movie.children();
+    return !children.empty()
+        && children[std::min(number, children.size() - 1)]->insertBeforeSelfInMutableData(
+            data, userData);
+}
+
+/// Puts user data in the place of another.
+bool replaceUserData(
+    KXMP4Atom& old, std::span<std::uint8_t const> userData, KXMutableData::Ref const& data)
+{
+    auto const siblings = old.parent()->children();
+    auto const found = std::ranges::find(siblings, &old, &KXMP4Atom::Ref::get);
+    auto const number = static_cast<std::size_t>(found - siblings.begin());
+    std::uint64_t const movieOffset = old.parent()->offset();
+    if (!old.removeSelfFromMutableData(*data))
         return false;
-    auto const difference = static_cast<std::int64_t>(place.bytes.length());
-    bool const areSizesCorrect = place.parent->adjustSizeInMutableData(difference, data);
-    return root.adjustOffsetInMutableData(difference, place.position, data) && areSizesCorrect;
+    auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+    auto const root = KXMP4Atom::atomWithAbstractData(*reader);
+    auto const movies = root->allAtomsWithPath("moov");
+    auto const movie = std::ranges::find(movies, movieOffset, &KXMP4Atom::offset);
+    return movie != movies.end() && insertUserData(userData, **movie, number, *data);
 }
 
 }
 
 bool hasPlaceForMP4Cover(KXMP4Atom& root) { return placeOfCover(root) != nullptr; }
 
-bool makePlaceForMP4Cover(KXMutableData& data, KXAbstractData& reader)
+bool makePlaceForMP4Cover(KXMutableData::Ref const& data)
 {
-    auto const root = KXMP4Atom::atomWithAbstractData(reader);
-    if (hasPlaceForMP4Cover(*root))
+    auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+    auto const root = KXMP4Atom::atomWithAbstractData(*reader);
+    auto const place
+        = hasPlaceForMP4Cover(*root) ? std::nullopt : placeOfWhatIsMissing(*root, *reader);
+    if (!place)
         return false;
-    auto const place = placeOfWhatIsMissing(*root, reader);
-    return place && insertAt(*place, *root, data);
+    KXMP4Atom* const old = userDataAround(*place);
+    if (!old)
+        return insertUserData(
+            place->bytes.bytes(), *place->parent, place->parent->children().size(), *data);
+    auto const userData = completedUserData(*old, *place, *reader);
+    return !userData.empty() && replaceUserData(*old, userData, data);
 }

@@ -4,6 +4,7 @@
 #include "kxmd/core/KXMDFileMeta.h"
 
 #include "support/Builders.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 
@@ -15,9 +16,12 @@ namespace {
 constexpr std::uint32_t mediaLength = 64;
 Bytes const media = atom("mdat", filled(mediaLength, 'm'));
 
+/// User data stands before the movie's last atom when it was made, since it is never put at the
+/// end.
 Bytes movieAtom(Bytes const& userData, std::uint32_t chunk)
 {
-    return atom("moov", track("soun", stsd(soundEntry("mp4a")), { chunk, chunk + 32 }), userData);
+    return atom("moov", atom("mvhd", zeros(100)), userData,
+        track("soun", stsd(soundEntry("mp4a")), { chunk, chunk + 32 }));
 }
 
 Bytes song(Bytes const& userData)
@@ -92,6 +96,29 @@ TEST(KXMDCoverPlace, WhatIsMissingIsMade)
         EXPECT_EQ(reasonAgainst(song(before)), "");
         EXPECT_EQ(reasonAgainst(songWithMediaFirst(before)), "");
     }
+}
+
+TEST(KXMDCoverPlace, UserDataAtTheEndOfTheMovieMovesBeforeItsLastAtom)
+{
+    auto const movieOf = [](std::uint32_t chunk, Bytes const& before, Bytes const& after) {
+        auto const sound = track("soun", stsd(soundEntry("mp4a")), { chunk });
+        return join(ftyp(), atom("moov", before, sound, after));
+    };
+    auto const name = atom("name", text("N"));
+    auto const lengthBefore = movieOf(0, atom("udta", name), {}).size() + 8;
+    auto const file
+        = join(movieOf(static_cast<std::uint32_t>(lengthBefore), {}, atom("udta", name)), media);
+    auto const completed = atom("udta", name, metadata);
+    auto const lengthAfter = movieOf(0, completed, {}).size() + 8;
+    EXPECT_EQ(
+        made(file), join(movieOf(static_cast<std::uint32_t>(lengthAfter), completed, {}), media));
+    EXPECT_EQ(reasonAgainst(file), "");
+}
+
+TEST(KXMDCoverPlace, NoneIsMadeAmongItems)
+{
+    auto const items = song(atom("udta", atom("meta", u32(0), handler, atom("iloc", zeros(8)))));
+    EXPECT_FALSE(canMake(items));
 }
 
 TEST(KXMDCoverPlace, CoverIsAddedThereAndItsRemovalLeavesThePlace)
@@ -173,6 +200,7 @@ TEST(KXMDCoverPlace, EveryTruncationIsSurvived)
 
 TEST(KXMDCoverPlace, SizesThatLieChangeNothingOrMakeAPlace)
 {
+    LogCapture const log; // Of every damage.
     auto const file = song(atom("udta", atom("meta", u32(0), handler)));
     for (std::size_t at = 0; at + 4 <= file.size(); ++at) {
         for (std::uint32_t const size : { 0u, 1u, 7u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu }) {

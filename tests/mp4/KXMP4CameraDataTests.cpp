@@ -212,6 +212,7 @@ TEST(KXMP4CameraData, EveryTruncationIsSurvived)
 
 TEST(KXMP4CameraData, SizesThatLieAreSurvived)
 {
+    LogCapture const log; // Of every damage.
     auto const file = movie({ .beforeMovie = xmp, .inMovie = atom("udta", loci), .inTrack = sony });
     for (std::size_t at = 0; at + 4 <= file.size(); ++at) {
         for (std::uint32_t const size : { 0u, 1u, 7u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu }) {

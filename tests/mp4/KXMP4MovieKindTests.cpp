@@ -1,6 +1,7 @@
 #include "kxmd/mp4/KXMP4MovieKind.h"
 
 #include "support/Builders.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -197,6 +198,7 @@ TEST(KXMP4MovieKind, EveryTruncationIsSurvived)
 
 TEST(KXMP4MovieKind, SizesThatLieAreSurvived)
 {
+    LogCapture const log; // Of every damage.
     auto const file = movieWith(join(trackHeader(1),
         trackOf("vide", videoEntry("jpeg", 8, 8), 1, atom("tref", atom("chap", u32(2)))),
         userDataWithTags(tagAtom("tvsh", "Show")), atom("udta", atom("\xA9nam", u16(1), u16(0)))));
