@@ -1,5 +1,7 @@
 #include "tools/shared/AtomicFile.h"
 
+#include "tools/shared/RangeCopy.h"
+
 #include <kxmd/base/KXGuarded.h>
 
 #include <array>
@@ -9,6 +11,7 @@
 #include <set>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <utility>
 
@@ -29,7 +32,7 @@ std::string partPathOf(std::string const& path)
         + std::to_string(std::hash<std::string>()(path.substr(name)));
 }
 
-/// The parts of this process that have names.
+/// The parts of this process that have names, and new files that are not whole.
 struct Parts {
     std::set<std::string> paths;
     bool isOver { false };
@@ -58,6 +61,29 @@ bool isUnknownToFileSystem(int error)
     return error == EINVAL || error == ENOSYS || error == ENOTSUP;
 }
 
+/// Whether a file system cannot rename: not at all, or not over a file.
+bool isRenameUnknown(int error)
+{
+    return isUnknownToFileSystem(error) || error == EPERM || error == EEXIST;
+}
+
+/// The times of a file that is accessed now. To set that of modification alone is more than many
+/// file systems in user space understand.
+std::array<std::timespec, 2> fileTimes(std::timespec const& modification)
+{
+    return { std::timespec { 0, UTIME_NOW }, modification };
+}
+
+/// Whether a file system that `descriptor` is on has room for `bytes` more; one that does not tell
+/// is believed to.
+bool hasRoomFor(off_t bytes, int descriptor)
+{
+    struct statvfs status;
+    if (bytes <= 0 || ::fstatvfs(descriptor, &status) != 0 || !status.f_blocks)
+        return true;
+    return static_cast<std::uint64_t>(bytes) <= status.f_bavail * status.f_frsize;
+}
+
 }
 
 bool syncFolder(std::string const& folder)
@@ -80,12 +106,20 @@ AtomicFile::AtomicFile(std::string path)
 
 AtomicFile::~AtomicFile()
 {
-    if (_hasName) {
-        ::unlink(_partPath.c_str());
-        dropName();
-    }
+    if (_hasName)
+        removePart();
     if (_descriptor >= 0) // Last, since a part is ours as long as it is open.
         ::close(_descriptor);
+}
+
+void AtomicFile::removePart()
+{
+    // Some file systems in user space hide what is open instead, which takes a rename.
+    if (::unlink(_partPath.c_str()) != 0 && isRenameUnknown(errno)) {
+        ::close(std::exchange(_descriptor, -1));
+        ::unlink(_partPath.c_str());
+    }
+    dropName();
 }
 
 std::string AtomicFile::folder() const
@@ -172,53 +206,33 @@ void removePartsForGood()
 
 bool AtomicFile::write(std::span<std::uint8_t const> bytes)
 {
-    while (!bytes.empty()) {
-        ssize_t const count = ::write(_descriptor, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR)
-            return fail();
-        if (count > 0)
-            bytes = bytes.subspan(static_cast<std::size_t>(count));
-    }
-    return true;
-}
-
-/// Lets the kernel copy, or share, the blocks, where it can.
-bool AtomicFile::copyByKernel(int descriptor, bool& isSupported)
-{
-    constexpr std::size_t most = std::size_t { 1 } << 30;
-    isSupported = true;
-    for (bool isFirst = true;;) {
-        ssize_t const count = ::copy_file_range(descriptor, nullptr, _descriptor, nullptr, most, 0);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0) {
-            isSupported = !isFirst || errno == ENOSPC || errno == EIO || errno == EDQUOT;
-            return isSupported && fail();
-        }
-        if (count == 0) {
-            isSupported = !isFirst; // Some file systems say 0 for what they do not know.
-            return true;
-        }
-        isFirst = false;
-    }
+    return writeAll(_descriptor, bytes) || fail();
 }
 
 bool AtomicFile::writeContentsOf(int descriptor)
 {
-    bool isSupported;
-    bool const isCopied = copyByKernel(descriptor, isSupported);
-    if (isSupported)
-        return isCopied;
-    std::array<std::uint8_t, 64 * 1024> piece;
-    for (;;) {
-        ssize_t const count = ::read(descriptor, piece.data(), piece.size());
-        if (count < 0 && errno != EINTR)
-            return fail();
-        if (count == 0)
-            return true;
-        if (count > 0 && !write(std::span(piece).first(static_cast<std::size_t>(count))))
-            return false;
+    RangeCopy copy {
+        .source = descriptor, .offset = 0, .length = RangeCopy::toTheEnd, .target = _descriptor
+    };
+    if (copy.run())
+        return true;
+    errno = copy.readError ? copy.readError : copy.writeError;
+    return fail();
+}
+
+bool AtomicFile::writeRangeOf(int descriptor, std::uint64_t offset, std::uint64_t length)
+{
+    RangeCopy copy {
+        .source = descriptor, .offset = offset, .length = length, .target = _descriptor
+    };
+    if (copy.run())
+        return !copy.length;
+    if (copy.readError) {
+        _readError = { copy.readError, std::system_category() };
+        return false;
     }
+    errno = copy.writeError;
+    return fail();
 }
 
 /// Gives a file without a name its place; one that stands there is replaced in a second step.
@@ -236,7 +250,99 @@ bool AtomicFile::linkIntoPlace()
         ::unlink(_partPath.c_str()); // Of a run that was killed.
         return link(_partPath) || fail();
     });
-    return hasPart && (::rename(_partPath.c_str(), _path.c_str()) == 0 || fail());
+    if (!hasPart)
+        return false;
+    if (::rename(_partPath.c_str(), _path.c_str()) != 0)
+        return fail();
+    dropName();
+    return true;
+}
+
+/// The same for a part, which had to have a name from the beginning: such file systems may not
+/// rename either.
+bool AtomicFile::renameIntoPlace()
+{
+    if (::rename(_partPath.c_str(), _path.c_str()) == 0) {
+        dropName();
+        return true;
+    }
+    return isRenameUnknown(errno) ? copyIntoPlace() : fail();
+}
+
+/// The file that a part is copied to.
+struct AtomicFile::Place {
+    struct stat part; ///< What is copied.
+    bool isNew { false }; ///< Whether nothing is overwritten.
+    int descriptor { -1 };
+};
+
+/// Copies the part to the file's place, and removes it only when the copy is on the disk.
+bool AtomicFile::copyIntoPlace()
+{
+    Place place;
+    if (!openPlace(place))
+        return false;
+    bool isWhole = fillPlace(place);
+    if (::close(place.descriptor) != 0 && isWhole)
+        isWhole = fail();
+    if (!isWhole && place.isNew)
+        ::unlink(_path.c_str());
+    parts().lock()->paths.erase(_path);
+    if (isWhole) {
+        removePart();
+        if (_modificationTime) // Closing the file may have changed it.
+            static_cast<void>(
+                ::utimensat(AT_FDCWD, _path.c_str(), fileTimes(*_modificationTime).data(), 0));
+    } else if (!place.isNew) {
+        _error += "; the whole file is " + _partPath;
+        _hasName = false; // It stays.
+    }
+    return isWhole;
+}
+
+/// Empties the file at the place, or makes one. A process that ends removes a new one that is not
+/// whole, but not the part once the old file is gone.
+bool AtomicFile::openPlace(Place& place)
+{
+    struct stat replaced;
+    place.isNew = ::lstat(_path.c_str(), &replaced) != 0;
+    if (::fstat(_descriptor, &place.part) != 0)
+        return fail();
+    if (!hasRoomFor(place.part.st_size - (place.isNew ? 0 : replaced.st_size), _descriptor)) {
+        errno = ENOSPC; // Told before the old file is lost.
+        return fail();
+    }
+    if (!place.isNew && !syncFolder(folder())) // The part's name is needed from here on.
+        return fail();
+    auto const named = parts().lock();
+    if (named->isOver) {
+        _error = "was interrupted";
+        return false;
+    }
+    named->paths.insert(_path);
+    place.descriptor = ::open(_path.c_str(),
+        O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (place.isNew ? O_CREAT | O_EXCL : O_TRUNC),
+        place.part.st_mode & 0666);
+    if (place.descriptor < 0 || !place.isNew)
+        named->paths.erase(_path);
+    if (place.descriptor >= 0 && !place.isNew)
+        named->paths.erase(_partPath);
+    return place.descriptor >= 0 || fail();
+}
+
+bool AtomicFile::fillPlace(Place const& place)
+{
+    auto const length = static_cast<std::uint64_t>(place.part.st_size);
+    RangeCopy copy {
+        .source = _descriptor, .offset = 0, .length = length, .target = place.descriptor
+    };
+    if (!copy.run() || copy.length) {
+        int const error = copy.readError ? copy.readError : copy.writeError;
+        errno = error ? error : EIO; // The part became shorter by itself.
+        return fail();
+    }
+    bool const isSynced = ::fdatasync(place.descriptor) == 0 || isUnknownToFileSystem(errno);
+    return (isSynced && syncFolder(folder())) || fail();
 }
 
 /// Some file systems tell only when a descriptor is closed that there was no room. That of a copy
@@ -261,11 +367,11 @@ bool AtomicFile::sync()
 
 bool AtomicFile::place()
 {
-    bool const isInPlace = flush()
-        && (_hasName ? ::rename(_partPath.c_str(), _path.c_str()) == 0 || fail() : linkIntoPlace());
-    if (_hasName && isInPlace)
-        dropName();
-    return isInPlace;
+    if (!flush())
+        return false;
+    if (_modificationTime)
+        static_cast<void>(::futimens(_descriptor, fileTimes(*_modificationTime).data()));
+    return _hasName ? renameIntoPlace() : linkIntoPlace();
 }
 
 bool AtomicFile::commit()
