@@ -7,7 +7,7 @@
 #include "Session.h"
 #include "Usage.h"
 
-#include <kxmd/base/KXMutableAbstractData.h>
+#include <kxmd/base/KXMutableData.h>
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXPlatform.h>
 
@@ -22,31 +22,24 @@ using Edit = std::function<bool(KXMutableData::Ref const& data)>;
 
 constexpr char const* noMusic = "is neither an MP3 file with tags nor an MP4 file";
 
-/// A music file held whole in memory.
-struct LoadedFile {
+/// A music file, of which only what is changed will be in memory.
+struct MusicFile {
     std::unique_ptr<EditInput> input;
-    KXMutableData::Ref data;
     KXMDFileMeta::Ref meta; ///< Null when there is no such file.
 };
 
 /// The file that is edited; reported when it cannot be.
-LoadedFile loadedFile(EditOptions const& options, Session& session)
+MusicFile musicFile(EditOptions const& options, Session& session)
 {
     auto input = editedInput(options, session);
     if (!input)
         return {};
-    auto data = KXPlatform::shared()->fileManager->mutableDataWithContentsOfFile(options.path);
-    if (!data) {
-        reportRefusal(options, "cannot be read into memory", input->data->length(), session);
-        return {};
-    }
-    auto meta = KXMDFileMeta::fileMetaWithAbstractData(
-        *KXMutableAbstractData::abstractDataWithData(data));
+    auto meta = KXMDFileMeta::fileMetaWithAbstractData(*input->data);
     if (!meta || meta->metaType() == KXMDMetaTypeUnknown) {
-        reportRefusal(options, noMusic, data->length(), session);
+        refuse(options, *input, noMusic, session);
         return {};
     }
-    return { std::move(input), std::move(data), std::move(meta) };
+    return { std::move(input), std::move(meta) };
 }
 
 /// What the report says of an edit, done or not.
@@ -57,20 +50,19 @@ struct Wording {
 
 /// Edits a file, unless `reasonFor` finds a reason why its media would not survive that, and writes
 /// it.
-void edit(EditOptions const& options, LoadedFile const& file, Wording const& wording,
+void edit(EditOptions const& options, MusicFile const& file, Wording const& wording,
     std::function<Reason(KXAbstractData& data)> const& reasonFor, Edit const& editData,
     Session& session)
 {
-    auto const reader = KXMutableAbstractData::abstractDataWithData(file.data);
-    std::uint64_t const bytesBefore = file.data->length();
+    EditInput const& input = *file.input;
     if (!isAllowed(
-            options, [&] { return reasonFor(*reader); }, bytesBefore, session))
+            options, input, [&] { return reasonFor(*input.data); }, session))
         return;
-    if (!editData(file.data))
-        return reportRefusal(options, wording.refused, bytesBefore, session);
-    auto const edited = KXMutableAbstractData::abstractDataWithData(file.data);
-    if (writeEdited(options, *file.input, *edited, session))
-        reportEdit(options, wording.done, bytesBefore, edited->length(), session);
+    auto const edited = std::make_shared<KXMutableData>(input.data);
+    if (!editData(edited))
+        return refuse(options, input, wording.refused, session);
+    if (isWhollyRead(options, input, session) && writeEdited(options, input, *edited, session))
+        reportEdit(options, wording.done, input.data->length(), edited->length(), session);
 }
 
 void extractCover(EditOptions const& options, Session& session)
@@ -92,7 +84,7 @@ void extractCover(EditOptions const& options, Session& session)
 
 void removeCover(EditOptions const& options, Session& session)
 {
-    auto const file = loadedFile(options, session);
+    auto const file = musicFile(options, session);
     if (!file.meta)
         return;
     edit(
@@ -103,7 +95,7 @@ void removeCover(EditOptions const& options, Session& session)
 
 /// The picture to insert, at its own size, as the JPEG file that is embedded; empty, and reported,
 /// when there is none.
-KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Session& session)
+KXData encodedPicture(EditOptions const& options, MusicFile const& file, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
     auto const& loader = *KXPlatform::shared()->pictureLoader;
@@ -117,13 +109,13 @@ KXData encodedPicture(EditOptions const& options, LoadedFile const& file, Sessio
         session.reportError(options.picturePath,
             image ? "cannot be made a JPEG file" : "is not a picture that can be read");
     }
-    writeRefusal(options, "there is no picture to insert", file.data->length(), session);
+    writeRefusal(options, "there is no picture to insert", file.input->data->length(), session);
     return {};
 }
 
 void addCover(EditOptions const& options, Session& session)
 {
-    auto const file = loadedFile(options, session);
+    auto const file = musicFile(options, session);
     auto const picture = file.meta ? encodedPicture(options, file, session) : KXData();
     if (!picture.length())
         return;

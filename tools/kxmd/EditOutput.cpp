@@ -10,6 +10,17 @@ namespace {
 
 constexpr char const* cannotWrite = "its output cannot be written";
 
+template <class Data>
+bool writeAnyEdited(
+    EditOptions const& options, EditInput const& input, Data& data, Session& session)
+{
+    if (writeOutputFile(
+            options.output, { options.path, options.picturePath }, input.file, data, session))
+        return true;
+    writeRefusal(options, cannotWrite, input.data->length(), session);
+    return false;
+}
+
 }
 
 std::unique_ptr<EditInput> editedInput(EditOptions const& options, Session& session)
@@ -40,20 +51,21 @@ bool isWhollyRead(EditOptions const& options, EditInput const& input, Session& s
 bool writeEdited(
     EditOptions const& options, EditInput const& input, KXAbstractData& data, Session& session)
 {
-    if (writeOutputFile(
-            options.output, { options.path, options.picturePath }, input.file, data, session))
-        return true;
-    writeRefusal(options, cannotWrite, input.data->length(), session);
-    return false;
+    return writeAnyEdited(options, input, data, session);
 }
 
-bool isAllowed(EditOptions const& options,
-    std::function<std::optional<std::string>()> const& reason, std::uint64_t bytesBefore,
-    Session& session)
+bool writeEdited(
+    EditOptions const& options, EditInput const& input, KXMutableData const& data, Session& session)
+{
+    return writeAnyEdited(options, input, data, session);
+}
+
+bool isAllowed(EditOptions const& options, EditInput const& input,
+    std::function<std::optional<std::string>()> const& reason, Session& session)
 {
     auto const found = options.isForced ? std::nullopt : reason();
     if (found)
-        reportRefusal(options, *found, bytesBefore, session);
+        refuse(options, input, *found, session);
     return !found;
 }
 
@@ -74,6 +86,13 @@ void reportRefusal(EditOptions const& options, std::string const& reason, std::u
 {
     session.reportError(options.path, reason);
     writeRefusal(options, reason, bytesBefore, session);
+}
+
+void refuse(
+    EditOptions const& options, EditInput const& input, std::string const& reason, Session& session)
+{
+    if (isWhollyRead(options, input, session))
+        reportRefusal(options, reason, input.data->length(), session);
 }
 
 void writeRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,

@@ -9,6 +9,7 @@
 #include <string>
 
 class KXAbstractData;
+class KXMutableData;
 class Session;
 
 /// What a subcommand that edits a file was asked for.
@@ -39,11 +40,14 @@ bool isWhollyRead(EditOptions const& options, EditInput const& input, Session& s
 bool writeEdited(
     EditOptions const& options, EditInput const& input, KXAbstractData& data, Session& session);
 
+/// The same for the edited file in `data`, which was made from the input.
+bool writeEdited(EditOptions const& options, EditInput const& input, KXMutableData const& data,
+    Session& session);
+
 /// Whether an edit may be made: `reason` says why the media would not survive it, and is only asked
 /// where that matters. A refusal is reported.
-bool isAllowed(EditOptions const& options,
-    std::function<std::optional<std::string>()> const& reason, std::uint64_t bytesBefore,
-    Session& session);
+bool isAllowed(EditOptions const& options, EditInput const& input,
+    std::function<std::optional<std::string>()> const& reason, Session& session);
 
 /// Tells in one line that `options.path` became `options.output`.
 void reportEdit(EditOptions const& options, std::string const& what, std::uint64_t bytesBefore,
@@ -53,6 +57,10 @@ void reportEdit(EditOptions const& options, std::string const& what, std::uint64
 void reportRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
     Session& session);
 
-/// The same, only as JSON, if that is wanted: standard error has the reason already.
+/// The same of what was read of the input; where that could not all be read, this is the reason.
+void refuse(EditOptions const& options, EditInput const& input, std::string const& reason,
+    Session& session);
+
+/// The first again, only as JSON, if that is wanted: standard error has the reason already.
 void writeRefusal(EditOptions const& options, std::string const& reason, std::uint64_t bytesBefore,
     Session& session);

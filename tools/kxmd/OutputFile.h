@@ -7,6 +7,7 @@
 
 class AtomicFile;
 class KXAbstractData;
+class KXMutableData;
 class Session;
 class SourceFile;
 
@@ -20,9 +21,18 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     SourceFile const& source, KXAbstractData& data, Session& session);
 
+/// The same for the edited file in `data`, which was made from `source`.
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    SourceFile const& source, KXMutableData const& data, Session& session);
+
 /// Whether a result can be written there at all, asked before the work; reports why not.
 bool canWriteOutputFile(
     std::string const& path, std::vector<std::string> const& inputs, Session& session);
 
 /// Appends all that `data` reads to `file`; false when it can be read no longer or not be written.
 bool appendData(KXAbstractData& data, AtomicFile& file);
+
+/// Appends the edited file in `data`, which was made from that of `descriptor`: what did not change
+/// is copied by the kernel. False when it can be read no longer or not be written, as
+/// `writeRangeOf`.
+bool appendEdited(KXMutableData const& data, int descriptor, AtomicFile& file);

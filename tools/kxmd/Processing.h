@@ -1,29 +1,23 @@
 #pragma once
 
 #include "EditOutput.h"
-#include "TemporaryFolder.h"
-
-#include <kxmd/host/KXDCFileProcessor.h>
 
 #include <CLI/App.hpp>
 
+#include <cstdint>
+
 class Session;
 
-/// The options that subcommands share which run a processor on one file.
+/// The options that subcommands share which process one file.
 void addProcessingOptions(CLI::App& command, EditOptions& options);
 
-/// The file at `options.path`, where there is a folder for what the processor leaves behind; null,
-/// and reported, when either is missing.
-std::unique_ptr<EditInput> processingInput(
-    EditOptions const& options, TemporaryFolder const& folder, Session& session);
-
-/// A processor, and what is expected of it.
-struct Process {
-    KXDCFileProcessor const& processor;
-    bool makesAnew; ///< A new file, rather than the old one without something.
-    char const* refusal;
+/// Sizes of a file that is processed, in bytes.
+struct ProcessedSizes {
+    std::uint64_t before;
+    std::uint64_t predicted; ///< Wraps for a file whose atoms claim more than it has.
+    std::uint64_t after;
 };
 
-/// Runs a processor on the file and writes what it makes, unless it cannot do what was asked.
-void process(
-    EditOptions const& options, Process const& process, EditInput const& input, Session& session);
+/// Tells in one line that `options.path` became `options.output`, changed or copied.
+void reportProcessed(
+    EditOptions const& options, bool isChanged, ProcessedSizes sizes, Session& session);
