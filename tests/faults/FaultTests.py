@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 from audio import attached, encode, pattern, tone
+from phone_mount import phone
 from support import COMMAND, CommandTestCase, preloading
 
 SANITIZED = os.environ["KXMD_SANITIZED"] == "ON"
@@ -203,6 +204,34 @@ class FaultTests(CommandTestCase):
 
     def test_preparation_survives_a_lack_of_memory(self):
         self.attack_by_lack_of_memory(*self.preparation())
+
+    def test_phone_has_one_whole_file_after_signals(self):
+        """Where nothing can be renamed."""
+        song = self.of("song.mp3")
+        with phone(self.folder) as found:
+            self.out = found.path
+            arguments = ("cover", "add", song, self.of("cover.jpg"), "-o", self.to("a.mp3"))
+            for old in (None, b"old"):
+                self.put_on_phone(old)
+                new = Run(self, arguments).files["a.mp3"]
+                for calls, count in self.counts().items():
+                    for number in self.numbers(count) if calls in CALLS else ():
+                        for kind in ("SIGTERM", "SIGKILL"):
+                            self.put_on_phone(old)
+                            run = Run(self, arguments, (calls, number, kind))
+                            what = f"{old}, {calls}, {number}, {kind}: {run.status}, {run.files.keys()}"
+                            self.assertIn(run.status, (0, -15, -9), what)
+                            if old:
+                                self.assertTrue({old, new} & set(run.files.values()), what)
+                            elif kind == "SIGTERM":
+                                self.assertTrue(run.files in ({}, {"a.mp3": new}), what)
+                            self.assertTrue(Run(self, arguments).files == {"a.mp3": new}, what)
+
+    def put_on_phone(self, content):
+        for name in os.listdir(self.out):
+            os.remove(self.to(name))
+        if content:
+            self.write(self.to("a.mp3"), content)
 
     # Reading.
 

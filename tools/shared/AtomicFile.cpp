@@ -1,5 +1,6 @@
 #include "tools/shared/AtomicFile.h"
 
+#include "tools/shared/FileSystemLimits.h"
 #include "tools/shared/RangeCopy.h"
 
 #include <kxmd/base/KXGuarded.h>
@@ -8,10 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <set>
+#include <map>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <utility>
 
@@ -32,9 +32,10 @@ std::string partPathOf(std::string const& path)
         + std::to_string(std::hash<std::string>()(path.substr(name)));
 }
 
-/// The parts of this process that have names, and new files that are not whole.
+/// The parts of this process that have names, and new files that are not whole; with their
+/// descriptors.
 struct Parts {
-    std::set<std::string> paths;
+    std::map<std::string, int> files;
     bool isOver { false };
 };
 
@@ -55,33 +56,11 @@ void copyPermissions(struct stat const& other, int descriptor)
         static_cast<void>(::fchmod(descriptor, other.st_mode & permissions));
 }
 
-/// Whether a file system does not know what it was asked for, which is no failure of the disk.
-bool isUnknownToFileSystem(int error)
-{
-    return error == EINVAL || error == ENOSYS || error == ENOTSUP;
-}
-
-/// Whether a file system cannot rename: not at all, or not over a file.
-bool isRenameUnknown(int error)
-{
-    return isUnknownToFileSystem(error) || error == EPERM || error == EEXIST;
-}
-
 /// The times of a file that is accessed now. To set that of modification alone is more than many
 /// file systems in user space understand.
 std::array<std::timespec, 2> fileTimes(std::timespec const& modification)
 {
     return { std::timespec { 0, UTIME_NOW }, modification };
-}
-
-/// Whether a file system that `descriptor` is on has room for `bytes` more; one that does not tell
-/// is believed to.
-bool hasRoomFor(off_t bytes, int descriptor)
-{
-    struct statvfs status;
-    if (bytes <= 0 || ::fstatvfs(descriptor, &status) != 0 || !status.f_blocks)
-        return true;
-    return static_cast<std::uint64_t>(bytes) <= status.f_bavail * status.f_frsize;
 }
 
 }
@@ -114,12 +93,13 @@ AtomicFile::~AtomicFile()
 
 void AtomicFile::removePart()
 {
-    // Some file systems in user space hide what is open instead, which takes a rename.
-    if (::unlink(_partPath.c_str()) != 0 && isRenameUnknown(errno)) {
+    auto const named = parts().lock();
+    if (!removeUnlessOpen(_partPath)) {
         ::close(std::exchange(_descriptor, -1));
         ::unlink(_partPath.c_str());
     }
-    dropName();
+    named->files.erase(_partPath);
+    _hasName = false;
 }
 
 std::string AtomicFile::folder() const
@@ -183,16 +163,18 @@ bool AtomicFile::takeName(std::function<bool()> const& make)
         _error = "was interrupted";
         return false;
     }
-    auto const [name, isNew] = named->paths.insert(_partPath); // With a file there is no way back.
+    auto const [file, isNew] = named->files.emplace(_partPath, -1); // No way back with a file.
     _hasName = make();
-    if (!_hasName && isNew)
-        named->paths.erase(name);
+    if (_hasName)
+        file->second = _descriptor;
+    else if (isNew)
+        named->files.erase(file);
     return _hasName;
 }
 
 void AtomicFile::dropName()
 {
-    parts().lock()->paths.erase(_partPath);
+    parts().lock()->files.erase(_partPath);
     _hasName = false;
 }
 
@@ -200,8 +182,18 @@ void removePartsForGood()
 {
     auto const named = parts().lock();
     named->isOver = true;
-    for (std::string const& path : named->paths)
-        ::unlink(path.c_str());
+    int const nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (auto const& [path, descriptor] : named->files) {
+        if (removeUnlessOpen(path))
+            continue;
+        if (nothing >= 0) // Closes it in a way that other threads may still write to it.
+            ::dup3(nothing, descriptor, O_CLOEXEC);
+        constexpr int mostAttempts = 100; // Each call that another thread is in holds it open.
+        for (int i = 0; i < mostAttempts && !removeUnlessOpen(path); ++i)
+            ::usleep(1000);
+    }
+    if (nothing >= 0)
+        ::close(nothing);
 }
 
 bool AtomicFile::write(std::span<std::uint8_t const> bytes)
@@ -282,12 +274,7 @@ bool AtomicFile::copyIntoPlace()
     Place place;
     if (!openPlace(place))
         return false;
-    bool isWhole = fillPlace(place);
-    if (::close(place.descriptor) != 0 && isWhole)
-        isWhole = fail();
-    if (!isWhole && place.isNew)
-        ::unlink(_path.c_str());
-    parts().lock()->paths.erase(_path);
+    bool const isWhole = closePlace(place, fillPlace(place));
     if (isWhole) {
         removePart();
         if (_modificationTime) // Closing the file may have changed it.
@@ -297,6 +284,21 @@ bool AtomicFile::copyIntoPlace()
         _error += "; the whole file is " + _partPath;
         _hasName = false; // It stays.
     }
+    return isWhole;
+}
+
+/// Closes the file at the place, which is whole or not, and removes a new one that is not.
+bool AtomicFile::closePlace(Place const& place, bool isWhole)
+{
+    auto const named = parts().lock();
+    if (::close(place.descriptor) != 0 && isWhole)
+        isWhole = fail();
+    if (named->files.erase(_path) && named->isOver) { // It was removed.
+        _error = "was interrupted";
+        return false;
+    }
+    if (!isWhole && place.isNew)
+        ::unlink(_path.c_str());
     return isWhole;
 }
 
@@ -319,15 +321,20 @@ bool AtomicFile::openPlace(Place& place)
         _error = "was interrupted";
         return false;
     }
-    named->paths.insert(_path);
+    if (place.isNew)
+        named->files.emplace(_path, -1); // With a file there is no way back.
     place.descriptor = ::open(_path.c_str(),
         O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (place.isNew ? O_CREAT | O_EXCL : O_TRUNC),
         place.part.st_mode & 0666);
-    if (place.descriptor < 0 || !place.isNew)
-        named->paths.erase(_path);
-    if (place.descriptor >= 0 && !place.isNew)
-        named->paths.erase(_partPath);
-    return place.descriptor >= 0 || fail();
+    if (place.descriptor < 0 && place.isNew)
+        named->files.erase(_path);
+    if (place.descriptor < 0)
+        return fail();
+    if (place.isNew)
+        named->files[_path] = place.descriptor;
+    else
+        named->files.erase(_partPath);
+    return true;
 }
 
 bool AtomicFile::fillPlace(Place const& place)

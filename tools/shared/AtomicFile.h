@@ -83,6 +83,7 @@ private:
     bool copyIntoPlace();
     bool openPlace(Place& place);
     bool fillPlace(Place const& place);
+    bool closePlace(Place const& place, bool isWhole);
 
     std::string const _path;
     std::string const _partPath; ///< Beside it, hidden, the same for each run.
