@@ -139,8 +139,7 @@ TEST(KXMP4CameraData, WhatElseLooksAlikeStays)
 {
     auto const file = movie({ .beforeMovie = protection,
         .inMovie = join(protection, atom("uuid"), atom("uuid", zeros(15))),
-        .afterMovie
-        = join(keyedMetadata(), atom("udta", loci), canon.size() ? protection : Bytes()) });
+        .afterMovie = join(keyedMetadata(), atom("udta", loci), protection) });
     EXPECT_EQ(cleaned(file), file);
     EXPECT_EQ(bytesIn(file), 0u);
 }
