@@ -364,6 +364,13 @@ class EditTests(CommandTestCase):
                                  bytesAfter=len(content))
                 self.assertEqual(self.read(self.out), content)
 
+    def test_clean_corrects_the_last_bytes(self):
+        """The file ends with its only chunk offset."""
+        extra, movie = user_data(TITLE), track(b"vide", video_entry(8, 8, 66, 10))
+        path = self.write("table-last.mp4", mp4(extra, movie)[:-4] + struct.pack(">I", 5000))
+        self.assertEqual(run("clean", "--force", path, "-o", self.out).errors, [])
+        self.assertEqual(self.read(self.out), mp4(movie)[:-4] + struct.pack(">I", 5000 - len(extra)))
+
     def test_clean_that_would_break_the_media_is_refused_unless_forced(self):
         path = self.recording("fragmented.mp4", "-movflags", "frag_keyframe+empty_moov")
         self.assert_refused(run("clean", "--json", path, "-o", self.out), path)
