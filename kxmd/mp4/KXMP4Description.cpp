@@ -17,11 +17,12 @@ constexpr KXFourCharacterCode textTags[] { "©nam", "©ART", "©art", "©alb", "
     "©grp", "©dir", "©prd", "tvsh", "tven", "tvnn", "desc", "ldes", "sdes" };
 constexpr KXFourCharacterCode numberTags[] { "gnre", "tvsn", "tves" };
 
-// QuickTime File Format, "User data text strings and language codes".
+// QuickTime File Format, "User data text strings and language codes". Not the description, where
+// cameras have a text of their own.
 constexpr KXFourCharacterCode userDataTexts[] { "©nam", "©ART", "©art", "©alb", "©wrt", "©com",
-    "©gen", "©des", "©dir", "©prd", "©prf", "©aut" };
-// 3GPP TS 26.244, 8. Not the place (loci), the year and the copyright, which phones write.
-constexpr KXFourCharacterCode assetTexts[] { "titl", "auth", "perf", "albm", "gnre", "dscp" };
+    "©gen", "©dir", "©prd", "©prf", "©aut" };
+// 3GPP TS 26.244, 8. Nor the place (loci), the year and the copyright, which phones write.
+constexpr KXFourCharacterCode assetTexts[] { "titl", "auth", "perf", "albm", "gnre" };
 
 constexpr std::uint64_t atomHeaderSize = 8;
 constexpr KXFourCharacterCode valueType { "data" };

@@ -1,6 +1,5 @@
 import contextlib
 import fcntl
-import hashlib
 import os
 import pty
 import resource
@@ -12,76 +11,11 @@ import time
 
 import pictures
 from audio import attached, encode, pattern, probe, samples, tone
-from support import COMMAND, CommandTestCase, on_card, preloading, run
+from preparing import CLEAN, CONVERT, COVER, MANIFEST, PrepareTestCase
+from support import COMMAND, on_card, preloading, run
 
-CONVERT, CLEAN, COVER = ("KXMDFileProcessor" + name for name in ("ConvertALAC", "CleanIPhoneVideo", "AddAlbumCover"))
 
-
-class PrepareTests(CommandTestCase):
-    @classmethod
-    def setUpClass(cls):
-        """One file of each kind, encoded once."""
-        cls.made = tempfile.mkdtemp()
-        cls.addClassCleanup(shutil.rmtree, cls.made)
-        path = lambda name: os.path.join(cls.made, name)
-        album = ("-metadata", "album=Sines", "-metadata", "artist=The Oscillators")
-        encode(path("cover.jpg"), *pattern(320, 320), "-frames:v", "1")
-        encode(path("tiny.jpg"), *pattern(64, 64), "-frames:v", "1")
-        encode(path("lossless.m4a"), *tone(), "-c:a", "alac", *album)
-        encode(path("song.mp3"), *tone(), *album, "-metadata", "title=Song")
-        encode(path("song.m4a"), *tone(), "-c:a", "aac", *album)
-        encode(path("tiny.m4a"), *attached(path("tiny.jpg"), *tone()), "-c:a", "aac", *album)
-        encode(path("good.mp3"), *attached(path("cover.jpg"), *tone()), *album)
-        encode(path("recording.mov"), *pattern(64, 64), *tone(), "-c:v", "mpeg4", "-c:a", "aac",
-               "-metadata", "make=A Phone", "-metadata", "comment=Home")
-        encode(path("film.mp4"), *pattern(64, 64), *tone(), "-c:v", "mpeg4", "-c:a", "aac", "-metadata", "title=Film")
-        encode(path("fragments.m4a"), *tone(), "-c:a", "aac", "-metadata", "title=F",
-               "-movflags", "frag_keyframe+empty_moov")
-
-    def setUp(self):
-        super().setUp()
-        self.source = self.path("source")
-        self.out = self.path("out")
-        os.mkdir(self.source)
-        self.environment = {**os.environ, "XDG_CACHE_HOME": self.path("cache")}
-
-    def place(self, name, made=None):
-        """A copy of a file that was made, below the source folder."""
-        path = os.path.join(self.source, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        return shutil.copy(os.path.join(self.made, made or os.path.basename(name)), path)
-
-    def put(self, name, content):
-        path = os.path.join(self.source, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        return self.write(path, content)
-
-    def read(self, path):
-        with open(path, "rb") as file:
-            return file.read()
-
-    def hashes(self, folder):
-        return {os.path.relpath(os.path.join(where, name), folder):
-                hashlib.sha1(self.read(os.path.join(where, name))).hexdigest()
-                for where, _, names in os.walk(folder) for name in names}
-
-    def prepare(self, *arguments, **options):
-        """A run on the source folder, unless paths are given."""
-        paths = [] if any(os.path.exists(word) for word in arguments) else [self.source]
-        options.setdefault("env", self.environment)
-        return run("prepare", *paths, "--to", self.out, *arguments, **options)
-
-    def prepared(self, *arguments, **options):
-        """The object of each file by its name in the target folder, and the summary."""
-        result = self.prepare("--json", *arguments, **options)
-        *files, summary = result.objects()
-        self.assertEqual(result.status, 1 if result.errors else 0)
-        return {os.path.relpath(file["target"], self.out): file for file in files}, summary
-
-    def assert_no_temporary_files(self):
-        temporary = self.path("cache/kxmd/tmp")
-        self.assertEqual(os.listdir(temporary) if os.path.exists(temporary) else [], [])
-
+class PrepareTests(PrepareTestCase):
     # What is done to which file.
 
     def place_album(self):
@@ -124,10 +58,11 @@ class PrepareTests(CommandTestCase):
         song, summary = result.objects()
         self.assertEqual(song, {
             "source": os.path.join(self.source, "song.mp3"), "target": os.path.join(self.out, "song.mp3"),
-            "processors": [], "sizeBefore": os.path.getsize(self.made + "/song.mp3"),
-            "predictedSize": song["sizeBefore"], "size": song["sizeBefore"], "ok": True, "error": ""})
-        self.assertEqual(set(summary), {"files", "failed", "converted", "coversInserted", "cleaned", "bytesIn",
-                                        "bytesOut", "seconds"})
+            "action": "copied", "processors": [], "sizeBefore": os.path.getsize(self.made + "/song.mp3"),
+            "predictedSize": song["sizeBefore"], "size": song["sizeBefore"], "ok": True, "error": "", "remark": ""})
+        self.assertEqual(set(summary), {
+            "files", "unchanged", "renamed", "converted", "coversInserted", "cleaned", "leftAsTheyWere", "failed",
+            "removed", "skipped", "bytesIn", "bytesOut", "seconds"})
 
     def test_sizes_are_those_of_the_files(self):
         self.place_album()
@@ -209,12 +144,13 @@ class PrepareTests(CommandTestCase):
         self.place("z.mp3", "song.mp3")
         result = self.prepare()
         self.assertEqual(result.status, 1)
-        self.assertEqual(sorted(os.listdir(self.out)), ["a.mp3", "z.mp3"])
+        self.assertEqual(sorted(self.listed()), ["a.mp3", "broken.m4a", "z.mp3"])
         own = [line for line in result.errors if line.startswith("kxmd: ")]
-        self.assertEqual(len(own), 3, result.errors)
-        for name in ("dangling.mp3: No such file or directory", "fifo.mp3: is not a regular file",
-                     "broken.m4a: cannot be converted"):
+        self.assertEqual(len(own), 2, result.errors)
+        for name in ("dangling.mp3: No such file or directory", "fifo.mp3: is not a regular file"):
             self.assertIn(f"kxmd: {self.source}/{name}", own)
+        self.assertIn(b"bytes), copied as it is: cannot be converted", result.out)
+        self.assertIn(b"1 left as they were, 2 skipped, 0 failed", result.out)
 
     def test_damaged_files_are_copied_as_they_are(self):
         song, music = (self.read(os.path.join(self.made, name)) for name in ("song.mp3", "song.m4a"))
@@ -234,7 +170,7 @@ class PrepareTests(CommandTestCase):
     def test_source_that_changes_meanwhile_is_reported(self):
         path = self.put("large.bin", b"")
         os.truncate(path, 3 << 30)
-        process = subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out], env=self.environment,
+        process = subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out], env=self.environment,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         while process.poll() is None:
             os.utime(path)
@@ -242,7 +178,7 @@ class PrepareTests(CommandTestCase):
         _, errors = process.communicate()
         self.assertEqual(process.returncode, 1)
         self.assertEqual(errors.decode(), f"kxmd: {path}: changed while it was read\n")
-        self.assertEqual(os.listdir(self.out), [])
+        self.assertEqual(self.listed(), [])
 
     def test_full_disk_leaves_whole_files_only(self):
         small = os.path.getsize(self.place("small.mp3", "song.mp3"))
@@ -261,9 +197,10 @@ class PrepareTests(CommandTestCase):
         self.place_album()
         self.assertEqual(self.prepare().status, 0)
         before = self.hashes(self.out)
+        self.put("new.txt", b"for which there is no place")
         card = ("mount --bind \"$1\" \"$1\" && mount -o remount,bind,ro \"$1\" || exit 99\n"
                 "shift; exec \"$@\"")
-        words = ("unshare", "-m", "sh", "-c", card, "sh", self.out, COMMAND, "prepare", self.source, "--to", self.out)
+        words = ("unshare", "-m", "sh", "-c", card, "sh", self.out, COMMAND, "prepare", self.source + "/", "--to", self.out)
         finished = subprocess.run(words, env=self.environment, capture_output=True, text=True, check=False)
         if finished.returncode == 99 or "unshare" in finished.stderr:
             self.skipTest("no file system can be mounted here")
@@ -285,7 +222,7 @@ class PrepareTests(CommandTestCase):
         self.out = os.path.join(self.source, "out")
         for _ in range(2):
             self.assertEqual(list(self.prepared()[0]), ["song.mp3"])
-        self.assertEqual(os.listdir(self.out), ["song.mp3"])
+        self.assertEqual(self.listed(), ["song.mp3"])
 
     def test_source_that_is_the_target_is_refused(self):
         self.place("song.mp3")
@@ -326,7 +263,7 @@ class PrepareTests(CommandTestCase):
             files, _ = self.prepared("-j", jobs)
             self.assertEqual({name: os.path.basename(file["source"]) for name, file in files.items()},
                              {"a.m4a": "a.mov", "a.mp4.m4a": "a.mp4", "b.m4a": "b.m4a", "b.mp4.m4a": "b.mp4"})
-            self.assertEqual(sorted(os.listdir(self.out)), sorted(files))
+            self.assertEqual(sorted(self.listed()), sorted(files))
             shutil.rmtree(self.out)
 
     def test_converted_copies_take_longer_names_until_one_is_free(self):
@@ -350,7 +287,7 @@ class PrepareTests(CommandTestCase):
         for where, _, names in os.walk(self.out):
             for name in names:
                 mode = os.stat(os.path.join(where, name)).st_mode & 0o777
-                self.assertEqual(f"{mode:o}", os.path.basename(where), name)
+                self.assertEqual(f"{mode:o}", "600" if name == MANIFEST else os.path.basename(where), name)
 
     def test_place_that_cannot_be_written_to_is_named(self):
         path = self.place("song.mp3")
@@ -366,10 +303,10 @@ class PrepareTests(CommandTestCase):
 
     def test_source_given_twice(self):
         first = self.place("x.mp3", "song.mp3")
-        result = self.prepare(self.source, self.source)
+        result = self.prepare(self.source + "/", self.source + "/")
         self.assertEqual((result.status, result.errors),
                          (1, [f"kxmd: {first}: another file has the same target"]))
-        self.assertEqual(os.listdir(self.out), ["x.mp3"])
+        self.assertEqual(self.listed(), ["x.mp3"])
 
     def test_names_of_any_bytes(self):
         names = [b"a\nb.mp3", b"\x1b[31m.mp3", b"caf\xe9.mp3", "日本.mp3".encode(), b"-n.mp3", b"n" * 251 + b".mp3", b"\\"]
@@ -377,7 +314,7 @@ class PrepareTests(CommandTestCase):
             shutil.copy(os.path.join(self.made, "song.mp3"), os.path.join(self.source.encode(), name))
         result = self.prepare()
         self.assertEqual((result.status, result.errors), (0, []))
-        self.assertEqual(sorted(os.listdir(self.out.encode())), sorted(names))
+        self.assertEqual(sorted(os.listdir(self.out.encode())), sorted([*names, MANIFEST.encode()]))
         lines = result.out.split(b"\n")
         self.assertEqual(len(lines), len(names) + 2)
         self.assertNotIn(b"\x1b", result.out)
@@ -392,7 +329,7 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(self.prepare().status, 0)
         expected = self.hashes(self.out)
         shutil.rmtree(self.out)
-        process = subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out], env=self.environment,
+        process = subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out], env=self.environment,
                                    preexec_fn=close_standard_files)
         taken = set()
         while process.poll() is None:
@@ -422,7 +359,11 @@ class PrepareTests(CommandTestCase):
         self.place("song.mp3")
         os.symlink("song.mp3", os.path.join(self.source, "link.mp3"))
         os.symlink(".", os.path.join(self.source, "loop"))
-        self.assertEqual(sorted(self.prepared()[0]), ["link.mp3", "song.mp3"])
+        result = self.prepare("--json")
+        first, second, summary = result.objects()
+        self.assertEqual([os.path.basename(file["target"]) for file in (first, second)], ["link.mp3", "song.mp3"])
+        self.assertEqual((result.status, summary["skipped"]), (0, 1))
+        self.assertEqual(result.errors, [f"kxmd: {self.source}/loop: is a link to a folder, and not followed"])
         self.assertFalse(os.path.islink(os.path.join(self.out, "link.mp3")))
 
     def test_links_lead_to_no_file_elsewhere(self):
@@ -432,9 +373,9 @@ class PrepareTests(CommandTestCase):
             os.symlink(leads_to, link)
             result = self.prepare()
             self.assert_failure(result, link, "is a link to a file elsewhere, and not followed")
-            self.assertEqual(os.listdir(self.out), [])
-            self.assertEqual(len(run("prepare", self.path("missing"), self.source, "--to", self.out).errors), 2)
-            self.assertEqual(os.listdir(self.out), [])
+            self.assertEqual(self.listed(), [])
+            self.assertEqual(len(run("prepare", self.path("missing"), self.source + "/", "--to", self.out).errors), 2)
+            self.assertEqual(self.listed(), [])
             self.assertEqual(self.prepare("--follow-links").errors, [])
             self.assertEqual(self.read(os.path.join(self.out, "song.mp3")), b"of another folder")
             os.remove(link)
@@ -448,9 +389,9 @@ class PrepareTests(CommandTestCase):
         self.write("other folder/file", b"of a folder whose name only begins like that of the other")
         os.symlink("../other/file", os.path.join(one, "within"))
         os.symlink("../other folder/file", os.path.join(one, "without"))
-        result = self.prepare(one, other)
+        result = self.prepare(one + "/", other + "/")
         self.assert_failure(result, os.path.join(one, "without"))
-        self.assertEqual(sorted(os.listdir(self.out)), ["file", "within"])
+        self.assertEqual(sorted(self.listed()), ["file", "within"])
 
     def test_path_that_is_given_may_be_a_link(self):
         os.symlink(self.write("file", b"content"), self.path("link"))
@@ -470,7 +411,7 @@ class PrepareTests(CommandTestCase):
     # Playlists.
 
     def test_playlist(self):
-        for name in ("b/2.mp3", "b\\c/1.mp3"):
+        for name in ("b/2.mp3", "b/c/1.mp3"):
             self.place(name, "song.mp3")
         self.place("é.m4a", "song.m4a")
         self.place("film.mp4")
@@ -490,7 +431,7 @@ class PrepareTests(CommandTestCase):
         self.put("cover.jpg", self.read(os.path.join(self.made, "cover.jpg")))
         self.assertEqual(self.prepare("--playlist", "Mix").status, 0)
         self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")).split(b"\r\n"),
-                         [b".\\a.flac", b".\\a.ogg", b".\\a.opus", b".\\a.wav", b".\\bare.mp3"])
+                         [b".\\a.m4a", b".\\a.ogg", b".\\a.opus", b".\\a.wav.m4a", b".\\bare.mp3"])
 
     def test_playlist_replaces_a_link_and_not_what_it_leads_to(self):
         self.place("song.mp3")
@@ -508,7 +449,7 @@ class PrepareTests(CommandTestCase):
         self.put("notes.txt", b"Dear diary")
         result = self.prepare("--playlist", "Mix")
         self.assert_failure(result, os.path.join(self.out, "Mix.m3u"), "there is no audio to list")
-        self.assertEqual(os.listdir(self.out), ["notes.txt"])
+        self.assertEqual(self.listed(), ["notes.txt"])
 
     def test_playlist_does_not_take_the_place_of_a_file(self):
         self.place("song.mp3")
@@ -523,7 +464,7 @@ class PrepareTests(CommandTestCase):
         self.assertFalse(os.path.exists(self.out))
         self.place("song.mp3")
         self.assertEqual(self.prepare("--playlist", "[Live]").status, 0)
-        self.assertIn("[Live].m3u", os.listdir(self.out))
+        self.assertIn("[Live].m3u", self.listed())
 
     # What it says.
 
@@ -545,7 +486,7 @@ class PrepareTests(CommandTestCase):
         self.place("a/cover.jpg")
         os.symlink("missing", os.path.join(self.source, "dangling"))
         leader, follower = pty.openpty()
-        process = subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out], stdin=subprocess.DEVNULL,
+        process = subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out], stdin=subprocess.DEVNULL,
                                    stdout=follower, stderr=follower, env={**self.environment, "TERM": "xterm"})
         os.close(follower)
         shown = b""
@@ -604,7 +545,7 @@ class PrepareTests(CommandTestCase):
         self.assertTrue(all(file["predictedSize"] == file["size"] for file in files.values()))
 
     def start(self, *arguments, **options):
-        return subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out, *arguments], env=self.environment,
+        return subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out, *arguments], env=self.environment,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, **options)
 
     def wait_for_some_files(self):
@@ -663,7 +604,7 @@ class PrepareTests(CommandTestCase):
                 while time.monotonic() < deadline and any(self.is_running(converter) for converter in converters):
                     time.sleep(0.02)
                 self.assertFalse([converter for converter in converters if self.is_running(converter)])
-                self.assertEqual(os.listdir(self.out), [])
+                self.assertEqual(self.listed(), [])
                 if number != signal.SIGKILL:
                     self.assert_no_temporary_files()
 
@@ -676,7 +617,7 @@ class PrepareTests(CommandTestCase):
             os.killpg(process.pid, number)  # As a terminal does.
             _, errors = process.communicate(timeout=30)
             self.assertEqual((process.returncode, errors), (-number, b""))
-            self.assertEqual(os.listdir(self.out), [])
+            self.assertEqual(self.listed(), [])
 
     def converters_of(self, process):
         """Waits until a converter is under way."""
@@ -705,7 +646,7 @@ class PrepareTests(CommandTestCase):
 
     def test_folders_of_killed_runs_are_removed(self):
         """And no others: neither one that is in use nor one that is not the command's."""
-        self.place("recording.mov")
+        self.place("lossless.m4a")
         temporary = self.path("cache/kxmd/tmp")
         for name in ("run-killed", "run-alive", "other"):
             os.makedirs(os.path.join(temporary, name))
@@ -717,7 +658,7 @@ class PrepareTests(CommandTestCase):
         self.assertEqual(sorted(os.listdir(temporary)), ["other", "run-alive"])
 
     def test_what_hosts_forgot_is_removed_after_two_days(self):
-        self.place("recording.mov")
+        self.place("lossless.m4a")
         temporary = self.path("cache/kxmd/tmp")
         for name, days in (("metadata-video-old", 3), ("metadata-video-new", 1)):
             os.makedirs(os.path.join(temporary, name))
@@ -744,7 +685,7 @@ class PrepareTests(CommandTestCase):
 
     def test_reader_that_goes_away_does_not_stop_the_work(self):
         self.place_collection(300)
-        process = subprocess.Popen([COMMAND, "prepare", self.source, "--to", self.out, "--json"],
+        process = subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out, "--json"],
                                    env=self.environment, stdout=subprocess.PIPE)
         process.stdout.readline()
         process.stdout.close()

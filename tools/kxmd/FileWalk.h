@@ -1,7 +1,12 @@
 #pragma once
 
+#include "FileStatus.h"
+
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class Session;
@@ -9,8 +14,10 @@ class Session;
 /// A file that was found, and where it goes.
 struct FoundFile {
     std::string path;
-    std::string relativePath; ///< Below the folder that was given, or the file's name alone.
+    std::string relativePath; ///< Below the folder that is written to.
     std::uint64_t size { 0 };
+    std::int64_t modified { 0 }; ///< Nanoseconds since 1970.
+    FileIdentity identity {};
 };
 
 /// Which links are followed that lie in a folder; those that are named themselves always are.
@@ -19,8 +26,25 @@ enum class Links {
     all, ///< Those to folders as well, each folder once.
 };
 
+/// How files are searched.
+struct WalkOptions {
+    std::string leftOut {}; ///< A folder that is not entered, wherever it lies; empty for none.
+    Links links { Links::toFilesWithin };
+    /// Whether a folder's name is part of what is found below it, unless its path ends with a
+    /// slash, or is no name.
+    bool keepsNames { false };
+    /// Whether a file or folder of that relative path, found in a folder, is wanted; null for all.
+    std::function<bool(std::string_view relativePath)> isWanted {};
+};
+
+/// What was found.
+struct FoundFiles {
+    std::vector<FoundFile> files;
+    std::size_t skipped { 0 }; ///< Links, folders and files that were reported instead.
+    bool isWhole { true }; ///< Whether each path was there, could be read, and held a file.
+};
+
 /// All regular files that `paths` name, folders with all that is below them, names in the order of
-/// their bytes. `leftOut` is a folder that is not entered, wherever it lies. What cannot be read,
-/// and links to files that are not followed, are reported.
-std::vector<FoundFile> foundFiles(std::vector<std::string> const& paths, std::string const& leftOut,
-    Links links, Session& session);
+/// their bytes. What cannot be read, and links that are not followed, are reported.
+FoundFiles foundFiles(
+    std::vector<std::string> const& paths, WalkOptions const& options, Session& session);

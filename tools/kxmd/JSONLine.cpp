@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <glib.h>
 
 namespace {
 
@@ -33,4 +34,14 @@ JSON jsonNumber(double number)
     if (std::abs(number) <= exactlyWhole && number == std::trunc(number))
         return static_cast<std::int64_t>(number);
     return number;
+}
+
+void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std::string_view path)
+{
+    object[std::string(key)] = path;
+    if (g_utf8_validate_len(path.data(), path.size(), nullptr))
+        return;
+    g_autofree char* encoded
+        = g_base64_encode(reinterpret_cast<guchar const*>(path.data()), path.size());
+    object[std::string(bytesKey)] = encoded;
 }

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <string_view>
 
 /// Keeps its keys in the order in which they were added.
 using JSON = nlohmann::ordered_json;
@@ -13,3 +14,7 @@ std::string jsonLine(JSON const& value);
 
 /// A number without a fraction where it has none, so that readers get 320 and not 320.0.
 JSON jsonNumber(double number);
+
+/// Adds a path under `key`. One that is not UTF-8 is shown with U+FFFD in place of what is not, and
+/// comes with its bytes in base64 (RFC 4648, 4) under `bytesKey`.
+void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std::string_view path);

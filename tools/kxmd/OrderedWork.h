@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
@@ -14,14 +15,15 @@
 #include <vector>
 
 /// Works on items 0 to `count` - 1 on `threads` threads, or as many as the system has. The results
-/// of `work(item)` go to the calling thread: whatever has come meanwhile together to
+/// of `work(item)` go to the calling thread: whatever comes within a second together to
 /// `finish(results)`, where it is a map by item, then each to `take(item, result)`, in the order of
 /// the items. What `work` throws ends it all, and leaves this.
 template <class Work, class Finish, class Take>
 void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finish, Take take)
 {
     using Results = std::map<std::size_t, decltype(work(std::size_t {}))>;
-    constexpr std::size_t mostWaiting = 64; // Each may hold a file open.
+    constexpr std::size_t mostWaiting = 256; // Each may hold a file open.
+    constexpr std::chrono::seconds period { 1 };
     std::atomic<std::size_t> next { 0 };
     std::mutex mutex;
     std::condition_variable_any changed;
@@ -62,12 +64,16 @@ void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finis
         }
     }
     Results finished;
+    std::size_t left = count;
     for (std::size_t item = 0; item < count;) {
         std::unique_lock lock(mutex);
+        changed.wait_for(
+            lock, period, [&] { return worked.size() == std::min(left, mostWaiting) || failure; });
         changed.wait(lock, [&] { return !worked.empty() || failure; });
         if (failure)
             std::rethrow_exception(failure);
         Results results = std::exchange(worked, {});
+        left -= results.size();
         changed.notify_all();
         lock.unlock();
         finish(results);

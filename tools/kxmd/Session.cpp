@@ -56,11 +56,16 @@ void Session::reportWriteError()
 void Session::reportError(std::string_view path, std::string_view problem)
 {
     _exitStatus = ExitStatus::someFileFailed;
+    reportRemark(path, problem);
+}
+
+void Session::reportRemark(std::string_view path, std::string_view remark)
+{
     finish(); // On a terminal the error then follows the results before it.
     std::string line = "kxmd: ";
     line.append(KXTextWithoutControlCharacters(path))
         .append(": ")
-        .append(KXTextWithoutControlCharacters(problem))
+        .append(KXTextWithoutControlCharacters(remark))
         .append("\n");
     _standardError.writeLines(line);
 }

@@ -23,6 +23,9 @@ public:
     /// Says on standard error, in one line, what went wrong with the file at `path`.
     void reportError(std::string_view path, std::string_view problem);
 
+    /// Says something about the file at `path` that is no failure.
+    void reportRemark(std::string_view path, std::string_view remark);
+
     /// Says that the file at `path` cannot be read, and why.
     void reportUnreadable(std::string const& path);
 

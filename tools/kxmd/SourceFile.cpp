@@ -1,5 +1,7 @@
 #include "SourceFile.h"
 
+#include "FileStatus.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -30,6 +32,13 @@ std::string SourceFile::error() const
     return S_ISREG(_before.mode) ? "" : "is not a regular file";
 }
 
+timespec SourceFile::modificationTime() const
+{
+    struct stat status { };
+    ::fstat(_descriptor, &status);
+    return status.st_mtim;
+}
+
 bool SourceFile::hasChanged() const
 {
     struct stat status { };
@@ -38,8 +47,8 @@ bool SourceFile::hasChanged() const
 
 SourceFile::State SourceFile::stateOf(struct stat const& status)
 {
-    return { status.st_dev, status.st_ino, status.st_mode, status.st_size, status.st_mtim.tv_sec,
-        status.st_mtim.tv_nsec };
+    return { status.st_dev, status.st_ino, status.st_mode, status.st_size,
+        modificationTimeOf(status) };
 }
 
 SourceFile::State SourceFile::openState() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <sys/types.h>
 #include <system_error>
@@ -22,6 +23,9 @@ public:
     int descriptor() const { return _descriptor; }
     /// Its length when it was opened, in bytes.
     std::uint64_t size() const { return static_cast<std::uint64_t>(_before.size); }
+    /// When its content last changed, in nanoseconds since 1970; the same as the system has it.
+    std::int64_t modified() const { return _before.modified; }
+    timespec modificationTime() const;
     /// Who may read and write it.
     mode_t permissions() const { return _before.mode & 0666; }
     /// Whether there is another content at the path by now, or none: processors open it by that.
@@ -33,8 +37,7 @@ private:
         ino_t node { 0 };
         mode_t mode { 0 };
         off_t size { 0 };
-        time_t changeSeconds { 0 };
-        long changeNanoseconds { 0 };
+        std::int64_t modified { 0 };
         bool operator==(State const&) const = default;
     };
 

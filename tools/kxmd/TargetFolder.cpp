@@ -1,6 +1,5 @@
 #include "TargetFolder.h"
 
-#include "FileWalk.h"
 #include "Session.h"
 #include "Targets.h"
 #include "Usage.h"
@@ -50,14 +49,14 @@ bool makeTargetFolder(std::string const& folder, Session& session)
     return !error;
 }
 
-bool makeFoldersOfTargets(std::vector<FoundFile> const& files, std::string const& folder,
+bool makeFoldersOf(std::vector<std::string> const& paths, std::string const& folder,
     Targets& targets, Session& session)
 {
     bool isAnyNew = false;
     std::error_code ignored;
     fs::path last;
-    for (FoundFile const& file : files) {
-        fs::path const parent = fs::path(folder + '/' + file.relativePath).parent_path();
+    for (std::string const& path : paths) {
+        fs::path const parent = fs::path(path).parent_path();
         if (parent != last)
             isAnyNew |= fs::create_directories(parent, ignored);
         last = parent;

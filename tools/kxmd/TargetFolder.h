@@ -9,7 +9,6 @@ class Option;
 }
 class Session;
 class Targets;
-struct FoundFile;
 
 /// The folder that a subcommand writes a file to for each that it reads. It gets no slashes at its
 /// end, so that paths below it read well; the root stays what it is.
@@ -22,7 +21,8 @@ void addJobs(CLI::App& command, unsigned& jobs);
 /// False, and reported, when the folder cannot be made.
 bool makeTargetFolder(std::string const& folder, Session& session);
 
-/// Makes the folders below `folder` that `files` go to, and sees that they are on the disk. False,
-/// and reported, when they may not be. A file whose folder cannot be made fails later by itself.
-bool makeFoldersOfTargets(std::vector<FoundFile> const& files, std::string const& folder,
+/// Makes the folders of `paths`, which lie below `folder`, and sees that they are on the disk.
+/// False, and reported, when they may not be. A file whose folder cannot be made fails later by
+/// itself.
+bool makeFoldersOf(std::vector<std::string> const& paths, std::string const& folder,
     Targets& targets, Session& session);

@@ -1,5 +1,6 @@
 #include "Targets.h"
 
+#include "NameWithoutCase.h"
 #include "tools/shared/AtomicFile.h"
 
 #include <algorithm>
@@ -11,10 +12,23 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr char const* sameTarget = "another file has the same target";
+
+enum class Link { followed, itself };
+
+/// Of the file that a link leads to, or of the link itself, which is what another file replaces.
+std::optional<FileIdentity> identityAt(std::string const& path, Link link)
+{
+    struct stat status;
+    int const flags = link == Link::followed ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (::fstatat(AT_FDCWD, path.c_str(), &status, flags) != 0)
+        return std::nullopt;
+    return identityOf(status);
+}
 
 /// A file system in user space hears only when a single file is waited for.
 bool isInUserSpace(int descriptor)
@@ -36,41 +50,33 @@ Targets::~Targets()
         ::close(_folder);
 }
 
-/// Of the file that a link leads to, or of the link itself, which is what another file replaces.
-std::optional<Targets::Identity> Targets::identityOf(std::string const& path, Link link)
-{
-    struct stat status;
-    int const flags = link == Link::followed ? 0 : AT_SYMLINK_NOFOLLOW;
-    if (::fstatat(AT_FDCWD, path.c_str(), &status, flags) != 0)
-        return std::nullopt;
-    return Identity { status.st_dev, status.st_ino };
-}
-
 /// Whether a file is one that this run has placed, and is there still: another program may have
 /// replaced that, and its number be in use again.
-bool Targets::isPlaced(Identity const& file) const
+bool Targets::isPlaced(FileIdentity const& file) const
 {
     auto const placed = _placed.find(file);
-    return placed != _placed.end() && identityOf(placed->second, Link::itself) == file;
+    return placed != _placed.end() && identityAt(placed->second, Link::itself) == file;
 }
 
-void Targets::protect(std::string const& path)
+Targets::Name Targets::nameOf(std::string const& path)
 {
-    if (auto const file = identityOf(path, Link::followed))
-        _sources.insert(*file);
+    std::filesystem::path const target(path);
+    auto const [folder, isNew] = _folders.try_emplace(target.parent_path().string());
+    if (isNew)
+        folder->second = identityAt(folder->first, Link::followed);
+    std::string name = folder->second ? target.filename().string() : path;
+    return { folder->second, _tellsCase ? std::move(name) : nameWithoutCase(name) };
 }
 
 std::string Targets::claim(std::string const& path)
 {
-    std::filesystem::path const target(path);
-    auto const folder = identityOf(target.parent_path().string(), Link::followed);
-    // By its whole path where there is no folder; it cannot be written there anyway.
-    auto name = folder ? target.filename().string() : path;
-    auto const file = identityOf(path, Link::followed);
+    auto const file = identityAt(path, Link::followed);
     if (file && _sources.contains(*file))
         return "its target is one of the files that are read";
-    return _names.emplace(folder, std::move(name)).second ? "" : sameTarget;
+    return _names.insert(nameOf(path)).second ? "" : sameTarget;
 }
+
+bool Targets::isClaimed(std::string const& path) { return _names.contains(nameOf(path)); }
 
 /// Whether one wait is enough for all of them: they are on the folder's own file system.
 bool Targets::canSyncTogether(std::span<Arrival const> arrivals) const
@@ -86,12 +92,12 @@ bool Targets::canSyncTogether(std::span<Arrival const> arrivals) const
 void Targets::placeOne(Arrival& arrival)
 {
     std::string const& path = arrival.file.path();
-    auto const replaced = identityOf(path, Link::itself);
+    auto const replaced = identityAt(path, Link::itself);
     if (replaced && isPlaced(*replaced))
         arrival.error = sameTarget;
     else if (!arrival.file.place())
         arrival.error = arrival.file.errorWithPath();
-    else if (auto const placed = identityOf(path, Link::itself))
+    else if (auto const placed = identityAt(path, Link::itself))
         _placed.insert_or_assign(*placed, path);
 }
 

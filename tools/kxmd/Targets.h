@@ -1,13 +1,13 @@
 #pragma once
 
+#include "FileStatus.h"
+
 #include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
 #include <span>
 #include <string>
-#include <sys/types.h>
-#include <utility>
 #include <vector>
 
 class AtomicFile;
@@ -22,11 +22,16 @@ public:
     Targets(Targets const&) = delete;
     Targets& operator=(Targets const&) = delete;
 
-    /// Says that the file at `path` is read, so nothing may be written over it.
-    void protect(std::string const& path);
+    /// Says that the folder's file system takes names that differ in case for one.
+    void ignoreCase() { _tellsCase = false; }
 
-    /// Takes `path`, whose folder is there, for a file. Why it cannot have it, or nothing.
+    /// Says that a file is read, so nothing may be written over it.
+    void protect(FileIdentity const& file) { _sources.insert(file); }
+
+    /// Takes `path` for a file. Why it cannot have it, or nothing.
     [[nodiscard]] std::string claim(std::string const& path);
+    /// Whether some file of this run has the path.
+    bool isClaimed(std::string const& path);
 
     /// A written file on its way to its place.
     struct Arrival {
@@ -45,18 +50,20 @@ public:
     std::string sync();
 
 private:
-    using Identity = std::pair<dev_t, ino_t>;
+    /// A file's name in its folder, or its whole path where there is no folder.
+    using Name = std::pair<std::optional<FileIdentity>, std::string>;
 
-    enum class Link { followed, itself };
-    static std::optional<Identity> identityOf(std::string const& path, Link link);
-    bool isPlaced(Identity const& file) const;
+    Name nameOf(std::string const& path);
+    bool isPlaced(FileIdentity const& file) const;
     bool canSyncTogether(std::span<Arrival const> arrivals) const;
     void placeOne(Arrival& arrival);
 
     int const _folder; ///< Open from the start, so that it hears of every failed write.
-    std::set<Identity> _sources;
-    std::set<std::pair<std::optional<Identity>, std::string>> _names; ///< By folder.
-    std::map<Identity, std::string> _placed; ///< Where they are.
+    bool _tellsCase { true };
+    std::set<FileIdentity> _sources;
+    std::map<std::string, std::optional<FileIdentity>> _folders; ///< As they were when asked for.
+    std::set<Name> _names;
+    std::map<FileIdentity, std::string> _placed; ///< Where they are.
 };
 
 /// Puts the files of `outcomes`, which are by item, in their places; each has an open `file`, or

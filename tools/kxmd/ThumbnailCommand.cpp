@@ -77,10 +77,13 @@ public:
 
     void make()
     {
-        if (!makeFoldersOfTargets(_files, _options.folder, _targets, _session))
+        std::vector<std::string> targets;
+        for (FoundFile const& file : _files) {
+            targets.push_back(targetOf(file));
+            _targets.protect(file.identity);
+        }
+        if (!makeFoldersOf(targets, _options.folder, _targets, _session))
             return;
-        for (FoundFile const& file : _files)
-            _targets.protect(file.path);
         for (FoundFile const& file : _files)
             _refusals.push_back(isRegularFile(file.path) ? _targets.claim(targetOf(file)) : "");
         workInOrder(
@@ -166,8 +169,14 @@ std::vector<FoundFile> namedFiles(std::vector<std::string> const& paths)
 {
     std::vector<FoundFile> files;
     files.reserve(paths.size());
-    for (std::string const& path : paths)
-        files.push_back({ path, std::string(KXLastPathComponent(path)) });
+    for (std::string const& path : paths) {
+        FoundFile& file = files.emplace_back();
+        file.path = path;
+        file.relativePath = KXLastPathComponent(path);
+        struct stat status;
+        if (::stat(path.c_str(), &status) == 0)
+            file.identity = identityOf(status);
+    }
     return files;
 }
 
@@ -177,7 +186,7 @@ void writeThumbnails(Options const& options, Session& session)
     if (!makeTargetFolder(options.folder, session))
         return;
     auto files = options.entersFolders
-        ? foundFiles(paths, options.folder, Links::toFilesWithin, session)
+        ? foundFiles(paths, { .leftOut = options.folder }, session).files
         : namedFiles(paths);
     Thumbnails(std::move(files), options, session).make();
 }

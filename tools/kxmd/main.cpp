@@ -5,6 +5,7 @@
 #include "Session.h"
 #include "TemporaryFolder.h"
 #include "Usage.h"
+#include "prepare/NameRules.h"
 #include "tools/shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
 #include "tools/shared/StandardFiles.h"
@@ -39,6 +40,7 @@ void cleanUp(Session& session)
     session.standardError().fallSilent();
     removeTemporaryFoldersForGood();
     removePartsForGood();
+    removeTriedNamesForGood();
 }
 
 /// Adds all subcommands. Once one that writes files is about to be read, while there is no other

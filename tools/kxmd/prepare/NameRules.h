@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+/// What a folder's file system makes of names: that of a card refuses characters that one of a
+/// computer takes.
+struct NameRules {
+    std::string refused; ///< Characters that no name may hold; U+0001 stands for all controls.
+    bool refusesEnds { false }; ///< Whether a name cannot end with a dot or a space.
+    bool refusesDevices { false }; ///< Whether a name cannot be "con", "nul" and the like.
+    bool refusesBytes { false }; ///< Whether a name must be UTF-8.
+    bool tellsCase { true }; ///< Whether names that differ in case alone are two.
+    std::size_t longest { 255 }; ///< Bytes of a name.
+
+    bool operator==(NameRules const&) const = default;
+};
+
+/// Tries names in a hidden folder within `folder`, which is removed again. Where nothing can be
+/// written, nothing is refused. One run at a time does that in a folder.
+NameRules nameRulesOf(std::string const& folder);
+
+/// Removes that hidden folder if names are being tried, which ends. For a process that is about to
+/// end. Safe on any thread.
+void removeTriedNamesForGood();

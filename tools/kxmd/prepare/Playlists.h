@@ -1,0 +1,60 @@
+#pragma once
+
+#include "PreparedSong.h"
+
+#include <string>
+#include <vector>
+
+class Session;
+class Targets;
+
+/// Which playlists are written.
+struct PlaylistOptions {
+    enum class Format {
+        m3u, ///< The processor's, with backslashes.
+        m3u8, ///< UTF-8 with slashes, durations and titles.
+    };
+
+    std::string name {}; ///< Of one for all songs; empty for none.
+    bool isForEachFolder { false }; ///< Whether each folder gets one of its own, named after it.
+    Format format { Format::m3u };
+
+    bool areWanted() const { return isForEachFolder || !name.empty(); }
+};
+
+/// Lists the prepared songs of a folder, album by album, by disc, track and name.
+class Playlists {
+public:
+    Playlists(std::string folder, PlaylistOptions const& options);
+
+    /// Takes the path of the one for all songs, so that no file is written there; reported when it
+    /// cannot have it.
+    void claim(Targets& targets, Session& session);
+
+    /// Lists a song at `target`. One that is protected is not listed.
+    void add(std::string const& source, std::string const& target, PreparedSong const& song);
+
+    /// Writes the playlists whose text is not there already. Reports what goes wrong, one without
+    /// songs too, and songs whose names no line can hold.
+    void write(Targets& targets, Session& session);
+
+private:
+    struct Member {
+        std::string source;
+        std::string target;
+        PreparedSong song;
+    };
+    using Members = std::vector<Member>;
+
+    std::string extension() const;
+    void sortMembers();
+    bool canBeListed(Member const& member) const;
+    std::string textOf(std::string const& path, Members const& members) const;
+    void write(
+        std::string const& path, Members const& members, Targets& targets, Session& session) const;
+
+    std::string const _folder;
+    PlaylistOptions const _options;
+    std::string _path; ///< Of the one for all songs; empty when none is written.
+    Members _members;
+};

@@ -1,0 +1,137 @@
+#include "PreparationPlan.h"
+
+#include <kxmd/base/KXPath.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <sys/stat.h>
+#include <utility>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isGone(std::string const& path)
+{
+    struct stat status;
+    return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+bool hasSize(std::string const& path, std::uint64_t size)
+{
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+        && static_cast<std::uint64_t>(status.st_size) == size;
+}
+
+/// Where a file goes if it is converted. Where that belongs to another file, as of a.mov beside
+/// a.mp4, it keeps its extension and gets one more, or as many as it takes.
+std::string claimedForConversion(std::string const& target, Targets& targets)
+{
+    std::string converted = convertedTarget(target);
+    std::string longer = target;
+    while (converted != target && !targets.claim(converted).empty()) {
+        longer += ".m4a";
+        converted = longer;
+    }
+    return converted;
+}
+
+}
+
+std::string absolutePath(std::string const& path)
+{
+    bool const isPlain = path.starts_with('/') && path.find("//") == std::string::npos
+        && path.find("/.") == std::string::npos;
+    return isPlain ? path : fs::absolute(path).lexically_normal().string();
+}
+
+PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::string const& folder,
+    Manifest const& manifest, PreparationOptions const& options, FolderPictures& folderPictures,
+    TargetNames& names, Targets& targets)
+    : _folder(folder)
+    , _manifest(manifest)
+    , _options(options)
+    , _digest(options.digest())
+    , _folderPictures(folderPictures)
+    , _names(names)
+    , _targets(targets)
+    , _files(files.size())
+{
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        _files[i].job.source = files[i].path;
+        _files[i].source = absolutePath(files[i].path);
+        _files[i].size = files[i].size;
+        _files[i].former = formerOf(files[i], _files[i].source);
+    }
+    for (bool const isKnown : { true, false }) {
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (_files[i].former.has_value() == isKnown)
+                giveTarget(files[i], _files[i]);
+        }
+    }
+    for (PlannedFile& planned : _files) {
+        if (planned.job.refusal.empty())
+            planned.job.convertedTarget = claimedForConversion(planned.job.target, _targets);
+    }
+    for (std::size_t i = 0; i < files.size(); ++i)
+        _files[i].state = stateOf(files[i], _files[i]);
+}
+
+/// The record of a file, also of one that lay elsewhere then and has not changed since.
+std::optional<ManifestEntry> PreparationPlan::formerOf(
+    FoundFile const& file, std::string const& source) const
+{
+    if (auto const* const entry = _manifest.entryForSource(source))
+        return *entry;
+    auto const* const moved = _manifest.entryForContent(source, file.size, file.modified);
+    if (moved && isGone(moved->source))
+        return *moved;
+    return std::nullopt;
+}
+
+void PreparationPlan::giveTarget(FoundFile const& file, PlannedFile& planned)
+{
+    std::string_view const former = planned.former ? planned.former->target : std::string_view();
+    planned.job.target = _folder + '/' + _names.pathFor(file.relativePath, former);
+    planned.job.convertedTarget = planned.job.target;
+    planned.job.refusal = _targets.claim(planned.job.target);
+}
+
+PlannedFile::State PreparationPlan::stateOf(FoundFile const& file, PlannedFile& planned)
+{
+    using State = PlannedFile::State;
+    auto const& former = planned.former;
+    if (!planned.job.refusal.empty() || !former || !isAsRecorded(file, planned))
+        return State::missing;
+    std::string const target = _folder + '/' + former->target;
+    if (!hasSize(target, former->targetSize))
+        return State::missing;
+    bool const isInPlace = target == planned.job.target || target == planned.job.convertedTarget;
+    if (!isInPlace && _targets.isClaimed(target))
+        return State::missing; // It is another file's by now.
+    if (_options.sumsUp) { // Told when the file is read.
+        planned.job.knownChecksum = isInPlace ? former->checksum : "";
+        return State::missing;
+    }
+    return isInPlace ? State::unchanged : State::misnamed;
+}
+
+bool PreparationPlan::isAsRecorded(FoundFile const& file, PlannedFile& planned) const
+{
+    ManifestEntry const& former = *planned.former;
+    bool const isSameTime = former.modified == file.modified || _options.sumsUp;
+    return former.size == file.size && isSameTime && former.options == _digest
+        && (!former.cover || *former.cover == _folderPictures.stateFor(file.path));
+}
+
+std::vector<std::size_t> PreparationPlan::filesIn(PlannedFile::State state) const
+{
+    std::vector<std::size_t> places;
+    for (std::size_t i = 0; i < _files.size(); ++i) {
+        if (_files[i].state == state)
+            places.push_back(i);
+    }
+    return places;
+}

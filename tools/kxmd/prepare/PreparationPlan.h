@@ -1,0 +1,63 @@
+#pragma once
+
+#include "FolderPictures.h"
+#include "Manifest.h"
+#include "Preparation.h"
+#include "TargetNames.h"
+#include "tools/kxmd/FileWalk.h"
+#include "tools/kxmd/Targets.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// What a run does with one file.
+struct PlannedFile {
+    enum class State {
+        missing, ///< It is prepared.
+        unchanged, ///< Its target is there already.
+        misnamed, ///< So it is, under another name.
+    };
+
+    PreparationJob job;
+    std::string source; ///< The absolute path.
+    std::uint64_t size { 0 };
+    State state { State::missing };
+    /// What an earlier run made of it: a copy, since the manifest goes on.
+    std::optional<ManifestEntry> former {};
+};
+
+/// What a run does with all files that were found, before anything is done.
+class PreparationPlan {
+public:
+    /// Targets are claimed in the order of the files, whoever is done first, those of an earlier
+    /// run before new ones.
+    PreparationPlan(std::vector<FoundFile> const& files, std::string const& folder,
+        Manifest const& manifest, PreparationOptions const& options, FolderPictures& folderPictures,
+        TargetNames& names, Targets& targets);
+
+    /// In the order in which they were found.
+    std::vector<PlannedFile>& files() { return _files; }
+    std::vector<PlannedFile> const& files() const { return _files; }
+
+    /// Places in the list of those in `state`.
+    std::vector<std::size_t> filesIn(PlannedFile::State state) const;
+
+private:
+    std::optional<ManifestEntry> formerOf(FoundFile const& file, std::string const& source) const;
+    void giveTarget(FoundFile const& file, PlannedFile& planned);
+    PlannedFile::State stateOf(FoundFile const& file, PlannedFile& planned);
+    bool isAsRecorded(FoundFile const& file, PlannedFile& planned) const;
+
+    std::string const _folder;
+    Manifest const& _manifest;
+    PreparationOptions const& _options;
+    std::string const _digest;
+    FolderPictures& _folderPictures;
+    TargetNames& _names;
+    Targets& _targets;
+    std::vector<PlannedFile> _files;
+};
+
+/// The absolute path for one that was typed, without links being followed.
+std::string absolutePath(std::string const& path);

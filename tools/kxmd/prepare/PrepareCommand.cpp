@@ -1,0 +1,114 @@
+// kxmd prepare: makes a collection ready for a phone.
+
+#include "NameFilter.h"
+#include "PrepareRun.h"
+#include "tools/kxmd/Commands.h"
+#include "tools/kxmd/Session.h"
+#include "tools/kxmd/TargetFolder.h"
+#include "tools/kxmd/Usage.h"
+
+#include <CLI/Validators.hpp>
+
+#include <map>
+#include <memory>
+
+namespace {
+
+/// What is wrong with the name of a playlist; nothing when it names a file in the folder.
+std::string problemOfPlaylistName(std::string const& typed)
+{
+    std::string const name = withoutLiteralMark(typed);
+    bool const isName = !name.empty() && name.find('/') == std::string::npos;
+    return isName ? "" : "\"" + name + "\" is not the name of a file";
+}
+
+void addPatterns(CLI::App& command, std::string const& name, std::vector<std::string>& patterns,
+    std::string const& description)
+{
+    auto const take
+        = [&patterns](std::string const& typed) { patterns.push_back(withoutLiteralMark(typed)); };
+    command.add_option_function<std::string>(name, take, description)
+        ->type_name("GLOB")
+        ->expected(1)
+        ->trigger_on_parse();
+}
+
+void addPlaylistOptions(CLI::App& command, PlaylistOptions& options)
+{
+    using Format = PlaylistOptions::Format;
+    addOptionalText(command, "--playlist", options.name, "Also write a playlist of this name")
+        ->type_name("NAME")
+        ->check(problemOfPlaylistName);
+    command.add_flag("--playlist-each-folder", options.isForEachFolder,
+        "Also write a playlist of each folder with music, named after it");
+    auto const take = [&options](std::string const& format) {
+        options.format = format == "m3u8" ? Format::m3u8 : Format::m3u;
+    };
+    command
+        .add_option_function<std::string>(
+            "--playlist-format", take, "m3u (default), or m3u8 with durations and titles")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({ "m3u", "m3u8" }).description(""));
+}
+
+void addStepOptions(CLI::App& command, PrepareOptions& options)
+{
+    command.add_flag("--no-covers", options.leavesCovers, "Insert no album covers");
+    command.add_flag("--no-clean", options.leavesUncleaned, "Clean no phone videos");
+    command.add_flag("--no-convert", options.leavesUnconverted, "Convert no lossless audio");
+    command.add_flag("--keep-metadata", options.preparation.keepsMetadata,
+        "Remove only the user data of phone videos, and keep their other metadata");
+    constexpr unsigned smallest = 200, largest = 4096; // A smaller one would be no cover.
+    command
+        .add_option(
+            "--cover-size", options.preparation.coverSize, "Width and height of covers (256)")
+        ->type_name("PIXELS")
+        ->check(CLI::Range(smallest, largest).description(""));
+}
+
+void addChoiceOptions(CLI::App& command, PrepareOptions& options)
+{
+    addPatterns(command, "--exclude", options.excluded, "Leave out files and folders that match");
+    addPatterns(command, "--include", options.included, "Take these, whatever leaves them out");
+    command.add_flag("--all", options.takesAll, "Take what is left out otherwise, such as *.log");
+    command.add_flag("--follow-links", options.followsLinks, "Follow links that lead elsewhere");
+}
+
+void addRunOptions(CLI::App& command, PrepareOptions& options)
+{
+    command.add_flag(
+        "-n,--dry-run", options.preparation.isDryRun, "Tell what would be done, and do nothing");
+    command.add_flag("--checksum", options.preparation.sumsUp,
+        "Tell by their contents which files have changed, not by size and time");
+    command.add_flag("--delete", options.removes, "Remove prepared files whose sources are gone");
+    command.add_flag("--delete-many", options.removesMany, "So, even more than a third of them");
+    command.add_flag("--anyway", options.ignoresSpace, "Begin even if there is not enough space");
+    addJobs(command, options.jobs);
+    command.add_flag("--json", options.isJSON, "Print a JSON object for each file");
+}
+
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<PrepareOptions>();
+    addTargetFolder(command, options->folder, "Folder to write the prepared files to")->required();
+    addRunOptions(command, *options);
+    addStepOptions(command, *options);
+    addPlaylistOptions(command, options->playlists);
+    addChoiceOptions(command, *options);
+    auto* const paths = addTexts(command, "PATH", "Files and folders to prepare");
+    command.callback([options, paths, &session] {
+        options->paths = textsOf(*paths);
+        options->preparation.insertsCovers = !options->leavesCovers;
+        options->preparation.cleans = !options->leavesUncleaned;
+        options->preparation.converts = !options->leavesUnconverted;
+        options->preparation.listsSongs = options->playlists.areWanted();
+        PrepareRun(*options, session).run();
+    });
+}
+
+}
+
+Command const prepareCommand { .name = "prepare",
+    .description = "Make music and videos ready for a phone, into a folder",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };

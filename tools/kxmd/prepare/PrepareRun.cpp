@@ -1,0 +1,466 @@
+#include "PrepareRun.h"
+
+#include "NameFilter.h"
+#include "NameRules.h"
+#include "Sound.h"
+#include "Space.h"
+#include "TargetNames.h"
+#include "tools/kxmd/OrderedWork.h"
+#include "tools/kxmd/Session.h"
+#include "tools/kxmd/TargetFolder.h"
+
+#include <kxmd/base/KXPath.h>
+#include <kxmd/platform/KXMediaProbe.h>
+#include <kxmd/version.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <new>
+#include <string_view>
+#include <sys/file.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using State = PlannedFile::State;
+using Action = PreparationAction;
+
+/// A folder that no other run prepares for meanwhile.
+class FolderLock {
+public:
+    explicit FolderLock(std::string const& folder)
+        : _folder(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+        , _isTaken(_folder >= 0 && ::flock(_folder, LOCK_EX | LOCK_NB) != 0
+              && errno == EWOULDBLOCK) // Other file systems know no locks.
+    {
+    }
+    ~FolderLock()
+    {
+        if (_folder >= 0)
+            ::close(_folder);
+    }
+    FolderLock(FolderLock const&) = delete;
+    FolderLock& operator=(FolderLock const&) = delete;
+
+    bool isTaken() const { return _isTaken; }
+
+private:
+    int const _folder;
+    bool const _isTaken;
+};
+
+std::uint64_t sizeOf(std::string const& path)
+{
+    std::error_code error;
+    auto const size = std::filesystem::file_size(path, error);
+    return error ? 0 : size;
+}
+
+PreparationOutcome failedFile(PlannedFile const& file, std::string error)
+{
+    return { .source = file.job.source,
+        .target = file.job.target,
+        .sizeBefore = file.size,
+        .predictedSize = file.size,
+        .error = std::move(error) };
+}
+
+}
+
+PrepareRun::PrepareRun(PrepareOptions const& options, Session& session)
+    : _options(options)
+    , _session(session)
+    , _platform(KXPlatform::shared())
+    , _folderPictures(_platform)
+    , _manifest(options.folder)
+    , _playlists(options.folder, options.playlists)
+{
+}
+
+void PrepareRun::run()
+{
+    if (!isDryRun() && !makeTargetFolder(_options.folder, _session))
+        return;
+    FolderLock const lock(_options.folder);
+    if (lock.isTaken())
+        return _session.reportError(_options.folder, "is being prepared by another run");
+    if (!begin())
+        return;
+    planRemoval();
+    if (!isDryRun() && !_options.ignoresSpace && !hasSpace())
+        return;
+    auto const toWorkOn = _plan->filesIn(State::missing);
+    ProgressBar::Amount amount { .items = toWorkOn.size() };
+    for (std::size_t const item : toWorkOn)
+        amount.bytes += _plan->files()[item].size;
+    _report.emplace(_options.folder,
+        PreparationReport::Style { .isJSON = _options.isJSON, .isDryRun = isDryRun() }, amount,
+        _session);
+    removeFiles();
+    work();
+    PreparationReport::End end { .skipped = _found.skipped };
+    if (isDryRun()) {
+        end.needed = _needed;
+        end.available = Space(_options.folder).available();
+    } else {
+        writePlaylists();
+        reportManifestError(_manifest.finish());
+    }
+    _report->finish(end);
+}
+
+// The plan.
+
+bool PrepareRun::begin()
+{
+    findFiles();
+    if (std::string const error = _manifest.read(); !error.empty()) {
+        _session.reportError(
+            _options.folder + '/' + std::string(Manifest::fileName), "cannot be read: " + error);
+        return false;
+    }
+    makePlan();
+    return true;
+}
+
+void PrepareRun::findFiles()
+{
+    NameFilter filter(_options.excluded, _options.included);
+    if (!_options.takesAll)
+        filter.leaveOutClutter();
+    auto const isWanted = [&filter](std::string_view path) {
+        bool const isOurs = KXLastPathComponent(path).starts_with(Manifest::prefix);
+        return !isOurs && filter.isWanted(path); // A source may once have been a target.
+    };
+    _found = foundFiles(_options.paths,
+        { .leftOut = _options.folder,
+            .links = _options.followsLinks ? Links::all : Links::toFilesWithin,
+            .keepsNames = true,
+            .isWanted = isWanted },
+        _session);
+}
+
+void PrepareRun::readNameRules()
+{
+    if (!_manifest.nameRules() && !isDryRun() && !_found.files.empty())
+        _manifest.setNameRules(nameRulesOf(_options.folder));
+}
+
+void PrepareRun::makePlan()
+{
+    readNameRules();
+    NameRules const rules = _manifest.nameRules().value_or(NameRules());
+    _targets = std::make_unique<Targets>(_options.folder);
+    if (!rules.tellsCase)
+        _targets->ignoreCase();
+    for (FoundFile const& file : _found.files)
+        _targets->protect(file.identity);
+    static_cast<void>( // Nobody can have it before.
+        _targets->claim(_options.folder + '/' + std::string(Manifest::fileName)));
+    _playlists.claim(*_targets, _session);
+    TargetNames names(rules);
+    _plan.emplace(_found.files, _options.folder, _manifest, _options.preparation, _folderPictures,
+        names, *_targets);
+}
+
+// Removal.
+
+void PrepareRun::planRemoval()
+{
+    if (!_options.removes && !_options.removesMany)
+        return;
+    if (!_found.isWhole)
+        return _session.reportError(_options.folder,
+            "nothing is removed, since a source is missing, empty or cannot be read");
+    std::vector<std::string> roots;
+    for (std::string const& path : _options.paths)
+        roots.push_back(absolutePath(path));
+    _removal = removalFrom(_manifest, _options.folder, roots, *_targets);
+    if (_options.removesMany || !_removal.areMany())
+        return;
+    _session.reportError(_options.folder,
+        "nothing is removed, since " + std::to_string(_removal.entries.size()) + " of "
+            + std::to_string(_removal.recorded) + " files would be; --delete-many removes so many");
+    _removal.entries.clear();
+}
+
+/// First of all, so that there is room for what comes.
+void PrepareRun::removeFiles()
+{
+    for (ManifestEntry const& entry : _removal.entries) {
+        PreparationOutcome outcome { .source = entry.source,
+            .target = _options.folder + '/' + entry.target,
+            .action = Action::deleted,
+            .sizeBefore = entry.size };
+        if (!isDryRun()) {
+            outcome.error = removePrepared(entry, _options.folder);
+            _manifest.remove(entry.target); // Even if it is kept: it is not ours any more.
+        }
+        _report->add(outcome);
+    }
+    if (!isDryRun())
+        reportManifestError(_manifest.write());
+}
+
+// Space.
+
+/// What the file system has less by a file that replaces the one that is there.
+std::uint64_t PrepareRun::spaceFor(PlannedFile const& file, std::uint64_t size) const
+{
+    Space const space(_options.folder);
+    std::uint64_t const added = space.taken(size);
+    return added - std::min(added, space.taken(sizeOf(file.job.target)));
+}
+
+/// More than is needed, by sizes alone.
+std::uint64_t PrepareRun::boundOfSpace() const
+{
+    constexpr std::uint64_t largestCover = std::uint64_t { 256 } << 10;
+    Space const space(_options.folder);
+    std::uint64_t bound = 0;
+    for (PlannedFile const& file : _plan->files()) {
+        if (file.state == State::missing)
+            bound += space.taken(file.size + largestCover);
+    }
+    return bound;
+}
+
+/// As a dry run finds it out.
+std::uint64_t PrepareRun::predictedSpace()
+{
+    auto const items = _plan->filesIn(State::missing);
+    auto options = _options.preparation;
+    options.isDryRun = true;
+    std::uint64_t bytes = 0;
+    workInOrder(
+        items.size(), _options.jobs,
+        [&](std::size_t i) { return outcomeFor(_plan->files()[items[i]], options); },
+        [](Outcomes&) {},
+        [&](std::size_t i, PreparationOutcome const& outcome) {
+            if (outcome.action != Action::unchanged && outcome.isDone())
+                bytes += spaceFor(_plan->files()[items[i]], outcome.size);
+        });
+    return bytes;
+}
+
+bool PrepareRun::hasSpace()
+{
+    auto const available = Space(_options.folder).available();
+    if (!available || boundOfSpace() <= *available)
+        return true;
+    std::uint64_t room = *available;
+    for (ManifestEntry const& entry : _removal.entries)
+        room += entry.targetSize;
+    std::uint64_t const needed = predictedSpace();
+    if (needed <= room)
+        return true;
+    _session.reportError(_options.folder,
+        "lacks " + std::to_string(needed - room) + " bytes: " + std::to_string(needed)
+            + " are needed, " + std::to_string(room) + " are free; --anyway begins nevertheless");
+    return false;
+}
+
+// Files.
+
+/// Gives the file that is there already its new name. False when that cannot be done.
+bool PrepareRun::rename(PlannedFile& file)
+{
+    ManifestEntry entry = *file.former;
+    std::string const from = _options.folder + '/' + entry.target;
+    bool const isConverted = from.ends_with(".m4a") && !file.job.target.ends_with(".m4a");
+    std::string const to = isConverted ? file.job.convertedTarget : file.job.target;
+    std::error_code error;
+    if (isDryRun() || std::filesystem::exists(to, error))
+        return isDryRun();
+    std::filesystem::create_directories(std::filesystem::path(to).parent_path(), error);
+    if (::rename(from.c_str(), to.c_str()) != 0)
+        return false;
+    removeEmptyFoldersAbove(from, _options.folder);
+    _manifest.remove(entry.target);
+    entry.source = file.source;
+    entry.target = to.substr(_options.folder.size() + 1);
+    _manifest.add(entry);
+    file.former = std::move(entry);
+    return true;
+}
+
+/// Prepares a file. Where memory runs out, this file fails and no other.
+PreparationOutcome PrepareRun::outcomeFor(
+    PlannedFile const& file, PreparationOptions const& options)
+{
+    if (!file.job.refusal.empty())
+        return failedFile(file, file.job.refusal);
+    try {
+        return preparedFile(file.job, options, _folderPictures, _platform);
+    } catch (std::bad_alloc const&) {
+        return failedFile(file, "there is not enough memory");
+    }
+}
+
+PreparationOutcome PrepareRun::outcomeOfKept(PlannedFile const& file) const
+{
+    return { .source = file.job.source,
+        .target = _options.folder + '/' + file.former->target,
+        .action = file.state == State::unchanged ? Action::unchanged : Action::renamed,
+        .sizeBefore = file.size,
+        .predictedSize = file.former->targetSize,
+        .size = file.former->targetSize };
+}
+
+void PrepareRun::reportManifestError(std::string const& error)
+{
+    if (!error.empty())
+        _session.reportError(_options.folder + '/' + std::string(Manifest::fileName), error);
+}
+
+/// Puts files in their places, and records those that are there.
+void PrepareRun::place(std::vector<std::size_t> const& items, Outcomes& outcomes)
+{
+    placeFilesOf(outcomes, *_targets);
+    for (auto& [i, outcome] : outcomes) {
+        if (!outcome.isDone())
+            outcome.action = Action::failed;
+        else
+            record(_plan->files()[items[i]], outcome);
+    }
+    reportManifestError(_manifest.write());
+}
+
+void PrepareRun::record(PlannedFile const& file, PreparationOutcome const& outcome)
+{
+    if (outcome.action == Action::unchanged)
+        return;
+    std::string const target = outcome.target.substr(_options.folder.size() + 1);
+    removeTwin(file, target);
+    _manifest.add({ .source = file.source,
+        .size = outcome.sizeBefore,
+        .modified = outcome.modified,
+        .checksum = outcome.checksum,
+        .cover = outcome.cover,
+        .options = _options.preparation.digest(),
+        .version = KXVersion(),
+        .target = target,
+        .targetSize = outcome.size,
+        .song = outcome.song });
+}
+
+/// Removes what an earlier run made of the same file under another name.
+void PrepareRun::removeTwin(PlannedFile const& file, std::string const& target)
+{
+    if (!file.former || file.former->target == target)
+        return;
+    std::string const twin = _options.folder + '/' + file.former->target;
+    bool const isOwn = twin == file.job.target || twin == file.job.convertedTarget;
+    if (!isOwn && _targets->isClaimed(twin))
+        return;
+    std::error_code ignored;
+    if (!std::filesystem::equivalent(twin, _options.folder + '/' + target, ignored))
+        removePrepared(*file.former, _options.folder);
+    _manifest.remove(file.former->target);
+}
+
+void PrepareRun::reportKeptBefore(std::size_t item)
+{
+    for (; _reported < item; ++_reported) {
+        PlannedFile const& file = _plan->files()[_reported];
+        _report->add(outcomeOfKept(file));
+        if (file.former->song)
+            _songs.emplace(_reported,
+                std::pair(_options.folder + '/' + file.former->target, *file.former->song));
+    }
+}
+
+void PrepareRun::take(std::size_t item, PreparationOutcome const& outcome)
+{
+    reportKeptBefore(item);
+    _reported = item + 1;
+    PlannedFile const& file = _plan->files()[item];
+    if (outcome.action == Action::unchanged) { // Told by its contents.
+        auto kept = outcomeOfKept(file);
+        kept.action = Action::unchanged;
+        _report->add(kept);
+        if (file.former->song)
+            _songs.emplace(item, std::pair(kept.target, *file.former->song));
+        return;
+    }
+    _report->add(outcome);
+    if (isDryRun() && outcome.isDone())
+        _needed += spaceFor(file, outcome.size);
+    if (outcome.isDone() && outcome.song)
+        _songs.emplace(item, std::pair(outcome.target, *outcome.song));
+}
+
+void PrepareRun::work()
+{
+    for (PlannedFile& file : _plan->files()) {
+        if (file.state == State::misnamed && !rename(file))
+            file.state = State::missing;
+        bool const hasMoved = file.former && file.former->source != file.source;
+        if (file.state == State::unchanged && hasMoved && !isDryRun()) {
+            file.former->source = file.source;
+            _manifest.add(*file.former);
+        }
+    }
+    auto const items = _plan->filesIn(State::missing);
+    std::vector<std::string> paths;
+    for (std::size_t const item : items)
+        paths.push_back(_plan->files()[item].job.target);
+    if (!isDryRun() && !makeFoldersOf(paths, _options.folder, *_targets, _session))
+        return;
+    workInOrder(
+        items.size(), _options.jobs,
+        [&](std::size_t i) {
+            auto outcome = outcomeFor(_plan->files()[items[i]], _options.preparation);
+            _report->advance(outcome);
+            return outcome;
+        },
+        [&](Outcomes& outcomes) {
+            if (!isDryRun())
+                place(items, outcomes);
+        },
+        [&](std::size_t i, PreparationOutcome const& outcome) { take(items[i], outcome); });
+    reportKeptBefore(_plan->files().size());
+}
+
+// Playlists.
+
+/// Completes the songs that an earlier run prepared without a playlist.
+void PrepareRun::probeKeptSongs()
+{
+    std::vector<std::size_t> items;
+    for (auto const& [item, song] : _songs) {
+        if (!song.second.isProbed)
+            items.push_back(item);
+    }
+    auto const probe = [&](std::size_t i) {
+        return KXMediaProbe::probeWithSourcePath(_plan->files()[items[i]].job.source, _platform);
+    };
+    auto const take = [&](std::size_t i, std::optional<KXMediaProbe> const& probed) {
+        auto& [target, song] = _songs.at(items[i]);
+        auto const* const known
+            = _manifest.entryForTarget(target.substr(_options.folder.size() + 1));
+        if (!probed || !known)
+            return;
+        addProbeTo(song, *probed);
+        ManifestEntry entry = *known;
+        entry.song = song;
+        _manifest.add(std::move(entry));
+    };
+    workInOrder(
+        items.size(), _options.jobs, probe, [](auto&) {}, take);
+}
+
+void PrepareRun::writePlaylists()
+{
+    if (!_options.playlists.areWanted())
+        return;
+    probeKeptSongs();
+    for (auto const& [item, song] : _songs)
+        _playlists.add(_plan->files()[item].job.source, song.first, song.second);
+    _playlists.write(*_targets, _session);
+}
