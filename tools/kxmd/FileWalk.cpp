@@ -126,6 +126,8 @@ private:
         }
         std::ranges::sort(names, std::greater());
         std::string const start = folder.ends_with('/') ? folder : folder + '/';
+        if (_options.sawFolder)
+            _options.sawFolder(start.substr(0, start.size() - 1), names);
         for (std::string const& name : names) {
             std::string relativePath = prefix + name;
             if (!_options.isWanted || _options.isWanted(relativePath))

@@ -35,6 +35,9 @@ struct WalkOptions {
     bool keepsNames { false };
     /// Whether a file or folder of that relative path, found in a folder, is wanted; null for all.
     std::function<bool(std::string_view relativePath)> isWanted {};
+    /// Is told of each folder, without a slash at its end, what it holds; null for nobody.
+    std::function<void(std::string const& folder, std::vector<std::string> const& names)>
+        sawFolder {};
 };
 
 /// What was found.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OpenFiles.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -15,15 +17,15 @@
 #include <vector>
 
 /// Works on items 0 to `count` - 1 on `threads` threads, or as many as the system has. The results
-/// of `work(item)` go to the calling thread: whatever comes within a second together to
+/// of `work(item)` go to the calling thread: whatever comes within three seconds together to
 /// `finish(results)`, where it is a map by item, then each to `take(item, result)`, in the order of
-/// the items. What `work` throws ends it all, and leaves this.
+/// the items. Each may hold a file open. What `work` throws ends it all, and leaves this.
 template <class Work, class Finish, class Take>
 void workInOrder(std::size_t count, std::size_t threads, Work work, Finish finish, Take take)
 {
     using Results = std::map<std::size_t, decltype(work(std::size_t {}))>;
-    constexpr std::size_t mostWaiting = 256; // Each may hold a file open.
-    constexpr std::chrono::seconds period { 1 };
+    std::size_t const mostWaiting = filesToHoldOpen();
+    constexpr std::chrono::seconds period { 3 };
     std::atomic<std::size_t> next { 0 };
     std::mutex mutex;
     std::condition_variable_any changed;

@@ -3,12 +3,14 @@
 #include "NameWithoutCase.h"
 #include "tools/shared/AtomicFile.h"
 
+#include <kxmd/base/KXPath.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <linux/magic.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 namespace {
 
 constexpr char const* sameTarget = "another file has the same target";
+constexpr char const* isSource = "its target is one of the files that are read";
 
 enum class Link { followed, itself };
 
@@ -60,20 +63,25 @@ bool Targets::isPlaced(FileIdentity const& file) const
 
 Targets::Name Targets::nameOf(std::string const& path)
 {
-    std::filesystem::path const target(path);
-    auto const [folder, isNew] = _folders.try_emplace(target.parent_path().string());
-    if (isNew)
-        folder->second = identityAt(folder->first, Link::followed);
-    std::string name = folder->second ? target.filename().string() : path;
+    std::string_view const parent = KXPathByDeletingLastPathComponent(path);
+    auto folder = _folders.find(parent);
+    if (folder == _folders.end()) {
+        std::string const there(parent.empty() ? "." : parent);
+        folder = _folders.emplace(parent, identityAt(there, Link::followed)).first;
+    }
+    std::string name(folder->second ? KXLastPathComponent(path) : std::string_view(path));
     return { folder->second, _tellsCase ? std::move(name) : nameWithoutCase(name) };
 }
 
 std::string Targets::claim(std::string const& path)
 {
-    auto const file = identityAt(path, Link::followed);
-    if (file && _sources.contains(*file))
-        return "its target is one of the files that are read";
     return _names.insert(nameOf(path)).second ? "" : sameTarget;
+}
+
+std::string Targets::reasonAgainst(std::string const& path) const
+{
+    auto const file = identityAt(path, Link::followed);
+    return file && _sources.contains(*file) ? isSource : "";
 }
 
 bool Targets::isClaimed(std::string const& path) { return _names.contains(nameOf(path)); }
@@ -93,7 +101,9 @@ void Targets::placeOne(Arrival& arrival)
 {
     std::string const& path = arrival.file.path();
     auto const replaced = identityAt(path, Link::itself);
-    if (replaced && isPlaced(*replaced))
+    if (replaced && _sources.contains(*replaced))
+        arrival.error = isSource;
+    else if (replaced && isPlaced(*replaced))
         arrival.error = sameTarget;
     else if (!arrival.file.place())
         arrival.error = arrival.file.errorWithPath();

@@ -3,6 +3,7 @@
 #include "FileStatus.h"
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -28,8 +29,11 @@ public:
     /// Says that a file is read, so nothing may be written over it.
     void protect(FileIdentity const& file) { _sources.insert(file); }
 
-    /// Takes `path` for a file. Why it cannot have it, or nothing.
+    /// Takes `path` for a file. Why it cannot have it, or nothing. Does not look whether it is one
+    /// of those that are read, which nothing is placed over.
     [[nodiscard]] std::string claim(std::string const& path);
+    /// Why nothing can be written to `path`, if it is one of the files that are read, or nothing.
+    [[nodiscard]] std::string reasonAgainst(std::string const& path) const;
     /// Whether some file of this run has the path.
     bool isClaimed(std::string const& path);
 
@@ -61,7 +65,8 @@ private:
     int const _folder; ///< Open from the start, so that it hears of every failed write.
     bool _tellsCase { true };
     std::set<FileIdentity> _sources;
-    std::map<std::string, std::optional<FileIdentity>> _folders; ///< As they were when asked for.
+    std::map<std::string, std::optional<FileIdentity>, std::less<>>
+        _folders; ///< As they were when asked for.
     std::set<Name> _names;
     std::map<FileIdentity, std::string> _placed; ///< Where they are.
 };

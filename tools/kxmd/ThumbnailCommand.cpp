@@ -85,7 +85,7 @@ public:
         if (!makeFoldersOf(targets, _options.folder, _targets, _session))
             return;
         for (FoundFile const& file : _files)
-            _refusals.push_back(isRegularFile(file.path) ? _targets.claim(targetOf(file)) : "");
+            _refusals.push_back(isRegularFile(file.path) ? refusalOf(targetOf(file)) : "");
         workInOrder(
             _files.size(), _options.jobs, [this](std::size_t i) { return outcomeOf(i); },
             [this](auto& outcomes) { placeFilesOf(outcomes, _targets); },
@@ -97,6 +97,12 @@ private:
     std::string targetOf(FoundFile const& file) const
     {
         return _options.folder + '/' + file.relativePath + ".png";
+    }
+
+    std::string refusalOf(std::string const& target)
+    {
+        std::string const refusal = _targets.claim(target);
+        return refusal.empty() ? _targets.reasonAgainst(target) : refusal;
     }
 
     Outcome outcomeOf(std::size_t item)

@@ -43,8 +43,8 @@ void RangeCopy::copyByKernel()
             = ::copy_file_range(source, &position, target, nullptr, std::min(length, most), 0);
         if (count > 0) {
             moveOn(count);
-            // The disk will be waited for, so it may as well begin.
-            static_cast<void>(::sync_file_range(target, 0, 0, SYNC_FILE_RANGE_WRITE));
+            if (length) // The disk will be waited for, so it may as well begin.
+                static_cast<void>(::sync_file_range(target, 0, 0, SYNC_FILE_RANGE_WRITE));
         } else if (count == 0 || errno != EINTR) {
             bool const isFull = count < 0 && (errno == ENOSPC || errno == EDQUOT);
             writeError = isFull ? errno : 0;

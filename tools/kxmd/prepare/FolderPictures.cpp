@@ -77,6 +77,28 @@ FolderPictures::FolderPictures(KXPlatform::Ref platform)
 {
 }
 
+void FolderPictures::noteFolder(std::string const& folder, std::vector<std::string> const& names)
+{
+    std::string const lowerFolder = lowerCase(KXLastPathComponent(folder));
+    std::vector<std::string> pictures;
+    for (std::string const& name : names) {
+        if (rankOf(lowerCase(name), lowerFolder) != none)
+            pictures.push_back(name);
+    }
+    _names.lock()->insert_or_assign(folder, std::move(pictures));
+}
+
+std::vector<std::string> FolderPictures::namesIn(std::string const& folder)
+{
+    {
+        auto const names = _names.lock();
+        if (auto const known = names->find(folder); known != names->end())
+            return known->second;
+    }
+    std::error_code ignored;
+    return KXNamesInFolder(folder, ignored);
+}
+
 /// Those in one folder, the best first. Of album art in several sizes the largest file is the best.
 FolderPictures::Pictures FolderPictures::picturesIn(std::string const& folder)
 {
@@ -88,8 +110,7 @@ FolderPictures::Pictures FolderPictures::picturesIn(std::string const& folder)
     };
     std::vector<Ranked> ranked;
     std::string const lowerFolder = lowerCase(KXLastPathComponent(folder));
-    std::error_code ignored;
-    for (std::string const& name : KXNamesInFolder(folder, ignored)) {
+    for (std::string const& name : namesIn(folder)) {
         std::size_t const rank = rankOf(lowerCase(name), lowerFolder);
         struct stat status;
         if (rank == none || ::stat((folder + '/' + name).c_str(), &status) != 0

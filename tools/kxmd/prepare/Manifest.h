@@ -1,32 +1,15 @@
 #pragma once
 
+#include "ManifestEntry.h"
 #include "NameRules.h"
-#include "PreparedSong.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-
-/// What was made of one file, and of what.
-struct ManifestEntry {
-    std::string source; ///< Its absolute path.
-    std::uint64_t size { 0 };
-    std::int64_t modified { 0 }; ///< Nanoseconds since 1970.
-    std::string
-        checksum; ///< SHA-256 of its bytes, in hexadecimal; empty when it was not asked for.
-    std::optional<std::string> cover; ///< The pictures beside it; absent where they do not matter.
-    std::string options; ///< Those that the result depends on.
-    std::string version; ///< Of the program.
-    std::string target; ///< Below the folder.
-    std::uint64_t targetSize { 0 };
-    std::optional<PreparedSong> song; ///< Absent for what is no music.
-
-    bool operator==(ManifestEntry const&) const = default;
-};
 
 /// The record that a folder of prepared files holds of them: a line of JSON for each, appended once
 /// the file is there. The last line for a target counts; a line that was cut off is no line.
@@ -42,14 +25,17 @@ public:
     /// Reads what is there. Why that failed, or nothing.
     [[nodiscard]] std::string read();
 
-    ManifestEntry const* entryForTarget(std::string const& target) const;
+    /// Entries never change; another one may take the place of one.
+    using Entry = std::shared_ptr<ManifestEntry const>;
+
+    /// The entry for a target; null without one, as below.
+    Entry entryForTarget(std::string const& target) const;
     /// The entry for the source at an absolute path.
-    ManifestEntry const* entryForSource(std::string const& source) const;
+    Entry entryForSource(std::string const& source) const;
     /// The entry for a source of that name, size and time, if there is just one.
-    ManifestEntry const* entryForContent(
-        std::string_view name, std::uint64_t size, std::int64_t modified) const;
+    Entry entryForContent(std::string_view name, std::uint64_t size, std::int64_t modified) const;
     /// Those of all targets, in no order.
-    std::unordered_map<std::string, ManifestEntry> const& entries() const { return _entries; }
+    std::unordered_map<std::string, Entry> const& entries() const { return _entries; }
     /// What the folder's file system makes of names; absent when nobody has tried.
     std::optional<NameRules> const& nameRules() const { return _nameRules; }
 
@@ -68,13 +54,13 @@ public:
 
 private:
     void take(std::string_view line);
-    void index(ManifestEntry const& entry);
+    void keep(ManifestEntry entry);
     std::string append();
     std::string writeAnew();
 
     std::string const _path;
     std::optional<NameRules> _nameRules;
-    std::unordered_map<std::string, ManifestEntry> _entries; ///< By target.
+    std::unordered_map<std::string, Entry> _entries; ///< By target.
     std::unordered_map<std::string, std::string> _targets; ///< By source.
     mutable std::unordered_multimap<std::string, std::string>
         _contents; ///< Targets, once asked for.

@@ -128,10 +128,10 @@ private:
     void readTags()
     {
         _reader = KXAbstractData::abstractDataWithPath(_outcome.source);
-        auto const& controller = KXMDFileMetaController::sharedController();
-        setMeta(controller->fileMetaForFile(*_file));
-        controller->mergeFileMetaIntoFile(*_meta, *_file);
-        if (_reader && !_meta->readError())
+        setMeta(_reader ? KXMDFileMeta::fileMetaWithAnyAbstractData(*_reader)
+                        : KXMDFileMeta::fileMetaWithSourcePath(_outcome.source));
+        KXMDFileMetaController::sharedController()->mergeFileMetaIntoFile(*_meta, *_file);
+        if (_reader && !_meta->readError() && _meta->metaType() != KXMDMetaTypeMP3)
             _kind = KXMP4MovieKind::kindOfData(*_reader);
         _file->setHasDRM(_kind && _kind->isProtected);
         _isMusic = isMusic();
@@ -310,8 +310,8 @@ private:
         if (hasPlace && _meta->hasValidAlbumCover())
             return;
         _outcome.cover = _folderPictures.stateFor(_outcome.source);
-        bool const isOffered = canTakeOne || !_folderPictures.pictureFor(_outcome.source).empty();
-        if (!isOffered)
+        bool const hasSmallOne = canTakeOne && _meta->albumCoverSizeForEmbeddedTags();
+        if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source).empty())
             return;
         if (hasLargePicture())
             _outcome.cover.reset();
@@ -443,9 +443,11 @@ private:
         auto target = std::make_unique<AtomicFile>(_outcome.target);
         bool const isWritten = target->open(_source.permissions())
             && (_edited ? appendEdited(*_edited, base.descriptor(), *target)
-                        : target->writeContentsOf(base.descriptor()));
+                        : target->writeRangeOf(base.descriptor(), 0, base.size()));
         if (!target->error().empty())
             _outcome.error = target->errorWithPath();
+        else if (target->readError())
+            _outcome.error = problemOfReading(target->readError());
         else if (!isWritten || _source.hasChanged())
             _outcome.error = "changed while it was read";
         if (!_outcome.isDone())

@@ -27,11 +27,15 @@ bool hasSize(std::string const& path, std::uint64_t size)
 
 /// Where a file goes if it is converted. Where that belongs to another file, as of a.mov beside
 /// a.mp4, it keeps its extension and gets one more, or as many as it takes.
-std::string claimedForConversion(std::string const& target, Targets& targets)
+/// The disk is only asked about the targets of new files.
+std::string claimedForConversion(std::string const& target, bool isNew, Targets& targets)
 {
     std::string converted = convertedTarget(target);
     std::string longer = target;
-    while (converted != target && !targets.claim(converted).empty()) {
+    auto const isFree = [&targets, isNew](std::string const& path) {
+        return targets.claim(path).empty() && (!isNew || targets.reasonAgainst(path).empty());
+    };
+    while (converted != target && !isFree(converted)) {
         longer += ".m4a";
         converted = longer;
     }
@@ -67,28 +71,29 @@ PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::strin
     }
     for (bool const isKnown : { true, false }) {
         for (std::size_t i = 0; i < files.size(); ++i) {
-            if (_files[i].former.has_value() == isKnown)
+            if (static_cast<bool>(_files[i].former) == isKnown)
                 giveTarget(files[i], _files[i]);
         }
     }
     for (PlannedFile& planned : _files) {
         if (planned.job.refusal.empty())
-            planned.job.convertedTarget = claimedForConversion(planned.job.target, _targets);
+            planned.job.convertedTarget
+                = claimedForConversion(planned.job.target, !planned.former, _targets);
     }
-    for (std::size_t i = 0; i < files.size(); ++i)
+    for (std::size_t i = 0; i < files.size(); ++i) {
         _files[i].state = stateOf(files[i], _files[i]);
+        if (_files[i].state != PlannedFile::State::unchanged && _files[i].job.refusal.empty())
+            _files[i].job.refusal = _targets.reasonAgainst(_files[i].job.target);
+    }
 }
 
 /// The record of a file, also of one that lay elsewhere then and has not changed since.
-std::optional<ManifestEntry> PreparationPlan::formerOf(
-    FoundFile const& file, std::string const& source) const
+Manifest::Entry PreparationPlan::formerOf(FoundFile const& file, std::string const& source) const
 {
-    if (auto const* const entry = _manifest.entryForSource(source))
-        return *entry;
-    auto const* const moved = _manifest.entryForContent(source, file.size, file.modified);
-    if (moved && isGone(moved->source))
-        return *moved;
-    return std::nullopt;
+    if (auto entry = _manifest.entryForSource(source))
+        return entry;
+    auto moved = _manifest.entryForContent(source, file.size, file.modified);
+    return moved && isGone(moved->source) ? moved : nullptr;
 }
 
 void PreparationPlan::giveTarget(FoundFile const& file, PlannedFile& planned)

@@ -23,8 +23,7 @@ struct PlannedFile {
     std::string source; ///< The absolute path.
     std::uint64_t size { 0 };
     State state { State::missing };
-    /// What an earlier run made of it: a copy, since the manifest goes on.
-    std::optional<ManifestEntry> former {};
+    Manifest::Entry former {}; ///< What an earlier run made of it; null when none did.
 };
 
 /// What a run does with all files that were found, before anything is done.
@@ -44,7 +43,7 @@ public:
     std::vector<std::size_t> filesIn(PlannedFile::State state) const;
 
 private:
-    std::optional<ManifestEntry> formerOf(FoundFile const& file, std::string const& source) const;
+    Manifest::Entry formerOf(FoundFile const& file, std::string const& source) const;
     void giveTarget(FoundFile const& file, PlannedFile& planned);
     PlannedFile::State stateOf(FoundFile const& file, PlannedFile& planned);
     bool isAsRecorded(FoundFile const& file, PlannedFile& planned) const;

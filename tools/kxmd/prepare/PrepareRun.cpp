@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <new>
 #include <string_view>
 #include <sys/file.h>
@@ -118,8 +119,10 @@ void PrepareRun::run()
 
 bool PrepareRun::begin()
 {
+    // At once, on a thread of its own if there is one.
+    auto reading = std::async([this] { return _manifest.read(); });
     findFiles();
-    if (std::string const error = _manifest.read(); !error.empty()) {
+    if (std::string const error = reading.get(); !error.empty()) {
         _session.reportError(
             _options.folder + '/' + std::string(Manifest::fileName), "cannot be read: " + error);
         return false;
@@ -141,7 +144,9 @@ void PrepareRun::findFiles()
         { .leftOut = _options.folder,
             .links = _options.followsLinks ? Links::all : Links::toFilesWithin,
             .keepsNames = true,
-            .isWanted = isWanted },
+            .isWanted = isWanted,
+            .sawFolder = [this](auto const& folder,
+                             auto const& names) { _folderPictures.noteFolder(folder, names); } },
         _session);
 }
 
@@ -284,8 +289,8 @@ bool PrepareRun::rename(PlannedFile& file)
     _manifest.remove(entry.target);
     entry.source = file.source;
     entry.target = to.substr(_options.folder.size() + 1);
-    _manifest.add(entry);
-    file.former = std::move(entry);
+    file.former = std::make_shared<ManifestEntry const>(entry);
+    _manifest.add(std::move(entry));
     return true;
 }
 
@@ -364,14 +369,19 @@ void PrepareRun::removeTwin(PlannedFile const& file, std::string const& target)
     _manifest.remove(file.former->target);
 }
 
+void PrepareRun::noteSong(
+    std::size_t item, std::string const& target, std::optional<PreparedSong> const& song)
+{
+    if (song && _options.playlists.areWanted())
+        _songs.emplace(item, std::pair(target, *song));
+}
+
 void PrepareRun::reportKeptBefore(std::size_t item)
 {
     for (; _reported < item; ++_reported) {
         PlannedFile const& file = _plan->files()[_reported];
         _report->add(outcomeOfKept(file));
-        if (file.former->song)
-            _songs.emplace(_reported,
-                std::pair(_options.folder + '/' + file.former->target, *file.former->song));
+        noteSong(_reported, _options.folder + '/' + file.former->target, file.former->song);
     }
 }
 
@@ -384,15 +394,13 @@ void PrepareRun::take(std::size_t item, PreparationOutcome const& outcome)
         auto kept = outcomeOfKept(file);
         kept.action = Action::unchanged;
         _report->add(kept);
-        if (file.former->song)
-            _songs.emplace(item, std::pair(kept.target, *file.former->song));
-        return;
+        return noteSong(item, kept.target, file.former->song);
     }
     _report->add(outcome);
     if (isDryRun() && outcome.isDone())
         _needed += spaceFor(file, outcome.size);
-    if (outcome.isDone() && outcome.song)
-        _songs.emplace(item, std::pair(outcome.target, *outcome.song));
+    if (outcome.isDone())
+        noteSong(item, outcome.target, outcome.song);
 }
 
 void PrepareRun::work()
@@ -402,8 +410,9 @@ void PrepareRun::work()
             file.state = State::missing;
         bool const hasMoved = file.former && file.former->source != file.source;
         if (file.state == State::unchanged && hasMoved && !isDryRun()) {
-            file.former->source = file.source;
-            _manifest.add(*file.former);
+            ManifestEntry entry = *file.former;
+            entry.source = file.source;
+            _manifest.add(std::move(entry));
         }
     }
     auto const items = _plan->filesIn(State::missing);
@@ -442,8 +451,7 @@ void PrepareRun::probeKeptSongs()
     };
     auto const take = [&](std::size_t i, std::optional<KXMediaProbe> const& probed) {
         auto& [target, song] = _songs.at(items[i]);
-        auto const* const known
-            = _manifest.entryForTarget(target.substr(_options.folder.size() + 1));
+        auto const known = _manifest.entryForTarget(target.substr(_options.folder.size() + 1));
         if (!probed || !known)
             return;
         addProbeTo(song, *probed);

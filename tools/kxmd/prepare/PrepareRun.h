@@ -75,6 +75,8 @@ private:
     void place(std::vector<std::size_t> const& items, Outcomes& outcomes);
     void record(PlannedFile const& file, PreparationOutcome const& outcome);
     void removeTwin(PlannedFile const& file, std::string const& target);
+    void noteSong(
+        std::size_t item, std::string const& target, std::optional<PreparedSong> const& song);
     void reportKeptBefore(std::size_t item);
     void take(std::size_t item, PreparationOutcome const& outcome);
     void reportManifestError(std::string const& error);

@@ -32,9 +32,9 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
     removal.recorded = manifest.entries().size();
     for (auto const& [target, entry] : manifest.entries()) {
         bool const isOurs = std::ranges::any_of(
-            roots, [&](std::string const& root) { return isBelow(entry.source, root); });
-        if (isOurs && isGone(entry.source) && !targets.isClaimed(folder + '/' + target))
-            removal.entries.push_back(entry);
+            roots, [&](std::string const& root) { return isBelow(entry->source, root); });
+        if (isOurs && isGone(entry->source) && !targets.isClaimed(folder + '/' + target))
+            removal.entries.push_back(*entry);
     }
     std::ranges::sort(removal.entries, {}, &ManifestEntry::target);
     return removal;

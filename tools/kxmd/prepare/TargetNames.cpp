@@ -114,23 +114,31 @@ std::string TargetNames::nameFor(std::string const& name, std::string const& fol
     return marked;
 }
 
-std::string TargetNames::pathFor(std::string const& relativePath, std::string_view former)
+/// The target of a folder by its path with a slash at the end; empty for the whole folder.
+std::string TargetNames::folderFor(std::string const& folder)
 {
+    if (folder.empty())
+        return {};
+    if (auto const known = _folders.find(folder); known != _folders.end())
+        return known->second;
     std::string source, target;
-    for (std::size_t start = 0; start < relativePath.size();) {
-        std::size_t const slash = std::min(relativePath.find('/', start), relativePath.size());
-        std::string const name = relativePath.substr(start, slash - start);
-        bool const isFolder = slash < relativePath.size();
+    for (std::size_t start = 0; start < folder.size();) {
+        std::size_t const slash = folder.find('/', start);
+        std::string const name = folder.substr(start, slash - start);
+        source += name + '/';
         start = slash + 1;
-        source += name + (isFolder ? "/" : "");
-        if (!isFolder) {
-            bool const isMarked = stemOf(former).ends_with(markFor(name));
-            return target + nameFor(name, target, isMarked);
-        }
         auto const [known, isNew] = _folders.try_emplace(source);
         if (isNew)
             known->second = target + nameFor(name, target, false) + '/';
         target = known->second;
     }
     return target;
+}
+
+std::string TargetNames::pathFor(std::string const& relativePath, std::string_view former)
+{
+    std::size_t const start = relativePath.rfind('/') + 1; // 0 without a folder.
+    std::string const folder = folderFor(relativePath.substr(0, start));
+    std::string const name = relativePath.substr(start);
+    return folder + nameFor(name, folder, stemOf(former).ends_with(markFor(name)));
 }

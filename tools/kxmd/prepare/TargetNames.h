@@ -2,10 +2,9 @@
 
 #include "NameRules.h"
 
-#include <map>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 /// Gives files the names that a folder's file system takes: their own, with as little changed as
 /// can be, and always in the same way. No two get the same one.
@@ -18,11 +17,13 @@ public:
     std::string pathFor(std::string const& relativePath, std::string_view former = {});
 
 private:
+    std::string folderFor(std::string const& folder);
     std::string nameFor(std::string const& name, std::string const& folder, bool isMarked);
     std::string allowedName(std::string name) const;
     bool isOwn(std::string const& path, std::string const& name);
 
     NameRules const _rules;
-    std::map<std::string, std::string> _folders; ///< Where those of the source are.
-    std::map<std::string, std::string> _owners; ///< Whose name, in the source, a path is made from.
+    std::unordered_map<std::string, std::string> _folders; ///< Where those of the source are.
+    std::unordered_map<std::string, std::string>
+        _owners; ///< Whose name, in the source, a path is made from.
 };
