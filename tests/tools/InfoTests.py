@@ -1,3 +1,4 @@
+import base64
 import json
 import os
 import struct
@@ -60,6 +61,23 @@ class InfoTests(CommandTestCase):
                 rate = theirs["avg_frame_rate" if theirs["avg_frame_rate"] != "0/0" else "r_frame_rate"]
                 self.assertAlmostEqual(ours["frameRate"], float(Fraction(rate)))
         return found
+
+    def test_folders_are_looked_into(self):
+        os.makedirs(self.path("a/b"))
+        song = id3v23(text_frame(b"TIT2", "Song"))
+        paths = [self.write(name, song) for name in ("a/1.mp3", "a/b/2.mp3", "3.mp3")]
+        found = run("info", "--json", "-r", self.path("a"), self.path("3.mp3")).objects()
+        self.assertEqual([(info["path"], info["tags"]["Name"]) for info in found], [(path, "Song") for path in paths])
+        self.assertEqual(run("info", "--json", self.path("a")).status, 1)
+
+    def test_path_that_is_no_text_comes_with_its_bytes(self):
+        path = os.path.join(self.folder.encode(), b"a\xff.mp3")
+        with open(path, "wb") as file:
+            file.write(id3v23(text_frame(b"TIT2", "Song")))
+        info, = run("info", "--json", path).objects()
+        self.assertEqual(base64.b64decode(info["pathBytes"]), path)
+        self.assertTrue(info["path"].endswith("a\ufffd.mp3"))
+        self.assertNotIn("pathBytes", run("info", "--json", self.write("b.mp3", b"")).objects()[0])
 
     def test_probe_of_music(self):
         tags = {"title": "Träume", "artist": "The Oscillators", "album": "Sines", "album_artist": "Waves"}

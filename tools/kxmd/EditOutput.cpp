@@ -73,8 +73,8 @@ void reportEdit(EditOptions const& options, std::string const& what, std::uint64
     std::uint64_t bytesAfter, Session& session)
 {
     if (options.json) {
-        session.write(jsonLine({ { "path", options.path }, { "ok", true },
-            { "bytesBefore", bytesBefore }, { "bytesAfter", bytesAfter } }));
+        session.write(jsonLine(jsonOfFile(options.path,
+            { { "ok", true }, { "bytesBefore", bytesBefore }, { "bytesAfter", bytesAfter } })));
         return;
     }
     session.write(what + ": " + std::to_string(bytesBefore) + " bytes before, "
@@ -99,6 +99,7 @@ void writeRefusal(EditOptions const& options, std::string const& reason, std::ui
     Session& session)
 {
     if (options.json)
-        session.write(jsonLine({ { "path", options.path }, { "ok", false },
-            { "bytesBefore", bytesBefore }, { "bytesAfter", bytesBefore }, { "reason", reason } }));
+        session.write(jsonLine(jsonOfFile(options.path,
+            { { "ok", false }, { "bytesBefore", bytesBefore }, { "bytesAfter", bytesBefore },
+                { "reason", reason } })));
 }

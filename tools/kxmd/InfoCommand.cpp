@@ -1,6 +1,7 @@
 // kxmd info: what is in each file.
 
 #include "Commands.h"
+#include "FileWalk.h"
 #include "JSONLine.h"
 #include "Session.h"
 #include "TextReport.h"
@@ -16,6 +17,9 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -24,6 +28,7 @@ constexpr std::array tagKeys { KXMDMetadataKeyName, KXMDMetadataKeyArtist, KXMDM
 
 struct Options {
     bool isJSON { false };
+    bool entersFolders { false };
     bool asksAlways { false }; ///< The movie library, also about what we know.
 };
 
@@ -109,14 +114,16 @@ JSON jsonOfProbe(KXMediaProbe const& probe)
 std::string jsonReport(Subject const& subject)
 {
     KXMDFileMeta const& meta = subject.meta;
-    JSON report({ { "path", subject.path }, { "size", meta.filesize() },
-        { "detectedType", static_cast<int>(subject.detectedType) }, { "metaType", meta.metaType() },
-        { "tags", jsonOfTags(meta) }, { "containsVideo", meta.containsVideo() },
-        { "video", jsonOfCodecs(meta.videoCodecsInfo()) },
-        { "audio", jsonOfCodecs(meta.audioCodecsInfo()) },
-        { "cover",
-            { { "valid", meta.hasValidAlbumCover() }, { "insertable", meta.canInsertAlbumCover() },
-                { "embeddedBytes", meta.albumCoverSizeForEmbeddedTags() } } } });
+    JSON report = jsonOfFile(subject.path,
+        { { "size", meta.filesize() }, { "detectedType", static_cast<int>(subject.detectedType) },
+            { "metaType", meta.metaType() }, { "tags", jsonOfTags(meta) },
+            { "containsVideo", meta.containsVideo() },
+            { "video", jsonOfCodecs(meta.videoCodecsInfo()) },
+            { "audio", jsonOfCodecs(meta.audioCodecsInfo()) },
+            { "cover",
+                { { "valid", meta.hasValidAlbumCover() },
+                    { "insertable", meta.canInsertAlbumCover() },
+                    { "embeddedBytes", meta.albumCoverSizeForEmbeddedTags() } } } });
     if (subject.isProbed)
         report["probe"] = subject.probe ? jsonOfProbe(*subject.probe) : JSON();
     return jsonLine(report);
@@ -277,15 +284,28 @@ void showFile(std::string const& path, Options const& options, Session& session)
     session.write(options.isJSON ? jsonReport(subject) : textReport(subject));
 }
 
+/// The paths as they were typed, or those of the files that they lead to.
+std::vector<std::string> pathsOf(
+    std::vector<std::string> typed, Options const& options, Session& session)
+{
+    if (!options.entersFolders)
+        return typed;
+    std::vector<std::string> paths;
+    for (FoundFile const& file : foundFiles(typed, {}, session).files)
+        paths.push_back(file.path);
+    return paths;
+}
+
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<Options>();
     command.add_flag("--json", options->isJSON, "Print one JSON object per file");
     command.add_flag("--probe", options->asksAlways,
         "Tell also what the movie library finds, as for files of an unknown type");
+    command.add_flag("-r,--recursive", options->entersFolders, "Look at all files in folders, too");
     auto* const files = addFiles(command, "Files to look at");
     command.callback([options, files, &session] {
-        for (auto const& path : textsOf(*files))
+        for (auto const& path : pathsOf(textsOf(*files), *options, session))
             showFile(path, *options, session);
     });
 }

@@ -45,3 +45,11 @@ void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std:
         = g_base64_encode(reinterpret_cast<guchar const*>(path.data()), path.size());
     object[std::string(bytesKey)] = encoded;
 }
+
+JSON jsonOfFile(std::string_view path, JSON const& fields)
+{
+    JSON object = JSON::object();
+    addPath(object, "path", "pathBytes", path);
+    object.update(fields);
+    return object;
+}

@@ -18,3 +18,6 @@ JSON jsonNumber(double number);
 /// Adds a path under `key`. One that is not UTF-8 is shown with U+FFFD in place of what is not, and
 /// comes with its bytes in base64 (RFC 4648, 4) under `bytesKey`.
 void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std::string_view path);
+
+/// An object about the file at `path`, with its "path" and what `fields` has.
+JSON jsonOfFile(std::string_view path, JSON const& fields);

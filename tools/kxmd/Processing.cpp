@@ -17,9 +17,9 @@ void reportProcessed(
     EditOptions const& options, bool isChanged, ProcessedSizes sizes, Session& session)
 {
     if (options.json) {
-        session.write(jsonLine(
-            { { "path", options.path }, { "changed", isChanged }, { "bytesBefore", sizes.before },
-                { "predicted", sizes.predicted }, { "bytesAfter", sizes.after } }));
+        session.write(jsonLine(jsonOfFile(options.path,
+            { { "changed", isChanged }, { "bytesBefore", sizes.before },
+                { "predicted", sizes.predicted }, { "bytesAfter", sizes.after } })));
         return;
     }
     session.write((isChanged ? "changed: " : "copied: ") + std::to_string(sizes.before)

@@ -277,26 +277,46 @@ private:
 
     void clean()
     {
-        auto const removed = _options.keepsMetadata ? 0 : KXMP4CameraData::bytesInData(*_reader);
-        using Processor = KXMDFileProcessorCleanIPhoneVideo;
-        bool const isClean = Processor::cleanedSizeOfData(*_reader) == _reader->length();
-        if (isClean && !removed)
-            return;
-        auto const cleaning = [this](KXMutableData::Ref const& data) {
-            return Processor::cleanData(data)
-                && (_options.keepsMetadata || KXMP4CameraData::removeFromData(data));
-        };
-        if (auto const danger = KXMP4EditSafety(*_reader).reasonAgainstEdit(cleaning))
-            return remark(*danger);
-        Processor const processor(_platform);
-        std::uint64_t const size = _outcome.predictedSize;
-        use(processor, PreparationStep::cleaning);
         auto const data = edited();
-        if (!Processor::cleanData(data) || data->length() != _outcome.predictedSize
-            || (!_options.keepsMetadata && !KXMP4CameraData::removeFromData(data)))
-            return takeBack(size, "cannot be cleaned");
+        if (!removeUserData(data))
+            return;
+        if (!_options.keepsMetadata)
+            removeCameraData(data);
+        if (_outcome.has(PreparationStep::cleaning))
+            _edited = data;
+    }
+
+    /// False, with a remark, when it has to stay.
+    bool removeUserData(KXMutableData::Ref const& data)
+    {
+        using Processor = KXMDFileProcessorCleanIPhoneVideo;
+        if (Processor::cleanedSizeOfData(*_reader) == _reader->length())
+            return true;
+        if (auto const danger = Processor::reasonAgainstCleaningData(*_reader)) {
+            remark(*danger);
+            return false;
+        }
+        std::uint64_t const size = _outcome.predictedSize;
+        use(Processor(_platform), PreparationStep::cleaning);
+        if (Processor::cleanData(data) && data->length() == _outcome.predictedSize)
+            return true;
+        takeBack(size, "cannot be cleaned");
+        return false;
+    }
+
+    /// What the camera wrote beside the movie's user data.
+    void removeCameraData(KXMutableData::Ref const& data)
+    {
+        auto const reader = KXMutableAbstractData::abstractDataWithData(data);
+        if (auto const danger = KXMP4CameraData::reasonAgainstRemovingFromData(*reader))
+            return remark("what the camera wrote cannot all be removed: " + *danger);
+        if (!KXMP4CameraData::bytesInData(*reader))
+            return;
+        if (!KXMP4CameraData::removeFromData(data))
+            return remark("what the camera wrote cannot all be removed");
+        if (!_outcome.has(PreparationStep::cleaning))
+            _outcome.steps.push_back(PreparationStep::cleaning);
         _outcome.predictedSize = data->length();
-        _edited = data;
     }
 
     // Covers.
