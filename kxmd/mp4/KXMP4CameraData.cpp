@@ -3,6 +3,7 @@
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/mp4/KXMP4CameraDataAtomsPrivate.h"
+#include "kxmd/mp4/KXMP4LargeAtomsPrivate.h"
 #include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
 
 #include <algorithm>
@@ -39,7 +40,7 @@ constexpr ExtendedType removedExtendedTypes[] {
 
 bool isRemovedExtendedType(KXMP4Atom const& atom, KXAbstractData& data)
 {
-    constexpr std::uint64_t headerSize = 8;
+    std::uint64_t const headerSize = hasLargeSize(atom, data) ? 16 : 8;
     ExtendedType type;
     data.setOffset(atom.offset() + headerSize);
     return atom.size() >= headerSize + type.size() && data.readBytesTo(type.data(), type.size())
@@ -49,8 +50,44 @@ bool isRemovedExtendedType(KXMP4Atom const& atom, KXAbstractData& data)
 std::optional<KXMP4Atom::List> atomsOf(KXMutableData::Ref const& data, KXMP4Atom::Ref& root)
 {
     auto const reader = KXMutableAbstractData::abstractDataWithData(data);
-    root = KXMP4Atom::atomWithAbstractData(*reader);
+    root = treeWithLargeAtoms(*reader);
     return cameraDataAtoms(*root, *reader);
+}
+
+/// The top-level atom around an atom, or the atom itself.
+KXMP4Atom& topLevelAtomAround(KXMP4Atom& atom)
+{
+    KXMP4Atom* top = &atom;
+    while (top->parent() && top->parent()->parent())
+        top = top->parent();
+    return *top;
+}
+
+/// Edits write sizes of 32 bits; puts one of 64 bits where it belongs.
+void restoreLargeSize(KXMP4Atom const& atom, KXMutableData& data)
+{
+    constexpr std::uint32_t sizeFollows = 1; // ISO/IEC 14496-12, 4.2.
+    constexpr std::uint64_t highOffset = 8, lowOffset = 12;
+    auto const write = [&](std::uint64_t offset, std::uint64_t value) {
+        // What cannot be written is told by the check beforehand.
+        static_cast<void>(
+            data.replaceUInt32AtWith(atom.offset() + offset, static_cast<std::uint32_t>(value)));
+    };
+    write(0, sizeFollows);
+    write(highOffset, atom.size() >> 32);
+    write(lowOffset, atom.size());
+}
+
+void removeAtomFromData(KXMP4Atom& atom, KXMutableData::Ref const& data)
+{
+    KXMP4Atom& top = topLevelAtomAround(atom);
+    bool const isLarge
+        = &top != &atom && hasLargeSize(top, *KXMutableAbstractData::abstractDataWithData(data));
+    std::uint64_t const length = data->length();
+    // It goes even if an offset cannot be corrected, which the check beforehand tells.
+    static_cast<void>(atom.removeSelfFromMutableData(*data));
+    if (isLarge && data->length() != length)
+        restoreLargeSize(top, *data);
 }
 
 /// Removes the first of the atoms that can be removed; whether any bytes went.
@@ -60,8 +97,7 @@ bool removeOneFromData(KXMutableData::Ref const& data)
     auto const atoms = atomsOf(data, root);
     std::uint64_t const length = data->length();
     for (auto const& atom : atoms.value_or(KXMP4Atom::List())) {
-        // It goes even if an offset cannot be corrected, which the check beforehand tells.
-        static_cast<void>(atom->removeSelfFromMutableData(*data));
+        removeAtomFromData(*atom, data);
         if (data->length() != length)
             return true;
     }

@@ -28,8 +28,8 @@ public:
     [[nodiscard]] static std::uint64_t bytesInData(KXAbstractData& data);
 
     /// `reasonAgainstRemovingFromData:` Why media of the file that `data` reads would be lost by
-    /// that, as `KXMP4EditSafety` tells it; absent when none is, or when there is nothing to
-    /// remove.
+    /// that, as `KXMP4EditSafety` tells it, or why nobody can tell what there is to remove; absent
+    /// when none is, or when there is nothing to remove.
     [[nodiscard]] static std::optional<std::string> reasonAgainstRemovingFromData(
         KXAbstractData& data);
 };

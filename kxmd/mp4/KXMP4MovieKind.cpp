@@ -2,6 +2,7 @@
 
 #include "kxmd/mp4/KXMP4DescriptionPrivate.h"
 #include "kxmd/mp4/KXMP4InnerAtomsPrivate.h"
+#include "kxmd/mp4/KXMP4LargeAtomsPrivate.h"
 #include "kxmd/mp4/atoms/KXMP4AtomSDExtEsds.h"
 
 #include <algorithm>
@@ -127,7 +128,7 @@ bool isStill(KXMP4Atom& track, KXAbstractData& data)
 
 std::optional<KXMP4MovieKind> KXMP4MovieKind::kindOfData(KXAbstractData& data)
 {
-    auto const root = KXMP4Atom::atomWithAbstractData(data);
+    auto const root = treeWithLargeAtoms(data);
     std::optional<KXMP4MovieKind> kind;
     if (isMovieFile(*root, data)) {
         kind.emplace();

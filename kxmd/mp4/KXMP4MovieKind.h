@@ -6,8 +6,7 @@
 #include <optional>
 
 /// What kind of work an MP4 or QuickTime file holds: a song, a film, or what somebody recorded with
-/// a phone. By the tree of its atoms alone, so a movie atom after media with a 64-bit size is not
-/// found.
+/// a phone. By its atoms alone, those after media with a 64-bit size included.
 struct KX_EXPORT KXMP4MovieKind {
     /// A video track that is neither a still picture beside sound nor the pictures of chapters.
     bool hasMovingPictures { false };

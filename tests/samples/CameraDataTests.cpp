@@ -2,6 +2,7 @@
 
 #include "kxmd/mp4/KXMP4CameraData.h"
 #include "kxmd/mp4/KXMP4MovieKind.h"
+#include "kxmd/mp4/atoms/KXMP4Atom.h"
 #include "kxmd/processors/KXMDFileProcessorCleanIPhoneVideo.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -45,7 +46,13 @@ struct Recordings {
     TemporaryFolder before;
     TemporaryFolder after;
     std::size_t count { 0 };
+    std::size_t countWithLargeMedia { 0 }; ///< Before the movie, which the tree does not find then.
 };
+
+bool hasLargeMediaBeforeMovie(Bytes const& file)
+{
+    return KXMP4Atom::atomWithAbstractData(*build::reader(file))->allAtomsWithPath("moov").empty();
+}
 
 /// Writes every recording that can be cleaned without harm into two folders: as it is, and cleaned.
 void writeRecordings(Recordings& recordings)
@@ -66,6 +73,7 @@ void writeRecordings(Recordings& recordings)
         EXPECT_TRUE(KXMP4CameraData::removeFromData(data)) << path;
         EXPECT_EQ(
             KXMP4CameraData::bytesInData(*build::reader(cleaned)), cleaned.size() - data->length());
+        recordings.countWithLargeMedia += hasLargeMediaBeforeMovie(file);
         std::string const name = std::to_string(++recordings.count) + path.filename().string();
         recordings.before.write(name, file);
         recordings.after.write(name, { data->bytes().begin(), data->bytes().end() });
@@ -92,6 +100,7 @@ TEST(CameraData, OtherProgramsFindNoneInCleanedRecordings)
     Recordings recordings;
     writeRecordings(recordings);
     EXPECT_GE(recordings.count, 20u);
+    EXPECT_GE(recordings.countWithLargeMedia, 4u);
     std::size_t programs = 0;
     for (std::string const command : { "exiftool -r -j -g -u", "mediainfo --Output=JSON" }) {
         if (!isInstalled(command.substr(0, command.find(' '))))

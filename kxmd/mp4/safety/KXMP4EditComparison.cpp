@@ -172,7 +172,6 @@ std::string_view KXMP4EditComparison::compareSizes(Boxes const& boxes)
     bool const runsPastItsParent = before.size - length > _open.back().lost;
     if (isEdited && runsPastItsParent)
         return reasons::sizesDoNotNest; // Nobody knows which bytes belong to it.
-    // Neither a 64-bit size nor one that stands for the rest of the file is ever written.
     std::uint64_t const expected = before.size + lengthAfter - length;
     bool const isSmall = before.headerSize == smallHeader;
     if (after.size != expected) {
@@ -182,6 +181,8 @@ std::string_view KXMP4EditComparison::compareSizes(Boxes const& boxes)
     }
     if (isEdited && isSmall)
         _corrected.push_back({ before.offset, sizeLength });
+    else if (isEdited)
+        _corrected.push_back({ before.offset + smallHeader, largeHeader - smallHeader });
     return {};
 }
 

@@ -10,6 +10,7 @@ inline constexpr std::string_view noSuchAtom
 inline constexpr std::string_view pastTheEnd
     = "an atom to be removed runs past the end of the file";
 inline constexpr std::string_view tooManyAtoms = "the file has too many atoms";
+inline constexpr std::string_view largeSize = "an atom within the movie has a 64-bit size";
 inline constexpr std::string_view sizesDoNotNest
     = "the sizes of the atoms around the edit contradict each other";
 inline constexpr std::string_view sizePast4GiB = "an atom would grow past 4 GiB";

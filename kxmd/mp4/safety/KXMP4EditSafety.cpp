@@ -5,6 +5,7 @@
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
 #include "kxmd/mp4/KXMP4RemovalLimitPrivate.h"
+#include "kxmd/mp4/safety/KXMP4EditCheckPrivate.h"
 #include "kxmd/mp4/safety/KXMP4EditComparisonPrivate.h"
 #include "kxmd/mp4/safety/KXMP4EditReasonsPrivate.h"
 
@@ -57,6 +58,20 @@ bool isChanged(KXMutableData const& edited, std::uint64_t lengthBefore)
 
 }
 
+std::optional<std::string> reasonAgainstEditByTree(
+    KXMP4EditSafety::Edit const& edit, KXAbstractData& data, KXMP4Atom& root, bool isWhole)
+{
+    KXAbstractData::Ref const unowned(KXAbstractData::Ref(), &data);
+    auto const edited = std::make_shared<KXMutableData>(unowned);
+    bool const isFinished = edit(edited);
+    if (isFinished && !isChanged(*edited, data.length()))
+        return {};
+    if (!isWhole)
+        return std::string(reasons::tooManyAtoms);
+    auto const reason = KXMP4EditComparison(data, edited, root).reason(isFinished);
+    return reason.empty() ? std::nullopt : std::optional(std::string(reason));
+}
+
 KXMP4EditSafety::KXMP4EditSafety(KXAbstractData& data)
     : _data(data)
     , _isMP4(KXMDFileMeta::metaTypeForData(data) == KXMDMetaTypeMP4)
@@ -67,15 +82,7 @@ KXMP4EditSafety::KXMP4EditSafety(KXAbstractData& data)
 
 std::optional<std::string> KXMP4EditSafety::reasonAgainstEdit(Edit const& edit) const
 {
-    KXAbstractData::Ref const unowned(KXAbstractData::Ref(), &_data);
-    auto const edited = std::make_shared<KXMutableData>(unowned);
-    bool const isFinished = edit(edited);
-    if (isFinished && !isChanged(*edited, _data.length()))
-        return {};
-    if (!_isWhole)
-        return std::string(reasons::tooManyAtoms);
-    auto const reason = KXMP4EditComparison(_data, edited, *_root).reason(isFinished);
-    return reason.empty() ? std::nullopt : std::optional(std::string(reason));
+    return reasonAgainstEditByTree(edit, _data, *_root, _isWhole);
 }
 
 std::optional<std::string> KXMP4EditSafety::reasonAgainstEditAt(
