@@ -6,6 +6,7 @@
 #include "kxmd/base/KXMutableAbstractData.h"
 #include "kxmd/mp3/KXMDFileMetaMP3.h"
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4AtomSampleTable.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
 
 #include <algorithm>
@@ -21,6 +22,23 @@ bool areSameButForTheTagSize(KXMutableData const& data, std::vector<std::uint8_t
     return bytes.size() == original.size()
         && std::equal(bytes.begin(), bytes.begin() + tagSizeAt, original.begin())
         && std::equal(bytes.begin() + tagSizeEnd, bytes.end(), original.begin() + tagSizeEnd);
+}
+
+/// Whether the chunk offset tables of the tree have no more entries than the file has room for. An
+/// edit refuses more, which only tables that it reads several times have: those of atoms that
+/// overlap. The file with a cover has more room, so it may get one that cannot be taken back.
+bool haveTablesRoom(KXMP4Atom& root, std::uint64_t length)
+{
+    constexpr std::uint64_t entrySize = 4;
+    std::uint64_t entries = 0;
+    root.visitDepthFirst([&](KXMP4Atom& atom, std::size_t) {
+        if (auto const* const table = dynamic_cast<KXMP4AtomSampleTable const*>(&atom)) {
+            std::uint64_t const room = (length - std::min(table->offset(), length)) / entrySize;
+            entries += std::min<std::uint64_t>(table->noOfEntries(), room);
+        }
+        return true;
+    });
+    return entries <= length / entrySize;
 }
 
 /// Whether an edit is one of those that can be taken back.
@@ -42,7 +60,8 @@ bool canBeTakenBack(
                 list->children(), [](auto const& atom) { return atom->size() >= 8; }))
             return false; // Nor any tag.
     }
-    return !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
+    return haveTablesRoom(*meta.mp4Atom(), data->length())
+        && !KXMP4EditSafety(*reader).reasonAgainstAddingAlbumCoverOfSize(coverSize);
 }
 
 void removeLastFrame(std::vector<std::uint8_t> bytes)
