@@ -354,7 +354,7 @@ class PrepareAgainTests(PrepareTestCase):
         done = self.on_small_disk(256)
         self.assertEqual((done.returncode, done.stdout), (1, b""))
         self.assertRegex(done.stderr.decode(), r"lacks \d+ bytes: \d+ are needed, \d+ are free; --anyway begins")
-        done = self.on_small_disk(256, "--anyway")
+        done = self.on_small_disk(256, "--anyway", "-j", "1")
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"\na\n", b"\n" + done.stdout)
 

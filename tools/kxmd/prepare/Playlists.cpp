@@ -183,11 +183,11 @@ void Playlists::sortMembers()
 
 void Playlists::write(Targets& targets, Session& session)
 {
-    auto const unlisted = std::ranges::stable_partition(
-        _members, [this](Member const& member) { return canBeListed(member); });
-    for (Member const& member : unlisted)
-        session.reportRemark(member.target, "cannot be listed by its name");
-    _members.erase(unlisted.begin(), unlisted.end());
+    auto const unlisted = std::stable_partition(_members.begin(), _members.end(),
+        [this](Member const& member) { return canBeListed(member); });
+    for (auto member = unlisted; member != _members.end(); ++member)
+        session.reportRemark(member->target, "cannot be listed by its name");
+    _members.erase(unlisted, _members.end());
     sortMembers();
     if (!_path.empty())
         write(_path, _members, targets, session);

@@ -176,6 +176,7 @@ void PrepareRun::work()
     }
     auto const items = _plan->filesIn(State::missing);
     std::vector<std::string> paths;
+    paths.reserve(items.size());
     for (std::size_t const item : items)
         paths.push_back(_plan->files()[item].job.target);
     if (!isDryRun() && !makeFoldersOf(paths, _options.folder, *_targets, _session))

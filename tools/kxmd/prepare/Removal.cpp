@@ -31,9 +31,10 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
     Removal removal;
     removal.recorded = manifest.entries().size();
     for (auto const& [target, entry] : manifest.entries()) {
+        std::string const& source = entry->source;
         bool const isOurs = std::ranges::any_of(
-            roots, [&](std::string const& root) { return isBelow(entry->source, root); });
-        if (isOurs && isGone(entry->source) && !targets.isClaimed(folder + '/' + target))
+            roots, [&source](std::string const& root) { return isBelow(source, root); });
+        if (isOurs && isGone(source) && !targets.isClaimed(folder + '/' + target))
             removal.entries.push_back(*entry);
     }
     std::ranges::sort(removal.entries, {}, &ManifestEntry::target);

@@ -103,7 +103,7 @@ bool TargetNames::isOwn(std::string const& path, std::string const& name)
 
 std::string TargetNames::nameFor(std::string const& name, std::string const& folder, bool isMarked)
 {
-    std::string const allowed = allowedName(name);
+    std::string allowed = allowedName(name);
     bool const isShort = allowed.size() <= _rules.longest;
     if (isShort && !isMarked && isOwn(folder + allowed, name))
         return allowed;
