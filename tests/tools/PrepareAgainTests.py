@@ -91,11 +91,20 @@ class PrepareAgainTests(PrepareTestCase):
             self.assertEqual(os.stat(os.path.join(self.out, name)).st_mtime_ns,
                              os.stat(os.path.join(self.source, name)).st_mtime_ns, name)
 
-    def test_other_options_do_it_again(self):
+    def test_other_options_do_again_what_depends_on_them(self):
         self.place_three()
         self.place("Album/cover.jpg")
+        self.place("Album/film.mp4")
+        self.place("Album/recording.mov")
         self.prepare()
-        self.assertEqual(set(self.actions("--cover-size", "300").values()), {"copied", "edited", "converted"})
+        self.assertEqual(self.actions("--cover-size", "300"), {
+            "Album/cover.jpg": "unchanged", "Album/film.mp4": "unchanged", "Album/good.mp3": "copied",
+            "Album/lossless.m4a": "converted", "Album/recording.mov": "unchanged", "Album/song.mp3": "edited"})
+        self.assertEqual(self.actions("--cover-size", "300", "--no-clean"), {
+            "Album/cover.jpg": "unchanged", "Album/film.mp4": "copied", "Album/good.mp3": "unchanged",
+            "Album/lossless.m4a": "unchanged", "Album/recording.mov": "copied", "Album/song.mp3": "unchanged"})
+        self.prepare()
+        self.prepare("--cover-size", "300")
         self.assertEqual(set(self.actions("--cover-size", "300").values()), {"unchanged"})
 
     def test_another_picture_beside_the_music_does_it_again(self):
@@ -110,10 +119,12 @@ class PrepareAgainTests(PrepareTestCase):
     def test_checksums_tell_by_contents(self):
         self.place_three()
         self.prepare("--checksum")
-        self.touch("Album/song.mp3")
         before = self.state()
         self.assertEqual(set(self.actions("--checksum").values()), {"unchanged"})
         self.assertEqual(self.state(), before)
+        self.touch("Album/song.mp3")
+        self.assertEqual(set(self.actions("--checksum").values()), {"unchanged"})
+        self.assertEqual(set(self.actions().values()), {"unchanged"})  # The new time is known by now.
         path = os.path.join(self.source, "Album/song.mp3")
         status = os.stat(path)
         with open(path, "r+b") as file:
@@ -169,7 +180,69 @@ class PrepareAgainTests(PrepareTestCase):
         self.assertNotIn(b"\x1b", result.out)
         self.assertEqual(self.prepare("--json").objects()[0]["action"], "unchanged")
 
+    def test_record_that_is_no_file_is_an_error(self):
+        self.place_three()
+        os.mkdir(self.out)
+        os.mkfifo(os.path.join(self.out, MANIFEST))
+        self.assert_failure(self.prepare(), os.path.join(self.out, MANIFEST), "cannot be read: is not a regular file")
+
+    def test_record_of_a_later_version_is_left_alone(self):
+        self.place_three()
+        os.mkdir(self.out)
+        path = self.write(os.path.join(self.out, MANIFEST), b'{"manifest":2}\n')
+        self.assert_failure(self.prepare(), path, "cannot be read: was written by a later version")
+        self.assertEqual(self.read(path), b'{"manifest":2}\n')
+
+    def test_record_made_by_hand_harms_no_other_files(self):
+        """Its paths stay in the folder, and its rules are no stranger than those of a file system."""
+        self.place_three()
+        self.write("mine.txt", b"x")
+        os.mkdir(self.out)
+        self.write("out/mine.txt", b"x")
+        entry = '{"source":"%s/gone","size":1,"modified":1,"target":"%s","targetSize":1}\n'
+        lines = '{"manifest":1,"longest":0,"refused":"abcdefgimnosu."}\n'
+        for target in ("mine.txt\\u0000z", "../mine.txt", "Album/../../mine.txt", self.path("mine.txt")):
+            lines += entry % (self.source, target)
+        self.write(os.path.join(self.out, MANIFEST), lines.encode())
+        self.assertEqual(self.prepare("--delete-many").status, 0)
+        self.assertEqual(self.read(self.path("mine.txt")) + self.read(self.path("out/mine.txt")), b"xx")
+        self.assertEqual(set(self.hashes(self.out)),
+                         {"mine.txt", "Album/good.mp3", "Album/lossless.m4a", "Album/song.mp3"})
+
+    def test_record_is_read_the_same_in_any_form(self):
+        self.place_three()
+        self.place("Album/cover.jpg")
+        self.prepare("--playlist", "Mix")
+        path = os.path.join(self.out, MANIFEST)
+        plain = self.lines()
+        self.write(path, b"".join(json.dumps(json.loads(line), indent=None).encode() + b"\n" for line in plain))
+        self.assertEqual(set(self.actions("--playlist", "Mix").values()), {"unchanged"})
+        self.assertEqual(len(self.lines()), len(plain))
+
     # Other names.
+
+    def test_source_that_lies_in_the_target_is_not_moved_or_removed(self):
+        for i in range(6):
+            self.put(f"A/{i}.txt", b"%d" % i)
+        self.prepare()
+        shutil.rmtree(os.path.join(self.source, "A"))
+        os.mkdir(os.path.join(self.source, "A"))
+        self.put("A/6.txt", b"6")
+        inside = os.path.join(self.out, "A") + "/"
+        for options in ((), ("--no-covers",), ("--delete-many",)):
+            self.prepare(inside, self.source + "/", *options)
+            self.assertLessEqual({f"A/{i}.txt" for i in range(6)}, set(self.hashes(self.out)), options)
+
+    def test_another_file_with_the_time_of_one_that_is_gone(self):
+        self.put("x/01", b"AAA")
+        self.put("y/02", b"CCC")
+        for name in ("x/01", "y/02"):
+            os.utime(os.path.join(self.source, name), (0, 10**9))
+        self.prepare()
+        os.rename(os.path.join(self.source, "x/01"), self.path("kept"))
+        os.utime(self.put("y/01", b"BBB"), (0, 10**9))
+        self.assertEqual(self.actions()["y/01"], "copied")
+        self.assertEqual(self.read(os.path.join(self.out, "y/01")), b"BBB")
 
     def test_collection_that_moved_is_up_to_date(self):
         self.place_three()
@@ -296,6 +369,48 @@ class PrepareAgainTests(PrepareTestCase):
         self.assertIn(said, self.prepare(self.source + "/", other, "--delete").errors)
         self.assertEqual(len(self.hashes(self.out)), 7)
 
+    def test_what_moved_is_renamed_and_not_removed(self):
+        self.place_many()
+        self.prepare()
+        os.rename(os.path.join(self.source, "a"), os.path.join(self.source, "c"))
+        self.assertEqual(self.actions("-n", "--delete"), {
+            **{f"c/{i}": "would-renamed" for i in "123"}, **{f"b/{i}": "would-unchanged" for i in "1234"}})
+        actions = self.actions("--delete")
+        self.assertEqual({name for name, action in actions.items() if action == "renamed"}, {"c/1", "c/2", "c/3"})
+        self.assertEqual(self.summary["removed"], 0)
+        self.assertEqual(set(self.hashes(self.out)), {f"b/{i}" for i in "1234"} | {f"c/{i}" for i in "123"})
+
+    def test_what_a_link_led_to_may_be_there_again(self):
+        self.place_many()
+        os.rename(os.path.join(self.source, "a"), self.path("disk"))
+        os.symlink(self.path("disk"), os.path.join(self.source, "a"))
+        self.prepare("--follow-links")
+        os.rename(self.path("disk"), self.path("unplugged"))
+        self.prepare("--follow-links", "--delete-many")
+        self.assertEqual(len(self.hashes(self.out)), 7)
+
+    def test_file_that_became_a_folder_makes_room(self):
+        self.place_many()
+        self.prepare()
+        os.remove(os.path.join(self.source, "a/1"))
+        self.put("a/1/new", b"new")
+        self.assertEqual(self.prepare("--delete").errors, [])
+        self.assertIn("a/1/new", self.hashes(self.out))
+
+    def test_removal_that_fails_is_tried_again(self):
+        self.place_many()
+        self.prepare()
+        os.remove(os.path.join(self.source, "a/1"))
+        script = ('mount --bind "$1/a" "$1/a" && mount -o remount,bind,ro "$1/a" || exit 99\nshift; exec "$@"')
+        words = ("unshare", "-m", "sh", "-c", script, "sh", self.out, COMMAND, "prepare", self.source + "/", "--to",
+                 self.out, "--delete", "--json")
+        done = subprocess.run(words, env=self.environment, capture_output=True, stdin=subprocess.DEVNULL)
+        if done.returncode == 99 or b"unshare" in done.stderr:
+            self.skipTest("file systems cannot be mounted here")
+        *files, summary = map(json.loads, done.stdout.decode().splitlines())
+        self.assertEqual((done.returncode, files[0]["action"], summary["failed"]), (1, "failed", 1))
+        self.assertEqual(self.actions("--delete")["a/1"], "deleted")
+
     def test_what_lay_elsewhere_is_not_removed(self):
         self.place_many()
         self.prepare(self.source + "/a", self.source + "/b")
@@ -363,6 +478,24 @@ class PrepareAgainTests(PrepareTestCase):
         self.put("b", bytes(100_000))
         done = self.on_small_disk(256)
         self.assertEqual(done.returncode, 0, done.stderr)
+
+    def test_old_file_is_there_until_the_new_one_is(self):
+        for name in ("a", "b", "c"):
+            self.put(name, bytes(80_000))
+        self.prepare()
+        self.put("a", bytes(90_000))
+        before = self.hashes(self.out)
+        shutil.move(self.out, self.path("full"))
+        script = (f'mount -t tmpfs -o size=260k tmpfs "{self.out}" && cp -a "{self.path("full")}/." "{self.out}" || exit 99; '
+                  f'"$0" prepare "{self.source}/" --to "{self.out}"; echo $?')
+        os.mkdir(self.out)
+        done = subprocess.run(("unshare", "-m", "sh", "-c", script, COMMAND), stdin=subprocess.DEVNULL,
+                              capture_output=True, env=self.environment, timeout=100)
+        if b"unshare" in done.stderr or done.returncode == 99:
+            self.skipTest("file systems cannot be mounted here")
+        self.assertEqual(done.stdout, b"1\n")
+        self.assertIn(b" lacks ", done.stderr)
+        self.assertEqual(len(before), 3)
 
     def test_conversions_that_fit_begin(self):
         encode(os.path.join(self.source, "a.wav"), *tone(10))  # 1.7 MB, and less than 0.4 MB as AAC.

@@ -140,6 +140,15 @@ class PrepareChoiceTests(PrepareTestCase):
         self.assertEqual(files["song.mp3"]["processors"], [COVER])
         self.assertEqual(files["song.mp3"]["size"], os.path.getsize(os.path.join(self.out, "song.mp3")))
 
+    def test_what_nobody_can_decode_is_told(self):
+        for name in ("a.flac", "b.wav"):
+            self.put(name, os.urandom(2000))
+        files, summary = self.prepared()
+        for file in files.values():
+            self.assertEqual((file["action"], file["remark"][:35]), ("copied", "copied as it is: cannot be converte"))
+        self.assertEqual(summary["leftAsTheyWere"], 2)
+        self.assertEqual({file["remark"] for file in self.prepared("--no-convert")[0].values()}, {""})
+
     # Covers.
 
     def widths(self):
@@ -296,6 +305,20 @@ class PrepareChoiceTests(PrepareTestCase):
             files, summary = self.prepared("--delete")
             self.assertEqual((summary["unchanged"], summary["removed"], summary["files"]), (8, 2, 9))
 
+    def test_folders_keep_the_names_that_they_got_on_a_card(self):
+        for name in ("m?x/1.mp3", "a.mp3"):
+            self.place(name, "song.mp3")
+        with exfat_card(self.folder) as card:
+            self.out = os.path.join(card, "Music")
+            self.prepare()
+            self.place("m:x/2.mp3", "song.mp3")  # Comes before the other in the order of names.
+            self.assertEqual(self.prepared()[1]["unchanged"], 2)
+            before = set(self.hashes(self.out))
+            self.assertEqual(self.prepared()[1]["unchanged"], 3)
+            shutil.rmtree(os.path.join(self.source, "m?x"))
+            self.assertEqual(self.prepared()[1]["unchanged"], 2)
+            self.assertEqual(set(self.hashes(self.out)), before)
+
     def test_times_of_a_card_do_not_matter(self):
         self.place("song.mp3")
         os.utime(os.path.join(self.source, "song.mp3"), ns=(0, 1_600_000_001_987_654_321))
@@ -363,6 +386,9 @@ class PrepareChoiceTests(PrepareTestCase):
         self.assertEqual(prepared_with("--exclude", "*.txt", "--exclude", "*.jpg", "--include", "c*"), {"c.txt"})
         self.assertEqual(prepared_with("--include", "*.log"), {"a/1.txt", "a/2.jpg", "b/1.txt", "b/rip.log", "c.txt"})
         self.assertEqual(prepared_with("--exclude", "[ab]"), {"c.txt"})
+        self.assertEqual(prepared_with("--exclude", "a/"), {"b/1.txt", "c.txt"})
+        for empty in ("", "/"):
+            self.assert_usage_error(run("prepare", self.source, "--to", self.out, "--exclude", empty))
 
     def test_file_that_is_named_is_never_left_out(self):
         self.prepare(self.put("rip.log", b"content"))

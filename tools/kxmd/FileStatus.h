@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <sys/stat.h>
 #include <utility>
@@ -15,6 +16,8 @@ inline FileIdentity identityOf(struct stat const& status)
 /// When a file's content last changed, in nanoseconds since 1970.
 inline std::int64_t modificationTimeOf(struct stat const& status)
 {
-    constexpr std::int64_t second = 1'000'000'000;
-    return std::int64_t { status.st_mtim.tv_sec } * second + status.st_mtim.tv_nsec;
+    constexpr std::int64_t second = 1'000'000'000, farthest = INT64_MAX / second - 1; // Year 2262.
+    std::int64_t const seconds
+        = std::clamp<std::int64_t>(status.st_mtim.tv_sec, -farthest, farthest);
+    return seconds * second + status.st_mtim.tv_nsec;
 }

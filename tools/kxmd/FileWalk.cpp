@@ -81,8 +81,10 @@ private:
         if (::lstat(entry.path.c_str(), &status) != 0)
             return skipUnreadable(entry.path);
         bool const isLink = S_ISLNK(status.st_mode);
-        if (isLink && ::stat(entry.path.c_str(), &status) != 0)
+        if (isLink && ::stat(entry.path.c_str(), &status) != 0) {
+            _found.unseen.push_back(entry.path);
             return skip(entry.path, std::strerror(errno));
+        }
         bool const isFolder = S_ISDIR(status.st_mode);
         if (isLink && isFolder && _options.links != Links::all)
             return skipLinkToFolder(entry.path);
@@ -123,6 +125,7 @@ private:
         if (error) {
             skip(folder, error.message());
             _found.isWhole = false;
+            _found.unseen.push_back(folder);
         }
         std::ranges::sort(names, std::greater());
         std::string const start = folder.ends_with('/') ? folder : folder + '/';

@@ -45,6 +45,8 @@ struct FoundFiles {
     std::vector<FoundFile> files;
     std::size_t skipped { 0 }; ///< Links, folders and files that were reported instead.
     bool isWhole { true }; ///< Whether each path was there, could be read, and held a file.
+    /// Links that lead nowhere and folders that cannot be read: what was below them may be there.
+    std::vector<std::string> unseen {};
 };
 
 /// All regular files that `paths` name, folders with all that is below them, names in the order of

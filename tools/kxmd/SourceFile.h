@@ -26,6 +26,8 @@ public:
     /// When its content last changed, in nanoseconds since 1970; the same as the system has it.
     std::int64_t modified() const { return _before.modified; }
     timespec modificationTime() const;
+    /// Its number in its file system.
+    std::int64_t inode() const { return static_cast<std::int64_t>(_before.node); }
     /// Who may read and write it.
     mode_t permissions() const { return _before.mode & 0666; }
     /// Whether there is another content at the path by now, or none: processors open it by that.

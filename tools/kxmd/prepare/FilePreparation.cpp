@@ -38,6 +38,13 @@ bool isNamedAsSound(std::string_view path)
     return hasExtensionOf(extensions, path);
 }
 
+bool isNamedAsLossless(std::string_view path)
+{
+    constexpr std::array<std::string_view, 9> extensions { ".aif", ".aifc", ".aiff", ".ape",
+        ".flac", ".tta", ".wav", ".wave", ".wv" };
+    return hasExtensionOf(extensions, path);
+}
+
 }
 
 FilePreparation::FilePreparation(PreparationJob const& job, PreparationOptions const& options,
@@ -67,6 +74,7 @@ void FilePreparation::prepare()
 {
     _outcome.sizeBefore = _outcome.predictedSize = _source.size();
     _outcome.modified = _source.modified();
+    _outcome.inode = _source.inode();
     if (_options.sumsUp && !sumUp())
         return;
     readTags();
@@ -107,6 +115,10 @@ void FilePreparation::readTags()
         _kind = KXMP4MovieKind::kindOfData(*_reader);
     _file->setHasDRM(_kind && _kind->isProtected);
     _isMusic = isMusic();
+    bool const isVideo = _kind && _kind->hasMovingPictures;
+    _outcome.kind = _isMusic ? PreparationKind::music
+        : isVideo            ? PreparationKind::video
+                             : PreparationKind::other;
     if (_isMusic)
         _outcome.song = song();
 }
@@ -158,7 +170,11 @@ bool FilePreparation::isLosslessMusic()
         return true;
     bool const isKnownSound
         = _kind ? std::ranges::all_of(codecs, isKnown) : isNamedAsMP3(_job.source);
-    return _isMusic && !isKnownSound && probe() && isLossless(*probe());
+    if (!_isMusic || isKnownSound)
+        return false;
+    if (!probe() && isNamedAsLossless(_job.source))
+        remark("cannot be converted: it is damaged, or nothing here can decode it");
+    return probe() && isLossless(*probe());
 }
 
 bool FilePreparation::isRecording() const { return _kind && _kind->isRecording() && !_isMusic; }

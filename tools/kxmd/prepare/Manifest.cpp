@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <span>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -24,7 +25,7 @@ constexpr mode_t permissions = 0600; // It tells where its owner keeps files.
 class Descriptor {
 public:
     Descriptor(std::string const& path, int flags)
-        : _file(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, permissions))
+        : _file(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, permissions))
     {
     }
     ~Descriptor()
@@ -36,6 +37,11 @@ public:
     Descriptor& operator=(Descriptor const&) = delete;
 
     bool isOpen() const { return _file >= 0; }
+    bool isFile() const
+    {
+        struct stat status;
+        return ::fstat(_file, &status) == 0 && S_ISREG(status.st_mode);
+    }
     int get() const { return _file; }
 
 private:
@@ -74,7 +80,7 @@ bool writeAll(int file, std::string_view text)
 bool isBelow(std::string_view path)
 {
     auto const components = KXPathComponents(path);
-    return !path.empty() && path.front() != '/'
+    return !path.empty() && path.front() != '/' && path.find('\0') == std::string_view::npos
         && std::ranges::none_of(components,
             [](std::string_view component) { return component == ".." || component == "."; });
 }
@@ -91,6 +97,8 @@ std::string Manifest::read()
     Descriptor const file(_path, O_RDONLY);
     if (!file.isOpen())
         return errno == ENOENT || errno == ENOTDIR ? "" : std::strerror(errno);
+    if (!file.isFile())
+        return "is not a regular file";
     std::string text;
     if (!readAll(file.get(), text))
         return std::strerror(errno);
@@ -104,15 +112,17 @@ std::string Manifest::read()
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     _endsInLine = !text.empty() && text.back() != '\n';
-    return {};
+    return _isOfLaterVersion ? "was written by a later version" : "";
 }
 
 void Manifest::take(std::string_view line)
 {
     ++_lines;
     auto read = manifestLineIn(line);
-    if (read && read->rules)
+    if (read && read->rules) {
         _nameRules = read->rules;
+        _isOfLaterVersion |= read->version > ManifestLine::currentVersion;
+    }
     if (!read || !isBelow(read->entry.target))
         return;
     if (read->isRemoval)
@@ -141,18 +151,17 @@ Manifest::Entry Manifest::entryForSource(std::string const& source) const
     return entry && entry->source == source ? entry : nullptr; // Another one may have its target.
 }
 
-Manifest::Entry Manifest::entryForContent(
-    std::string_view name, std::uint64_t size, std::int64_t modified) const
+Manifest::Entry Manifest::entryForMoved(
+    std::uint64_t size, std::int64_t modified, std::int64_t inode) const
 {
-    auto const keyOf = [](std::string_view path, std::uint64_t bytes, std::int64_t time) {
-        return std::to_string(bytes) + '/' + std::to_string(time) + '/'
-            + std::string(KXLastPathComponent(path));
+    auto const keyOf = [](std::uint64_t bytes, std::int64_t time, std::int64_t number) {
+        return std::to_string(bytes) + '/' + std::to_string(time) + '/' + std::to_string(number);
     };
     if (_contents.empty()) {
         for (auto const& [target, entry] : _entries)
-            _contents.emplace(keyOf(entry->source, entry->size, entry->modified), target);
+            _contents.emplace(keyOf(entry->size, entry->modified, entry->inode), target);
     }
-    auto const [first, last] = _contents.equal_range(keyOf(name, size, modified));
+    auto const [first, last] = _contents.equal_range(keyOf(size, modified, inode));
     return first != last && std::next(first) == last ? entryForTarget(first->second) : nullptr;
 }
 
@@ -187,8 +196,10 @@ std::string Manifest::append()
         return std::strerror(errno);
     if (std::exchange(_endsInLine, false))
         _pending.insert(0, "\n");
-    if (!writeAll(file.get(), _pending))
+    if (!writeAll(file.get(), _pending)) {
+        _endsInLine = true; // Some of it may be there.
         return std::strerror(errno);
+    }
     _pending.clear();
     return {};
 }

@@ -32,8 +32,8 @@ public:
     Entry entryForTarget(std::string const& target) const;
     /// The entry for the source at an absolute path.
     Entry entryForSource(std::string const& source) const;
-    /// The entry for a source of that name, size and time, if there is just one.
-    Entry entryForContent(std::string_view name, std::uint64_t size, std::int64_t modified) const;
+    /// The entry for a source that may lie elsewhere by now, if there is just one.
+    Entry entryForMoved(std::uint64_t size, std::int64_t modified, std::int64_t inode) const;
     /// Those of all targets, in no order.
     std::unordered_map<std::string, Entry> const& entries() const { return _entries; }
     /// What the folder's file system makes of names; absent when nobody has tried.
@@ -68,5 +68,6 @@ private:
     std::size_t _lines { 0 }; ///< Of the file, with those that are pending.
     bool _endsInLine { false }; ///< Whether a run was interrupted while it wrote.
     bool _areRulesNew { false };
+    bool _isOfLaterVersion { false };
     bool _isChanged { false };
 };

@@ -11,10 +11,13 @@ struct ManifestEntry {
     std::string source; ///< Its absolute path.
     std::uint64_t size { 0 };
     std::int64_t modified { 0 }; ///< Nanoseconds since 1970.
+    std::int64_t inode {
+        0
+    }; ///< Its number in its file system, by which a file that moved is known.
     std::string
         checksum; ///< SHA-256 of its bytes, in hexadecimal; empty when it was not asked for.
     std::optional<std::string> cover; ///< The pictures beside it; absent where they do not matter.
-    std::string options; ///< Those that the result depends on.
+    std::string options; ///< Those that the result depends on, as `PreparationOptions` tells them.
     std::string version; ///< Of the program.
     std::string target; ///< Below the folder.
     std::uint64_t targetSize { 0 };

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr int formatVersion = 1;
-
 JSON jsonOfSong(PreparedSong const& song)
 {
     JSON object = JSON::object();
@@ -104,6 +102,7 @@ public:
 
 private:
     static constexpr int deepest = 2; ///< A song within a line.
+    static constexpr std::size_t shortestLimit = 64; ///< Bytes; no file system has less.
 
     void takeFlag(bool value)
     {
@@ -130,10 +129,14 @@ private:
             _line.entry.size = size;
         else if (_key == "modified")
             _line.entry.modified = value;
+        else if (_key == "inode")
+            _line.entry.inode = value;
+        else if (_key == "manifest")
+            _line.version = value;
         else if (_key == "targetSize")
             _line.entry.targetSize = size;
         else if (_key == "longest")
-            _rules.longest = size;
+            _rules.longest = std::clamp(size, shortestLimit, NameRules().longest);
     }
 
     void takeSongNumber(std::uint64_t value)
@@ -182,7 +185,15 @@ private:
         else if (_key == "sha256")
             entry.checksum.swap(value);
         else if (_key == "refused")
-            _rules.refused.swap(value);
+            takeRefused(value);
+    }
+
+    void takeRefused(std::string_view characters)
+    {
+        for (char const character : characters) {
+            if (NameRules::candidates.find(character) != std::string_view::npos)
+                _rules.refused += character;
+        }
     }
 
     ManifestLine _line;
@@ -281,6 +292,7 @@ std::string manifestLineOf(ManifestEntry const& entry)
     addPath(object, "source", "sourceBytes", entry.source);
     object["size"] = entry.size;
     object["modified"] = entry.modified;
+    object["inode"] = entry.inode;
     if (!entry.checksum.empty())
         object["sha256"] = entry.checksum;
     if (entry.cover)
@@ -296,7 +308,7 @@ std::string manifestLineOf(ManifestEntry const& entry)
 
 std::string manifestLineOf(NameRules const& rules)
 {
-    return jsonLine({ { "manifest", formatVersion }, { "refused", rules.refused },
+    return jsonLine({ { "manifest", ManifestLine::currentVersion }, { "refused", rules.refused },
         { "refusesEnds", rules.refusesEnds }, { "refusesDevices", rules.refusesDevices },
         { "refusesBytes", rules.refusesBytes }, { "tellsCase", rules.tellsCase },
         { "longest", rules.longest } });

@@ -3,6 +3,7 @@
 #include "ManifestEntry.h"
 #include "NameRules.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,9 +17,12 @@ std::string manifestLineOfRemoved(std::string const& target);
 
 /// What a line says.
 struct ManifestLine {
+    static constexpr std::int64_t currentVersion = 1;
+
     ManifestEntry entry; ///< Without a target in a line of rules.
     bool isRemoval { false };
     std::optional<NameRules> rules {};
+    std::int64_t version { currentVersion }; ///< Of the form, in a line of rules.
 };
 
 /// What a line says; absent when it is not an object of JSON. A value of another type than ours is

@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr std::string_view candidates = "\\:*?\"<>|\001";
-
 /// The folder in which names are being tried, if any.
 struct TriedNames {
     std::string folder;
@@ -105,13 +103,13 @@ void removeTriedNamesForGood()
         KXRemoveFolder(tried->folder);
 }
 
-NameRules nameRulesOf(std::string const& folder)
+std::optional<NameRules> nameRulesOf(std::string const& folder)
 {
-    NameRules rules;
     Trial const trial(folder);
     if (!trial.isMade())
-        return rules;
-    for (char const candidate : candidates) {
+        return std::nullopt;
+    NameRules rules;
+    for (char const candidate : NameRules::candidates) {
         if (!trial.takes(std::string("a") + candidate + "b"))
             rules.refused += candidate;
     }

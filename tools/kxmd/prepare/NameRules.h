@@ -1,12 +1,17 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <string_view>
 
 /// What a folder's file system makes of names: that of a card refuses characters that one of a
 /// computer takes.
 struct NameRules {
-    std::string refused; ///< Characters that no name may hold; U+0001 stands for all controls.
+    /// What file systems of cards refuse; U+0001 stands for all controls.
+    static constexpr std::string_view candidates = "\\:*?\"<>|\001";
+
+    std::string refused; ///< Those of them that no name may hold.
     bool refusesEnds { false }; ///< Whether a name cannot end with a dot or a space.
     bool refusesDevices { false }; ///< Whether a name cannot be "con", "nul" and the like.
     bool refusesBytes { false }; ///< Whether a name must be UTF-8.
@@ -16,9 +21,9 @@ struct NameRules {
     bool operator==(NameRules const&) const = default;
 };
 
-/// Tries names in a hidden folder within `folder`, which is removed again. Where nothing can be
-/// written, nothing is refused. One run at a time does that in a folder.
-NameRules nameRulesOf(std::string const& folder);
+/// Tries names in a hidden folder within `folder`, which is removed again. Absent where nothing can
+/// be written. One run at a time does that in a folder.
+std::optional<NameRules> nameRulesOf(std::string const& folder);
 
 /// Removes that hidden folder if names are being tried, which ends. For a process that is about to
 /// end. Safe on any thread.

@@ -205,7 +205,7 @@ void Playlists::write(Targets& targets, Session& session)
         std::string const refusal = targets.claim(path);
         if (refusal.empty())
             write(path, members, targets, session);
-        else
-            session.reportError(path, refusal);
+        else // Most likely a playlist of the album's own.
+            session.reportRemark(path, "is not written: " + refusal);
     }
 }

@@ -6,18 +6,26 @@
 #include <array>
 #include <string_view>
 
-std::string PreparationOptions::digest() const
+std::string PreparationOptions::digestFor(PreparationKind kind) const
 {
-    std::string text;
-    auto const add
-        = [&text](std::string const& option) { text += (text.empty() ? "" : " ") + option; };
-    if (insertsCovers)
-        add("covers=" + std::to_string(coverSize));
-    if (cleans)
-        add(keepsMetadata ? "clean=userdata" : "clean");
-    if (converts)
-        add("convert");
-    return text;
+    switch (kind) {
+    case PreparationKind::music:
+        return "covers=" + (insertsCovers ? std::to_string(coverSize) : "no")
+            + (converts ? " convert=yes" : " convert=no");
+    case PreparationKind::video:
+        return std::string("clean=") + (!cleans ? "no" : keepsMetadata ? "userdata" : "all");
+    case PreparationKind::other:
+        break;
+    }
+    return {};
+}
+
+bool PreparationOptions::isDigest(std::string_view digest) const
+{
+    auto const kind = digest.starts_with("covers") ? PreparationKind::music
+        : digest.starts_with("clean")              ? PreparationKind::video
+                                                   : PreparationKind::other;
+    return digest == digestFor(kind);
 }
 
 PreparationOutcome preparedFile(PreparationJob const& job, PreparationOptions const& options,
@@ -34,5 +42,6 @@ std::string convertedTarget(std::string const& target)
         ".aifc", ".caf", ".ape", ".wv", ".tta", ".mka", ".ogg", ".oga", ".au" };
     std::size_t const dot = target.rfind('.');
     bool const isReplaced = hasExtensionOf(extensions, target) && target[dot - 1] != '/';
-    return (isReplaced ? target.substr(0, dot) : target) + ".m4a";
+    std::string converted = isReplaced ? target.substr(0, dot) : target;
+    return converted.append(convertedExtension);
 }

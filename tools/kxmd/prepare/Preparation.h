@@ -11,7 +11,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+/// What a file is, as far as it matters for what may be done to it.
+enum class PreparationKind { music, video, other };
 
 /// What may be done to files.
 struct PreparationOptions {
@@ -24,8 +28,10 @@ struct PreparationOptions {
     bool listsSongs { false }; ///< Finds out what a playlist says of them.
     bool sumsUp { false }; ///< Finds out the checksum of each source.
 
-    /// Those that the result depends on, as a text.
-    std::string digest() const;
+    /// Those that the result depends on for a file of that kind, as a text.
+    std::string digestFor(PreparationKind kind) const;
+    /// Whether a text of that form is what it would be today.
+    bool isDigest(std::string_view digest) const;
 };
 
 /// What can be done to a file, in the order in which it is.
@@ -45,11 +51,14 @@ struct PreparationOutcome {
     std::uint64_t size { 0 };
     std::string error {}; ///< Why there is no file; empty when there is.
     std::string remark {}; ///< What a person should know of a file that is there.
+    bool isRemoval { false }; ///< Of a target whose source is gone.
     bool isLeftAsItWas { false }; ///< Something should have been done to it, and could not.
     std::unique_ptr<AtomicFile> file {}; ///< Written, and not in its place yet; null without one.
 
     // For the record.
+    PreparationKind kind { PreparationKind::other };
     std::int64_t modified { 0 }; ///< Of the source, in nanoseconds since 1970.
+    std::int64_t inode { 0 };
     std::string checksum {};
     std::optional<std::string> cover {};
     std::optional<PreparedSong> song {};
@@ -81,5 +90,8 @@ struct PreparationJob {
 PreparationOutcome preparedFile(PreparationJob const& job, PreparationOptions const& options,
     FolderPictures& folderPictures, KXPlatform::Ref const& platform);
 
-/// The target of a file once it is converted: named .m4a instead of its own extension.
+/// What the name of a converted file ends with.
+inline constexpr std::string_view convertedExtension = ".m4a";
+
+/// The target of a file once it is converted: with that instead of its own extension.
 std::string convertedTarget(std::string const& target);

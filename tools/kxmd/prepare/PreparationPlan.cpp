@@ -1,8 +1,9 @@
 #include "PreparationPlan.h"
 
+#include "GoneFile.h"
+
 #include <kxmd/base/KXPath.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
@@ -11,12 +12,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-bool isGone(std::string const& path)
-{
-    struct stat status;
-    return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
 
 bool hasSize(std::string const& path, std::uint64_t size)
 {
@@ -57,7 +52,6 @@ PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::strin
     : _folder(folder)
     , _manifest(manifest)
     , _options(options)
-    , _digest(options.digest())
     , _folderPictures(folderPictures)
     , _names(names)
     , _targets(targets)
@@ -92,7 +86,8 @@ Manifest::Entry PreparationPlan::formerOf(FoundFile const& file, std::string con
 {
     if (auto entry = _manifest.entryForSource(source))
         return entry;
-    auto moved = _manifest.entryForContent(source, file.size, file.modified);
+    auto const inode = static_cast<std::int64_t>(file.identity.second);
+    auto moved = _manifest.entryForMoved(file.size, file.modified, inode);
     return moved && isGone(moved->source) ? moved : nullptr;
 }
 
@@ -114,20 +109,26 @@ PlannedFile::State PreparationPlan::stateOf(FoundFile const& file, PlannedFile& 
     if (!hasSize(target, former->targetSize))
         return State::missing;
     bool const isInPlace = target == planned.job.target || target == planned.job.convertedTarget;
-    if (!isInPlace && _targets.isClaimed(target))
-        return State::missing; // It is another file's by now.
+    bool const isOthers = _targets.isClaimed(target) || !_targets.reasonAgainst(target).empty();
+    if (!isInPlace && isOthers)
+        return State::missing; // It is to become another file, or is read as one.
     if (_options.sumsUp) { // Told when the file is read.
         planned.job.knownChecksum = isInPlace ? former->checksum : "";
         return State::missing;
     }
-    return isInPlace ? State::unchanged : State::misnamed;
+    if (isInPlace)
+        return State::unchanged;
+    bool const wasConverted
+        = target.ends_with(convertedExtension) && !planned.job.target.ends_with(convertedExtension);
+    planned.newTarget = wasConverted ? planned.job.convertedTarget : planned.job.target;
+    return State::misnamed;
 }
 
 bool PreparationPlan::isAsRecorded(FoundFile const& file, PlannedFile& planned) const
 {
     ManifestEntry const& former = *planned.former;
     bool const isSameTime = former.modified == file.modified || _options.sumsUp;
-    return former.size == file.size && isSameTime && former.options == _digest
+    return former.size == file.size && isSameTime && _options.isDigest(former.options)
         && (!former.cover || *former.cover == _folderPictures.stateFor(file.path));
 }
 

@@ -23,6 +23,7 @@ struct PlannedFile {
     std::string source; ///< The absolute path.
     std::uint64_t size { 0 };
     State state { State::missing };
+    std::string newTarget {}; ///< Of one that is misnamed.
     Manifest::Entry former {}; ///< What an earlier run made of it; null when none did.
 };
 
@@ -51,7 +52,6 @@ private:
     std::string const _folder;
     Manifest const& _manifest;
     PreparationOptions const& _options;
-    std::string const _digest;
     FolderPictures& _folderPictures;
     TargetNames& _names;
     Targets& _targets;

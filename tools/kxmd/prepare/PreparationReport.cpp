@@ -103,8 +103,9 @@ PreparationReport::PreparationReport(
 
 void PreparationReport::count(PreparationOutcome const& outcome)
 {
-    if (outcome.action == PreparationAction::deleted) {
+    if (outcome.isRemoval) {
         _totals.removed += outcome.isDone();
+        _totals.failed += !outcome.isDone();
         return;
     }
     ++_totals.files;
@@ -161,9 +162,7 @@ void PreparationReport::add(PreparationOutcome const& outcome)
 {
     count(outcome);
     if (!outcome.isDone())
-        _session.reportError(
-            outcome.action == PreparationAction::deleted ? outcome.target : outcome.source,
-            outcome.error);
+        _session.reportError(outcome.isRemoval ? outcome.target : outcome.source, outcome.error);
     if (_style.isJSON)
         _session.write(objectOf(outcome));
     else if (outcome.isDone() && (_showsAll || !outcome.remark.empty()))

@@ -25,8 +25,14 @@ std::string problemOfPlaylistName(std::string const& typed)
 void addPatterns(CLI::App& command, std::string const& name, std::vector<std::string>& patterns,
     std::string const& description)
 {
-    auto const take
-        = [&patterns](std::string const& typed) { patterns.push_back(withoutLiteralMark(typed)); };
+    auto const take = [&patterns, name](std::string const& typed) {
+        std::string pattern = withoutLiteralMark(typed);
+        while (pattern.ends_with('/')) // A folder has the same name without.
+            pattern.pop_back();
+        if (pattern.empty())
+            throw CLI::ValidationError(name, "is empty");
+        patterns.push_back(std::move(pattern));
+    };
     command.add_option_function<std::string>(name, take, description)
         ->type_name("GLOB")
         ->expected(1)
@@ -69,7 +75,8 @@ void addStepOptions(CLI::App& command, PrepareOptions& options)
 void addChoiceOptions(CLI::App& command, PrepareOptions& options)
 {
     addPatterns(command, "--exclude", options.excluded, "Leave out files and folders that match");
-    addPatterns(command, "--include", options.included, "Take these, whatever leaves them out");
+    addPatterns(command, "--include", options.included,
+        "Take files and folders that match, though left out otherwise");
     command.add_flag("--all", options.takesAll, "Take what is left out otherwise, such as *.log");
     command.add_flag("--follow-links", options.followsLinks, "Follow links that lead elsewhere");
 }
@@ -81,7 +88,8 @@ void addRunOptions(CLI::App& command, PrepareOptions& options)
     command.add_flag("--checksum", options.preparation.sumsUp,
         "Tell by their contents which files have changed, not by size and time");
     command.add_flag("--delete", options.removes, "Remove prepared files whose sources are gone");
-    command.add_flag("--delete-many", options.removesMany, "So, even more than a third of them");
+    command.add_flag(
+        "--delete-many", options.removesMany, "The same, even for more than a third of all files");
     command.add_flag("--anyway", options.ignoresSpace, "Begin even if there is not enough space");
     addJobs(command, options.jobs);
     command.add_flag("--json", options.isJSON, "Print a JSON object for each file");

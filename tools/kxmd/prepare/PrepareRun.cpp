@@ -50,13 +50,6 @@ private:
     bool const _isTaken;
 };
 
-std::uint64_t sizeOf(std::string const& path)
-{
-    std::error_code error;
-    auto const size = std::filesystem::file_size(path, error);
-    return error ? 0 : size;
-}
-
 }
 
 PrepareRun::PrepareRun(PrepareOptions const& options, Session& session)
@@ -138,8 +131,10 @@ void PrepareRun::findFiles()
 
 void PrepareRun::readNameRules()
 {
-    if (!_manifest.nameRules() && !isDryRun() && !_found.files.empty())
-        _manifest.setNameRules(nameRulesOf(_options.folder));
+    if (_manifest.nameRules() || isDryRun() || _found.files.empty())
+        return;
+    if (auto const rules = nameRulesOf(_options.folder))
+        _manifest.setNameRules(*rules);
 }
 
 void PrepareRun::makePlan()
@@ -168,10 +163,16 @@ void PrepareRun::planRemoval()
     if (!_found.isWhole)
         return _session.reportError(_options.folder,
             "nothing is removed, since a source is missing, empty or cannot be read");
-    std::vector<std::string> roots;
+    RemovalSources sources;
     for (std::string const& path : _options.paths)
-        roots.push_back(absolutePath(path));
-    _removal = removalFrom(_manifest, _options.folder, roots, *_targets);
+        sources.roots.push_back(absolutePath(path));
+    for (std::string const& path : _found.unseen)
+        sources.unseen.push_back(absolutePath(path));
+    for (PlannedFile const& file : _plan->files()) {
+        if (file.former)
+            sources.kept.insert(file.former->target);
+    }
+    _removal = removalFrom(_manifest, _options.folder, sources, *_targets);
     if (_options.removesMany || !_removal.areMany())
         return;
     _session.reportError(_options.folder,
@@ -187,11 +188,17 @@ void PrepareRun::removeFiles()
         PreparationOutcome outcome { .source = entry.source,
             .target = _options.folder + '/' + entry.target,
             .action = Action::deleted,
-            .sizeBefore = entry.size };
-        if (!isDryRun()) {
+            .sizeBefore = entry.size,
+            .size = entry.targetSize,
+            .error = reasonAgainstRemoving(entry, _options.folder),
+            .isRemoval = true };
+        bool const isOurs = outcome.isDone();
+        if (isOurs && !isDryRun())
             outcome.error = removePrepared(entry, _options.folder);
-            _manifest.remove(entry.target); // Even if it is kept: it is not ours any more.
-        }
+        if (!outcome.isDone())
+            outcome.action = Action::failed;
+        if ((!isOurs || outcome.isDone()) && !isDryRun())
+            _manifest.remove(entry.target); // A file that was changed belongs to somebody else.
         _report->add(outcome);
     }
     if (!isDryRun())
@@ -200,18 +207,12 @@ void PrepareRun::removeFiles()
 
 // Space.
 
-/// What the file system has less by a file that replaces the one that is there.
-std::uint64_t PrepareRun::spaceFor(PlannedFile const& file, std::uint64_t size) const
-{
-    Space const space(_options.folder);
-    std::uint64_t const added = space.taken(size);
-    return added - std::min(added, space.taken(sizeOf(file.job.target)));
-}
-
 /// More than is needed, by sizes alone.
 std::uint64_t PrepareRun::boundOfSpace() const
 {
-    constexpr std::uint64_t largestCover = std::uint64_t { 256 } << 10;
+    constexpr std::uint64_t bytesOfPixel = 3; // A JPEG file takes fewer.
+    std::uint64_t const side = _options.preparation.coverSize;
+    std::uint64_t const largestCover = side * side * bytesOfPixel;
     Space const space(_options.folder);
     std::uint64_t bound = 0;
     for (PlannedFile const& file : _plan->files()) {
@@ -221,20 +222,22 @@ std::uint64_t PrepareRun::boundOfSpace() const
     return bound;
 }
 
-/// As a dry run finds it out.
+/// As a dry run finds it out. A file that is replaced is there until the new one is, so it frees
+/// nothing.
 std::uint64_t PrepareRun::predictedSpace()
 {
     auto const items = _plan->filesIn(State::missing);
     auto options = _options.preparation;
     options.isDryRun = true;
+    Space const space(_options.folder);
     std::uint64_t bytes = 0;
     workInOrder(
         items.size(), _options.jobs,
         [&](std::size_t i) { return outcomeFor(_plan->files()[items[i]], options); },
         [](Outcomes&) {},
-        [&](std::size_t i, PreparationOutcome const& outcome) {
+        [&](std::size_t, PreparationOutcome const& outcome) {
             if (outcome.action != Action::unchanged && outcome.isDone())
-                bytes += spaceFor(_plan->files()[items[i]], outcome.size);
+                bytes += space.taken(outcome.size);
         });
     return bytes;
 }

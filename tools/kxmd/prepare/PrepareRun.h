@@ -62,7 +62,6 @@ private:
     void removeFiles();
 
     // Space.
-    std::uint64_t spaceFor(PlannedFile const& file, std::uint64_t size) const;
     std::uint64_t boundOfSpace() const;
     std::uint64_t predictedSpace();
     bool hasSpace();
@@ -74,6 +73,7 @@ private:
     PreparationOutcome outcomeOfKept(PlannedFile const& file) const;
     void place(std::vector<std::size_t> const& items, Outcomes& outcomes);
     void record(PlannedFile const& file, PreparationOutcome const& outcome);
+    void recordTime(PlannedFile const& file, PreparationOutcome const& outcome);
     void removeTwin(PlannedFile const& file, std::string const& target);
     void noteSong(
         std::size_t item, std::string const& target, std::optional<PreparedSong> const& song);

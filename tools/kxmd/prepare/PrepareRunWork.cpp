@@ -1,6 +1,7 @@
 #include "PrepareRun.h"
 
 #include "Sound.h"
+#include "Space.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/TargetFolder.h"
@@ -36,8 +37,7 @@ bool PrepareRun::rename(PlannedFile& file)
 {
     ManifestEntry entry = *file.former;
     std::string const from = _options.folder + '/' + entry.target;
-    bool const isConverted = from.ends_with(".m4a") && !file.job.target.ends_with(".m4a");
-    std::string const to = isConverted ? file.job.convertedTarget : file.job.target;
+    std::string const& to = file.newTarget;
     std::error_code error;
     if (isDryRun() || std::filesystem::exists(to, error))
         return isDryRun();
@@ -69,7 +69,8 @@ PreparationOutcome PrepareRun::outcomeFor(
 PreparationOutcome PrepareRun::outcomeOfKept(PlannedFile const& file) const
 {
     return { .source = file.job.source,
-        .target = _options.folder + '/' + file.former->target,
+        .target = file.state == State::misnamed ? file.newTarget
+                                                : _options.folder + '/' + file.former->target,
         .action = file.state == State::unchanged ? Action::unchanged : Action::renamed,
         .sizeBefore = file.size,
         .predictedSize = file.former->targetSize,
@@ -98,19 +99,30 @@ void PrepareRun::place(std::vector<std::size_t> const& items, Outcomes& outcomes
 void PrepareRun::record(PlannedFile const& file, PreparationOutcome const& outcome)
 {
     if (outcome.action == Action::unchanged)
-        return;
+        return recordTime(file, outcome);
     std::string const target = outcome.target.substr(_options.folder.size() + 1);
     removeTwin(file, target);
     _manifest.add({ .source = file.source,
         .size = outcome.sizeBefore,
         .modified = outcome.modified,
+        .inode = outcome.inode,
         .checksum = outcome.checksum,
         .cover = outcome.cover,
-        .options = _options.preparation.digest(),
+        .options = _options.preparation.digestFor(outcome.kind),
         .version = KXVersion(),
         .target = target,
         .targetSize = outcome.size,
         .song = outcome.song });
+}
+
+/// So that a file whose contents are the same is known by its time as well.
+void PrepareRun::recordTime(PlannedFile const& file, PreparationOutcome const& outcome)
+{
+    ManifestEntry entry = *file.former;
+    entry.source = file.source;
+    entry.modified = outcome.modified;
+    entry.inode = outcome.inode;
+    _manifest.add(std::move(entry));
 }
 
 /// Removes what an earlier run made of the same file under another name.
@@ -120,10 +132,11 @@ void PrepareRun::removeTwin(PlannedFile const& file, std::string const& target)
         return;
     std::string const twin = _options.folder + '/' + file.former->target;
     bool const isOwn = twin == file.job.target || twin == file.job.convertedTarget;
-    if (!isOwn && _targets->isClaimed(twin))
+    if ((!isOwn && _targets->isClaimed(twin)) || !_targets->reasonAgainst(twin).empty())
         return;
     std::error_code ignored;
-    if (!std::filesystem::equivalent(twin, _options.folder + '/' + target, ignored))
+    bool const isSame = std::filesystem::equivalent(twin, _options.folder + '/' + target, ignored);
+    if (!isSame && reasonAgainstRemoving(*file.former, _options.folder).empty())
         removePrepared(*file.former, _options.folder);
     _manifest.remove(file.former->target);
 }
@@ -157,7 +170,7 @@ void PrepareRun::take(std::size_t item, PreparationOutcome const& outcome)
     }
     _report->add(outcome);
     if (isDryRun() && outcome.isDone())
-        _needed += spaceFor(file, outcome.size);
+        _needed += Space(_options.folder).taken(outcome.size);
     if (outcome.isDone())
         noteSong(item, outcome.target, outcome.song);
 }

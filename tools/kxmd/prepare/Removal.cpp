@@ -1,5 +1,7 @@
 #include "Removal.h"
 
+#include "GoneFile.h"
+
 #include "tools/kxmd/Targets.h"
 
 #include <kxmd/base/KXPath.h>
@@ -17,42 +19,45 @@ bool isBelow(std::string const& path, std::string const& root)
     return path.starts_with(root) && (root.ends_with('/') || path[root.size()] == '/');
 }
 
-bool isGone(std::string const& path)
-{
-    struct stat status;
-    return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
-
 }
 
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
-    std::vector<std::string> const& roots, Targets& targets)
+    RemovalSources const& sources, Targets& targets)
 {
     Removal removal;
     removal.recorded = manifest.entries().size();
     for (auto const& [target, entry] : manifest.entries()) {
         std::string const& source = entry->source;
-        bool const isOurs = std::ranges::any_of(
-            roots, [&source](std::string const& root) { return isBelow(source, root); });
-        if (isOurs && isGone(source) && !targets.isClaimed(folder + '/' + target))
+        auto const holdsSource = [&source](std::string const& path) {
+            return source == path || isBelow(source, path);
+        };
+        bool const isLookedFor = std::ranges::any_of(sources.roots, holdsSource)
+            && std::ranges::none_of(sources.unseen, holdsSource);
+        std::string const path = folder + '/' + target;
+        bool const isWanted = sources.kept.contains(target) || targets.isClaimed(path)
+            || !targets.reasonAgainst(path).empty();
+        if (isLookedFor && !isWanted && isGone(source))
             removal.entries.push_back(*entry);
     }
     std::ranges::sort(removal.entries, {}, &ManifestEntry::target);
     return removal;
 }
 
+std::string reasonAgainstRemoving(ManifestEntry const& entry, std::string const& folder)
+{
+    struct stat status;
+    if (::lstat((folder + '/' + entry.target).c_str(), &status) != 0)
+        return {};
+    bool const isAsRecorded
+        = S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == entry.targetSize;
+    return isAsRecorded ? "" : "is not removed: it was changed since it was prepared";
+}
+
 std::string removePrepared(ManifestEntry const& entry, std::string const& folder)
 {
     std::string const path = folder + '/' + entry.target;
-    struct stat status;
-    if (::lstat(path.c_str(), &status) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? "" : std::strerror(errno);
-    bool const isAsRecorded
-        = S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == entry.targetSize;
-    if (!isAsRecorded)
-        return "is not removed: it was changed since it was prepared";
     if (::unlink(path.c_str()) != 0)
-        return std::strerror(errno);
+        return errno == ENOENT || errno == ENOTDIR ? "" : std::strerror(errno);
     removeEmptyFoldersAbove(path, folder);
     return {};
 }

@@ -3,6 +3,7 @@
 #include "Manifest.h"
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,13 +18,24 @@ struct Removal {
     bool areMany() const { return entries.size() > recorded / 3; }
 };
 
-/// Files that the record lists, whose sources lay below one of `roots` and are there no more, and
+/// Where sources are looked for.
+struct RemovalSources {
+    std::vector<std::string> roots; ///< Absolute paths of folders.
+    std::vector<std::string> unseen; ///< Of what could not be looked into.
+    std::set<std::string> kept; ///< Targets of sources that are there, under whatever name.
+};
+
+/// Files that the record lists, whose sources lay below one of the roots and are there no more, and
 /// whose targets nobody else has, in the order of their targets.
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
-    std::vector<std::string> const& roots, Targets& targets);
+    RemovalSources const& sources, Targets& targets);
 
-/// Removes the file of an entry, and the folders that it leaves empty, from `folder`. Why that is
-/// not done, or nothing: a file that is not as recorded is somebody else's.
+/// Why the file of an entry is not ours to remove from `folder`: it is not as recorded. Nothing
+/// when it is, or is not there.
+std::string reasonAgainstRemoving(ManifestEntry const& entry, std::string const& folder);
+
+/// Removes the file of an entry, and the folders that it leaves empty, from `folder`. Why that
+/// failed, or nothing.
 std::string removePrepared(ManifestEntry const& entry, std::string const& folder);
 
 /// Removes the empty folders above `path`, up to `folder`.

@@ -2,6 +2,8 @@
 
 #include "tools/kxmd/NameWithoutCase.h"
 
+#include <kxmd/base/KXPath.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -35,6 +37,12 @@ std::string markFor(std::string_view name)
     std::array<char, 9> text;
     std::snprintf(text.data(), text.size(), "~%06x", (hash >> 24 ^ hash) & 0xFFFFFF);
     return text.data();
+}
+
+/// Whether a name that was given to `name` has its mark.
+bool hasMark(std::string_view given, std::string_view name)
+{
+    return stemOf(given).ends_with(markFor(name));
 }
 
 /// A name that the systems of personal computers keep for a device, whatever its extension.
@@ -114,22 +122,25 @@ std::string TargetNames::nameFor(std::string const& name, std::string const& fol
     return marked;
 }
 
-/// The target of a folder by its path with a slash at the end; empty for the whole folder.
-std::string TargetNames::folderFor(std::string const& folder)
+/// The target of a folder by its path with a slash at the end, empty for the whole folder; `former`
+/// is the one that it had.
+std::string TargetNames::folderFor(std::string const& folder, std::string_view former)
 {
     if (folder.empty())
         return {};
     if (auto const known = _folders.find(folder); known != _folders.end())
         return known->second;
+    auto const formerNames = KXPathComponents(former);
     std::string source, target;
-    for (std::size_t start = 0; start < folder.size();) {
+    for (std::size_t start = 0, level = 0; start < folder.size(); ++level) {
         std::size_t const slash = folder.find('/', start);
         std::string const name = folder.substr(start, slash - start);
         source += name + '/';
         start = slash + 1;
         auto const [known, isNew] = _folders.try_emplace(source);
+        bool const isMarked = level < formerNames.size() && hasMark(formerNames[level], name);
         if (isNew)
-            known->second = target + nameFor(name, target, false) + '/';
+            known->second = target + nameFor(name, target, isMarked) + '/';
         target = known->second;
     }
     return target;
@@ -138,7 +149,8 @@ std::string TargetNames::folderFor(std::string const& folder)
 std::string TargetNames::pathFor(std::string const& relativePath, std::string_view former)
 {
     std::size_t const start = relativePath.rfind('/') + 1; // 0 without a folder.
-    std::string const folder = folderFor(relativePath.substr(0, start));
+    std::string const folder
+        = folderFor(relativePath.substr(0, start), KXPathByDeletingLastPathComponent(former));
     std::string const name = relativePath.substr(start);
-    return folder + nameFor(name, folder, stemOf(former).ends_with(markFor(name)));
+    return folder + nameFor(name, folder, hasMark(KXLastPathComponent(former), name));
 }

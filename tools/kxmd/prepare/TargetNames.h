@@ -17,7 +17,7 @@ public:
     std::string pathFor(std::string const& relativePath, std::string_view former = {});
 
 private:
-    std::string folderFor(std::string const& folder);
+    std::string folderFor(std::string const& folder, std::string_view former);
     std::string nameFor(std::string const& name, std::string const& folder, bool isMarked);
     std::string allowedName(std::string name) const;
     bool isOwn(std::string const& path, std::string const& name);
