@@ -222,16 +222,21 @@ class PrepareAgainTests(PrepareTestCase):
     # Other names.
 
     def test_source_that_lies_in_the_target_is_not_moved_or_removed(self):
-        for i in range(6):
-            self.put(f"A/{i}.txt", b"%d" % i)
+        song = self.put("A/B/x", b"x")
+        self.put("A/B/y", b"y")
         self.prepare()
-        shutil.rmtree(os.path.join(self.source, "A"))
-        os.mkdir(os.path.join(self.source, "A"))
-        self.put("A/6.txt", b"6")
-        inside = os.path.join(self.out, "A") + "/"
-        for options in ((), ("--no-covers",), ("--delete-many",)):
-            self.prepare(inside, self.source + "/", *options)
-            self.assertLessEqual({f"A/{i}.txt" for i in range(6)}, set(self.hashes(self.out)), options)
+        prepared = os.path.join(self.out, "A/B/x")
+        self.assertEqual(self.prepare(song, os.path.join(self.out, "A") + "/").errors, [])
+        self.assertEqual(set(self.hashes(self.out)), {"x", "A/B/x", "A/B/y", "B/x", "B/y"})
+        os.remove(os.path.join(self.out, "x"))
+        self.prepare()
+        self.touch("A/B/x")  # Prepared under another name now, as what is not up to date.
+        self.assertEqual(self.prepare(song, os.path.join(self.out, "A") + "/").errors, [])
+        self.assertEqual(self.read(prepared), b"x")
+        self.prepare()
+        os.remove(song)
+        self.assertEqual(self.prepare(self.source + "/", os.path.join(self.out, "A") + "/", "--delete-many").errors, [])
+        self.assertEqual(self.read(prepared), b"x")
 
     def test_another_file_with_the_time_of_one_that_is_gone(self):
         self.put("x/01", b"AAA")
@@ -375,7 +380,7 @@ class PrepareAgainTests(PrepareTestCase):
         os.rename(os.path.join(self.source, "a"), os.path.join(self.source, "c"))
         self.assertEqual(self.actions("-n", "--delete"), {
             **{f"c/{i}": "would-renamed" for i in "123"}, **{f"b/{i}": "would-unchanged" for i in "1234"}})
-        actions = self.actions("--delete")
+        actions = self.actions("--delete-many")
         self.assertEqual({name for name, action in actions.items() if action == "renamed"}, {"c/1", "c/2", "c/3"})
         self.assertEqual(self.summary["removed"], 0)
         self.assertEqual(set(self.hashes(self.out)), {f"b/{i}" for i in "1234"} | {f"c/{i}" for i in "123"})
