@@ -133,10 +133,7 @@ TEST(KXMP4Description, TextsOfQuickTime)
              "dir",
              "\xA9"
              "com",
-             "\xA9gen",
-             "\xA9"
-             "des",
-             "\xA9prf",
+             "\xA9gen", "\xA9prf",
              "\xA9"
              "aut" }) {
         EXPECT_TRUE(isUserDatumDescriptive(userText(type, "Blue"))) << type;
@@ -154,7 +151,7 @@ TEST(KXMP4Description, TextsOfQuickTime)
 
 TEST(KXMP4Description, TextsOf3GPP)
 {
-    for (std::string_view const type : { "titl", "auth", "perf", "albm", "gnre", "dscp" }) {
+    for (std::string_view const type : { "titl", "auth", "perf", "albm", "gnre" }) {
         EXPECT_TRUE(isUserDatumDescriptive(assetText(type, text("Blue")))) << type;
         EXPECT_FALSE(isUserDatumDescriptive(assetText(type, u8(0)))) << type;
         EXPECT_FALSE(isUserDatumDescriptive(assetText(type, {}))) << type;
@@ -162,6 +159,14 @@ TEST(KXMP4Description, TextsOf3GPP)
     }
     EXPECT_FALSE(isUserDatumDescriptive(assetText("albm", join(u8(0), u8(70)))))
         << "a track's number";
+}
+
+TEST(KXMP4Description, CamerasWriteDescriptions)
+{
+    EXPECT_FALSE(isUserDatumDescriptive(userText("\xA9"
+                                                 "des",
+        "DIGITAL CAMERA")));
+    EXPECT_FALSE(isUserDatumDescriptive(assetText("dscp", text("Recorded"))));
 }
 
 TEST(KXMP4Description, PhoneIsNotTheAuthorOfItsScreen)
