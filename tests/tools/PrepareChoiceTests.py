@@ -174,6 +174,9 @@ class PrepareChoiceTests(PrepareTestCase):
         self.put("cover.jpg", b"\xff\xd8\xff no picture")
         self.place("folder.jpg", "cover.jpg")
         self.assertEqual(self.steps()["song.mp3"], [COVER])
+        os.remove(os.path.join(self.source, "folder.jpg"))
+        self.assertEqual(self.prepared()[0]["song.mp3"]["remark"],
+                         "copied as it is: no picture beside it can be shown")
 
     def test_size_of_covers(self):
         self.place("song.mp3")

@@ -25,8 +25,11 @@ void FilePreparation::completeCover()
         return;
     _outcome.cover = _folderPictures.stateFor(_outcome.source);
     bool const hasSmallOne = canTakeOne && _meta->albumCoverSizeForEmbeddedTags();
-    if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source).empty())
+    if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source).empty()) {
+        if (!_outcome.cover->empty())
+            remark("no picture beside it can be shown");
         return;
+    }
     if (hasLargePicture())
         _outcome.cover.reset();
     else if (canTakeOne)

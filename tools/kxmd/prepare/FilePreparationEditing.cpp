@@ -102,14 +102,16 @@ void FilePreparation::clean()
 bool FilePreparation::removeUserData(KXMutableData::Ref const& data)
 {
     using Processor = KXMDFileProcessorCleanIPhoneVideo;
-    if (Processor::cleanedSizeOfData(*_reader) == _reader->length())
+    std::uint64_t const cleanedSize = Processor::cleanedSizeOfData(*_reader);
+    if (cleanedSize == _reader->length())
         return true;
     if (auto const danger = Processor::reasonAgainstCleaningData(*_reader)) {
         remark(*danger);
         return false;
     }
     std::uint64_t const size = _outcome.predictedSize;
-    use(Processor(_platform), PreparationStep::cleaning);
+    _outcome.predictedSize = cleanedSize; // As the processor would predict it.
+    _outcome.steps.push_back(PreparationStep::cleaning);
     if (Processor::cleanData(data) && data->length() == _outcome.predictedSize)
         return true;
     takeBack(size, "cannot be cleaned");
