@@ -2,6 +2,7 @@
 
 #include "ManifestLine.h"
 #include "tools/shared/AtomicFile.h"
+#include "tools/shared/RangeCopy.h"
 
 #include <kxmd/base/KXPath.h>
 
@@ -63,16 +64,9 @@ bool readAll(int file, std::string& text)
     }
 }
 
-bool writeAll(int file, std::string_view text)
+std::span<std::uint8_t const> bytesOf(std::string const& text)
 {
-    while (!text.empty()) {
-        ssize_t const count = ::write(file, text.data(), text.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        if (count > 0)
-            text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
+    return { reinterpret_cast<std::uint8_t const*>(text.data()), text.size() };
 }
 
 /// Whether a path stays below the folder that it is meant for: it is followed, and its file
@@ -196,7 +190,7 @@ std::string Manifest::append()
         return std::strerror(errno);
     if (std::exchange(_endsInLine, false))
         _pending.insert(0, "\n");
-    if (!writeAll(file.get(), _pending)) {
+    if (!writeAll(file.get(), bytesOf(_pending))) {
         _endsInLine = true; // Some of it may be there.
         return std::strerror(errno);
     }
@@ -240,8 +234,5 @@ std::string Manifest::writeAnew()
     for (std::string const& line : lines)
         text += line;
     AtomicFile file(_path);
-    auto const* const bytes = reinterpret_cast<std::uint8_t const*>(text.data());
-    return file.open(permissions) && file.write(std::span(bytes, text.size())) && file.commit()
-        ? ""
-        : file.error();
+    return file.open(permissions) && file.write(bytesOf(text)) && file.commit() ? "" : file.error();
 }

@@ -5,15 +5,14 @@
 #include "tools/kxmd/Targets.h"
 #include "tools/shared/AtomicFile.h"
 
+#include <kxmd/base/KXAbstractData.h>
 #include <kxmd/base/KXPath.h>
 #include <kxmd/processors/KXMDFileProcessorCreateM3U.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <glib.h>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -85,9 +84,12 @@ template <class Members> std::string textOfM3U8(std::string const& path, Members
 
 bool holds(std::string const& path, std::string const& text)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::string const there { std::istreambuf_iterator<char>(file), {} };
-    return file && there == text;
+    auto const file = KXAbstractData::abstractDataWithPath(path);
+    if (!file || file->length() != text.size())
+        return false;
+    std::string there(text.size(), '\0');
+    return file->readBytesTo(reinterpret_cast<std::uint8_t*>(there.data()), there.size())
+        && there == text;
 }
 
 }
