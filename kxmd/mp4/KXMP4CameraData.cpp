@@ -66,14 +66,13 @@ KXMP4Atom& topLevelAtomAround(KXMP4Atom& atom)
 /// Edits write sizes of 32 bits; puts one of 64 bits where it belongs.
 void restoreLargeSize(KXMP4Atom const& atom, KXMutableData& data)
 {
-    constexpr std::uint32_t sizeFollows = 1; // ISO/IEC 14496-12, 4.2.
     constexpr std::uint64_t highOffset = 8, lowOffset = 12;
     auto const write = [&](std::uint64_t offset, std::uint64_t value) {
         // What cannot be written is told by the check beforehand.
         static_cast<void>(
             data.replaceUInt32AtWith(atom.offset() + offset, static_cast<std::uint32_t>(value)));
     };
-    write(0, sizeFollows);
+    write(0, KXMP4SizeFollows);
     write(highOffset, atom.size() >> 32);
     write(lowOffset, atom.size());
 }

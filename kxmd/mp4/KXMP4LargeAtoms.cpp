@@ -13,7 +13,6 @@ namespace {
 using Range = KXMutableData::Range;
 
 constexpr std::uint64_t smallHeader = 8, largeSizeLength = 8; // Bytes.
-constexpr std::uint32_t sizeFollows = 1; // ISO/IEC 14496-12, 4.2.
 
 /// A top-level atom whose size field says that the size follows, or that there is nothing after it.
 struct LargeAtom {
@@ -44,7 +43,7 @@ LargeAtoms largeAtomsOf(KXAbstractData& data)
         data.setOffset(position);
         std::uint32_t const sizeField = data.readUInt32OrZero(KXSwap::yes);
         KXFourCharacterCode const type(data.readUInt32OrZero(KXSwap::yes));
-        bool const isLarge = sizeField == sizeFollows;
+        bool const isLarge = sizeField == KXMP4SizeFollows;
         std::uint64_t const headerSize = smallHeader + (isLarge ? largeSizeLength : 0);
         std::uint64_t const size = isLarge ? readUInt64OrZero(data) : sizeField ? sizeField : left;
         if (size < headerSize || left < headerSize)
@@ -136,5 +135,5 @@ KXMP4Atom::Ref treeWithLargeAtoms(KXAbstractData& data)
 bool hasLargeSize(KXMP4Atom const& atom, KXAbstractData& data)
 {
     data.setOffset(atom.offset());
-    return data.readUInt32OrZero(KXSwap::yes) == sizeFollows;
+    return data.readUInt32OrZero(KXSwap::yes) == KXMP4SizeFollows;
 }

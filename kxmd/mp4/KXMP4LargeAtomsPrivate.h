@@ -2,6 +2,11 @@
 
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
 
+#include <cstdint>
+
+/// The size field of an atom whose size has 64 bits and follows the type (ISO/IEC 14496-12, 4.2).
+inline constexpr std::uint32_t KXMP4SizeFollows = 1;
+
 /// The tree of the whole file that `data` reads, in which top-level atoms may have 64-bit sizes or
 /// reach to the end of the file (ISO/IEC 14496-12, 4.2), as media of long recordings does. By
 /// itself the tree does not understand these and finds nothing after them. Never null.

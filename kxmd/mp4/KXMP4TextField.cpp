@@ -32,6 +32,17 @@ std::string charactersOf(std::span<std::uint8_t const> bytes, KXMP4TextKind kind
     return characters;
 }
 
+/// Reads what lies between two positions, as much of it as `bytes` holds; that part of `bytes`.
+std::span<std::uint8_t const> bytesBetween(
+    KXAbstractData& data, std::uint64_t position, std::uint64_t end, std::span<std::uint8_t> bytes)
+{
+    if (position >= end)
+        return {};
+    data.setOffset(position);
+    return bytes.first(data.readBytesToMaxLength(
+        bytes.data(), std::min<std::uint64_t>(end - position, bytes.size())));
+}
+
 }
 
 bool isDescriptiveText(
@@ -40,12 +51,7 @@ bool isDescriptiveText(
     // Phones call themselves the author of what was on their screen.
     constexpr std::string_view authorOfScreen = "ReplayKitRecording";
     std::array<std::uint8_t, 256> bytes;
-    if (position >= end)
-        return false;
-    data.setOffset(position);
-    std::uint64_t const count = data.readBytesToMaxLength(
-        bytes.data(), std::min<std::uint64_t>(end - position, bytes.size()));
-    std::string const characters = charactersOf({ bytes.data(), count }, kind);
+    std::string const characters = charactersOf(bytesBetween(data, position, end, bytes), kind);
     auto const isVisible = [](char character) { return character > ' '; };
     return std::ranges::any_of(characters, isVisible) && characters != authorOfScreen;
 }
@@ -53,10 +59,5 @@ bool isDescriptiveText(
 bool hasNumberOtherThanZero(KXAbstractData& data, std::uint64_t position, std::uint64_t end)
 {
     std::array<std::uint8_t, 8> bytes;
-    if (position >= end)
-        return false;
-    data.setOffset(position);
-    std::uint64_t const count = data.readBytesToMaxLength(
-        bytes.data(), std::min<std::uint64_t>(end - position, bytes.size()));
-    return std::any_of(bytes.begin(), bytes.begin() + count, std::identity());
+    return std::ranges::any_of(bytesBetween(data, position, end, bytes), std::identity());
 }

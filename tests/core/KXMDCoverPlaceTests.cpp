@@ -5,6 +5,7 @@
 
 #include "support/Builders.h"
 #include "support/LogCapture.h"
+#include "support/LyingSizes.h"
 
 #include <gmock/gmock.h>
 
@@ -202,15 +203,10 @@ TEST(KXMDCoverPlace, SizesThatLieChangeNothingOrMakeAPlace)
 {
     LogCapture const log; // Of every damage.
     auto const file = song(atom("udta", atom("meta", u32(0), handler)));
-    for (std::size_t at = 0; at + 4 <= file.size(); ++at) {
-        for (std::uint32_t const size : { 0u, 1u, 7u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu }) {
-            Bytes changed = file;
-            auto const claim = u32(size);
-            std::copy(
-                claim.begin(), claim.end(), changed.begin() + static_cast<std::ptrdiff_t>(at));
+    forEachLyingSize(
+        file, { 0u, 1u, 7u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu }, [](Bytes const& changed, auto, auto) {
             Bytes const after = made(changed);
             if (after != changed)
                 withCover(after);
-        }
-    }
+        });
 }

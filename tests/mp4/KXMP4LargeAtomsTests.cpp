@@ -5,6 +5,7 @@
 #include "support/EditableMovies.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
+#include "support/LyingSizes.h"
 
 #include <gmock/gmock.h>
 
@@ -281,20 +282,15 @@ TEST(KXMP4LargeAtoms, SizesThatLieAreSurvived)
 {
     LogCapture const log; // Of every damage.
     auto const file = join(recording(place, place), largeAtom("uuid", xmp));
-    for (std::size_t at = 0; at + 4 <= file.size(); ++at) {
-        for (std::uint32_t const size : { 0u, 1u, 7u, 16u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu }) {
-            Bytes changed = file;
-            auto const claim = u32(size);
-            std::copy(
-                claim.begin(), claim.end(), changed.begin() + static_cast<std::ptrdiff_t>(at));
+    forEachLyingSize(file, { 0u, 1u, 7u, 16u, 30u, 0x7FFFFFFFu, 0xFFFFFFFFu },
+        [](Bytes const& changed, std::size_t at, std::uint32_t size) {
             auto const data = std::make_shared<KXMutableData>(changed);
             bool const isDone = KXMP4CameraData::removeFromData(data);
             if (!isDone) {
                 EXPECT_NE(reasonAgainst(changed), "") << at << ": " << size;
             }
             EXPECT_EQ(bytesIn(changed), changed.size() - data->length());
-        }
-    }
+        });
 }
 
 TEST(KXMP4LargeAtoms, MillionAtomsAreTooMany)

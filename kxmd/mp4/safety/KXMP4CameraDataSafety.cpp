@@ -12,13 +12,12 @@ namespace {
 /// Whether the tree has lost its way between the atoms of the movie, and cannot know what follows.
 bool hasLargeSizeWithin(KXMP4Atom& root)
 {
-    constexpr std::uint64_t sizeFollows = 1; // ISO/IEC 14496-12, 4.2.
     constexpr std::string_view paths[] { "moov", "moov/trak" };
     return std::ranges::any_of(paths, [&root](std::string_view path) {
         return std::ranges::any_of(root.allAtomsWithPath(path), [](auto const& atom) {
             auto const children = atom->children();
             return std::ranges::any_of(
-                children, [](auto const& child) { return child->size() == sizeFollows; });
+                children, [](auto const& child) { return child->size() == KXMP4SizeFollows; });
         });
     });
 }

@@ -1,6 +1,7 @@
 #include "kxmd/mp4/safety/KXMP4EditComparisonPrivate.h"
 
 #include "kxmd/base/KXMutableAbstractData.h"
+#include "kxmd/mp4/KXMP4LargeAtomsPrivate.h"
 #include "kxmd/mp4/atoms/KXMP4AtomSampleTable.h"
 #include "kxmd/mp4/safety/KXMP4EditReasonsPrivate.h"
 
@@ -129,14 +130,13 @@ std::optional<KXMP4EditComparison::Box> KXMP4EditComparison::nextBoxAfter()
 std::optional<KXMP4EditComparison::Box> KXMP4EditComparison::boxAt(
     KXAbstractData& data, std::uint64_t position, std::uint64_t end) const
 {
-    constexpr std::uint64_t sizeFollows = 1;
     KXMP4FieldCursor fields(data, position, end);
     Box box { .offset = position };
     box.size = fields.number(4);
     box.type = KXFourCharacterCode(static_cast<std::uint32_t>(fields.number(4)));
     if (box.size == 0 && _open.back().type == file)
         box.size = end - position; // To the end of the file.
-    if (box.size == sizeFollows) {
+    if (box.size == KXMP4SizeFollows) {
         box.size = fields.number(8);
         box.headerSize = largeHeader;
     }
