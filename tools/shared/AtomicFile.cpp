@@ -201,17 +201,6 @@ bool AtomicFile::write(std::span<std::uint8_t const> bytes)
     return writeAll(_descriptor, bytes) || fail();
 }
 
-bool AtomicFile::writeContentsOf(int descriptor)
-{
-    RangeCopy copy {
-        .source = descriptor, .offset = 0, .length = RangeCopy::toTheEnd, .target = _descriptor
-    };
-    if (copy.run())
-        return true;
-    errno = copy.readError ? copy.readError : copy.writeError;
-    return fail();
-}
-
 bool AtomicFile::writeRangeOf(int descriptor, std::uint64_t offset, std::uint64_t length)
 {
     RangeCopy copy {

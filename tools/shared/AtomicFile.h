@@ -32,8 +32,6 @@ public:
     [[nodiscard]] bool open(mode_t permissions = 0666);
     /// Appends `bytes`.
     [[nodiscard]] bool write(std::span<std::uint8_t const> bytes);
-    /// Appends what the file of `descriptor` holds from its start on, up to its end.
-    [[nodiscard]] bool writeContentsOf(int descriptor);
     /// Appends `length` bytes that the file of `descriptor` holds from `offset` on, by the kernel
     /// alone where it can. False as well, with no `error`, when there are fewer, or when these
     /// cannot be read; `readError` then tells why.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <span>
 #include <sys/types.h>
 
@@ -11,8 +10,6 @@ bool writeAll(int descriptor, std::span<std::uint8_t const> bytes);
 
 /// A copy of a range of one file to where another is written.
 struct RangeCopy {
-    static constexpr std::uint64_t toTheEnd = std::numeric_limits<off_t>::max();
-
     /// Copies until the range or the source ends. False when the system refuses to read or write.
     [[nodiscard]] bool run();
 
