@@ -53,7 +53,7 @@ private:
 
     // Covers.
     void completeCover();
-    bool isBare() const;
+    bool isBare();
     bool hasLargePicture() const;
     void insertCover();
     void addToEstimate(KXData const& encoded);
@@ -79,6 +79,7 @@ private:
     std::optional<KXMediaProbe> _probe;
     bool _isProbed { false };
     bool _isMusic { false };
+    std::optional<bool> _isBare; ///< Once asked.
     std::optional<SourceFile> _converted;
     bool _isEstimated { false }; ///< It would be converted.
     KXMutableData::Ref _edited; ///< What is written; null for the source, or the converted file.

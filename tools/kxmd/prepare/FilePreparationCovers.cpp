@@ -39,7 +39,12 @@ void FilePreparation::completeCover()
 }
 
 /// Whether the file has no place for a cover, but could have one.
-bool FilePreparation::isBare() const { return KXMDCoverPlace::canMakeInData(*_reader); }
+bool FilePreparation::isBare()
+{
+    if (!_isBare)
+        _isBare = KXMDCoverPlace::canMakeInData(*_reader);
+    return *_isBare;
+}
 
 bool FilePreparation::hasLargePicture() const
 {

@@ -124,9 +124,11 @@ void FilePreparation::removeCameraData(KXMutableData::Ref const& data)
     auto const reader = KXMutableAbstractData::abstractDataWithData(data);
     if (auto const danger = KXMP4CameraData::reasonAgainstRemovingFromData(*reader))
         return remark("what the camera wrote cannot all be removed: " + *danger);
-    if (!KXMP4CameraData::bytesInData(*reader))
+    std::uint64_t const before = data->length();
+    bool const isRemoved = KXMP4CameraData::removeFromData(data);
+    if (data->length() == before)
         return;
-    if (!KXMP4CameraData::removeFromData(data))
+    if (!isRemoved)
         return remark("what the camera wrote cannot all be removed");
     if (!_outcome.has(PreparationStep::cleaning))
         _outcome.steps.push_back(PreparationStep::cleaning);

@@ -22,6 +22,8 @@ public:
     /// That of `folder`, which need not be there.
     explicit Manifest(std::string const& folder);
 
+    std::string const& path() const { return _path; }
+
     /// Reads what is there. Why that failed, or nothing.
     [[nodiscard]] std::string read();
 

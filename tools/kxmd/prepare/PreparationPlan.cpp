@@ -21,8 +21,8 @@ bool hasSize(std::string const& path, std::uint64_t size)
 }
 
 /// Where a file goes if it is converted. Where that belongs to another file, as of a.mov beside
-/// a.mp4, it keeps its extension and gets one more, or as many as it takes.
-/// The disk is only asked about the targets of new files.
+/// a.mp4, it keeps its extension and gets one more, or as many as it takes. The disk is only asked
+/// about the targets of new files.
 std::string claimedForConversion(std::string const& target, bool isNew, Targets& targets)
 {
     std::string converted = convertedTarget(target);
@@ -31,7 +31,7 @@ std::string claimedForConversion(std::string const& target, bool isNew, Targets&
         return targets.claim(path).empty() && (!isNew || targets.reasonAgainst(path).empty());
     };
     while (converted != target && !isFree(converted)) {
-        longer += ".m4a";
+        longer += convertedExtension;
         converted = longer;
     }
     return converted;
@@ -109,8 +109,7 @@ PlannedFile::State PreparationPlan::stateOf(FoundFile const& file, PlannedFile& 
     if (!hasSize(target, former->targetSize))
         return State::missing;
     bool const isInPlace = target == planned.job.target || target == planned.job.convertedTarget;
-    bool const isOthers = _targets.isClaimed(target) || !_targets.reasonAgainst(target).empty();
-    if (!isInPlace && isOthers)
+    if (!isInPlace && (_targets.isClaimed(target) || !_targets.reasonAgainst(target).empty()))
         return State::missing; // It is to become another file, or is read as one.
     if (_options.sumsUp) { // Told when the file is read.
         planned.job.knownChecksum = isInPlace ? former->checksum : "";

@@ -59,15 +59,17 @@ void addPlaylistOptions(CLI::App& command, PlaylistOptions& options)
 
 void addStepOptions(CLI::App& command, PrepareOptions& options)
 {
-    command.add_flag("--no-covers", options.leavesCovers, "Insert no album covers");
-    command.add_flag("--no-clean", options.leavesUncleaned, "Clean no phone videos");
-    command.add_flag("--no-convert", options.leavesUnconverted, "Convert no lossless audio");
-    command.add_flag("--keep-metadata", options.preparation.keepsMetadata,
+    PreparationOptions& steps = options.preparation;
+    auto const leaveOut = [](bool& step) { return [&step] { step = false; }; };
+    command.add_flag_callback(
+        "--no-covers", leaveOut(steps.insertsCovers), "Insert no album covers");
+    command.add_flag_callback("--no-clean", leaveOut(steps.cleans), "Clean no phone videos");
+    command.add_flag_callback(
+        "--no-convert", leaveOut(steps.converts), "Convert no lossless audio");
+    command.add_flag("--keep-metadata", steps.keepsMetadata,
         "Remove only the user data of phone videos, and keep their other metadata");
     constexpr unsigned smallest = 200, largest = 4096; // A smaller one would be no cover.
-    command
-        .add_option(
-            "--cover-size", options.preparation.coverSize, "Width and height of covers (256)")
+    command.add_option("--cover-size", steps.coverSize, "Width and height of covers (256)")
         ->type_name("PIXELS")
         ->check(CLI::Range(smallest, largest).description(""));
 }
@@ -106,9 +108,6 @@ void addOptions(CLI::App& command, Session& session)
     auto* const paths = addTexts(command, "PATH", "Files and folders to prepare");
     command.callback([options, paths, &session] {
         options->paths = textsOf(*paths);
-        options->preparation.insertsCovers = !options->leavesCovers;
-        options->preparation.cleans = !options->leavesUncleaned;
-        options->preparation.converts = !options->leavesUnconverted;
         options->preparation.listsSongs = options->playlists.areWanted();
         PrepareRun(*options, session).run();
     });

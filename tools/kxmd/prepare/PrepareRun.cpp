@@ -2,7 +2,6 @@
 
 #include "NameFilter.h"
 #include "NameRules.h"
-#include "Space.h"
 #include "TargetNames.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/Session.h"
@@ -66,6 +65,7 @@ void PrepareRun::run()
 {
     if (!isDryRun() && !makeTargetFolder(_options.folder, _session))
         return;
+    _space.emplace(_options.folder);
     FolderLock const lock(_options.folder);
     if (lock.isTaken())
         return _session.reportError(_options.folder, "is being prepared by another run");
@@ -86,7 +86,7 @@ void PrepareRun::run()
     PreparationReport::End end { .skipped = _found.skipped };
     if (isDryRun()) {
         end.needed = _needed;
-        end.available = Space(_options.folder).available();
+        end.available = _space->available();
     } else {
         writePlaylists();
         reportManifestError(_manifest.finish());
@@ -102,8 +102,7 @@ bool PrepareRun::begin()
     auto reading = std::async([this] { return _manifest.read(); });
     findFiles();
     if (std::string const error = reading.get(); !error.empty()) {
-        _session.reportError(
-            _options.folder + '/' + std::string(Manifest::fileName), "cannot be read: " + error);
+        _session.reportError(_manifest.path(), "cannot be read: " + error);
         return false;
     }
     makePlan();
@@ -146,8 +145,7 @@ void PrepareRun::makePlan()
         _targets->ignoreCase();
     for (FoundFile const& file : _found.files)
         _targets->protect(file.identity);
-    static_cast<void>( // Nobody can have it before.
-        _targets->claim(_options.folder + '/' + std::string(Manifest::fileName)));
+    static_cast<void>(_targets->claim(_manifest.path())); // Nobody can have it before.
     _playlists.claim(*_targets, _session);
     TargetNames names(rules);
     _plan.emplace(_found.files, _options.folder, _manifest, _options.preparation, _folderPictures,
@@ -213,11 +211,10 @@ std::uint64_t PrepareRun::boundOfSpace() const
     constexpr std::uint64_t bytesOfPixel = 3; // A JPEG file takes fewer.
     std::uint64_t const side = _options.preparation.coverSize;
     std::uint64_t const largestCover = side * side * bytesOfPixel;
-    Space const space(_options.folder);
     std::uint64_t bound = 0;
     for (PlannedFile const& file : _plan->files()) {
         if (file.state == State::missing)
-            bound += space.taken(file.size + largestCover);
+            bound += _space->taken(file.size + largestCover);
     }
     return bound;
 }
@@ -229,7 +226,6 @@ std::uint64_t PrepareRun::predictedSpace()
     auto const items = _plan->filesIn(State::missing);
     auto options = _options.preparation;
     options.isDryRun = true;
-    Space const space(_options.folder);
     std::uint64_t bytes = 0;
     workInOrder(
         items.size(), _options.jobs,
@@ -237,14 +233,14 @@ std::uint64_t PrepareRun::predictedSpace()
         [](Outcomes&) {},
         [&](std::size_t, PreparationOutcome const& outcome) {
             if (outcome.action != Action::unchanged && outcome.isDone())
-                bytes += space.taken(outcome.size);
+                bytes += _space->taken(outcome.size);
         });
     return bytes;
 }
 
 bool PrepareRun::hasSpace()
 {
-    auto const available = Space(_options.folder).available();
+    auto const available = _space->available();
     if (!available || boundOfSpace() <= *available)
         return true;
     std::uint64_t room = *available;

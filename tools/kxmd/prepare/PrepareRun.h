@@ -7,6 +7,7 @@
 #include "PreparationPlan.h"
 #include "PreparationReport.h"
 #include "Removal.h"
+#include "Space.h"
 #include "tools/kxmd/FileWalk.h"
 #include "tools/kxmd/Targets.h"
 
@@ -30,9 +31,6 @@ struct PrepareOptions {
     PlaylistOptions playlists;
     std::vector<std::string> excluded;
     std::vector<std::string> included;
-    bool leavesCovers { false };
-    bool leavesUncleaned { false };
-    bool leavesUnconverted { false };
     bool takesAll { false };
     bool followsLinks { false };
     bool removes { false };
@@ -70,7 +68,7 @@ private:
     void work();
     bool rename(PlannedFile& file);
     PreparationOutcome outcomeFor(PlannedFile const& file, PreparationOptions const& options);
-    PreparationOutcome outcomeOfKept(PlannedFile const& file) const;
+    PreparationOutcome outcomeOfKept(PlannedFile const& file, PreparationAction action) const;
     void place(std::vector<std::size_t> const& items, Outcomes& outcomes);
     void record(PlannedFile const& file, PreparationOutcome const& outcome);
     void recordTime(PlannedFile const& file, PreparationOutcome const& outcome);
@@ -94,6 +92,7 @@ private:
     std::unique_ptr<Targets> _targets;
     Playlists _playlists;
     std::optional<PreparationPlan> _plan;
+    std::optional<Space> _space; ///< As the run found it.
     Removal _removal;
     std::optional<PreparationReport> _report;
     std::size_t _reported { 0 }; ///< Files, in their order.

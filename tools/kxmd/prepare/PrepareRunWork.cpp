@@ -1,7 +1,6 @@
 #include "PrepareRun.h"
 
 #include "Sound.h"
-#include "Space.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/TargetFolder.h"
@@ -30,13 +29,20 @@ PreparationOutcome failedFile(PlannedFile const& file, std::string error)
         .error = std::move(error) };
 }
 
+/// The record of what an earlier run made of a file, wherever that lies now.
+ManifestEntry formerEntryOf(PlannedFile const& file)
+{
+    ManifestEntry entry = *file.former;
+    entry.source = file.source;
+    return entry;
+}
+
 }
 
 /// Gives the file that is there already its new name. False when that cannot be done.
 bool PrepareRun::rename(PlannedFile& file)
 {
-    ManifestEntry entry = *file.former;
-    std::string const from = _options.folder + '/' + entry.target;
+    std::string const from = _options.folder + '/' + file.former->target;
     std::string const& to = file.newTarget;
     std::error_code error;
     if (isDryRun() || std::filesystem::exists(to, error))
@@ -45,8 +51,8 @@ bool PrepareRun::rename(PlannedFile& file)
     if (::rename(from.c_str(), to.c_str()) != 0)
         return false;
     removeEmptyFoldersAbove(from, _options.folder);
-    _manifest.remove(entry.target);
-    entry.source = file.source;
+    _manifest.remove(file.former->target);
+    ManifestEntry entry = formerEntryOf(file);
     entry.target = to.substr(_options.folder.size() + 1);
     file.former = std::make_shared<ManifestEntry const>(entry);
     _manifest.add(std::move(entry));
@@ -66,12 +72,13 @@ PreparationOutcome PrepareRun::outcomeFor(
     }
 }
 
-PreparationOutcome PrepareRun::outcomeOfKept(PlannedFile const& file) const
+PreparationOutcome PrepareRun::outcomeOfKept(
+    PlannedFile const& file, PreparationAction action) const
 {
     return { .source = file.job.source,
-        .target = file.state == State::misnamed ? file.newTarget
-                                                : _options.folder + '/' + file.former->target,
-        .action = file.state == State::unchanged ? Action::unchanged : Action::renamed,
+        .target
+        = action == Action::renamed ? file.newTarget : _options.folder + '/' + file.former->target,
+        .action = action,
         .sizeBefore = file.size,
         .predictedSize = file.former->targetSize,
         .size = file.former->targetSize };
@@ -80,7 +87,7 @@ PreparationOutcome PrepareRun::outcomeOfKept(PlannedFile const& file) const
 void PrepareRun::reportManifestError(std::string const& error)
 {
     if (!error.empty())
-        _session.reportError(_options.folder + '/' + std::string(Manifest::fileName), error);
+        _session.reportError(_manifest.path(), error);
 }
 
 /// Puts files in their places, and records those that are there.
@@ -118,8 +125,7 @@ void PrepareRun::record(PlannedFile const& file, PreparationOutcome const& outco
 /// So that a file whose contents are the same is known by its time as well.
 void PrepareRun::recordTime(PlannedFile const& file, PreparationOutcome const& outcome)
 {
-    ManifestEntry entry = *file.former;
-    entry.source = file.source;
+    ManifestEntry entry = formerEntryOf(file);
     entry.modified = outcome.modified;
     entry.inode = outcome.inode;
     _manifest.add(std::move(entry));
@@ -152,8 +158,10 @@ void PrepareRun::reportKeptBefore(std::size_t item)
 {
     for (; _reported < item; ++_reported) {
         PlannedFile const& file = _plan->files()[_reported];
-        _report->add(outcomeOfKept(file));
-        noteSong(_reported, _options.folder + '/' + file.former->target, file.former->song);
+        auto const kept = outcomeOfKept(
+            file, file.state == State::misnamed ? Action::renamed : Action::unchanged);
+        _report->add(kept);
+        noteSong(_reported, kept.target, file.former->song);
     }
 }
 
@@ -163,14 +171,13 @@ void PrepareRun::take(std::size_t item, PreparationOutcome const& outcome)
     _reported = item + 1;
     PlannedFile const& file = _plan->files()[item];
     if (outcome.action == Action::unchanged) { // Told by its contents.
-        auto kept = outcomeOfKept(file);
-        kept.action = Action::unchanged;
+        auto const kept = outcomeOfKept(file, Action::unchanged);
         _report->add(kept);
         return noteSong(item, kept.target, file.former->song);
     }
     _report->add(outcome);
     if (isDryRun() && outcome.isDone())
-        _needed += Space(_options.folder).taken(outcome.size);
+        _needed += _space->taken(outcome.size);
     if (outcome.isDone())
         noteSong(item, outcome.target, outcome.song);
 }
@@ -181,11 +188,8 @@ void PrepareRun::work()
         if (file.state == State::misnamed && !rename(file))
             file.state = State::missing;
         bool const hasMoved = file.former && file.former->source != file.source;
-        if (file.state == State::unchanged && hasMoved && !isDryRun()) {
-            ManifestEntry entry = *file.former;
-            entry.source = file.source;
-            _manifest.add(std::move(entry));
-        }
+        if (file.state == State::unchanged && hasMoved && !isDryRun())
+            _manifest.add(formerEntryOf(file));
     }
     auto const items = _plan->filesIn(State::missing);
     std::vector<std::string> paths;

@@ -12,15 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
-
-bool isBelow(std::string const& path, std::string const& root)
-{
-    return path.starts_with(root) && (root.ends_with('/') || path[root.size()] == '/');
-}
-
-}
-
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
     RemovalSources const& sources, Targets& targets)
 {
@@ -29,7 +20,7 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
     for (auto const& [target, entry] : manifest.entries()) {
         std::string const& source = entry->source;
         auto const holdsSource = [&source](std::string const& path) {
-            return source == path || isBelow(source, path);
+            return source == path || !KXRelativePathForRootFolder(source, path).empty();
         };
         bool const isLookedFor = std::ranges::any_of(sources.roots, holdsSource)
             && std::ranges::none_of(sources.unseen, holdsSource);
