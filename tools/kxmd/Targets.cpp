@@ -61,6 +61,14 @@ bool Targets::isPlaced(FileIdentity const& file) const
     return placed != _placed.end() && identityAt(placed->second, Link::itself) == file;
 }
 
+/// Names that many folders have differ in the folder's inode.
+std::size_t Targets::HashOfName::operator()(Name const& name) const
+{
+    constexpr std::size_t multiplier = 0x9E3779B97F4A7C15; // Of the golden ratio: spreads inodes.
+    std::size_t const folder = name.first ? name.first->second : 0;
+    return std::hash<std::string>()(name.second) ^ folder * multiplier;
+}
+
 Targets::Name Targets::nameOf(std::string const& path)
 {
     std::string_view const parent = KXPathByDeletingLastPathComponent(path);

@@ -9,6 +9,8 @@
 #include <set>
 #include <span>
 #include <string>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 class AtomicFile;
@@ -56,6 +58,9 @@ public:
 private:
     /// A file's name in its folder, or its whole path where there is no folder.
     using Name = std::pair<std::optional<FileIdentity>, std::string>;
+    struct HashOfName {
+        std::size_t operator()(Name const& name) const;
+    };
 
     Name nameOf(std::string const& path);
     bool isPlaced(FileIdentity const& file) const;
@@ -67,7 +72,7 @@ private:
     std::set<FileIdentity> _sources;
     std::map<std::string, std::optional<FileIdentity>, std::less<>>
         _folders; ///< As they were when asked for.
-    std::set<Name> _names;
+    std::unordered_set<Name, HashOfName> _names;
     std::map<FileIdentity, std::string> _placed; ///< Where they are.
 };
 

@@ -79,6 +79,17 @@ bool isBelow(std::string_view path)
             [](std::string_view component) { return component == ".." || component == "."; });
 }
 
+/// Puts `entry` into `entries` in place of the one that has the same text there.
+void put(Manifest::Entry const& entry, auto& entries)
+{
+    auto const [place, isNew] = entries.insert(entry);
+    if (isNew)
+        return;
+    auto node = entries.extract(place);
+    node.value() = entry;
+    entries.insert(std::move(node));
+}
+
 }
 
 Manifest::Manifest(std::string const& folder)
@@ -96,9 +107,9 @@ std::string Manifest::read()
     std::string text;
     if (!readAll(file.get(), text))
         return std::strerror(errno);
-    constexpr std::size_t usualLine = 400; // Bytes.
+    constexpr std::size_t usualLine = 250; // Bytes.
     _entries.reserve(text.size() / usualLine);
-    _targets.reserve(text.size() / usualLine);
+    _sources.reserve(text.size() / usualLine);
     std::string_view rest = text;
     while (!rest.empty()) {
         std::size_t const end = std::min(rest.find('\n'), rest.size());
@@ -120,28 +131,37 @@ void Manifest::take(std::string_view line)
     if (!read || !isBelow(read->entry.target))
         return;
     if (read->isRemoval)
-        _entries.erase(read->entry.target);
+        erase(read->entry.target);
     else
         keep(std::move(read->entry));
 }
 
 void Manifest::keep(ManifestEntry entry)
 {
-    auto kept = std::make_shared<ManifestEntry const>(std::move(entry));
-    _targets.insert_or_assign(kept->source, kept->target);
-    _entries.insert_or_assign(kept->target, std::move(kept));
+    auto const kept = std::make_shared<ManifestEntry const>(std::move(entry));
+    put(kept, _sources);
+    put(kept, _entries);
 }
 
-Manifest::Entry Manifest::entryForTarget(std::string const& target) const
+bool Manifest::erase(std::string_view target)
 {
     auto const found = _entries.find(target);
-    return found == _entries.end() ? nullptr : found->second;
+    if (found == _entries.end())
+        return false;
+    _entries.erase(found);
+    return true;
 }
 
-Manifest::Entry Manifest::entryForSource(std::string const& source) const
+Manifest::Entry Manifest::entryForTarget(std::string_view target) const
 {
-    auto const target = _targets.find(source);
-    auto entry = target == _targets.end() ? nullptr : entryForTarget(target->second);
+    auto const found = _entries.find(target);
+    return found == _entries.end() ? nullptr : *found;
+}
+
+Manifest::Entry Manifest::entryForSource(std::string_view source) const
+{
+    auto const found = _sources.find(source);
+    auto entry = found == _sources.end() ? nullptr : entryForTarget((*found)->target);
     return entry && entry->source == source ? entry : nullptr; // Another one may have its target.
 }
 
@@ -152,8 +172,8 @@ Manifest::Entry Manifest::entryForMoved(
         return std::to_string(bytes) + '/' + std::to_string(time) + '/' + std::to_string(number);
     };
     if (_contents.empty()) {
-        for (auto const& [target, entry] : _entries)
-            _contents.emplace(keyOf(entry->size, entry->modified, entry->inode), target);
+        for (Entry const& entry : _entries)
+            _contents.emplace(keyOf(entry->size, entry->modified, entry->inode), entry->target);
     }
     auto const [first, last] = _contents.equal_range(keyOf(size, modified, inode));
     return first != last && std::next(first) == last ? entryForTarget(first->second) : nullptr;
@@ -177,7 +197,7 @@ void Manifest::add(ManifestEntry entry)
 
 void Manifest::remove(std::string const& target)
 {
-    if (!_entries.erase(target))
+    if (!erase(target))
         return;
     _pending += manifestLineOfRemoved(target);
     ++_lines;
@@ -227,7 +247,7 @@ std::string Manifest::writeAnew()
 {
     std::vector<std::string> lines;
     lines.reserve(_entries.size());
-    for (auto const& [target, entry] : _entries)
+    for (Entry const& entry : _entries)
         lines.push_back(manifestLineOf(*entry));
     std::ranges::sort(lines);
     std::string text = _nameRules ? manifestLineOf(*_nameRules) : "";

@@ -5,11 +5,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 /// The record that a folder of prepared files holds of them: a line of JSON for each, appended once
 /// the file is there. The last line for a target counts; a line that was cut off is no line.
@@ -30,14 +32,32 @@ public:
     /// Entries never change; another one may take the place of one.
     using Entry = std::shared_ptr<ManifestEntry const>;
 
+    /// Entries that are found by one of their texts.
+    template <std::string ManifestEntry::*text> struct By {
+        using is_transparent = void;
+
+        static std::string_view keyOf(std::string_view key) { return key; }
+        static std::string_view keyOf(Entry const& entry) { return (*entry).*text; }
+        std::size_t operator()(auto const& key) const
+        {
+            return std::hash<std::string_view>()(keyOf(key));
+        }
+        bool operator()(auto const& left, auto const& right) const
+        {
+            return keyOf(left) == keyOf(right);
+        }
+    };
+    template <std::string ManifestEntry::*text>
+    using EntriesBy = std::unordered_set<Entry, By<text>, By<text>>;
+
     /// The entry for a target; null without one, as below.
-    Entry entryForTarget(std::string const& target) const;
+    Entry entryForTarget(std::string_view target) const;
     /// The entry for the source at an absolute path.
-    Entry entryForSource(std::string const& source) const;
+    Entry entryForSource(std::string_view source) const;
     /// The entry for a source that may lie elsewhere by now, if there is just one.
     Entry entryForMoved(std::uint64_t size, std::int64_t modified, std::int64_t inode) const;
     /// Those of all targets, in no order.
-    std::unordered_map<std::string, Entry> const& entries() const { return _entries; }
+    EntriesBy<&ManifestEntry::target> const& entries() const { return _entries; }
     /// What the folder's file system makes of names; absent when nobody has tried.
     std::optional<NameRules> const& nameRules() const { return _nameRules; }
 
@@ -57,13 +77,14 @@ public:
 private:
     void take(std::string_view line);
     void keep(ManifestEntry entry);
+    bool erase(std::string_view target);
     std::string append();
     std::string writeAnew();
 
     std::string const _path;
     std::optional<NameRules> _nameRules;
-    std::unordered_map<std::string, Entry> _entries; ///< By target.
-    std::unordered_map<std::string, std::string> _targets; ///< By source.
+    EntriesBy<&ManifestEntry::target> _entries;
+    EntriesBy<&ManifestEntry::source> _sources; ///< The last one of each, which may be no more.
     mutable std::unordered_multimap<std::string, std::string>
         _contents; ///< Targets, once asked for.
     std::string _pending; ///< Lines that are not in the file yet.

@@ -5,6 +5,9 @@
 #include <kxmd/base/KXPath.h>
 
 #include <filesystem>
+#include <functional>
+#include <future>
+#include <span>
 #include <string_view>
 #include <sys/stat.h>
 #include <utility>
@@ -26,11 +29,13 @@ bool hasSize(std::string const& path, std::uint64_t size)
 std::string claimedForConversion(std::string const& target, bool isNew, Targets& targets)
 {
     std::string converted = convertedTarget(target);
+    if (converted == target)
+        return converted;
     std::string longer = target;
     auto const isFree = [&targets, isNew](std::string const& path) {
         return targets.claim(path).empty() && (!isNew || targets.reasonAgainst(path).empty());
     };
-    while (converted != target && !isFree(converted)) {
+    while (!isFree(converted)) {
         longer += convertedExtension;
         converted = longer;
     }
@@ -41,9 +46,12 @@ std::string claimedForConversion(std::string const& target, bool isNew, Targets&
 
 std::string absolutePath(std::string const& path)
 {
-    bool const isPlain = path.starts_with('/') && path.find("//") == std::string::npos
-        && path.find("/.") == std::string::npos;
-    return isPlain ? path : fs::absolute(path).lexically_normal().string();
+    static std::string const here = fs::current_path().string() + '/'; // The command stays there.
+    std::string const whole
+        = path.starts_with('/') ? path : here + path.substr(path.starts_with("./") ? 2 : 0);
+    bool const isPlain
+        = whole.find("//") == std::string::npos && whole.find("/.") == std::string::npos;
+    return isPlain ? whole : fs::path(whole).lexically_normal().string();
 }
 
 PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::string const& folder,
@@ -74,8 +82,9 @@ PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::strin
             planned.job.convertedTarget
                 = claimedForConversion(planned.job.target, !planned.former, _targets);
     }
+    lookForTargets(files);
     for (std::size_t i = 0; i < files.size(); ++i) {
-        _files[i].state = stateOf(files[i], _files[i]);
+        _files[i].state = stateOf(_files[i]);
         if (_files[i].state != PlannedFile::State::unchanged && _files[i].job.refusal.empty())
             _files[i].job.refusal = _targets.reasonAgainst(_files[i].job.target);
     }
@@ -99,15 +108,30 @@ void PreparationPlan::giveTarget(FoundFile const& file, PlannedFile& planned)
     planned.job.refusal = _targets.claim(planned.job.target);
 }
 
-PlannedFile::State PreparationPlan::stateOf(FoundFile const& file, PlannedFile& planned)
+/// Looks which files that are as recorded have targets that are. A phone takes its time to tell,
+/// so two are asked about at once.
+void PreparationPlan::lookForTargets(std::vector<FoundFile> const& files)
+{
+    for (std::size_t i = 0; i < files.size(); ++i)
+        _files[i].isUpToDate = _files[i].former && isAsRecorded(files[i], _files[i]);
+    auto const look = [](std::span<PlannedFile> some, std::string const& folder) {
+        for (PlannedFile& file : some)
+            file.isUpToDate = file.isUpToDate
+                && hasSize(folder + '/' + file.former->target, file.former->targetSize);
+    };
+    std::span<PlannedFile> const all = _files;
+    auto half = std::async(look, all.first(all.size() / 2), std::cref(_folder));
+    look(all.subspan(all.size() / 2), _folder);
+    half.get();
+}
+
+PlannedFile::State PreparationPlan::stateOf(PlannedFile& planned)
 {
     using State = PlannedFile::State;
     auto const& former = planned.former;
-    if (!planned.job.refusal.empty() || !former || !isAsRecorded(file, planned))
+    if (!planned.job.refusal.empty() || !planned.isUpToDate)
         return State::missing;
     std::string const target = _folder + '/' + former->target;
-    if (!hasSize(target, former->targetSize))
-        return State::missing;
     bool const isInPlace = target == planned.job.target || target == planned.job.convertedTarget;
     if (!isInPlace && (_targets.isClaimed(target) || !_targets.reasonAgainst(target).empty()))
         return State::missing; // It is to become another file, or is read as one.
@@ -123,7 +147,7 @@ PlannedFile::State PreparationPlan::stateOf(FoundFile const& file, PlannedFile& 
     return State::misnamed;
 }
 
-bool PreparationPlan::isAsRecorded(FoundFile const& file, PlannedFile& planned) const
+bool PreparationPlan::isAsRecorded(FoundFile const& file, PlannedFile const& planned) const
 {
     ManifestEntry const& former = *planned.former;
     bool const isSameTime = former.modified == file.modified || _options.sumsUp;

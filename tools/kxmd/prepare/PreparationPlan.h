@@ -25,6 +25,7 @@ struct PlannedFile {
     State state { State::missing };
     std::string newTarget {}; ///< Of one that is misnamed.
     Manifest::Entry former {}; ///< What an earlier run made of it; null when none did.
+    bool isUpToDate { false }; ///< It is as it was then, and what was made of it is there.
 };
 
 /// What a run does with all files that were found, before anything is done.
@@ -46,8 +47,9 @@ public:
 private:
     Manifest::Entry formerOf(FoundFile const& file, std::string const& source) const;
     void giveTarget(FoundFile const& file, PlannedFile& planned);
-    PlannedFile::State stateOf(FoundFile const& file, PlannedFile& planned);
-    bool isAsRecorded(FoundFile const& file, PlannedFile& planned) const;
+    bool isAsRecorded(FoundFile const& file, PlannedFile const& planned) const;
+    void lookForTargets(std::vector<FoundFile> const& files);
+    PlannedFile::State stateOf(PlannedFile& planned);
 
     std::string const _folder;
     Manifest const& _manifest;

@@ -109,7 +109,10 @@ void addOptions(CLI::App& command, Session& session)
     command.callback([options, paths, &session] {
         options->paths = textsOf(*paths);
         options->preparation.listsSongs = options->playlists.areWanted();
-        PrepareRun(*options, session).run();
+        // The last thing that the program does. To free all that it knows of 20,000 files would
+        // take a seventh of the time in which they are found to be as they were.
+        static auto& run = *new PrepareRun(*options, session);
+        run.run();
     });
 }
 

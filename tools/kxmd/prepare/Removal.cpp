@@ -17,15 +17,15 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
 {
     Removal removal;
     removal.recorded = manifest.entries().size();
-    for (auto const& [target, entry] : manifest.entries()) {
+    for (Manifest::Entry const& entry : manifest.entries()) {
         std::string const& source = entry->source;
         auto const holdsSource = [&source](std::string const& path) {
             return source == path || !KXRelativePathForRootFolder(source, path).empty();
         };
         bool const isLookedFor = std::ranges::any_of(sources.roots, holdsSource)
             && std::ranges::none_of(sources.unseen, holdsSource);
-        std::string const path = folder + '/' + target;
-        bool const isWanted = sources.kept.contains(target) || targets.isClaimed(path)
+        std::string const path = folder + '/' + entry->target;
+        bool const isWanted = sources.kept.contains(entry->target) || targets.isClaimed(path)
             || !targets.reasonAgainst(path).empty();
         if (isLookedFor && !isWanted && isGone(source))
             removal.entries.push_back(*entry);
