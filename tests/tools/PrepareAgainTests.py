@@ -339,6 +339,54 @@ class PrepareAgainTests(PrepareTestCase):
         self.prepare("--delete-many")
         self.assertEqual(self.listed(), ["b"])
 
+    def place_albums(self):
+        for album in ("One", "Two", "Three", "Four"):
+            self.place(f"{album}/song.mp3")
+        self.prepare("--playlist-each-folder", "--playlist", "Mix")
+
+    def test_playlists_of_folders_without_files_are_removed(self):
+        self.place_albums()
+        shutil.rmtree(os.path.join(self.source, "Two"))
+        self.prepare("--playlist-each-folder")
+        self.assertIn("Two/Two.m3u", self.hashes(self.out))
+        self.assertEqual(self.actions("--delete", "--dry-run")["Two/Two.m3u"], "would-deleted")
+        self.assertEqual(self.actions("--delete")["Two/Two.m3u"], "deleted")
+        self.assertEqual(self.summary["removed"], 2)
+        self.assertFalse(os.path.exists(os.path.join(self.out, "Two")))
+        self.assertEqual({name for name in self.hashes(self.out) if ".m3u" in name},
+                         {"Four/Four.m3u", "Mix.m3u", "One/One.m3u", "Three/Three.m3u"})
+        self.assertEqual(set(self.actions("--delete").values()), {"unchanged"})
+
+    def test_playlists_stay_where_a_file_is_left_or_comes(self):
+        self.place_albums()
+        os.rename(os.path.join(self.source, "Two/song.mp3"), os.path.join(self.source, "Two/other.mp3"))
+        self.touch("Two/other.mp3")
+        actions = self.actions("--delete")
+        self.assertEqual((actions["Two/other.mp3"], actions["Two/song.mp3"]), ("copied", "deleted"))
+        self.assertIn("Two/Two.m3u", self.hashes(self.out))
+
+    def test_playlist_that_was_changed_or_is_anothers_stays(self):
+        self.place_albums()
+        shutil.rmtree(os.path.join(self.source, "Two"))
+        with open(os.path.join(self.out, "Two/Two.m3u"), "ab") as file:
+            file.write(b"\r\nmine.mp3")
+        with open(os.path.join(self.out, "Two/mine.m3u"), "wb") as file:
+            file.write(b"mine.mp3")
+        result = self.prepare("--delete")
+        self.assertEqual(result.errors, [
+            f"kxmd: {self.out}/Two/Two.m3u: is not removed: it was changed since it was prepared"])
+        self.assertEqual({name for name in self.hashes(self.out) if name.startswith("Two")},
+                         {"Two/Two.m3u", "Two/mine.m3u"})
+        self.assertEqual(self.prepare("--delete").status, 0)
+
+    def test_playlists_are_no_part_of_a_third(self):
+        self.place_albums()
+        shutil.rmtree(os.path.join(self.source, "Two"))
+        shutil.rmtree(os.path.join(self.source, "Three"))
+        result = self.prepare("--delete")
+        self.assertIn("2 of 4 files would be", result.errors[0])
+        self.assertIn("Two/Two.m3u", self.hashes(self.out))
+
     def test_files_that_are_not_as_recorded_stay(self):
         self.place_many()
         self.prepare()

@@ -139,7 +139,8 @@ void Manifest::take(std::string_view line)
 void Manifest::keep(ManifestEntry entry)
 {
     auto const kept = std::make_shared<ManifestEntry const>(std::move(entry));
-    put(kept, _sources);
+    if (!kept->isPlaylist)
+        put(kept, _sources);
     put(kept, _entries);
 }
 

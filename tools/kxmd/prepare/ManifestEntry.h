@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-/// What was made of one file, and of what.
+/// What was made of one file, and of what; or a playlist, of which target and size are told.
 struct ManifestEntry {
     std::string source; ///< Its absolute path.
     std::uint64_t size { 0 };
@@ -22,6 +22,7 @@ struct ManifestEntry {
     std::string target; ///< Below the folder.
     std::uint64_t targetSize { 0 };
     std::optional<PreparedSong> song; ///< Absent for what is no music.
+    bool isPlaylist { false };
 
     bool operator==(ManifestEntry const&) const = default;
 };

@@ -110,6 +110,8 @@ private:
             _line.entry.song->isProtected |= value && _key == "protected";
         else if (_key == "removed")
             _line.isRemoval = value;
+        else if (_key == "playlist")
+            _line.entry.isPlaylist = value;
         else if (_key == "refusesEnds")
             _rules.refusesEnds = value;
         else if (_key == "refusesDevices")
@@ -289,6 +291,12 @@ private:
 std::string manifestLineOf(ManifestEntry const& entry)
 {
     JSON object = JSON::object();
+    if (entry.isPlaylist) {
+        addPath(object, "target", "targetBytes", entry.target);
+        object["targetSize"] = entry.targetSize;
+        object["playlist"] = true;
+        return jsonLine(object);
+    }
     addPath(object, "source", "sourceBytes", entry.source);
     object["size"] = entry.size;
     object["modified"] = entry.modified;

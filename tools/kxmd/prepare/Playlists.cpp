@@ -92,6 +92,17 @@ bool holds(std::string const& path, std::string const& text)
         && there == text;
 }
 
+std::string errorOfWriting(std::string const& text, std::string const& path, Targets& targets)
+{
+    AtomicFile list(path);
+    auto const* const bytes = reinterpret_cast<std::uint8_t const*>(text.data());
+    if (!list.open() || !list.write(std::span(bytes, text.size())))
+        return list.error();
+    Targets::Arrival arrival { list };
+    targets.place({ &arrival, 1 });
+    return arrival.error;
+}
+
 }
 
 Playlists::Playlists(std::string folder, PlaylistOptions const& options)
@@ -141,22 +152,17 @@ std::string Playlists::textOf(std::string const& path, Members const& members) c
                                                            : textOfM3U8(path, members);
 }
 
-void Playlists::write(
+std::optional<Playlists::Written> Playlists::write(
     std::string const& path, Members const& members, Targets& targets, Session& session) const
 {
     std::string const text = textOf(path, members);
-    if (text.empty())
-        return session.reportError(path, "there is no audio to list");
-    if (holds(path, text))
-        return;
-    AtomicFile list(path);
-    auto const* const bytes = reinterpret_cast<std::uint8_t const*>(text.data());
-    if (!list.open() || !list.write(std::span(bytes, text.size())))
-        return session.reportError(path, list.error());
-    Targets::Arrival arrival { list };
-    targets.place({ &arrival, 1 });
-    if (!arrival.error.empty())
-        session.reportError(path, arrival.error);
+    std::string error = text.empty() ? "there is no audio to list" : "";
+    if (error.empty() && !holds(path, text))
+        error = errorOfWriting(text, path, targets);
+    if (error.empty())
+        return Written { path, text.size() };
+    session.reportError(path, error);
+    return std::nullopt;
 }
 
 /// Folder by folder, in the order of their first names.
@@ -183,8 +189,13 @@ void Playlists::sortMembers()
     _members.swap(sorted);
 }
 
-void Playlists::write(Targets& targets, Session& session)
+std::vector<Playlists::Written> Playlists::write(Targets& targets, Session& session)
 {
+    std::vector<Written> written;
+    auto const add = [&](std::string const& path, Members const& members) {
+        if (auto list = write(path, members, targets, session))
+            written.push_back(std::move(*list));
+    };
     auto const unlisted = std::stable_partition(_members.begin(), _members.end(),
         [this](Member const& member) { return canBeListed(member); });
     for (auto member = unlisted; member != _members.end(); ++member)
@@ -192,9 +203,9 @@ void Playlists::write(Targets& targets, Session& session)
     _members.erase(unlisted, _members.end());
     sortMembers();
     if (!_path.empty())
-        write(_path, _members, targets, session);
+        add(_path, _members);
     if (!_options.isForEachFolder)
-        return;
+        return written;
     std::map<std::string, Members> folders;
     for (Member const& member : _members) {
         if (!member.song.isProtected)
@@ -206,8 +217,9 @@ void Playlists::write(Targets& targets, Session& session)
             = folder + '/' + std::string(KXLastPathComponent(folder)) + extension();
         std::string const refusal = targets.claim(path);
         if (refusal.empty())
-            write(path, members, targets, session);
+            add(path, members);
         else // Most likely a playlist of the album's own.
             session.reportRemark(path, "is not written: " + refusal);
     }
+    return written;
 }

@@ -2,6 +2,8 @@
 
 #include "PreparedSong.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,9 +36,15 @@ public:
     /// Lists a song at `target`. One that is protected is not listed.
     void add(std::string const& source, std::string const& target, PreparedSong const& song);
 
+    /// A playlist that is there.
+    struct Written {
+        std::string path;
+        std::uint64_t size { 0 };
+    };
+
     /// Writes the playlists whose text is not there already. Reports what goes wrong, one without
-    /// songs too, and songs whose names no line can hold.
-    void write(Targets& targets, Session& session);
+    /// songs too, and songs whose names no line can hold. Those that are there afterwards.
+    std::vector<Written> write(Targets& targets, Session& session);
 
 private:
     struct Member {
@@ -50,7 +58,7 @@ private:
     void sortMembers();
     bool canBeListed(Member const& member) const;
     std::string textOf(std::string const& path, Members const& members) const;
-    void write(
+    std::optional<Written> write(
         std::string const& path, Members const& members, Targets& targets, Session& session) const;
 
     std::string const _folder;

@@ -9,11 +9,13 @@
 
 #include <kxmd/base/KXPath.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <future>
+#include <iterator>
 #include <string_view>
 #include <sys/file.h>
 #include <system_error>
@@ -167,12 +169,15 @@ void PrepareRun::planRemoval()
     for (std::string const& path : _found.unseen)
         sources.unseen.push_back(absolutePath(path));
     for (PlannedFile const& file : _plan->files()) {
+        sources.kept.insert(file.job.target.substr(_options.folder.size() + 1));
         if (file.former)
             sources.kept.insert(file.former->target);
     }
     _removal = removalFrom(_manifest, _options.folder, sources, *_targets);
-    if (_options.removesMany || !_removal.areMany())
+    if (_options.removesMany || !_removal.areMany()) {
+        std::ranges::copy(_removal.playlists, std::back_inserter(_removal.entries));
         return;
+    }
     _session.reportError(_options.folder,
         "nothing is removed, since " + std::to_string(_removal.entries.size()) + " of "
             + std::to_string(_removal.recorded) + " files would be; --delete-many removes so many");

@@ -247,5 +247,11 @@ void PrepareRun::writePlaylists()
     probeKeptSongs();
     for (auto const& [item, song] : _songs)
         _playlists.add(_plan->files()[item].job.source, song.first, song.second);
-    _playlists.write(*_targets, _session);
+    for (Playlists::Written const& list : _playlists.write(*_targets, _session)) {
+        ManifestEntry entry;
+        entry.isPlaylist = true;
+        entry.target = list.path.substr(_options.folder.size() + 1);
+        entry.targetSize = list.size;
+        _manifest.add(std::move(entry));
+    }
 }

@@ -9,15 +9,40 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <set>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+using Folders = std::set<std::string, std::less<>>;
+
+/// The folders that a path is in, down from the topmost, which is "".
+void addFoldersOf(std::string_view path, Folders& folders)
+{
+    do
+        path = KXPathByDeletingLastPathComponent(path);
+    while (folders.emplace(path).second && !path.empty());
+}
+
+}
 
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
     RemovalSources const& sources, Targets& targets)
 {
     Removal removal;
-    removal.recorded = manifest.entries().size();
+    Folders folders; // That have files.
+    for (std::string const& target : sources.kept)
+        addFoldersOf(target, folders);
+    std::vector<Manifest::Entry> playlists;
     for (Manifest::Entry const& entry : manifest.entries()) {
+        if (entry->isPlaylist) {
+            playlists.push_back(entry);
+            continue;
+        }
+        ++removal.recorded;
         std::string const& source = entry->source;
         auto const holdsSource = [&source](std::string const& path) {
             return source == path || !KXRelativePathForRootFolder(source, path).empty();
@@ -29,8 +54,17 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
             || !targets.reasonAgainst(path).empty();
         if (isLookedFor && !isWanted && isGone(source))
             removal.entries.push_back(*entry);
+        else
+            addFoldersOf(entry->target, folders);
+    }
+    for (Manifest::Entry const& list : playlists) {
+        std::string const path = folder + '/' + list->target;
+        if (!folders.contains(KXPathByDeletingLastPathComponent(list->target))
+            && !targets.isClaimed(path) && targets.reasonAgainst(path).empty())
+            removal.playlists.push_back(*list);
     }
     std::ranges::sort(removal.entries, {}, &ManifestEntry::target);
+    std::ranges::sort(removal.playlists, {}, &ManifestEntry::target);
     return removal;
 }
 

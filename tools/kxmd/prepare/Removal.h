@@ -12,7 +12,8 @@ class Targets;
 /// What is removed from a folder of prepared files, since its sources are gone.
 struct Removal {
     std::vector<ManifestEntry> entries;
-    std::size_t recorded { 0 }; ///< How many files the folder's record lists.
+    std::vector<ManifestEntry> playlists; ///< Where no prepared file is left.
+    std::size_t recorded { 0 }; ///< How many files the folder's record lists, playlists aside.
 
     /// More than a third of them: rather a mistake than a wish.
     bool areMany() const { return entries.size() > recorded / 3; }
@@ -22,11 +23,12 @@ struct Removal {
 struct RemovalSources {
     std::vector<std::string> roots; ///< Absolute paths of folders.
     std::vector<std::string> unseen; ///< Of what could not be looked into.
-    std::set<std::string> kept; ///< Targets of sources that are there, under whatever name.
+    std::set<std::string> kept; ///< Targets of sources that are there, under all their names.
 };
 
 /// Files that the record lists, whose sources lay below one of the roots and are there no more, and
-/// whose targets nobody else has, in the order of their targets.
+/// whose targets nobody else has; and playlists of ours in folders that this leaves without a file.
+/// Both in the order of their targets.
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
     RemovalSources const& sources, Targets& targets);
 
