@@ -169,6 +169,19 @@ class PrepareChoiceTests(PrepareTestCase):
         self.assertEqual({name for name, done in self.steps().items() if COVER in done},
                          {"a/song.mp3", "b/song.mp3", "Songs/song.mp3"})
 
+    def test_picture_that_is_called_like_the_album(self):
+        for name, album in (("a.m4a", "Sœurs: Live/1"), ("b.m4a", "Other"), ("c.m4a", "")):
+            encode(os.path.join(self.source, name), *tone(), "-metadata", f"album={album}")
+        self.place("SŒURS_ live_1.JPG", "cover.jpg")
+        actions, _ = self.prepared()
+        self.assertEqual({name: file["action"] for name, file in actions.items() if name.endswith("m4a")},
+                         {"a.m4a": "edited", "b.m4a": "copied", "c.m4a": "copied"})
+        self.assertEqual({file["action"] for file in self.prepared()[0].values()}, {"unchanged"})
+        self.place("Other.jpg", "cover.jpg")
+        actions, _ = self.prepared()
+        self.assertEqual({name: file["action"] for name, file in actions.items() if name.endswith("m4a")},
+                         {"a.m4a": "unchanged", "b.m4a": "edited", "c.m4a": "unchanged"})
+
     def test_picture_that_cannot_be_shown_hides_no_other(self):
         self.place("song.mp3")
         self.put("cover.jpg", b"\xff\xd8\xff no picture")

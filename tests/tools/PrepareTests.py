@@ -453,6 +453,12 @@ class PrepareTests(PrepareTestCase):
         self.assert_failure(result, os.path.join(self.out, "Mix.m3u"), "there is no audio to list")
         self.assertEqual(self.listed(), ["notes.txt"])
 
+    def test_folder_that_cannot_be_made_tells_why(self):
+        self.place("Album/song.mp3")
+        os.mkdir(self.out)
+        self.write(os.path.join(self.out, "Album"), b"in the way")
+        self.assertEqual(self.prepare().errors[0], f"kxmd: {self.out}/Album: Not a directory")
+
     def test_playlist_does_not_take_the_place_of_a_file(self):
         self.place("song.mp3")
         self.put("Mix.m3u", b"another")

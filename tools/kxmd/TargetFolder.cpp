@@ -53,12 +53,15 @@ bool makeFoldersOf(std::vector<std::string> const& paths, std::string const& fol
     Targets& targets, Session& session)
 {
     bool isAnyNew = false;
-    std::error_code ignored;
     fs::path last;
     for (std::string const& path : paths) {
         fs::path const parent = fs::path(path).parent_path();
-        if (parent != last)
-            isAnyNew |= fs::create_directories(parent, ignored);
+        if (parent == last)
+            continue;
+        std::error_code error;
+        isAnyNew |= fs::create_directories(parent, error);
+        if (error) // Its files only find that they have no folder.
+            session.reportError(parent.string(), error.message());
         last = parent;
     }
     std::string const error = isAnyNew ? targets.sync() : "";

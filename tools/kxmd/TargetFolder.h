@@ -22,7 +22,7 @@ void addJobs(CLI::App& command, unsigned& jobs);
 bool makeTargetFolder(std::string const& folder, Session& session);
 
 /// Makes the folders of `paths`, which lie below `folder`, and sees that they are on the disk.
-/// False, and reported, when they may not be. A file whose folder cannot be made fails later by
-/// itself.
+/// False, and reported, when they may not be. A folder that cannot be made is reported, too; its
+/// files fail later.
 bool makeFoldersOf(std::vector<std::string> const& paths, std::string const& folder,
     Targets& targets, Session& session);

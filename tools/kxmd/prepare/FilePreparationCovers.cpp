@@ -23,9 +23,10 @@ void FilePreparation::completeCover()
     bool const canTakeOne = _isEstimated || hasPlace || isBare();
     if (hasPlace && _meta->hasValidAlbumCover())
         return;
-    _outcome.cover = _folderPictures.stateFor(_outcome.source);
+    _outcome.album = _meta->metadataForKey(KXMDMetadataKeyAlbum).value_or("");
+    _outcome.cover = _folderPictures.stateFor(_outcome.source, _outcome.album);
     bool const hasSmallOne = canTakeOne && _meta->albumCoverSizeForEmbeddedTags();
-    if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source).empty()) {
+    if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source, _outcome.album).empty()) {
         if (!_outcome.cover->empty())
             remark("no picture beside it can be shown");
         return;
@@ -59,7 +60,8 @@ bool FilePreparation::hasLargePicture() const
 
 void FilePreparation::insertCover()
 {
-    if (auto path = _folderPictures.pictureFor(_outcome.source); !path.empty())
+    auto path = _folderPictures.pictureFor(_outcome.source, _outcome.album);
+    if (!path.empty())
         _file->setMetadataForKey(std::move(path), "ThumbnailPath");
     double const side = _options.coverSize;
     auto const& controller = KXMDThumbnailController::sharedController();

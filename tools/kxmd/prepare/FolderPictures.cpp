@@ -1,5 +1,7 @@
 #include "FolderPictures.h"
 
+#include "tools/kxmd/NameWithoutCase.h"
+
 #include <kxmd/base/KXFolder.h>
 #include <kxmd/base/KXPath.h>
 
@@ -9,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
@@ -27,26 +30,57 @@ std::string lowerCase(std::string_view text)
     return lower;
 }
 
-/// How well a file's name says that it is the album's picture, 0 best; `none` when it does not.
-constexpr std::size_t none = 100;
-std::size_t rankOf(std::string const& lowerName, std::string const& lowerFolder)
+/// A name in a form in which names of folders, albums and pictures are alike: whatever the case of
+/// their letters, and with what no name of a file may hold, or what cards refuse, replaced.
+std::string comparable(std::string_view name)
+{
+    auto const isRefused = [](char character) {
+        return std::string_view("/\\:*?\"<>|").find(character) != std::string_view::npos;
+    };
+    std::string plain(name);
+    std::ranges::replace_if(plain, isRefused, '_');
+    return nameWithoutCase(plain);
+}
+
+/// The place of a picture's extension in the order of preference; absent for other files.
+std::optional<std::size_t> extensionRankOf(std::string_view name)
 {
     constexpr std::array<std::string_view, 4> extensions { ".jpg", ".jpeg", ".png", ".webp" };
-    constexpr std::array<std::string_view, 3> stems { "cover", "folder", "front" };
-    std::size_t const dot = std::min(lowerName.rfind('.'), lowerName.size());
-    auto const* const extension
-        = std::ranges::find(extensions, std::string_view(lowerName).substr(dot));
-    if (extension == extensions.end())
-        return none;
-    std::string_view const name = std::string_view(lowerName).substr(0, dot);
-    std::size_t stem = stems.size() + 1;
-    if (auto const* const found = std::ranges::find(stems, name); found != stems.end())
-        stem = static_cast<std::size_t>(found - stems.begin());
-    else if (name.starts_with("albumart"))
-        stem = stems.size();
-    else if (lowerFolder.empty() || name != lowerFolder)
-        return none;
-    return stem * extensions.size() + static_cast<std::size_t>(extension - extensions.begin());
+    std::string const extension = lowerCase(name.substr(std::min(name.rfind('.'), name.size())));
+    auto const* const found = std::ranges::find(extensions, extension);
+    if (found == extensions.end())
+        return std::nullopt;
+    return static_cast<std::size_t>(found - extensions.begin());
+}
+
+/// What pictures of an album may be called like.
+struct AlbumNames {
+    std::string folder; ///< Comparable, as the other one; empty for none.
+    std::string album;
+};
+
+/// How well a picture's name says that it is the album's, 0 best; absent when it does not.
+std::optional<std::size_t> rankOf(std::string_view name, AlbumNames const& names)
+{
+    enum : std::size_t { albumArt = 3, asFolder, asAlbum };
+    constexpr std::array<std::string_view, albumArt> stems { "cover", "folder", "front" };
+    constexpr std::size_t extensions = 10; // More than there are.
+    auto const extension = extensionRankOf(name);
+    if (!extension)
+        return std::nullopt;
+    std::string const stem = comparable(name.substr(0, name.rfind('.')));
+    std::size_t rank;
+    if (auto const* const found = std::ranges::find(stems, stem); found != stems.end())
+        rank = static_cast<std::size_t>(found - stems.begin());
+    else if (stem.starts_with("albumart"))
+        rank = albumArt;
+    else if (!stem.empty() && stem == names.folder)
+        rank = asFolder;
+    else if (!stem.empty() && stem == names.album)
+        rank = asAlbum;
+    else
+        return std::nullopt;
+    return rank * extensions + *extension;
 }
 
 /// Whether a folder holds one disc of an album: "CD1", "Disc 2", "Disk-3".
@@ -79,16 +113,15 @@ FolderPictures::FolderPictures(KXPlatform::Ref platform)
 
 void FolderPictures::noteFolder(std::string const& folder, std::vector<std::string> const& names)
 {
-    std::string const lowerFolder = lowerCase(KXLastPathComponent(folder));
-    std::vector<std::string> pictures;
+    Names pictures;
     for (std::string const& name : names) {
-        if (rankOf(lowerCase(name), lowerFolder) != none)
+        if (extensionRankOf(name))
             pictures.push_back(name);
     }
     _names.lock()->insert_or_assign(folder, std::move(pictures));
 }
 
-std::vector<std::string> FolderPictures::namesIn(std::string const& folder)
+FolderPictures::Names FolderPictures::namesIn(std::string const& folder)
 {
     {
         auto const names = _names.lock();
@@ -100,7 +133,8 @@ std::vector<std::string> FolderPictures::namesIn(std::string const& folder)
 }
 
 /// Those in one folder, the best first. Of album art in several sizes the largest file is the best.
-FolderPictures::Pictures FolderPictures::picturesIn(std::string const& folder)
+FolderPictures::Pictures FolderPictures::picturesIn(
+    std::string const& folder, std::string const& album)
 {
     struct Ranked {
         std::size_t rank;
@@ -109,16 +143,16 @@ FolderPictures::Pictures FolderPictures::picturesIn(std::string const& folder)
         std::string state;
     };
     std::vector<Ranked> ranked;
-    std::string const lowerFolder = lowerCase(KXLastPathComponent(folder));
+    AlbumNames const names { comparable(KXLastPathComponent(folder)), comparable(album) };
     for (std::string const& name : namesIn(folder)) {
-        std::size_t const rank = rankOf(lowerCase(name), lowerFolder);
+        auto const rank = rankOf(name, names);
         struct stat status;
-        if (rank == none || ::stat((folder + '/' + name).c_str(), &status) != 0
+        if (!rank || ::stat((folder + '/' + name).c_str(), &status) != 0
             || !S_ISREG(status.st_mode))
             continue;
         std::string const state = name + ' ' + std::to_string(status.st_size) + ' '
             + std::to_string(status.st_mtim.tv_sec) + '.' + std::to_string(status.st_mtim.tv_nsec);
-        ranked.push_back({ rank, static_cast<std::uint64_t>(status.st_size), name, state });
+        ranked.push_back({ *rank, static_cast<std::uint64_t>(status.st_size), name, state });
     }
     std::ranges::sort(ranked, [](Ranked const& a, Ranked const& b) {
         return std::tuple(a.rank, b.size, a.name) < std::tuple(b.rank, a.size, b.name);
@@ -129,17 +163,19 @@ FolderPictures::Pictures FolderPictures::picturesIn(std::string const& folder)
     return pictures;
 }
 
-FolderPictures::Pictures FolderPictures::picturesFor(std::string const& folder)
+FolderPictures::Pictures FolderPictures::picturesFor(
+    std::string const& folder, std::string const& album)
 {
+    std::pair const key(folder, album);
     {
         auto const pictures = _pictures.lock();
-        if (auto const known = pictures->find(folder); known != pictures->end())
+        if (auto const known = pictures->find(key); known != pictures->end())
             return known->second;
     }
-    auto pictures = picturesIn(folder);
+    auto pictures = picturesIn(folder, album);
     if (isOfDisc(lowerCase(KXLastPathComponent(folder))))
-        std::ranges::move(picturesIn(folderOf(folder)), std::back_inserter(pictures));
-    _pictures.lock()->emplace(folder, pictures);
+        std::ranges::move(picturesIn(folderOf(folder), album), std::back_inserter(pictures));
+    _pictures.lock()->emplace(key, pictures);
     return pictures;
 }
 
@@ -156,19 +192,19 @@ bool FolderPictures::canBeShown(std::string const& path)
     return isShown;
 }
 
-std::string FolderPictures::pictureFor(std::string const& path)
+std::string FolderPictures::pictureFor(std::string const& path, std::string const& album)
 {
-    for (Picture const& picture : picturesFor(folderOf(path))) {
+    for (Picture const& picture : picturesFor(folderOf(path), album)) {
         if (canBeShown(picture.path))
             return picture.path;
     }
     return {};
 }
 
-std::string FolderPictures::stateFor(std::string const& path)
+std::string FolderPictures::stateFor(std::string const& path, std::string const& album)
 {
     std::string state;
-    for (Picture const& picture : picturesFor(folderOf(path)))
+    for (Picture const& picture : picturesFor(folderOf(path), album))
         state += (state.empty() ? "" : ", ") + picture.state;
     return state;
 }

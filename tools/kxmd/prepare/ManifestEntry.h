@@ -17,6 +17,7 @@ struct ManifestEntry {
     std::string
         checksum; ///< SHA-256 of its bytes, in hexadecimal; empty when it was not asked for.
     std::optional<std::string> cover; ///< The pictures beside it; absent where they do not matter.
+    std::string album {}; ///< Whose name they may have.
     std::string options; ///< Those that the result depends on, as `PreparationOptions` tells them.
     std::string version; ///< Of the program.
     std::string target; ///< Below the folder.

@@ -180,6 +180,8 @@ private:
             entry.cover = std::move(value);
         else if (_key == "coverBytes")
             entry.cover = decoded(value);
+        else if (_key == "album")
+            entry.album.swap(value);
         else if (_key == "options")
             entry.options.swap(value);
         else if (_key == "version")
@@ -305,6 +307,8 @@ std::string manifestLineOf(ManifestEntry const& entry)
         object["sha256"] = entry.checksum;
     if (entry.cover)
         addPath(object, "cover", "coverBytes", *entry.cover);
+    if (!entry.album.empty())
+        object["album"] = entry.album;
     object["options"] = entry.options;
     object["version"] = entry.version;
     addPath(object, "target", "targetBytes", entry.target);

@@ -61,6 +61,7 @@ struct PreparationOutcome {
     std::int64_t inode { 0 };
     std::string checksum {};
     std::optional<std::string> cover {};
+    std::string album {}; ///< Where pictures beside it matter.
     std::optional<PreparedSong> song {};
 
     bool isDone() const { return error.empty(); }

@@ -152,7 +152,7 @@ bool PreparationPlan::isAsRecorded(FoundFile const& file, PlannedFile const& pla
     ManifestEntry const& former = *planned.former;
     bool const isSameTime = former.modified == file.modified || _options.sumsUp;
     return former.size == file.size && isSameTime && _options.isDigest(former.options)
-        && (!former.cover || *former.cover == _folderPictures.stateFor(file.path));
+        && (!former.cover || *former.cover == _folderPictures.stateFor(file.path, former.album));
 }
 
 std::vector<std::size_t> PreparationPlan::filesIn(PlannedFile::State state) const

@@ -115,6 +115,7 @@ void PrepareRun::record(PlannedFile const& file, PreparationOutcome const& outco
         .inode = outcome.inode,
         .checksum = outcome.checksum,
         .cover = outcome.cover,
+        .album = outcome.cover ? outcome.album : "",
         .options = _options.preparation.digestFor(outcome.kind),
         .version = KXVersion(),
         .target = target,
