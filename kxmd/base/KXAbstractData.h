@@ -111,6 +111,13 @@ public:
         return readUInt8To(value) ? value : std::uint8_t { 0 };
     }
 
+    /// `expectReadsFrom:length:` Says that a stretch of the source is about to be gone through, so
+    /// that a reader over a file may bring in more of it at once. Changes no answer.
+    void expectReadsFrom(std::uint64_t start, std::uint64_t length)
+    {
+        _expected = { .start = start, .length = length };
+    }
+
     /// `skipBytes:` Moves the read position `count` bytes on, past the end as well.
     void skipBytes(std::uint64_t count) { _offset += count; }
 
@@ -161,6 +168,15 @@ protected:
     /// The most bytes that `bytesAt` is asked for at once.
     static constexpr std::size_t longestContiguousRead = 1024;
 
+    /// A stretch of the source.
+    struct Stretch {
+        std::uint64_t start { 0 };
+        std::uint64_t length { 0 };
+    };
+
+    /// What is about to be gone through, as far as anybody said.
+    [[nodiscard]] Stretch expected() const { return _expected; }
+
     /// Reads inside this stretch touch nothing else.
     void setWindow(Window window) { _window = window; }
 
@@ -206,6 +222,7 @@ private:
         std::uint64_t maxLength, KXStringEncoding encoding);
 
     Window _window;
+    Stretch _expected;
     std::uint64_t _offset { 0 };
     KXParseBudget _budget;
     std::error_code _readError;

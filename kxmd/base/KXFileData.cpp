@@ -14,11 +14,13 @@
 namespace {
 
 // Sizes of the windows, in bytes. The head of a file usually holds all of its tags. After a jump
-// lie a few atoms or frames before the next jump, so little is read there; a parse that goes
-// straight on gets longer windows, each twice as long as the one before.
+// lie a few atoms or frames before the next jump, so little is read there, unless that is part of
+// something short that will be gone through; a parse that goes straight on gets longer windows,
+// each twice as long as the one before.
 constexpr std::size_t headWindowLength = 8 * 1024;
 constexpr std::size_t jumpWindowLength = 2 * 1024;
 constexpr std::size_t longestWindowLength = 64 * 1024;
+constexpr std::uint64_t longestExpectedAtOnce = 32 * 1024;
 
 /// Says that a file could not be opened through no fault of its path. Whoever asked may only learn
 /// that there is nothing, and do without.
@@ -86,6 +88,15 @@ void KXFileData::noteReadError(std::error_code error)
     keepReadError(error);
 }
 
+/// What is left of an expected stretch there, if it is worth bringing in whole; otherwise 0.
+std::size_t KXFileData::lengthExpectedFrom(std::uint64_t position) const
+{
+    auto const [start, length] = expected();
+    std::uint64_t const into = position - start; // Wraps past any length when before it.
+    bool const isWorthIt = into < length && length <= longestExpectedAtOnce;
+    return isWorthIt ? static_cast<std::size_t>(length - into) : 0;
+}
+
 std::size_t KXFileData::windowLengthAt(std::uint64_t position) const
 {
     if (!_usedSlots)
@@ -93,7 +104,7 @@ std::size_t KXFileData::windowLengthAt(std::uint64_t position) const
     Slot const& last = _slots[_current];
     bool const goesOn = position >= last.start && position - last.start <= last.length;
     if (!goesOn)
-        return jumpWindowLength;
+        return std::max(jumpWindowLength, lengthExpectedFrom(position));
     return std::clamp(
         static_cast<std::size_t>(last.length) * 2, jumpWindowLength, longestWindowLength);
 }

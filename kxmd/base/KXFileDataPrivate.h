@@ -35,6 +35,7 @@ private:
     std::uint64_t copyBytesAt(
         std::uint64_t position, std::uint8_t* target, std::uint64_t count) override;
 
+    std::size_t lengthExpectedFrom(std::uint64_t position) const;
     std::size_t windowLengthAt(std::uint64_t position) const;
     Slot& nextSlot();
     Slot const* slotWith(std::uint64_t position, std::size_t count);
@@ -44,7 +45,7 @@ private:
 
     int const _descriptor;
     std::uint64_t const _length;
-    std::array<Slot, 4> _slots; ///< The first holds the first window; the others take turns.
+    std::array<Slot, 8> _slots; ///< The first holds the first window; the others take turns.
     std::size_t _usedSlots { 0 };
     std::size_t _current { 0 };
 };

@@ -142,7 +142,8 @@ TEST_F(EditingCost, CoversThatAreRefusedAreWalkedOnce)
 TEST_F(EditingCost, DeepAtomsThatRunPastTheirParent)
 {
     TemporaryFolder const folder;
-    expectInProportion(20'000, [&](std::size_t depth) {
+    constexpr std::size_t moreThanTheWindowsHold = 40'000;
+    expectInProportion(moreThanTheWindowsHold, [&](std::size_t depth) {
         Bytes const runsPast = join(u32(16), text("udta"), u32(0x7FFFFFFF), text("stsd"));
         std::vector<Bytes> deep;
         for (std::size_t i = 0; i < depth; ++i) {

@@ -32,6 +32,7 @@ Reading readingOf(std::string const& path)
 
 constexpr std::size_t coverLength = 100'000;
 constexpr std::uint64_t mostBytes = 16 * 1024;
+constexpr std::uint64_t mostAllocations = 36; // Most of them lists of children.
 
 Bytes movie(std::vector<std::uint32_t> const& chunkOffsets = { 0 })
 {
@@ -211,11 +212,12 @@ TEST(ReadingCost, TheMemoryOfAWindowIsUsedAgain)
         data->setOffset(position);
         EXPECT_TRUE(data->readUInt8To(byte));
     };
-    for (std::uint64_t const position : { 0, 100'000, 200'000, 300'000 })
-        readAt(position);
+    constexpr std::uint64_t slots = 8, step = 50'000;
+    for (std::uint64_t i = 0; i < slots; ++i)
+        readAt(i * step);
     auto const before = Allocations::soFar();
-    for (std::uint64_t const position : { 400'000, 100'000, 200'000, 300'000 })
-        readAt(position);
+    for (std::uint64_t i = 1; i < slots; ++i)
+        readAt((slots + i) % (slots + 1) * step);
     EXPECT_EQ((Allocations::soFar() - before).count, 0u);
 }
 
@@ -277,7 +279,7 @@ TEST(ReadingCost, ReadingGoesOnFromAWindowThatWasReturnedTo)
     EXPECT_EQ((SystemCalls::soFar() - before).bytesRead, 2 * head);
 }
 
-TEST(ReadingCost, TheHeadAndTheThreeWindowsReadLastAreKept)
+TEST(ReadingCost, TheHeadAndTheSevenWindowsReadLastAreKept)
 {
     TemporaryFolder const folder;
     auto const data
@@ -289,9 +291,61 @@ TEST(ReadingCost, TheHeadAndTheThreeWindowsReadLastAreKept)
         EXPECT_TRUE(data->readUInt8To(byte));
         return (SystemCalls::soFar() - before).calls;
     };
-    for (std::uint64_t const position : { 0, 100'000, 200'000, 300'000, 400'000 })
-        EXPECT_EQ(callsToReadAt(position), 1u) << position;
-    for (std::uint64_t const position : { 0, 200'000, 300'000, 400'000 })
-        EXPECT_EQ(callsToReadAt(position), 0u) << position;
-    EXPECT_EQ(callsToReadAt(100'000), 1u);
+    constexpr std::uint64_t step = 50'000;
+    for (std::uint64_t i = 0; i < 9; ++i)
+        EXPECT_EQ(callsToReadAt(i * step), 1u) << i;
+    for (std::uint64_t const i : { 0, 2, 3, 4, 5, 6, 7, 8 })
+        EXPECT_EQ(callsToReadAt(i * step), 0u) << i;
+    EXPECT_EQ(callsToReadAt(step), 1u);
+}
+
+TEST(ReadingCost, WhatIsExpectedIsBroughtInAtOnceWhereItIsShort)
+{
+    constexpr std::uint64_t kilobyte = 1024, start = 300 * kilobyte;
+    TemporaryFolder const folder;
+    std::string const path = folder.write("file", filled(600 * kilobyte, 7));
+    auto const bytesOfJumpTo = [&](std::uint64_t position, std::uint64_t length) {
+        auto const data = KXAbstractData::abstractDataWithPath(path);
+        std::uint8_t byte;
+        EXPECT_TRUE(data->readUInt8To(byte)); // Brings the head in.
+        data->expectReadsFrom(start, length);
+        auto const before = SystemCalls::soFar();
+        data->setOffset(position);
+        EXPECT_TRUE(data->readUInt8To(byte));
+        return (SystemCalls::soFar() - before).bytesRead;
+    };
+    EXPECT_EQ(bytesOfJumpTo(start, 32 * kilobyte), 32 * kilobyte);
+    EXPECT_EQ(bytesOfJumpTo(start + 100, 32 * kilobyte), 32 * kilobyte - 100);
+    for (std::uint64_t const length : { 32 * kilobyte + 1, kilobyte, std::uint64_t { 0 } })
+        EXPECT_EQ(bytesOfJumpTo(start, length), 2 * kilobyte) << length;
+    for (std::uint64_t const position : { start - 1, start + 32 * kilobyte })
+        EXPECT_EQ(bytesOfJumpTo(position, 32 * kilobyte), 2 * kilobyte) << position;
+}
+
+TEST(ReadingCost, TablesOfAShortMovieAtItsEndTakeThreeReads)
+{
+    TemporaryFolder const folder;
+    auto const tracks = [] {
+        std::vector<std::uint32_t> const chunks(2500);
+        return join(track("vide", stsd(videoEntry("avc1", 32, 18)), chunks),
+            track(
+                "soun", stsd(soundEntry("mp4a", esds(0x40, 1, 2, bytes({ 0x12, 0x10 })))), chunks));
+    };
+    auto const [asked, meta] = readingOf(folder.write("movie.mp4",
+        join(ftyp(), atom("mdat", zeros(100'000)),
+            atom("moov", join(tracks(), userDataWithTags(tagAtom("\xA9nam", "Title")))))));
+    EXPECT_EQ(asked.calls, 6u); // stat, open, the head, the movie's head, the rest of it, close.
+    EXPECT_EQ(meta->metadataForKey("Name"), "Title");
+    EXPECT_EQ(meta->audioCodecsInfo().at(0).profile(), 2);
+}
+
+TEST(ReadingCost, AtomsOfOneFileTakeFewAllocations)
+{
+    TemporaryFolder const folder;
+    std::string const path
+        = folder.write("song.m4a", join(ftyp(), movie(), atom("mdat", zeros(1000))));
+    auto const before = Allocations::soFar();
+    auto const meta = KXMDFileMeta::fileMetaWithSourcePath(path);
+    EXPECT_LE((Allocations::soFar() - before).count, mostAllocations);
+    expectWholeMetadata(*meta);
 }

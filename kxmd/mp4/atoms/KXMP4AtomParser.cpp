@@ -18,41 +18,55 @@ namespace {
 
 constexpr KXFourCharacterCode trackType { "trak" };
 constexpr KXFourCharacterCode mediaType { "mdia" };
+constexpr KXFourCharacterCode movieType { "moov" };
+constexpr KXFourCharacterCode userDataType { "udta" };
 
-KXMP4Atom::Ref atomOfClass(KXMP4AtomClass atomClass)
+template <class Atom> KXMP4Atom::Ref newAtom(KXMP4AtomArena& arena)
+{
+    return std::allocate_shared<Atom>(KXMP4AtomAllocator<Atom>(arena));
+}
+
+KXMP4Atom::Ref atomOfClass(KXMP4AtomClass atomClass, KXMP4AtomArena& arena)
 {
     switch (atomClass) {
     case KXMP4AtomClass::plain:
         break;
     case KXMP4AtomClass::hdlr:
-        return std::make_shared<KXMP4AtomHdlr>();
+        return newAtom<KXMP4AtomHdlr>(arena);
     case KXMP4AtomClass::sampleTable:
-        return std::make_shared<KXMP4AtomSampleTable>();
+        return newAtom<KXMP4AtomSampleTable>(arena);
     case KXMP4AtomClass::meta:
-        return std::make_shared<KXMP4AtomMeta>();
+        return newAtom<KXMP4AtomMeta>(arena);
     case KXMP4AtomClass::covr:
-        return std::make_shared<KXMP4AtomCovr>();
+        return newAtom<KXMP4AtomCovr>(arena);
     case KXMP4AtomClass::stsd:
-        return std::make_shared<KXMP4AtomStsd>();
+        return newAtom<KXMP4AtomStsd>(arena);
     case KXMP4AtomClass::esds:
-        return std::make_shared<KXMP4AtomSDExtEsds>();
+        return newAtom<KXMP4AtomSDExtEsds>(arena);
     case KXMP4AtomClass::avcC:
-        return std::make_shared<KXMP4AtomSDExtAvcc>();
+        return newAtom<KXMP4AtomSDExtAvcc>(arena);
     case KXMP4AtomClass::d263:
-        return std::make_shared<KXMP4AtomSDExtD263>();
+        return newAtom<KXMP4AtomSDExtD263>(arena);
     case KXMP4AtomClass::soundSD:
-        return std::make_shared<KXMP4AtomSoundSD>();
+        return newAtom<KXMP4AtomSoundSD>(arena);
     case KXMP4AtomClass::videoSD:
-        return std::make_shared<KXMP4AtomVideoSD>();
+        return newAtom<KXMP4AtomVideoSD>(arena);
     }
-    return std::make_shared<KXMP4Atom>();
+    return newAtom<KXMP4Atom>(arena);
 }
 
 }
 
 KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
+    : KXMP4AtomParser(data, rootIsParsed, KXMP4AtomArena::make())
+{
+}
+
+KXMP4AtomParser::KXMP4AtomParser(
+    KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena)
     : _data(data)
     , _rootIsParsed(rootIsParsed)
+    , _arena(std::move(arena))
 {
     constexpr std::size_t usualDepth = 12;
     _open.reserve(usualDepth);
@@ -79,7 +93,7 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
 
     // What a sample description table holds depends on its track's handler, which may stand after
     // it: the tables are read again once all handlers are known.
-    KXMP4AtomParser secondPass(data, true);
+    KXMP4AtomParser secondPass(data, true, firstPass._arena->keep());
     for (auto const& table : root.allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd")) {
         secondPass.parseTableAgain(*table);
     }
@@ -127,6 +141,15 @@ bool KXMP4AtomParser::readTypeTo(KXFourCharacterCode& type)
     return isRead;
 }
 
+/// A movie is gone through from end to end, but not the covers in its user data.
+void KXMP4AtomParser::expectReadsOf(Header const& header)
+{
+    if (header.type == movieType)
+        _data.expectReadsFrom(header.offset, header.size);
+    else if (header.type == userDataType)
+        _data.expectReadsFrom(header.offset, 0);
+}
+
 /// The atom at the read position up to where its children would begin; null at the end of a list.
 KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
 {
@@ -140,8 +163,9 @@ KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
         _data.setOffset(header.offset);
         return {};
     }
+    expectReadsOf(header);
     auto const traits = traitsOfType(header.type);
-    Fresh fresh { atomOfClass(traits.atomClass), traits.containerRule };
+    Fresh fresh { atomOfClass(traits.atomClass, *_arena), traits.containerRule };
     readFields(*fresh.atom, parent, header);
     return fresh;
 }

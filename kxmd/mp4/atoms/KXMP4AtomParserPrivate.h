@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kxmd/mp4/atoms/KXMP4Atom.h"
+#include "kxmd/mp4/atoms/KXMP4AtomArenaPrivate.h"
 #include "kxmd/mp4/atoms/KXMP4AtomTypesPrivate.h"
 
 #include <cstddef>
@@ -57,9 +58,12 @@ private:
         KXMP4TrackType type { KXMP4TrackTypeNone };
     };
 
+    KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena);
+
     void parseTableAgain(KXMP4Atom& table);
     Header readHeader();
     bool readTypeTo(KXFourCharacterCode& type);
+    void expectReadsOf(Header const& header);
     Fresh readFreshAtom(KXMP4Atom* parent);
     void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
     void readChildren(KXMP4Atom& atom, bool isContainer, AddedBy addedBy);
@@ -75,6 +79,7 @@ private:
 
     KXAbstractData& _data;
     bool const _rootIsParsed;
+    KXMP4AtomArena::Ref const _arena;
     std::vector<OpenAtom> _open;
     std::vector<OpenTrack> _openTracks;
 
