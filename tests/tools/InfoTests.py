@@ -70,6 +70,13 @@ class InfoTests(CommandTestCase):
         self.assertEqual([(info["path"], info["tags"]["Name"]) for info in found], [(path, "Song") for path in paths])
         self.assertEqual(run("info", "--json", self.path("a")).status, 1)
 
+    def test_several_at_once_are_told_in_order(self):
+        paths = [self.write(f"{i:03}.mp3", id3v23(text_frame(b"TIT2", f"Song {i}"))) for i in range(100)]
+        paths[40] = self.path("missing.mp3")
+        alone, together = run("info", "--json", *paths), run("info", "--json", "-j", "3", *paths)
+        self.assertEqual([info["path"] for info in alone.objects()], paths)
+        self.assertEqual((together.status, together.out, together.errors), (1, alone.out, alone.errors))
+
     def test_path_that_is_no_text_comes_with_its_bytes(self):
         path = os.path.join(self.folder.encode(), b"a\xff.mp3")
         with open(path, "wb") as file:

@@ -3,7 +3,9 @@
 #include "Commands.h"
 #include "FileWalk.h"
 #include "JSONLine.h"
+#include "OrderedWork.h"
 #include "Session.h"
+#include "TargetFolder.h"
 #include "TextReport.h"
 #include "Usage.h"
 
@@ -17,7 +19,9 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -30,6 +34,7 @@ struct Options {
     bool isJSON { false };
     bool entersFolders { false };
     bool asksAlways { false }; ///< The movie library, also about what we know.
+    unsigned jobs { 1 };
 };
 
 /// What one report tells.
@@ -260,28 +265,63 @@ std::string textReport(Subject const& subject)
     return report.text();
 }
 
-void showUnreadable(std::string const& path, Options const& options, Session& session)
+/// What is said of a file.
+struct Answer {
+    std::string report;
+    bool isUnreadable { false };
+    std::error_code readError {};
+};
+
+std::string reportOfUnreadable(std::string const& path, Options const& options)
 {
-    if (options.isJSON)
-        session.write(jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }));
+    return options.isJSON ? jsonReport({ path, KXMDMetaTypeUnknown, KXMDFileMetaEmpty() }) : "";
 }
 
-void showFile(std::string const& path, Options const& options, Session& session)
+Answer answerFor(std::string const& path, Options const& options)
 {
     auto const data = KXAbstractData::abstractDataWithPath(path);
-    if (!data) {
-        showUnreadable(path, options, session);
-        return session.reportUnreadable(path);
-    }
+    if (!data)
+        return { .report = reportOfUnreadable(path, options), .isUnreadable = true };
     KXMDMetaType const detectedType = KXMDFileMeta::metaTypeForData(*data);
     auto const meta = KXMDFileMeta::fileMetaWithAnyAbstractData(*data);
-    if (session.reportReadError(path, meta->readError())) // What was found may be wrong.
-        return showUnreadable(path, options, session);
+    if (meta->readError()) // What was found may be wrong.
+        return { .report = reportOfUnreadable(path, options), .readError = meta->readError() };
     Subject subject { path, detectedType, *meta };
     subject.isProbed = options.asksAlways || detectedType == KXMDMetaTypeUnknown;
     if (subject.isProbed)
         subject.probe = KXPlatform::shared()->movieLoader->mediaProbeWithData(*data);
-    session.write(options.isJSON ? jsonReport(subject) : textReport(subject));
+    return { .report = options.isJSON ? jsonReport(subject) : textReport(subject) };
+}
+
+void show(std::string const& path, Answer const& answer, Session& session)
+{
+    session.reportReadError(path, answer.readError);
+    session.write(answer.report);
+    if (answer.isUnreadable)
+        session.reportUnreadable(path);
+}
+
+/// Asks several threads, each about some files in a row: to hand an answer over takes as long as to
+/// find it.
+void showAtOnce(std::vector<std::string> const& paths, Options const& options, Session& session)
+{
+    static constexpr std::size_t inARow = 32;
+    auto const rowAt = [&paths](std::size_t row) {
+        return std::span(paths).subspan(
+            row * inARow, std::min(inARow, paths.size() - row * inARow));
+    };
+    auto const answersFor = [&](std::size_t row) {
+        std::vector<Answer> answers;
+        for (std::string const& path : rowAt(row))
+            answers.push_back(answerFor(path, options));
+        return answers;
+    };
+    auto const showRow = [&](std::size_t row, std::vector<Answer> const& answers) {
+        for (std::size_t i = 0; i < answers.size(); ++i)
+            show(rowAt(row)[i], answers[i], session);
+    };
+    workInOrder(
+        (paths.size() + inARow - 1) / inARow, options.jobs, answersFor, [](auto&) {}, showRow);
 }
 
 /// The paths as they were typed, or those of the files that they lead to.
@@ -303,10 +343,16 @@ void addOptions(CLI::App& command, Session& session)
     command.add_flag("--probe", options->asksAlways,
         "Tell also what the movie library finds, as for files of an unknown type");
     command.add_flag("-r,--recursive", options->entersFolders, "Look at all files in folders, too");
+    command.add_option("-j,--jobs", options->jobs, "Files to look at at once (default: 1)")
+        ->type_name("N")
+        ->check(CLI::Range(1u, mostJobs).description(""));
     auto* const files = addFiles(command, "Files to look at");
     command.callback([options, files, &session] {
-        for (auto const& path : pathsOf(textsOf(*files), *options, session))
-            showFile(path, *options, session);
+        auto const paths = pathsOf(textsOf(*files), *options, session);
+        if (options->jobs > 1)
+            return showAtOnce(paths, *options, session);
+        for (auto const& path : paths)
+            show(path, answerFor(path, *options), session);
     });
 }
 

@@ -37,7 +37,7 @@ void addJobs(CLI::App& command, unsigned& jobs)
 {
     command.add_option("-j,--jobs", jobs, "Files to work on at once (default: cores)")
         ->type_name("N")
-        ->check(CLI::Range(1u, 256u).description(""));
+        ->check(CLI::Range(1u, mostJobs).description(""));
 }
 
 bool makeTargetFolder(std::string const& folder, Session& session)

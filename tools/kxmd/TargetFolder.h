@@ -15,6 +15,8 @@ class Targets;
 CLI::Option* addTargetFolder(
     CLI::App& command, std::string& folder, std::string const& description);
 
+inline constexpr unsigned mostJobs = 256; ///< Files that are worked on at once.
+
 /// How many files are worked on at once.
 void addJobs(CLI::App& command, unsigned& jobs);
 
