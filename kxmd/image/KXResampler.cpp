@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -23,39 +22,98 @@ double kernel(double distance)
 }
 
 /// The four channels of a pixel, which compilers keep in one register.
-struct Pixel {
-    using Channels = float __attribute__((vector_size(channels * sizeof(float))));
-    Channels values {};
+using Pixel = float __attribute__((vector_size(channels * sizeof(float))));
 
-    static Pixel ofBytes(std::uint8_t const* bytes)
-    {
-        using Bytes = std::uint8_t __attribute__((vector_size(channels)));
-        Bytes packed;
-        std::memcpy(&packed, bytes, sizeof packed);
-        return { __builtin_convertvector(packed, Channels) };
-    }
-};
+constexpr std::size_t together = 4; ///< Rows: their sums do not wait for each other.
+constexpr std::size_t run = 4; ///< Pixels of a target row, for the same reason.
 
-/// Rounded to whole numbers, of which none is negative or above 255.
-void write(Pixel const& pixel, std::uint8_t* bytes)
+Pixel pixelOf(std::uint8_t const* bytes)
 {
-    using Integers = std::int32_t __attribute__((vector_size(channels * sizeof(std::int32_t))));
     using Bytes = std::uint8_t __attribute__((vector_size(channels)));
-    auto const integers = __builtin_convertvector(pixel.values + 0.5f, Integers);
-    auto const packed = __builtin_convertvector(integers, Bytes);
-    std::memcpy(bytes, &packed, sizeof packed);
+    Bytes packed;
+    std::memcpy(&packed, bytes, sizeof packed);
+    return __builtin_convertvector(packed, Pixel);
+}
+
+/// Converts a run of pixels: so many that compilers take them in one step.
+void unpackRun(std::uint8_t const* bytes, Pixel* pixels)
+{
+    std::array<float, run * channels> values;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = static_cast<float>(bytes[i]);
+    std::memcpy(pixels, values.data(), sizeof values);
+}
+
+void unpackRow(std::uint8_t const* bytes, Pixel* pixels, std::size_t width)
+{
+    std::size_t x = 0;
+    for (; x + run <= width; x += run)
+        unpackRun(bytes + x * channels, pixels + x);
+    for (; x < width; ++x)
+        pixels[x] = pixelOf(bytes + x * channels);
+}
+
+/// The weighted sum of a run of pixels in several rows.
+std::array<Pixel, run> sumOfRows(
+    std::span<Pixel const* const> rows, std::size_t x, float const* weights)
+{
+    Pixel first {}, second {}, third {}, fourth {}; // Registers.
+    for (Pixel const* const row : rows) {
+        float const weight = *weights++;
+        first += weight * row[x];
+        second += weight * row[x + 1];
+        third += weight * row[x + 2];
+        fourth += weight * row[x + 3];
+    }
+    return { first, second, third, fourth };
+}
+
+/// Whether each pixel of a run covers what is below it, as nearly as weights add up.
+bool areOpaque(std::array<Pixel, run> const& pixels)
+{
+    constexpr float almostOpaque = 254.99F;
+    Pixel least = pixels[0];
+    for (Pixel const& pixel : pixels)
+        least = pixel < least ? pixel : least;
+    return least[alpha] > almostOpaque;
+}
+
+/// The kernel overshoots at edges; a premultiplied colour never exceeds its alpha.
+Pixel bounded(Pixel pixel, float opacity)
+{
+    pixel = pixel > 0 ? pixel : Pixel {};
+    return pixel < opacity ? pixel : Pixel {} + opacity;
 }
 
 /// Source over target, the source weakened to `coverage`.
-void compose(Pixel const& pixel, float coverage, std::uint8_t* target)
+Pixel composed(Pixel pixel, float coverage, std::uint8_t const* target)
 {
-    // The kernel overshoots at edges; a premultiplied colour never exceeds its alpha.
-    float const opacity = std::clamp(pixel.values[alpha], 0.0f, 255.0f);
+    float const opacity = std::clamp(pixel[alpha], 0.0f, 255.0f);
     float const remaining = 1 - coverage * opacity / 255;
-    Pixel::Channels colours = pixel.values;
-    colours = colours > 0 ? colours : Pixel::Channels {};
-    colours = colours < opacity ? colours : Pixel::Channels {} + opacity;
-    write({ coverage * colours + remaining * Pixel::ofBytes(target).values }, target);
+    return coverage * bounded(pixel, opacity) + remaining * pixelOf(target);
+}
+
+/// Draws a run of pixels, each weakened to its coverage, over what is there; the first `count` of
+/// them.
+void drawRun(std::array<Pixel, run> pixels, std::array<float, run> const& coverages,
+    std::size_t count, std::uint8_t* target)
+{
+    bool const isCovering = areOpaque(pixels) && std::ranges::min(coverages) >= 1;
+    for (std::size_t i = 0; i < count; ++i) {
+        pixels[i] = isCovering ? bounded(pixels[i], 255)
+                               : composed(pixels[i], coverages[i], target + i * channels);
+    }
+    // Rounded to whole numbers, of which none is negative or above 255.
+    using Integers = std::int32_t __attribute__((vector_size(sizeof(Pixel))));
+    std::array<Integers, run> integers;
+    for (std::size_t i = 0; i < run; ++i)
+        integers[i] = __builtin_convertvector(pixels[i] + 0.5F, Integers);
+    std::array<std::int32_t, run * channels> values;
+    std::memcpy(values.data(), integers.data(), sizeof values);
+    std::array<std::uint8_t, run * channels> bytes;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(values[i]);
+    std::memcpy(target, bytes.data(), count * channels);
 }
 
 /// The rows of a source in the columns of a target. Only those that the target row in progress
@@ -69,8 +127,9 @@ public:
         , _columns(columns)
         , _rows(rows)
         , _capacity(mostTapsOf(rows) + together - 1)
+        , _stride(((columns.targetCount() + run - 1) / run | 1) * run)
         , _wide(together * columns.sourceCount())
-        , _narrowed(_capacity * columns.targetCount())
+        , _narrowed(_capacity * _stride)
     {
     }
 
@@ -81,14 +140,10 @@ public:
             makeNext();
     }
 
-    Pixel const* row(std::size_t y) const
-    {
-        return &_narrowed[y % _capacity * _columns.targetCount()];
-    }
+    /// A row that is as long as several runs; what is beyond the columns shows nothing.
+    Pixel const* row(std::size_t y) const { return &_narrowed[y % _capacity * _stride]; }
 
 private:
-    static constexpr std::size_t together = 4; ///< Sums that do not wait for each other.
-
     static std::size_t mostTapsOf(KXResamplerAxis const& rows)
     {
         std::size_t most = 0;
@@ -102,46 +157,32 @@ private:
         std::size_t const width = _columns.sourceCount();
         std::array<Pixel*, together> narrowed;
         for (std::size_t i = 0; i < together; ++i) {
-            // After the last row the last one again, which nobody asks for.
-            unpack(std::min(_made + i, _rows.sourceCount() - 1), &_wide[i * width]);
-            narrowed[i] = &_narrowed[(_made + i) % _capacity * _columns.targetCount()];
+            unpackRow(sourceRow(_made + i), &_wide[i * width], width);
+            narrowed[i] = &_narrowed[(_made + i) % _capacity * _stride];
         }
         for (std::size_t x = 0; x < _columns.targetCount(); ++x) {
             auto const& column = _columns.target(x);
             Pixel const* tap = &_wide[column.firstTap];
-            Pixel::Channels first {}, second {}, third {}, fourth {}; // Registers.
+            Pixel first {}, second {}, third {}, fourth {}; // Registers.
             for (float const weight : _columns.weightsOf(column)) {
-                first += weight * tap[0].values;
-                second += weight * tap[width].values;
-                third += weight * tap[2 * width].values;
-                fourth += weight * tap[3 * width].values;
+                first += weight * tap[0];
+                second += weight * tap[width];
+                third += weight * tap[2 * width];
+                fourth += weight * tap[3 * width];
                 ++tap;
             }
-            narrowed[0][x] = { first };
-            narrowed[1][x] = { second };
-            narrowed[2][x] = { third };
-            narrowed[3][x] = { fourth };
+            narrowed[0][x] = first;
+            narrowed[1][x] = second;
+            narrowed[2][x] = third;
+            narrowed[3][x] = fourth;
         }
     }
 
-    void unpack(std::size_t y, Pixel* pixels) const
+    /// After the last row the last one again, which nobody asks for.
+    std::uint8_t const* sourceRow(std::size_t y) const
     {
-        std::size_t const first = (_rows.firstSource() + y) * _sourceWidth + _columns.firstSource();
-        auto const bytes = _source.subspan(first * channels, _columns.sourceCount() * channels);
-        std::size_t x = 0;
-        for (; x + together <= _columns.sourceCount(); x += together)
-            unpackTogether(bytes.data() + x * channels, pixels + x);
-        for (; x < _columns.sourceCount(); ++x)
-            pixels[x] = Pixel::ofBytes(bytes.data() + x * channels);
-    }
-
-    /// So many that compilers take them in one step.
-    static void unpackTogether(std::uint8_t const* bytes, Pixel* pixels)
-    {
-        float values[together * channels];
-        for (std::size_t i = 0; i < std::size(values); ++i)
-            values[i] = static_cast<float>(bytes[i]);
-        std::memcpy(pixels, values, sizeof values);
+        std::size_t const row = _rows.firstSource() + std::min(y, _rows.sourceCount() - 1);
+        return &_source[(row * _sourceWidth + _columns.firstSource()) * channels];
     }
 
     std::span<std::uint8_t const> const _source;
@@ -149,6 +190,7 @@ private:
     KXResamplerAxis const& _columns;
     KXResamplerAxis const& _rows;
     std::size_t const _capacity; ///< Rows.
+    std::size_t const _stride; ///< An odd number of runs: powers of 2 fall in the same cache lines.
     std::size_t _made { 0 };
     std::vector<Pixel> _wide; ///< Rows of the source, in its own columns.
     std::vector<Pixel> _narrowed; ///< A ring.
@@ -227,12 +269,13 @@ void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth
             tapRows.push_back(narrowed.row(taps.firstTap + i));
         std::uint8_t* pixels = target.data()
             + ((rows.firstTarget() + y) * targetWidth + columns.firstTarget()) * channels;
-        for (std::size_t x = 0; x < columns.targetCount(); ++x) {
-            Pixel sum;
-            for (std::size_t i = 0; i < weights.size(); ++i)
-                sum.values += weights[i] * tapRows[i][x].values;
-            compose(sum, taps.coverage * columns.target(x).coverage, pixels);
-            pixels += channels;
+        for (std::size_t x = 0; x < columns.targetCount(); x += run) {
+            std::size_t const count = std::min(run, columns.targetCount() - x);
+            std::array<float, run> coverages {};
+            for (std::size_t i = 0; i < count; ++i)
+                coverages[i] = taps.coverage * columns.target(x + i).coverage;
+            drawRun(sumOfRows(tapRows, x, weights.data()), coverages, count, pixels);
+            pixels += run * channels;
         }
     }
 }
