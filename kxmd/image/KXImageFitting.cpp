@@ -19,3 +19,17 @@ KXImage::Ref shrinkImageToSize(KXImage::Ref const& image, KXSize size)
         shrunk->drawImageFromRectInRect(*image, { 0, 0, whole }, { 0, 0, fitting });
     return shrunk;
 }
+
+KXImage::Ref squareOfImage(KXImage::Ref const& image, KXSize size)
+{
+    if (!image || image->size() == size)
+        return image;
+    auto const scaled = KXImage::imageWithSize(size);
+    if (!scaled)
+        return nullptr;
+    KXSize const whole = image->size();
+    double const side = std::min(whole.width, whole.height);
+    KXRect const square { (whole.width - side) * 0.5, (whole.height - side) * 0.5, { side, side } };
+    scaled->drawImageFromRectInRect(*image, square, { 0, 0, size });
+    return scaled;
+}

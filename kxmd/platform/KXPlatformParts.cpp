@@ -1,5 +1,7 @@
 #include "kxmd/platform/KXPlatform.h"
 
+#include "kxmd/image/KXImageFittingPrivate.h"
+
 // Apart from the platform itself, for programs of ours that have parts and no platform.
 
 KXPictureLoader::~KXPictureLoader() = default;
@@ -11,6 +13,10 @@ std::optional<KXMediaProbe> KXMovieLoader::mediaProbeWithData(KXAbstractData&) c
 }
 KXTextDigest::~KXTextDigest() = default;
 KXThumbnailService::~KXThumbnailService() = default;
+KXImage::Ref KXThumbnailService::squareForPath(std::string const& path, KXSize size) const
+{
+    return squareOfImage(imageForPath(path, { size.width * 2, size.height * 2 }), size);
+}
 KXIconProvider::~KXIconProvider() = default;
 KXTemporaryFolders::~KXTemporaryFolders() = default;
 KXFileManager::~KXFileManager() = default;

@@ -21,4 +21,10 @@ public:
     /// cannot be shown.
     [[nodiscard]] virtual KXImage::Ref imageForPath(
         std::string const& path, KXSize maximumSize) const = 0;
+
+    /// `squareForPath:size:` The largest centred square of the picture of the file at `path`,
+    /// stretched to exactly `size`. Null for what cannot be shown.
+    ///
+    /// Unless it is overridden, it is made from what `imageForPath` gives for twice the size.
+    [[nodiscard]] virtual KXImage::Ref squareForPath(std::string const& path, KXSize size) const;
 };

@@ -2,6 +2,7 @@
 
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXPath.h"
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/thumbnails/KXMDCacheNamePrivate.h"
 
 #include <algorithm>
@@ -135,16 +136,7 @@ void KXMDThumbnailController::observeMemoryPressure()
 
 KXImage::Ref KXMDThumbnailController::scaleImage(KXImage::Ref const& image, KXSize size) const
 {
-    if (!image || image->size() == size)
-        return image;
-    auto const scaled = KXImage::imageWithSize(size);
-    if (!scaled)
-        return nullptr;
-    KXSize const whole = image->size();
-    double const side = std::min(whole.width, whole.height);
-    KXRect const square { (whole.width - side) * 0.5, (whole.height - side) * 0.5, { side, side } };
-    scaled->drawImageFromRectInRect(*image, square, { 0, 0, size });
-    return scaled;
+    return squareOfImage(image, size);
 }
 
 KXImage::Ref KXMDThumbnailController::thumbnailForPath(std::string const& path, KXSize size)
@@ -152,13 +144,9 @@ KXImage::Ref KXMDThumbnailController::thumbnailForPath(std::string const& path, 
     std::string const cacheName = cacheNameForPath(path, size);
     if (auto cached = imageForCacheName(cacheName))
         return cached;
-    auto const rendered
-        = _platform->thumbnailService->imageForPath(path, { size.width * 2, size.height * 2 });
-    if (!rendered)
-        return nullptr;
-    auto scaled = scaleImage(rendered, size);
-    setImageForCacheName(scaled, cacheName);
-    return scaled;
+    auto image = _platform->thumbnailService->squareForPath(path, size);
+    setImageForCacheName(image, cacheName);
+    return image;
 }
 
 KXImage::Ref KXMDThumbnailController::imageFromThumbnailPath(

@@ -49,7 +49,7 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits
         = std::make_shared<KXLinuxThumbnailService const>(KXLinuxThumbnailService::Parts {
             .pictureLoader = pictureLoader,
             .movieLoader = movieLoader,
-            .rarePictures = pictureLoader,
+            .pictures = pictureLoader,
             .documentThumbnailer = std::make_shared<KXDocumentThumbnailer const>(
                 KXDocumentThumbnailer::Places::ofThisMachine(), pictureLoader, temporaryFolders),
         }),

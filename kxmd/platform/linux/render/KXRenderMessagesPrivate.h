@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kxmd/base/KXSize.h"
 #include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
 #include <cstddef>
@@ -32,7 +33,15 @@ struct KXRenderRequest {
         probe, ///< Answers with what media the file is, as `textOfMediaProbe` writes it.
     };
 
+    /// What of a picture is wanted.
+    enum class Shape : std::uint32_t {
+        whole, ///< All of it; neither side smaller than the wanted size, unless it is stored so.
+        fitting, ///< All of it, shrunk until it fits in the wanted size.
+        square, ///< Its largest centred square, stretched to the wanted size.
+    };
+
     Operation operation { Operation::picture };
+    Shape shape { Shape::whole };
     std::uint32_t width { 0 }; ///< Of the pixels that are to be encoded.
     std::uint32_t height { 0 };
     std::uint32_t seconds { 0 }; ///< Of processor time, until it is over.
@@ -41,6 +50,14 @@ struct KXRenderRequest {
     std::uint64_t memory { 0 }; ///< The most bytes that may be added to what the server has.
     double wantedWidth { 0 }; ///< In points; 0 for as many as there are.
     double wantedHeight { 0 };
+
+    [[nodiscard]] KXSize wantedSize() const { return { wantedWidth, wantedHeight }; }
+    /// What decoders are asked for: the resampler shrinks better than they do.
+    [[nodiscard]] KXSize decodedSize() const
+    {
+        double const factor = shape == Shape::square ? 2 : 1;
+        return { wantedWidth * factor, wantedHeight * factor };
+    }
 };
 
 /// A question about an opened movie.

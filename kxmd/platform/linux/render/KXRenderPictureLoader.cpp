@@ -88,29 +88,34 @@ KXImage::Ref KXRenderPictureLoader::imageInData(
     return knownImageInData(data, length, wantedSize).value_or(nullptr);
 }
 
-std::optional<KXImage::Ref> KXRenderPictureLoader::knownImageInData(
-    KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const
+std::optional<KXImage::Ref> KXRenderPictureLoader::knownImageInData(KXAbstractData& data,
+    std::uint64_t length, KXSize wantedSize, KXRenderRequest::Shape shape) const
 {
-    return image(
-        serverOf(data, length), KXRenderRequest::Operation::picture, data, length, wantedSize);
+    return image(serverOf(data, length),
+        { .operation = KXRenderRequest::Operation::picture,
+            .shape = shape,
+            .length = length,
+            .wantedWidth = wantedSize.width,
+            .wantedHeight = wantedSize.height },
+        data);
 }
 
 KXImage::Ref KXRenderPictureLoader::drawingInData(
     KXAbstractData& data, std::uint64_t length, KXSize size) const
 {
-    auto const drawing = KXRenderRequest::Operation::drawing;
-    return image(*_servers.rarePictures, drawing, data, length, size).value_or(nullptr);
+    return image(*_servers.rarePictures,
+        { .operation = KXRenderRequest::Operation::drawing,
+            .length = length,
+            .wantedWidth = size.width,
+            .wantedHeight = size.height },
+        data)
+        .value_or(nullptr);
 }
 
-std::optional<KXImage::Ref> KXRenderPictureLoader::image(KXRenderServer const& server,
-    KXRenderRequest::Operation operation, KXAbstractData& data, std::uint64_t length,
-    KXSize size) const
+std::optional<KXImage::Ref> KXRenderPictureLoader::image(
+    KXRenderServer const& server, KXRenderRequest request, KXAbstractData& data) const
 {
-    KXRenderRequest const request { .operation = operation,
-        .length = length,
-        .wantedWidth = size.width,
-        .wantedHeight = size.height };
-    if (length > data.remainingLength())
+    if (request.length > data.remainingLength())
         return nullptr;
     auto const reply = server.replyTo(request, data, _limits);
     if (reply && reply->answer.outcome == KXRenderAnswer::Outcome::unknown)

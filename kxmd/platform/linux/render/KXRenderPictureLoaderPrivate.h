@@ -26,10 +26,11 @@ public:
     [[nodiscard]] KXData pngRepresentation(KXImage const& image) const override;
 
     /// `knownImageInData:length:wantedSize:` The same as `imageInData:length:wantedSize:`, but
-    /// absent for what is in no format that the server knows. Null when decoding took too long or
-    /// too much memory: nobody else should be asked then.
-    [[nodiscard]] std::optional<KXImage::Ref> knownImageInData(
-        KXAbstractData& data, std::uint64_t length, KXSize wantedSize) const;
+    /// in a shape, and absent for what is in no format that the server knows. Null when decoding
+    /// took too long or too much memory: nobody else should be asked then.
+    [[nodiscard]] std::optional<KXImage::Ref> knownImageInData(KXAbstractData& data,
+        std::uint64_t length, KXSize wantedSize,
+        KXRenderRequest::Shape shape = KXRenderRequest::Shape::whole) const;
 
     /// `drawingInData:length:size:` The drawing (SVG) in the next `length` bytes of `data`, shrunk
     /// or enlarged until it fills `size`, in pixels, in one direction. Null when it is none.
@@ -37,9 +38,8 @@ public:
         KXAbstractData& data, std::uint64_t length, KXSize size) const;
 
 private:
-    std::optional<KXImage::Ref> image(KXRenderServer const& server,
-        KXRenderRequest::Operation operation, KXAbstractData& data, std::uint64_t length,
-        KXSize size) const;
+    std::optional<KXImage::Ref> image(
+        KXRenderServer const& server, KXRenderRequest request, KXAbstractData& data) const;
     KXData encoded(KXRenderRequest::Operation operation, KXImage const& image) const;
 
     KXRenderServer const& serverOf(KXAbstractData& data, std::uint64_t length) const;

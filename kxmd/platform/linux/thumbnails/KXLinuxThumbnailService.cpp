@@ -16,7 +16,7 @@
 /// A file that is to be shown, with what every way of showing it needs.
 struct KXLinuxThumbnailService::File {
     std::string path;
-    KXAbstractData& data;
+    KXAbstractData::Ref data;
     std::vector<std::uint8_t> head;
     KXFileContent content;
 };
@@ -42,6 +42,19 @@ std::string contentTypeOf(std::string const& path, std::span<std::uint8_t const>
     return mimeType ? mimeType.get() : "";
 }
 
+/// Whether a pixel fits in.
+bool hasRoom(KXSize size) { return size.width >= 1 && size.height >= 1; }
+
+/// Whether a picture of that size has a pixel for each point, and is of a size that decoders may
+/// make besides the picture that they decode.
+bool isInWholePixels(KXSize size)
+{
+    constexpr double longestSide = 2048;
+    auto const isWhole
+        = [](double side) { return side >= 1 && side <= longestSide && side == std::floor(side); };
+    return isWhole(size.width) && isWhole(size.height);
+}
+
 bool isOfMovies(std::string_view contentType)
 {
     return contentType.starts_with("audio/") || contentType.starts_with("video/");
@@ -57,16 +70,47 @@ KXLinuxThumbnailService::KXLinuxThumbnailService(Parts parts)
 KXImage::Ref KXLinuxThumbnailService::imageForPath(
     std::string const& path, KXSize maximumSize) const
 {
-    if (!(maximumSize.width >= 1) || !(maximumSize.height >= 1))
+    if (!hasRoom(maximumSize))
         return nullptr;
+    auto const file = openFile(path);
+    return file ? imageOfFile(*file, maximumSize) : nullptr;
+}
+
+KXImage::Ref KXLinuxThumbnailService::squareForPath(std::string const& path, KXSize size) const
+{
+    KXSize const twice { size.width * 2, size.height * 2 };
+    if (!hasRoom(twice))
+        return nullptr;
+    auto const file = openFile(path);
+    if (!file)
+        return nullptr;
+    // Straight from the decoded pixels, which makes a better picture than shrinking twice.
+    bool const isPicture
+        = file->content == KXFileContent::picture || file->content == KXFileContent::rarePicture;
+    if (isPicture && isInWholePixels(size)) {
+        auto const square = imageOfPicture(*file, size, KXRenderRequest::Shape::square);
+        return square ? *square : squareOfImage(imageByTheDesktop(*file, twice), size);
+    }
+    return squareOfImage(imageOfFile(*file, twice), size);
+}
+
+/// Null when there is no such file.
+std::unique_ptr<KXLinuxThumbnailService::File const> KXLinuxThumbnailService::openFile(
+    std::string const& path)
+{
     // Absolute, so that no program takes it for one of its options.
     GAllocated<gchar> const absolute(g_canonicalize_filename(path.c_str(), nullptr));
-    auto const data = path.empty() ? nullptr : KXAbstractData::abstractDataWithPath(path);
+    auto data = path.empty() ? nullptr : KXAbstractData::abstractDataWithPath(path);
     if (!data)
         return nullptr;
     auto head = headOf(*data);
     KXFileContent const content = contentOfFileWithHead(head);
-    File const file { absolute.get(), *data, std::move(head), content };
+    return std::make_unique<File const>(
+        File { absolute.get(), std::move(data), std::move(head), content });
+}
+
+KXImage::Ref KXLinuxThumbnailService::imageOfFile(File const& file, KXSize maximumSize) const
+{
     auto const ours = imageByOurselves(file, maximumSize);
     auto const image = ours ? *ours : imageByTheDesktop(file, maximumSize);
     return image ? shrinkImageToSize(image, maximumSize) : nullptr;
@@ -78,9 +122,8 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
 {
     switch (file.content) {
     case KXFileContent::picture:
-        return _parts.pictureLoader->imageInData(file.data, file.data.length(), maximumSize);
     case KXFileContent::rarePicture:
-        return imageOfRarePicture(file, maximumSize);
+        return imageOfPicture(file, maximumSize, KXRenderRequest::Shape::fitting);
     case KXFileContent::drawing: // Whoever else tried would take as long.
         return imageOfDrawing(file, maximumSize);
     case KXFileContent::movie:
@@ -95,11 +138,13 @@ std::optional<KXImage::Ref> KXLinuxThumbnailService::imageByOurselves(
     return std::nullopt;
 }
 
-/// Absent when its format is not known here.
-std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfRarePicture(
-    File const& file, KXSize maximumSize) const
+/// Absent when it is of a rare format that is not known here.
+std::optional<KXImage::Ref> KXLinuxThumbnailService::imageOfPicture(
+    File const& file, KXSize size, KXRenderRequest::Shape shape) const
 {
-    return _parts.rarePictures->knownImageInData(file.data, file.data.length(), maximumSize);
+    auto image = _parts.pictures->knownImageInData(*file.data, file.data->length(), size, shape);
+    bool const isRare = file.content == KXFileContent::rarePicture;
+    return image || isRare ? image : std::optional<KXImage::Ref>(nullptr);
 }
 
 KXImage::Ref KXLinuxThumbnailService::imageOfDrawing(File const& file, KXSize maximumSize) const
@@ -107,7 +152,7 @@ KXImage::Ref KXLinuxThumbnailService::imageOfDrawing(File const& file, KXSize ma
     constexpr double largest = 4096; // Pixels; beyond this, stretching it looks the same.
     KXSize const size { std::floor(std::min(maximumSize.width, largest)),
         std::floor(std::min(maximumSize.height, largest)) };
-    return _parts.rarePictures->drawingInData(file.data, file.data.length(), size);
+    return _parts.pictures->drawingInData(*file.data, file.data->length(), size);
 }
 
 /// Null when it is no movie that can be opened, or has neither a frame nor a cover. No program of
@@ -115,7 +160,7 @@ KXImage::Ref KXLinuxThumbnailService::imageOfDrawing(File const& file, KXSize ma
 /// these.
 KXImage::Ref KXLinuxThumbnailService::imageOfMovie(File const& file, KXSize maximumSize) const
 {
-    auto const movie = _parts.movieLoader->movieWithData(file.data);
+    auto const movie = _parts.movieLoader->movieWithData(*file.data);
     return movie ? thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize) : nullptr;
 }
 

@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
 
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
 #include "support/Files.h"
@@ -82,6 +83,34 @@ TEST_F(KXLinuxThumbnailServiceTest, ShrunkPictureIsAllOfItAndUpright)
     EXPECT_EQ(pixel(*image, 29, 0), green);
     EXPECT_EQ(pixel(*image, 0, 19), blue);
     EXPECT_EQ(pixel(*image, 29, 19), white);
+}
+
+TEST_F(KXLinuxThumbnailServiceTest, SquareIsTheMiddleOfThePictureInExactlyTheSize)
+{
+    // Of 90 by 60 pixels, those of 15 to 75 across.
+    auto const path = pictureFile("quarters.png", *quarters(90, 60));
+    for (KXSize const size :
+        { KXSize { 30, 30 }, KXSize { 200, 100 }, KXSize { 30.5, 20.25 }, KXSize { 2'100, 10 } }) {
+        auto const image = platform->thumbnailService->squareForPath(path, size);
+        ASSERT_TRUE(image) << size.width;
+        EXPECT_EQ(image->size(), size);
+        EXPECT_EQ(pixel(*image, 0, 0), red);
+        EXPECT_EQ(pixel(*image, image->pixelWidth() * 3 / 4, 0), green);
+        EXPECT_EQ(pixel(*image, 0, image->pixelHeight() - 2), blue);
+    }
+    for (KXSize const size : { KXSize { 0, 30 }, KXSize { 30, -1 }, KXSize { 1e9, 30 } })
+        EXPECT_FALSE(platform->thumbnailService->squareForPath(path, size)) << size.width;
+    EXPECT_FALSE(platform->thumbnailService->squareForPath("/missing", { 30, 30 }));
+}
+
+TEST_F(KXLinuxThumbnailServiceTest, SquareIsResampledOnce)
+{
+    auto const image = photograph(1'000, 700);
+    auto const path = pictureFile("photograph.png", *image);
+    auto const expected = squareOfImage(image, { 128, 128 });
+    auto const square = platform->thumbnailService->squareForPath(path, { 128, 128 });
+    ASSERT_TRUE(square);
+    EXPECT_TRUE(areEqual(*square, *expected));
 }
 
 TEST_F(KXLinuxThumbnailServiceTest, GoesByTheContentAndNotByTheName)

@@ -74,9 +74,8 @@ public:
         case KXRenderRequest::Operation::movie:
             return serveMovie(data, reply);
         case KXRenderRequest::Operation::picture:
-            return reply.sendImageOf(data,
-                pictureByFFmpeg(
-                    data, request.length, { request.wantedWidth, request.wantedHeight }));
+            return reply.sendImageOf(
+                data, pictureByFFmpeg(data, request.length, request.decodedSize()), request);
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(decodersOfMovies());
         case KXRenderRequest::Operation::pictureFormats:

@@ -55,10 +55,10 @@ public:
     void serve(KXRenderRequest const& request, KXAbstractData& data,
         KXRenderReply const& reply) const override
     {
-        KXSize const size { request.wantedWidth, request.wantedHeight };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImageOf(data, decoded({ data, request.length, size }));
+            return reply.sendImageOf(
+                data, decoded({ data, request.length, request.decodedSize() }), request);
         case KXRenderRequest::Operation::jpg:
         case KXRenderRequest::Operation::png: {
             auto const image = pixelsFor(request, data);

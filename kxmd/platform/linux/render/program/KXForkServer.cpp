@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/render/program/KXForkServerPrivate.h"
 
 #include "kxmd/base/KXFileDataPrivate.h"
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
 
@@ -45,6 +46,19 @@ struct Child {
     data.setOffset(request.start);
     work.serve(request, data, KXRenderReply(message.files[1].get()));
     ::_exit(0); // Nothing of ours needs to be destroyed.
+}
+
+KXImage::Ref shaped(KXImage::Ref const& image, KXRenderRequest const& request)
+{
+    switch (request.shape) {
+    case KXRenderRequest::Shape::whole:
+        break;
+    case KXRenderRequest::Shape::fitting:
+        return shrinkImageToSize(image, request.wantedSize());
+    case KXRenderRequest::Shape::square:
+        return squareOfImage(image, request.wantedSize());
+    }
+    return image;
 }
 
 class Server {
@@ -162,11 +176,12 @@ void KXRenderReply::sendImage(KXImage::Ref const& image) const
     send(answer, image->pixels());
 }
 
-void KXRenderReply::sendImageOf(KXAbstractData const& data, KXImage::Ref const& image) const
+void KXRenderReply::sendImageOf(
+    KXAbstractData const& data, KXImage::Ref const& image, KXRenderRequest const& request) const
 {
     if (data.readError())
         return send({ .outcome = KXRenderAnswer::Outcome::failed });
-    sendImage(image);
+    sendImage(image ? shaped(image, request) : nullptr);
 }
 
 void KXRenderReply::sendBytes(std::span<std::uint8_t const> bytes) const

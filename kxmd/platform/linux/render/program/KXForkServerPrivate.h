@@ -22,9 +22,10 @@ public:
     void send(KXRenderAnswer const& answer) const;
     /// Sends a picture; null for `unknown`.
     void sendImage(KXImage::Ref const& image) const;
-    /// Sends the picture of a file; `failed` when the system did not let all of it be read, so that
-    /// half a picture is not taken for a whole one.
-    void sendImageOf(KXAbstractData const& data, KXImage::Ref const& image) const;
+    /// Sends the picture of a file in the shape that is asked for; `failed` when the system did not
+    /// let all of it be read, so that half a picture is not taken for a whole one.
+    void sendImageOf(KXAbstractData const& data, KXImage::Ref const& image,
+        KXRenderRequest const& request) const;
     /// Sends bytes; none for `unknown`.
     void sendBytes(std::span<std::uint8_t const> bytes) const;
     /// Sends a text; an empty one for `unknown`.

@@ -40,13 +40,12 @@ public:
     void serve(KXRenderRequest const& request, KXAbstractData& data,
         KXRenderReply const& reply) const override
     {
-        KXSize const size { request.wantedWidth, request.wantedHeight };
-        KXPictureSource const source { data, request.length, size };
+        KXPictureSource const source { data, request.length, request.decodedSize() };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImageOf(data, decoded(source));
+            return reply.sendImageOf(data, decoded(source), request);
         case KXRenderRequest::Operation::drawing:
-            return reply.sendImageOf(data, imageOfDrawing(source, KXDrawingSize::fitting));
+            return reply.sendImageOf(data, imageOfDrawing(source, KXDrawingSize::fitting), request);
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(formats());
         default:
