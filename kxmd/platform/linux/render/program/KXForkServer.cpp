@@ -102,8 +102,10 @@ private:
         if (count == 0 || waited[0].revents & (POLLHUP | POLLERR))
             return false;
         for (std::size_t i = 0; i < _children.size(); ++i) {
-            if (waited[i + 1].revents)
+            if (waited[i + 1].revents) {
                 ::kill(_children[i].process, SIGKILL);
+                _children[i].socket = KXFileDescriptor(); // Or the next wait ends at once.
+            }
         }
         return !(waited[0].revents & POLLIN) || serveNext();
     }
