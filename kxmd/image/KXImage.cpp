@@ -95,13 +95,14 @@ void KXImage::drawImageFromRectInRect(KXImage const& image, KXRect from, KXRect 
         image._size.width);
     auto const down = Span { fromTop, from.size.height, intoTop, into.size.height }.clippedToSource(
         image._size.height);
-    KXResamplerAxis const columns(across.from, across.fromLength, image._size.width, across.into,
+    KXResamplerAxis columns(across.from, across.fromLength, image._size.width, across.into,
         across.intoLength, _pixelWidth);
-    KXResamplerAxis const rows(
+    KXResamplerAxis rows(
         down.from, down.fromLength, image._size.height, down.into, down.intoLength, _pixelHeight);
     if (!columns.targetCount() || !rows.targetCount())
         return;
     // A picture that can be drawn to has made its pixels itself.
     std::span const target(const_cast<std::uint8_t*>(_pixels.get()), pixels().size());
-    drawResampled(image.pixels(), image._pixelWidth, columns, rows, target, _pixelWidth);
+    drawResampled(image.pixels(), image._pixelWidth, std::move(columns), std::move(rows), target,
+        _pixelWidth);
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -116,16 +117,20 @@ void drawRun(std::array<Pixel, run> pixels, std::array<float, run> const& covera
     std::memcpy(target, bytes.data(), count * channels);
 }
 
+std::size_t mostTapsOf(KXResamplerAxis const& rows)
+{
+    std::size_t most = 0;
+    for (std::size_t y = 0; y < rows.targetCount(); ++y)
+        most = std::max(most, rows.target(y).tapCount);
+    return most;
+}
+
 /// The rows of a source in the columns of a target. Only those that the target row in progress
 /// needs are kept, so that they stay in the processor's cache.
 class NarrowedRows {
 public:
-    NarrowedRows(std::span<std::uint8_t const> source, std::size_t sourceWidth,
-        KXResamplerAxis const& columns, KXResamplerAxis const& rows)
-        : _source(source)
-        , _sourceWidth(sourceWidth)
-        , _columns(columns)
-        , _rows(rows)
+    NarrowedRows(KXResamplerAxis const& columns, KXResamplerAxis const& rows)
+        : _columns(columns)
         , _capacity(mostTapsOf(rows) + together - 1)
         , _stride(((columns.targetCount() + run - 1) / run | 1) * run)
         , _wide(together * columns.sourceCount())
@@ -133,33 +138,40 @@ public:
     {
     }
 
-    /// Makes the rows up to `last`. Those that came more than the most taps before it are gone.
-    void make(std::size_t last)
+    /// Takes the next row, from the first pixel that is needed.
+    void takeRow(std::uint8_t const* pixels)
     {
-        for (; _made <= last; _made += together)
-            makeNext();
+        std::size_t const width = _columns.sourceCount();
+        unpackRow(pixels, &_wide[_taken % together * width], width);
+        if (++_taken % together == 0)
+            narrow();
     }
+
+    /// Makes what has been taken ready; no row follows.
+    void finish()
+    {
+        if (_taken % together)
+            narrow();
+    }
+
+    /// The rows that are ready. Those that came more than the most taps before the last of them are
+    /// gone.
+    [[nodiscard]] std::size_t count() const { return _count; }
 
     /// A row that is as long as several runs; what is beyond the columns shows nothing.
-    Pixel const* row(std::size_t y) const { return &_narrowed[y % _capacity * _stride]; }
-
-private:
-    static std::size_t mostTapsOf(KXResamplerAxis const& rows)
+    [[nodiscard]] Pixel const* row(std::size_t y) const
     {
-        std::size_t most = 0;
-        for (std::size_t y = 0; y < rows.targetCount(); ++y)
-            most = std::max(most, rows.target(y).tapCount);
-        return most;
+        return &_narrowed[y % _capacity * _stride];
     }
 
-    void makeNext()
+private:
+    /// As many rows as are summed together; after the last one some that nobody asks for.
+    void narrow()
     {
         std::size_t const width = _columns.sourceCount();
         std::array<Pixel*, together> narrowed;
-        for (std::size_t i = 0; i < together; ++i) {
-            unpackRow(sourceRow(_made + i), &_wide[i * width], width);
-            narrowed[i] = &_narrowed[(_made + i) % _capacity * _stride];
-        }
+        for (Pixel*& row : narrowed)
+            row = &_narrowed[_count++ % _capacity * _stride];
         for (std::size_t x = 0; x < _columns.targetCount(); ++x) {
             auto const& column = _columns.target(x);
             Pixel const* tap = &_wide[column.firstTap];
@@ -178,20 +190,11 @@ private:
         }
     }
 
-    /// After the last row the last one again, which nobody asks for.
-    std::uint8_t const* sourceRow(std::size_t y) const
-    {
-        std::size_t const row = _rows.firstSource() + std::min(y, _rows.sourceCount() - 1);
-        return &_source[(row * _sourceWidth + _columns.firstSource()) * channels];
-    }
-
-    std::span<std::uint8_t const> const _source;
-    std::size_t const _sourceWidth;
     KXResamplerAxis const& _columns;
-    KXResamplerAxis const& _rows;
     std::size_t const _capacity; ///< Rows.
     std::size_t const _stride; ///< An odd number of runs: powers of 2 fall in the same cache lines.
-    std::size_t _made { 0 };
+    std::size_t _taken { 0 };
+    std::size_t _count { 0 };
     std::vector<Pixel> _wide; ///< Rows of the source, in its own columns.
     std::vector<Pixel> _narrowed; ///< A ring.
 };
@@ -254,28 +257,82 @@ void KXResamplerAxis::addTarget(
     _targets.push_back(target);
 }
 
-void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth,
-    KXResamplerAxis const& columns, KXResamplerAxis const& rows, std::span<std::uint8_t> target,
-    std::size_t targetWidth)
-{
-    NarrowedRows narrowed(source, sourceWidth, columns, rows);
-    std::vector<Pixel const*> tapRows;
-    for (std::size_t y = 0; y < rows.targetCount(); ++y) {
-        auto const& taps = rows.target(y);
-        auto const weights = rows.weightsOf(taps);
-        narrowed.make(taps.firstTap + taps.tapCount - 1);
-        tapRows.clear();
+/// A drawing in progress.
+class KXRowResampler::Drawing {
+public:
+    Drawing(KXResamplerAxis columns, KXResamplerAxis rows)
+        : _columns(std::move(columns))
+        , _rows(std::move(rows))
+        , _narrowed(_columns, _rows)
+    {
+    }
+
+    void takeRow(std::uint8_t const* row, std::span<std::uint8_t> target, std::size_t targetWidth)
+    {
+        std::size_t const y = _rowsSeen++;
+        std::size_t const end = _rows.firstSource() + _rows.sourceCount();
+        if (y < _rows.firstSource() || y >= end)
+            return;
+        _narrowed.takeRow(row + _columns.firstSource() * channels);
+        if (y + 1 == end)
+            _narrowed.finish();
+        while (_drawn < _rows.targetCount() && isReady(_rows.target(_drawn)))
+            drawNext(target, targetWidth);
+    }
+
+private:
+    bool isReady(KXResamplerAxis::Target const& taps) const
+    {
+        return taps.firstTap + taps.tapCount <= _narrowed.count();
+    }
+
+    void drawNext(std::span<std::uint8_t> target, std::size_t targetWidth)
+    {
+        auto const& taps = _rows.target(_drawn);
+        auto const weights = _rows.weightsOf(taps);
+        _tapRows.clear();
         for (std::size_t i = 0; i < taps.tapCount; ++i)
-            tapRows.push_back(narrowed.row(taps.firstTap + i));
-        std::uint8_t* pixels = target.data()
-            + ((rows.firstTarget() + y) * targetWidth + columns.firstTarget()) * channels;
-        for (std::size_t x = 0; x < columns.targetCount(); x += run) {
-            std::size_t const count = std::min(run, columns.targetCount() - x);
+            _tapRows.push_back(_narrowed.row(taps.firstTap + i));
+        std::size_t const line = _rows.firstTarget() + _drawn++;
+        std::uint8_t* pixels
+            = target.data() + (line * targetWidth + _columns.firstTarget()) * channels;
+        for (std::size_t x = 0; x < _columns.targetCount(); x += run) {
+            std::size_t const count = std::min(run, _columns.targetCount() - x);
             std::array<float, run> coverages {};
             for (std::size_t i = 0; i < count; ++i)
-                coverages[i] = taps.coverage * columns.target(x + i).coverage;
-            drawRun(sumOfRows(tapRows, x, weights.data()), coverages, count, pixels);
+                coverages[i] = taps.coverage * _columns.target(x + i).coverage;
+            drawRun(sumOfRows(_tapRows, x, weights.data()), coverages, count, pixels);
             pixels += run * channels;
         }
     }
+
+    KXResamplerAxis const _columns;
+    KXResamplerAxis const _rows;
+    NarrowedRows _narrowed;
+    std::size_t _rowsSeen { 0 };
+    std::size_t _drawn { 0 }; ///< Rows of the target.
+    std::vector<Pixel const*> _tapRows;
+};
+
+KXRowResampler::KXRowResampler(KXResamplerAxis columns, KXResamplerAxis rows)
+    : _drawing(std::make_unique<Drawing>(std::move(columns), std::move(rows)))
+{
+}
+
+KXRowResampler::~KXRowResampler() = default;
+
+void KXRowResampler::takeRow(
+    std::uint8_t const* row, std::span<std::uint8_t> target, std::size_t targetWidth)
+{
+    _drawing->takeRow(row, target, targetWidth);
+}
+
+void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth,
+    KXResamplerAxis columns, KXResamplerAxis rows, std::span<std::uint8_t> target,
+    std::size_t targetWidth)
+{
+    std::size_t const end = rows.firstSource() + rows.sourceCount();
+    KXRowResampler resampler(std::move(columns), std::move(rows));
+    for (std::size_t y = 0; y < end; ++y)
+        resampler.takeRow(&source[y * sourceWidth * channels], target, targetWidth);
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -44,7 +45,7 @@ public:
 private:
     void addTarget(double centre, double scale, double lowest, double highest, float coverage);
 
-    double const _sourceLength;
+    double _sourceLength;
     std::size_t _firstTarget { 0 };
     std::size_t _firstSource { 0 };
     std::size_t _sourceCount { 0 };
@@ -52,8 +53,25 @@ private:
     std::vector<float> _weights;
 };
 
+/// Draws a source whose rows come one by one, over a target.
+class KX_EXPORT_FOR_TESTS KXRowResampler {
+public:
+    KXRowResampler(KXResamplerAxis columns, KXResamplerAxis rows);
+    ~KXRowResampler();
+    KXRowResampler(KXRowResampler const&) = delete;
+    KXRowResampler& operator=(KXRowResampler const&) = delete;
+
+    /// Takes the next row of the source from the top, premultiplied RGBA, and draws the rows of the
+    /// target that need no further one. The target has rows of `targetWidth`.
+    void takeRow(std::uint8_t const* row, std::span<std::uint8_t> target, std::size_t targetWidth);
+
+private:
+    class Drawing;
+    std::unique_ptr<Drawing> const _drawing;
+};
+
 /// Draws pixels of a source, premultiplied RGBA in rows of `sourceWidth`, over a target in rows of
 /// `targetWidth`.
 void drawResampled(std::span<std::uint8_t const> source, std::size_t sourceWidth,
-    KXResamplerAxis const& columns, KXResamplerAxis const& rows, std::span<std::uint8_t> target,
+    KXResamplerAxis columns, KXResamplerAxis rows, std::span<std::uint8_t> target,
     std::size_t targetWidth);

@@ -1,5 +1,7 @@
 #include "kxmd/platform/linux/pictures/KXPictureRowsPrivate.h"
 
+#include "kxmd/image/KXImageFittingPrivate.h"
+
 #include "support/Pictures.h"
 #include "support/Profiles.h"
 
@@ -72,6 +74,40 @@ TEST(KXPictureRows, LargePictureIsTurnedAndShrunk)
     EXPECT_EQ(pixel(*image, 129, 199), blue);
     EXPECT_EQ(pixel(*image, 130, 0), red);
     EXPECT_EQ(pixel(*image, 259, 199), red);
+}
+
+TEST(KXPictureRows, SquareIsThatOfTheWholePictureWhateverTheOrientation)
+{
+    for (auto const& stored : { photograph(300, 200), photograph(90, 210) }) {
+        for (unsigned orientation = 1; orientation <= 8; ++orientation) {
+            KXPictureLayout const layout { .width = stored->pixelWidth(),
+                .height = stored->pixelHeight(),
+                .orientation = orientation };
+            KXPictureRows rows(layout, {}), ofSquare(layout, {}, KXSize { 60, 40 });
+            std::size_t const rowLength = layout.width * KXImage::bytesPerPixel;
+            for (std::size_t y = 0; y < layout.height; ++y) {
+                rows.takeRow(&stored->pixels()[y * rowLength]);
+                ofSquare.takeRow(&stored->pixels()[y * rowLength]);
+            }
+            auto const expected = squareOfImage(rows.image(), { 60, 40 });
+            auto const square = ofSquare.image();
+            ASSERT_TRUE(square);
+            EXPECT_EQ(square->size(), expected->size());
+            constexpr double inDecibels = 60; // Sums in another order are rounded otherwise.
+            EXPECT_GT(likeness(*square, *expected), inDecibels) << orientation;
+        }
+    }
+}
+
+TEST(KXPictureRows, SquareOfAPictureThatIsCutOffIsWhiteBelow)
+{
+    KXPictureRows rows({ .width = 40, .height = 40 }, {}, KXSize { 20, 20 });
+    for (int y = 0; y < 20; ++y)
+        take(rows, Row(40, red));
+    auto const image = rows.image();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(pixel(*image, 10, 5), red);
+    EXPECT_EQ(pixel(*image, 10, 15), white);
 }
 
 TEST(KXPictureRows, AlphaIsMultipliedOnce)

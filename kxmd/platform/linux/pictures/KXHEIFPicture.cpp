@@ -82,7 +82,7 @@ KXImage::Ref imageOfHEIF(KXPictureSource const& source)
             .isPremultiplied = heif_image_handle_is_premultiplied_alpha(handle.get()) != 0,
             .profile = profile,
         },
-        source.wantedSize);
+        source.wantedSize, source.square);
     for (std::size_t y = 0; y < static_cast<std::size_t>(height); ++y)
         rows.takeRow(pixels + y * static_cast<std::size_t>(rowLength));
     return rows.image();

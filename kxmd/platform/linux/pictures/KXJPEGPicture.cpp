@@ -212,7 +212,7 @@ KXImage::Ref JPEGReader::image()
             .orientation = orientation(),
             .profile = { profile, profileLength },
         },
-        _source.wantedSize);
+        _source.wantedSize, _source.square);
     std::free(profile);
     readRows(rows);
     return rows.image();

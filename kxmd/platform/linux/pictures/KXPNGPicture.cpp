@@ -105,7 +105,7 @@ void PNGReader::begin()
     png_set_add_alpha(_png, opaque, PNG_FILLER_AFTER);
     (void)png_set_interlace_handling(_png);
     png_read_update_info(_png, _info);
-    _rows.emplace(layout, _source.wantedSize);
+    _rows.emplace(layout, _source.wantedSize, _source.square);
     if (png_get_interlace_type(_png, _info) != PNG_INTERLACE_NONE) {
         std::uint8_t const missing = layout.hasAlpha ? 0 : opaque;
         _interlaced.assign(layout.width * layout.height * KXImage::bytesPerPixel, missing);

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ struct KXPictureSource {
     KXAbstractData& data; ///< Stands where the picture begins.
     std::uint64_t length; ///< Its bytes; where `data` has fewer, it is cut off.
     KXSize wantedSize; ///< Neither side comes smaller, unless it is stored so; empty for all of it.
+
+    /// Where a decoder can do so on the way, only the largest centred square is made, in this size.
+    std::optional<KXSize> square {};
 
     /// What its first bytes tell.
     [[nodiscard]] KXPictureFormat format() const;

@@ -72,6 +72,32 @@ void makeOpaque(std::uint8_t* row, std::size_t width)
         row[i] = opaque;
 }
 
+struct Pixels {
+    std::size_t width, height;
+};
+
+/// The size of a square before it is turned upright.
+Pixels squareAsStored(KXSize size, KXPictureLayout const& layout)
+{
+    auto const width = static_cast<std::size_t>(size.width);
+    auto const height = static_cast<std::size_t>(size.height);
+    return Turn::ofOrientation(layout.orientation).isTransposed ? Pixels { height, width }
+                                                                : Pixels { width, height };
+}
+
+/// Draws the largest centred square of a picture.
+std::unique_ptr<KXRowResampler> resamplerOfSquare(
+    KXPictureLayout const& layout, std::size_t width, std::size_t height)
+{
+    auto const side = static_cast<double>(std::min(layout.width, layout.height));
+    auto const axis = [side](std::size_t length, std::size_t pixels) {
+        auto const whole = static_cast<double>(length);
+        return KXResamplerAxis(
+            (whole - side) * 0.5, side, whole, 0, static_cast<double>(pixels), pixels);
+    };
+    return std::make_unique<KXRowResampler>(axis(layout.width, width), axis(layout.height, height));
+}
+
 std::size_t blocksIn(std::size_t length, std::size_t factor)
 {
     return (length + factor - 1) / factor;
@@ -79,15 +105,18 @@ std::size_t blocksIn(std::size_t length, std::size_t factor)
 
 }
 
-KXPictureRows::KXPictureRows(KXPictureLayout const& layout, KXSize wantedSize)
+KXPictureRows::KXPictureRows(
+    KXPictureLayout const& layout, KXSize wantedSize, std::optional<KXSize> square)
     : _layout(layout)
     , _colours(KXColourTransform::transformToSRGB(layout.profile, layout.isGrey))
-    , _factor(shrinkingFactor(layout, wantedSize))
-    , _width(blocksIn(layout.width, _factor))
-    , _height(blocksIn(layout.height, _factor))
-    , _isDirect(_factor == 1 && !Turn::ofOrientation(layout.orientation).isAny())
+    , _factor(square ? 1 : shrinkingFactor(layout, wantedSize))
+    , _width(square ? squareAsStored(*square, layout).width : blocksIn(layout.width, _factor))
+    , _height(square ? squareAsStored(*square, layout).height : blocksIn(layout.height, _factor))
+    , _isDirect(!square && _factor == 1 && !Turn::ofOrientation(layout.orientation).isAny())
     , _row((_isDirect ? 0 : layout.width) * pixelLength)
     , _sums((_factor == 1 ? 0 : _width) * pixelLength)
+    , _resampler(square ? resamplerOfSquare(layout, _width, _height) : nullptr)
+    , _square((square ? _width * _height : 0) * pixelLength)
     , _pixels(_width * _height * pixelLength)
 {
 }
@@ -112,6 +141,8 @@ void KXPictureRows::takeRow()
     std::uint8_t* const row = nextRow();
     convertRow(row);
     ++_rowsTaken;
+    if (_resampler)
+        return _resampler->takeRow(row, _square, _width);
     if (_factor == 1)
         return place(row);
     addToBlocks(row);
@@ -193,6 +224,8 @@ KXImage::Ref KXPictureRows::image()
         std::memset(nextRow(), missing, _layout.width * pixelLength);
         takeRow();
     }
+    for (std::size_t y = 0; _resampler && y < _height; ++y)
+        place(&_square[y * _width * pixelLength]);
     bool const isTransposed = Turn::ofOrientation(_layout.orientation).isTransposed;
     return KXImage::imageWithPixels(
         std::move(_pixels), isTransposed ? _height : _width, isTransposed ? _width : _height);

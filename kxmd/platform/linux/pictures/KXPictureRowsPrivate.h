@@ -2,11 +2,13 @@
 
 #include "kxmd/base/KXSize.h"
 #include "kxmd/image/KXImage.h"
+#include "kxmd/image/KXResamplerPrivate.h"
 #include "kxmd/platform/linux/pictures/KXColourTransformPrivate.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -29,7 +31,10 @@ struct KXPictureLayout {
 /// kept, since the resampler makes the better pictures, but no large picture is in memory whole.
 class KXPictureRows {
 public:
-    KXPictureRows(KXPictureLayout const& layout, KXSize wantedSize);
+    /// Where a `square` in whole pixels is given, the picture is its largest centred square,
+    /// resampled to that size as the rows come.
+    KXPictureRows(
+        KXPictureLayout const& layout, KXSize wantedSize, std::optional<KXSize> square = {});
 
     /// Where the next row goes: red, green, blue and alpha of `width` pixels.
     std::uint8_t* nextRow() { return _isDirect ? targetOfRow() : _row.data(); }
@@ -52,12 +57,14 @@ private:
     KXPictureLayout const _layout;
     std::unique_ptr<KXColourTransform const> const _colours; ///< Null where they are those of sRGB.
     std::size_t const _factor; ///< Pixels on a side of a block.
-    std::size_t const _width; ///< Blocks in a row.
-    std::size_t const _height; ///< Rows of blocks.
+    std::size_t const _width; ///< Blocks in a row, or pixels of the square.
+    std::size_t const _height; ///< Rows of these.
     bool const _isDirect; ///< Whether rows go straight to their place.
     std::size_t _rowsTaken { 0 };
     std::size_t _rowsPlaced { 0 };
     std::vector<std::uint8_t> _row;
     std::vector<std::uint64_t> _sums; ///< Of the row of blocks that is not full yet.
+    std::unique_ptr<KXRowResampler> const _resampler; ///< Null where no square is wanted.
+    std::vector<std::uint8_t> _square; ///< As it is stored.
     std::vector<std::uint8_t> _pixels; ///< Upright.
 };

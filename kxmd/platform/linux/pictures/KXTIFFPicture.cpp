@@ -117,7 +117,7 @@ KXImage::Ref imageOfTIFF(KXPictureSource const& source)
             .orientation = orientation,
             .profile = profileOf(file.get()),
         },
-        source.wantedSize);
+        source.wantedSize, source.square);
     for (std::size_t y = 0; y < height; ++y) // Red is in the lowest bits.
         rows.takeRow(reinterpret_cast<std::uint8_t const*>(pixels.data() + y * width));
     return rows.image();

@@ -52,6 +52,10 @@ struct KXRenderRequest {
     double wantedHeight { 0 };
 
     [[nodiscard]] KXSize wantedSize() const { return { wantedWidth, wantedHeight }; }
+    [[nodiscard]] std::optional<KXSize> square() const
+    {
+        return shape == Shape::square ? std::optional(wantedSize()) : std::nullopt;
+    }
     /// What decoders are asked for: the resampler shrinks better than they do.
     [[nodiscard]] KXSize decodedSize() const
     {

@@ -57,8 +57,9 @@ public:
     {
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
-            return reply.sendImageOf(
-                data, decoded({ data, request.length, request.decodedSize() }), request);
+            return reply.sendImageOf(data,
+                decoded({ data, request.length, request.decodedSize(), request.square() }),
+                request);
         case KXRenderRequest::Operation::jpg:
         case KXRenderRequest::Operation::png: {
             auto const image = pixelsFor(request, data);

@@ -40,7 +40,8 @@ public:
     void serve(KXRenderRequest const& request, KXAbstractData& data,
         KXRenderReply const& reply) const override
     {
-        KXPictureSource const source { data, request.length, request.decodedSize() };
+        KXPictureSource const source { data, request.length, request.decodedSize(),
+            request.square() };
         switch (request.operation) {
         case KXRenderRequest::Operation::picture:
             return reply.sendImageOf(data, decoded(source), request);
