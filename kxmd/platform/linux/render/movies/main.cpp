@@ -75,7 +75,7 @@ public:
             return serveMovie(data, reply);
         case KXRenderRequest::Operation::picture:
             return reply.sendImageOf(
-                data, pictureByFFmpeg(data, request.length, request.decodedSize()), request);
+                data, pictureByFFmpeg(data, request.length, request.wantedSize()), request);
         case KXRenderRequest::Operation::formats:
             return reply.sendWords(decodersOfMovies());
         case KXRenderRequest::Operation::pictureFormats:
