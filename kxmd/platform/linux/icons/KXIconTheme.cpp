@@ -106,6 +106,7 @@ std::optional<KXIconTheme> KXIconTheme::themeNamed(
     if (name.empty() || name.front() == '.' || name.find('/') != std::string::npos)
         return std::nullopt;
     KXIconTheme theme;
+    theme._name = name;
     Index const index;
     bool isIndexed = false;
     for (auto const& base : baseFolders) {

@@ -14,6 +14,8 @@ public:
     static std::optional<KXIconTheme> themeNamed(
         std::string const& name, std::vector<std::string> const& baseFolders);
 
+    std::string const& name() const { return _name; }
+
     /// The themes to look into when this one does not have an icon.
     std::vector<std::string> const& parents() const { return _parents; }
 
@@ -35,6 +37,7 @@ private:
 
     std::string pathInDirectory(Directory const& directory, std::string const& name) const;
 
+    std::string _name;
     std::vector<std::string> _folders; // Of this theme, in the base folders.
     std::vector<std::string> _parents;
     std::vector<Directory> _directories;

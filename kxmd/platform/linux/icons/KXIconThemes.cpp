@@ -87,14 +87,16 @@ void KXIconThemes::readThemes() const
         auto const& parents = theme->parents();
         pending.insert(pending.end(), parents.rbegin(), parents.rend());
         _themes.push_back(std::move(*theme));
-        _names.push_back(name);
     }
 }
 
 std::vector<std::string> KXIconThemes::names() const
 {
     std::call_once(_isRead, [this] { readThemes(); });
-    return _names;
+    std::vector<std::string> names;
+    for (KXIconTheme const& theme : _themes)
+        names.push_back(theme.name());
+    return names;
 }
 
 std::string KXIconThemes::pathOfIcon(std::vector<std::string> const& names, int size) const

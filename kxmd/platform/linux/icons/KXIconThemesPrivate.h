@@ -33,6 +33,5 @@ private:
 
     Places const _places;
     mutable std::once_flag _isRead;
-    mutable std::vector<std::string> _names; // Of the themes.
     mutable std::vector<KXIconTheme> _themes; // In the order in which they are looked into.
 };
