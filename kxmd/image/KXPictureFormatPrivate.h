@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// The formats of pictures that we tell from their first bytes.
 enum class KXPictureFormat : std::uint8_t {
@@ -85,6 +86,18 @@ constexpr KXPictureFormat formatOfPictureWithHead(std::string_view head)
 constexpr bool isVersionOfGIF(std::string_view head)
 {
     return head.starts_with("GIF87a") || head.starts_with("GIF89a");
+}
+
+/// More than any picture has that somebody wants to see.
+constexpr std::uint64_t mostPictureBytes = std::uint64_t { 256 } << 20;
+
+/// The next `length` bytes of `data`; none when they are more than that, or than there are.
+inline std::vector<std::uint8_t> bytesOfPicture(KXAbstractData& data, std::uint64_t length)
+{
+    if (length > mostPictureBytes || length > data.remainingLength())
+        return {};
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
+    return data.readBytesTo(bytes.data(), bytes.size()) ? bytes : std::vector<std::uint8_t>();
 }
 
 /// The head of the picture in the next `length` bytes of `data`, which stays where it is.

@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegPicturePrivate.h"
 
 #include "kxmd/base/KXMemoryDataPrivate.h"
+#include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
@@ -11,7 +12,6 @@
 
 namespace {
 
-constexpr std::uint64_t mostBytes = std::uint64_t { 256 } << 20;
 constexpr std::int64_t mostPixels = 1ll << 26;
 
 std::int64_t pixelsOf(AVStream const& stream)
@@ -80,10 +80,8 @@ KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
 
 KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize wantedSize)
 {
-    if (length > mostBytes || length > data.remainingLength())
-        return nullptr;
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
-    if (!data.readBytesTo(bytes.data(), bytes.size()))
+    auto const bytes = bytesOfPicture(data, length);
+    if (bytes.empty())
         return nullptr;
     KXMemoryData memory(bytes);
     KXFFmpegInput input(memory);

@@ -9,16 +9,7 @@ KXPictureFormat KXPictureSource::format() const
     return formatOfPictureWithHead(headOfPicture(data, length));
 }
 
-std::vector<std::uint8_t> KXPictureSource::bytes() const
-{
-    constexpr std::uint64_t mostPictureBytes = std::uint64_t { 256 } << 20;
-    if (length > mostPictureBytes || length > data.remainingLength())
-        return {};
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
-    if (!data.readBytesTo(bytes.data(), bytes.size()))
-        return {};
-    return bytes;
-}
+std::vector<std::uint8_t> KXPictureSource::bytes() const { return bytesOfPicture(data, length); }
 
 std::size_t KXPictureInput::read(std::uint8_t* bytes, std::size_t count)
 {

@@ -3,6 +3,7 @@
 #include "kxmd/base/KXFileDataPrivate.h"
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
+#include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
@@ -78,9 +79,8 @@ void waitForStarter(pid_t process)
 /// are more than any picture has.
 KXFileDescriptor memoryFileOf(KXAbstractData& data, std::uint64_t length)
 {
-    constexpr std::uint64_t mostBytes = std::uint64_t { 256 } << 20;
     constexpr std::uint64_t pieceLength = 64 * 1024;
-    std::uint64_t left = length <= mostBytes ? std::min(length, data.remainingLength()) : 0;
+    std::uint64_t left = length <= mostPictureBytes ? std::min(length, data.remainingLength()) : 0;
     std::vector<std::uint8_t> piece(static_cast<std::size_t>(std::min(left, pieceLength)));
     KXFileDescriptor file = newMemoryFile();
     bool isWritten = file.isOpen();
