@@ -1,5 +1,6 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
 
+#include "kxmd/image/KXPremultipliedPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegToneMapPrivate.h"
 
 #include <algorithm>
@@ -109,19 +110,6 @@ AVFrameRef scaledFrame(AVFrame const& frame, PixelSize size, AVPixelFormat targe
     int const rows = sws_scale(
         scaler.get(), frame.data, frame.linesize, 0, frame.height, scaled->data, scaled->linesize);
     return rows == size.height ? std::move(scaled) : nullptr;
-}
-
-void multiplyByAlpha(std::vector<std::uint8_t>& pixels)
-{
-    constexpr unsigned opaque = 255;
-    for (std::size_t i = 0; i < pixels.size(); i += KXImage::bytesPerPixel) {
-        unsigned const alpha = pixels[i + 3];
-        if (alpha == opaque)
-            continue;
-        for (std::size_t colour = i; colour < i + 3; ++colour)
-            pixels[colour]
-                = static_cast<std::uint8_t>((pixels[colour] * alpha + opaque / 2) / opaque);
-    }
 }
 
 std::vector<std::uint8_t> turnedPixels(AVFrame const& frame, Turn turn)

@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXPictureEncodersPrivate.h"
 
-#include "kxmd/platform/linux/pictures/KXPremultipliedPrivate.h"
+#include "kxmd/image/KXPremultipliedPrivate.h"
 
 #include <array>
 #include <csetjmp>

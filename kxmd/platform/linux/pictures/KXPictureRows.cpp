@@ -1,6 +1,6 @@
 #include "kxmd/platform/linux/pictures/KXPictureRowsPrivate.h"
 
-#include "kxmd/platform/linux/pictures/KXPremultipliedPrivate.h"
+#include "kxmd/image/KXPremultipliedPrivate.h"
 
 #include <algorithm>
 #include <cstring>
@@ -39,14 +39,6 @@ struct Turn {
         return turns[isKnown ? orientation - 1 : 0];
     }
 };
-
-void multiplyByAlpha(std::uint8_t* row, std::size_t width)
-{
-    for (std::uint8_t* pixel = row; pixel != row + width * pixelLength; pixel += pixelLength) {
-        for (std::size_t channel = 0; channel < 3; ++channel)
-            pixel[channel] = multipliedByAlpha(pixel[channel], pixel[3]);
-    }
-}
 
 void divideByAlpha(std::uint8_t* row, std::size_t width)
 {
@@ -162,7 +154,7 @@ void KXPictureRows::convertRow(std::uint8_t* row) const
     if (!_layout.hasAlpha)
         makeOpaque(row, _layout.width);
     else if (isDivided)
-        multiplyByAlpha(row, _layout.width);
+        multiplyByAlpha({ row, _layout.width * pixelLength });
     else
         boundByAlpha(row, _layout.width);
 }
