@@ -2,4 +2,7 @@
 
 #include <string>
 
-int main(int count, char**) { return static_cast<int>(std::string(static_cast<std::size_t>(count), ' ').empty()); }
+int main(int count, char**)
+{
+    return static_cast<int>(std::string(static_cast<std::size_t>(count), ' ').empty());
+}

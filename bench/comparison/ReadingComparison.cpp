@@ -37,7 +37,7 @@ void readPart(int descriptor, off_t position, std::size_t length)
 void floorOfTheKernel(std::string const& path)
 {
     int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat status {};
+    struct stat status { };
     benchmark::DoNotOptimize(::fstat(descriptor, &status));
     readPart(descriptor, 0, headLength);
     if (!path.ends_with(".mp3"))
@@ -89,10 +89,11 @@ void readWithAVFormat(std::string const& path)
 void add(std::string const& name, void (*read)(std::string const&), std::string const& path)
 {
     std::string const file = std::filesystem::path(path).filename().string();
-    benchmark::RegisterBenchmark((name + '/' + file).c_str(), [read, path](benchmark::State& state) {
-        for ([[maybe_unused]] auto _ : state)
-            read(path);
-    });
+    benchmark::RegisterBenchmark(
+        (name + '/' + file).c_str(), [read, path](benchmark::State& state) {
+            for ([[maybe_unused]] auto _ : state)
+                read(path);
+        });
 }
 
 void addAll(std::string const& path)

@@ -78,7 +78,8 @@ template <class Value> struct KXMP4AtomAllocator {
     {
     }
     template <class Other>
-    KXMP4AtomAllocator(KXMP4AtomAllocator<Other> const& other) // NOLINT(google-explicit-constructor)
+    KXMP4AtomAllocator(
+        KXMP4AtomAllocator<Other> const& other) // NOLINT(google-explicit-constructor)
         : arena(other.arena)
     {
     }

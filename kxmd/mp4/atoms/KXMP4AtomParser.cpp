@@ -62,8 +62,7 @@ KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
 {
 }
 
-KXMP4AtomParser::KXMP4AtomParser(
-    KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena)
+KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena)
     : _data(data)
     , _rootIsParsed(rootIsParsed)
     , _arena(std::move(arena))
