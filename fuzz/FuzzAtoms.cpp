@@ -53,6 +53,16 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t len
             (void)atom->codecInfo();
         }
     }
+    // One atom by itself, in both ways.
+    auto const reader = immutableReader(bytes, length),
+               readerAgain = immutableReader(bytes, length);
+    auto const made = KXMP4Atom::atomForParent(nullptr, *reader);
+    KXMP4Atom parsed;
+    parsed.parseWithParent(nullptr, *readerAgain);
+    if (made) {
+        KXMD_REQUIRE(made->size() == parsed.size() && made->tag() == parsed.tag());
+        KXMD_REQUIRE(reader->offset() == readerAgain->offset());
+    }
     // The same through a reader without windows.
     auto const again = KXMP4Atom::atomWithAbstractData(*mutableReader(bytes, length));
     constexpr std::size_t fewAtoms = 300; // The texts grow with the square of the depth.

@@ -1,11 +1,13 @@
-// Drawing any part of a picture into any part of another.
+// Drawing any part of a picture into any part of another, and shrinking one to fit.
 
 #include "Choices.h"
 #include "FuzzTarget.h"
 
 #include "kxmd/image/KXImage.h"
+#include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/image/KXRect.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -42,11 +44,39 @@ bool isNear(std::uint8_t value, std::uint8_t expected, int tolerance)
     return std::abs(int { value } - int { expected }) <= tolerance;
 }
 
+/// A picture that is shrunk fits, keeps its proportions as far as whole points go, and its colour.
+void checkFitting(Choices choices)
+{
+    std::array<std::uint8_t, 4> const colour { 10, 100, 250, 255 };
+    KXImage::Ref const image = picture(choices, colour);
+    KXSize const whole = image->size(), room { coordinate(choices), coordinate(choices) };
+    auto const shrunk = shrinkImageToSize(image, room);
+    bool const isRoom = room.width > 0 && room.height > 0;
+    KXMD_REQUIRE((shrunk != nullptr) == isRoom);
+    if (!shrunk)
+        return;
+    bool const fits = whole.width <= room.width && whole.height <= room.height;
+    KXMD_REQUIRE((shrunk == image) == fits);
+    if (fits)
+        return;
+    KXSize const size = shrunk->size();
+    KXMD_REQUIRE(size.width <= std::max(1.0, room.width));
+    KXMD_REQUIRE(size.height <= std::max(1.0, room.height));
+    KXMD_REQUIRE(std::trunc(size.width) == size.width && std::trunc(size.height) == size.height);
+    double const width
+        = whole.width * std::min(room.width / whole.width, room.height / whole.height);
+    KXMD_REQUIRE(std::abs(size.width - std::max(1.0, width)) <= 1);
+    auto const pixels = shrunk->pixels();
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        KXMD_REQUIRE(isNear(pixels[i], colour[i % KXImage::bytesPerPixel], 1));
+}
+
 }
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t length)
 {
     Choices choices(bytes, length);
+    checkFitting(choices);
     std::array<std::uint8_t, 4> const colour { 200, 90, 0, 255 }, empty {};
     auto const source = picture(choices, colour);
     auto const target = picture(choices, empty);

@@ -284,6 +284,19 @@ void checkCleaning(HostMachine const& machine, KXDCFileProxy const& proxy, Bytes
     if (isSafe)
         KXMD_REQUIRE(
             processor.processedFilesizeForFileProxy(proxy, bytes.size()) == cleaned->length());
+    using Fault = FastFiles::Fault;
+    bool const isChanged = cleaned->length() != bytes.size();
+    for (Fault const fault : { Fault::reading, Fault::writing, Fault::exception }) {
+        machine.files->setFault(fault);
+        try {
+            auto const uncleaned = processor.processedFileDataForFileProxy(proxy, nullptr);
+            KXMD_REQUIRE(uncleaned && uncleaned->length() == bytes.size());
+            KXMD_REQUIRE(!isChanged || fault != Fault::exception);
+        } catch (std::runtime_error const&) {
+            KXMD_REQUIRE(isChanged && fault == Fault::exception);
+        }
+    }
+    machine.files->setFault(Fault::none);
 }
 
 void checkConversion(HostMachine const& machine, KXDCFileProxy const& proxy, bool isFailing)

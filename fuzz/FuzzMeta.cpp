@@ -8,6 +8,9 @@
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 #include "kxmd/platform/KXPlatform.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 KXPlatform::Ref platform()
@@ -34,6 +37,14 @@ void checkCover(KXMDFileMeta& meta, KXAbstractData& data)
         KXMD_REQUIRE(mp4->albumCoverAtomDataForImage(image).length() == size);
     std::uint64_t const with = meta.filesizeWithValidAlbumCover(image);
     KXMD_REQUIRE(with == meta.filesizeWithValidEncodedAlbumCover(jpg));
+    std::vector<std::uint8_t> bytes(data.length());
+    data.setOffset(0);
+    KXMD_REQUIRE(data.readBytesTo(bytes.data(), bytes.size()));
+    auto const one = std::make_shared<KXMutableData>(bytes);
+    auto const other = std::make_shared<KXMutableData>(bytes);
+    KXMD_REQUIRE(
+        meta.addAlbumCoverToData(image, one) == meta.addEncodedAlbumCoverToData(jpg, other));
+    KXMD_REQUIRE(std::ranges::equal(one->bytes(), other->bytes()));
     bool const hasCover = meta.albumCoverSizeForEmbeddedTags();
     KXMD_REQUIRE(!meta.albumCoverFromData(data) || hasCover);
 }

@@ -94,25 +94,31 @@ void checkPlaylist(std::uint8_t const* bytes, std::size_t length)
     auto const list = std::make_shared<KXDCSimpleFile>("/lists/all.m3u");
     list->setFileKind(KXDCFileKindPlaylist);
     KXDCFileProxy::List members;
+    std::ptrdiff_t listed = 0; // Those that are there, and may be copied.
     while (choices.areLeft() && members.size() < 8) {
         std::string path = "/lists/";
         for (auto letters = choices.next<std::uint8_t>() % 16; letters; --letters)
             path += choices.next<char>();
         std::erase_if(
             path, [](char letter) { return !letter || letter == '\r' || letter == '\n'; });
+        auto const file = std::make_shared<KXDCSimpleFile>(path);
+        file->setHasDRM(path.ends_with('D'));
+        listed += !file->hasDRM() && !path.ends_with('N');
         members.push_back(
-            std::make_shared<KXDCSimpleFileProxy>(std::make_shared<KXDCSimpleFile>(path), path));
+            path.ends_with('N') ? nullptr : std::make_shared<KXDCSimpleFileProxy>(file, path));
     }
     KXDCSimpleFileProxy const proxy(list, "/lists/all.m3u", members);
     KXMDFileProcessorCreateM3U const processor;
     auto const data = processor.createPlaylistDataForFileProxy(proxy);
     KXMD_REQUIRE(processor.processedFilesizeForFileProxy(proxy, 0) == (data ? data->length() : 0));
+    list->setFileKind(0);
+    KXMD_REQUIRE(!processor.processedFileDataForFileProxy(proxy, nullptr)); // No playlist.
     if (!data)
         return;
     std::string text(data->length(), ' ');
     KXMD_REQUIRE(data->readBytesTo(reinterpret_cast<std::uint8_t*>(text.data()), text.size()));
     auto const lines = std::count(text.begin(), text.end(), '\n') + 1;
-    KXMD_REQUIRE(lines <= static_cast<std::ptrdiff_t>(members.size()));
+    KXMD_REQUIRE(lines <= listed);
     KXMD_REQUIRE(text.starts_with(".\\") && !text.ends_with('\n'));
 }
 

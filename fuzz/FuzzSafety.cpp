@@ -3,7 +3,7 @@
 
 #include "FuzzTarget.h"
 #include "MovieMaker.h"
-#include "MovieReferences.h"
+#include "SameMedia.h"
 
 #include "kxmd/mp4/KXMDFileMetaMP4.h"
 #include "kxmd/mp4/safety/KXMP4EditSafety.h"
@@ -123,48 +123,6 @@ Edit chosenEdit(KXMP4EditSafety const& safety, KXAbstractData& source, Choices& 
     default:
         return editOfAtom(safety, source, number, 8 + number % 512);
     }
-}
-
-/// Where a byte of the file is after its edits.
-std::optional<std::uint64_t> placeAfter(std::uint64_t place, KXMutableData const& edited)
-{
-    for (auto const& kept : edited.keptBytes()) {
-        if (place - kept.origin < kept.length)
-            return kept.position + (place - kept.origin);
-    }
-    return std::nullopt;
-}
-
-/// Whether media that begins at these places is the same.
-bool isSameMedia(MovieReferences const& before, std::uint64_t place, Bytes const& file,
-    std::uint64_t placeNow, KXMutableData const& edited)
-{
-    if (place >= file.size())
-        return placeNow >= edited.length();
-    auto const end = before.endOfMediaAt(place);
-    std::uint64_t const length = std::min<std::uint64_t>(end.value_or(place) - place, 16);
-    Bytes now(length);
-    return placeAfter(place, edited) == placeNow
-        && edited.readBytesToAt(now.data(), length, placeNow)
-        && std::equal(now.begin(), now.end(), file.begin() + static_cast<std::ptrdiff_t>(place));
-}
-
-void requireSameMedia(MovieReferences const& before, Bytes const& file, KXMutableData const& edited)
-{
-    MovieReferences const after(edited.bytes());
-    KXMD_REQUIRE(after.isClear());
-    auto now = after.references().begin();
-    for (auto const& reference : before.references()) {
-        if (!placeAfter(reference.box, edited))
-            continue; // Removed with its box.
-        KXMD_REQUIRE(now != after.references().end());
-        KXMD_REQUIRE(now->isForeign == reference.isForeign);
-        KXMD_REQUIRE(reference.isForeign
-                ? now->place == reference.place
-                : isSameMedia(before, reference.place, file, now->place, edited));
-        ++now;
-    }
-    KXMD_REQUIRE(now == after.references().end());
 }
 
 }

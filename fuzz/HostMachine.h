@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -123,16 +124,24 @@ private:
     std::string _folder;
 };
 
-/// Files that are not brought to the disk, which would take most of the time.
+/// Files that are not brought to the disk, which would take most of the time; they fail when they
+/// are told to.
 class FastFiles final : public KXFileManager {
 public:
+    enum class Fault { none, reading, writing, exception };
+
+    void setFault(Fault fault) { _fault = fault; }
     KXMutableData::Ref mutableDataWithContentsOfFile(std::string const& path) const override
     {
-        return _real->mutableDataWithContentsOfFile(path);
+        return _fault == Fault::reading ? nullptr : _real->mutableDataWithContentsOfFile(path);
     }
     bool writeBytesToFile(
         std::span<std::uint8_t const> bytes, std::string const& path) const override
     {
+        if (_fault == Fault::exception)
+            throw std::runtime_error("of the host");
+        if (_fault == Fault::writing)
+            return false;
         std::ofstream file(path, std::ios::binary);
         file.write(reinterpret_cast<char const*>(bytes.data()),
             static_cast<std::streamsize>(bytes.size()));
@@ -152,6 +161,7 @@ public:
     }
 
 private:
+    Fault _fault { Fault::none };
     std::shared_ptr<KXFileManager const> const _real
         = KXPlatform::platformOfThisMachine()->fileManager;
 };
@@ -161,6 +171,7 @@ struct HostMachine {
     std::shared_ptr<WaitingQueue> const mainQueue = std::make_shared<WaitingQueue>();
     std::shared_ptr<ShortMemory> const memoryPressure = std::make_shared<ShortMemory>();
     std::shared_ptr<OneTool> const taskRunner = std::make_shared<OneTool>();
+    std::shared_ptr<FastFiles> const files = std::make_shared<FastFiles>();
     std::shared_ptr<FolderOfProcess> const folders = std::make_shared<FolderOfProcess>();
     KXPlatform::Ref const platform = made();
 
@@ -175,7 +186,7 @@ private:
         own->memoryPressure = memoryPressure;
         own->taskRunner = taskRunner;
         own->temporaryFolders = folders;
-        own->fileManager = std::make_shared<FastFiles const>();
+        own->fileManager = files;
         return own;
     }
 };

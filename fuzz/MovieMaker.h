@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BoxWriter.h"
 #include "Choices.h"
 
 #include <cstdint>
@@ -9,9 +10,9 @@
 /// Makes movies as the fuzzer chooses: with tables of chunk offsets, fragments, indexes and items,
 /// whose references lead into the file, most of them to media. Sizes nest, unless the fuzzer
 /// chooses to damage a few bytes.
-class MovieMaker {
+class MovieMaker : private BoxWriter {
 public:
-    using Bytes = std::vector<std::uint8_t>;
+    using BoxWriter::Bytes;
 
     explicit MovieMaker(Choices& choices)
         : _choices(choices)
@@ -54,20 +55,6 @@ private:
 
     // Pieces.
 
-    void store(std::uint64_t value, unsigned width, std::size_t position)
-    {
-        for (unsigned left = width; left; --left, value >>= 8)
-            _file[position + left - 1] = static_cast<std::uint8_t>(value);
-    }
-
-    void number(std::uint64_t value, unsigned width)
-    {
-        _file.resize(_file.size() + width);
-        store(value, width, _file.size() - width);
-    }
-
-    void text(std::string_view text) { _file.insert(_file.end(), text.begin(), text.end()); }
-
     template <class Number> Number any() { return _choices.next<Number>(); }
     unsigned below(unsigned limit) { return any<std::uint8_t>() % limit; }
 
@@ -82,32 +69,6 @@ private:
     {
         bool const isInMedia = choice % 4 && !_media.empty();
         return isInMedia ? _media[choice / 4 % _media.size()] : choice / 4 % (_file.size() + 16);
-    }
-
-    std::size_t begin(std::string_view type, bool isLarge = false)
-    {
-        std::size_t const start = _file.size();
-        number(isLarge, 4);
-        text(type);
-        if (isLarge)
-            number(0, 8);
-        return start;
-    }
-
-    void end(std::size_t start)
-    {
-        std::size_t const size = _file.size() - start;
-        if (_file[start + 3] == 1)
-            store(size, 8, start + 8);
-        else
-            store(size, 4, start);
-    }
-
-    void leaf(std::string_view type, unsigned length)
-    {
-        std::size_t const box = begin(type);
-        _file.resize(_file.size() + length);
-        end(box);
     }
 
     // Boxes.
@@ -208,7 +169,7 @@ private:
         number(1, 8);
         unsigned const version = below(3);
         number(version, 2);
-        _file.resize(_file.size() + (version == 2 ? 54 : version == 1 ? 34 : 18));
+        zeros(version == 2 ? 54 : version == 1 ? 34 : 18);
         std::size_t const wave = begin("wave");
         leaf("frma", 4);
         leaf("mp4a", below(32));
@@ -376,7 +337,6 @@ private:
     }
 
     Choices& _choices;
-    Bytes _file;
     std::vector<Reference> _references;
     std::vector<std::size_t> _media; // The place of each byte.
 };
