@@ -102,7 +102,9 @@ TEST(KXMDQTParserOfMovies, EveryTruncationIsSurvived)
     LogCapture const log; // Of the atom tree, at some cuts.
     Bytes const whole
         = Movie { .frames = { redFrame, greenFrame, blueFrame }, .posterTime = 2 }.file();
-    for (std::size_t length = 0; length < whole.size(); ++length) {
+    // Within pixels one place to cut is like the next, and each movie takes a process.
+    std::size_t const pixels = whole.size() - 3 * redFrame.size();
+    for (std::size_t length = 0; length < whole.size(); length += length < pixels ? 1 : 7) {
         auto const image
             = posterOf(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
         EXPECT_TRUE(!image || image->size() == (KXSize { 16, 8 })) << length;

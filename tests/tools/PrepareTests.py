@@ -171,12 +171,12 @@ class PrepareTests(PrepareTestCase):
 
     def test_source_that_changes_meanwhile_is_reported(self):
         path = self.put("large.bin", b"")
-        os.truncate(path, 3 << 30)
+        os.truncate(path, 256 << 20)  # Which takes some tenths of a second to copy.
         process = subprocess.Popen([COMMAND, "prepare", self.source + "/", "--to", self.out], env=self.environment,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         while process.poll() is None:
             os.utime(path)
-            time.sleep(0.01)
+            time.sleep(0.001)
         _, errors = process.communicate()
         self.assertEqual(process.returncode, 1)
         self.assertEqual(errors.decode(), f"kxmd: {path}: changed while it was read\n")
