@@ -120,7 +120,8 @@ class Comparison:
     def editing(self):
         """Copies of the file's bytes in memory that an edit takes, by its name."""
         program = os.path.join(self.build, "bench/kxmd_bench_edits")
-        result = subprocess.run([program, "--benchmark_format=json"], check=True, stdout=subprocess.PIPE,
+        result = subprocess.run([program, "--benchmark_filter=^(addCover|removeCover)/", "--benchmark_min_time=0.05",
+                                 "--benchmark_format=json"], check=True, stdout=subprocess.PIPE,
                                 stderr=subprocess.DEVNULL)
         entries = json.loads(result.stdout)["benchmarks"]
         return {f"{entry['name'].split('/')[0]}, {entry['label']}": entry["ratio"] for entry in entries
@@ -182,7 +183,7 @@ def processor():
 def main(build, folder):
     pictures = os.path.join(folder, "performance")
     os.makedirs(pictures, exist_ok=True)
-    work = tempfile.mkdtemp(prefix="kxmd-compare-", dir=build)  # On the disk of the sources, for links.
+    work = tempfile.mkdtemp(prefix="kxmd-compare-", dir=os.path.abspath(build))  # On the disk of the sources, for links.
     try:
         comparison = Comparison(build, work)
         real = comparison.path("real")
