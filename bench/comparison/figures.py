@@ -123,9 +123,13 @@ class Comparison:
         result = subprocess.run([program, "--benchmark_filter=^(addCover|removeCover)/", "--benchmark_min_time=0.05",
                                  "--benchmark_format=json"], check=True, stdout=subprocess.PIPE,
                                 stderr=subprocess.DEVNULL)
-        entries = json.loads(result.stdout)["benchmarks"]
-        return {f"{entry['name'].split('/')[0]}, {entry['label']}": entry["ratio"] for entry in entries
-                if "ratio" in entry}
+        edits = {"addCover": "insert", "removeCover": "remove"}
+        lengths = ("10 MB", "200 MB")
+        ratios = {}
+        for entry in json.loads(result.stdout)["benchmarks"]:
+            edit, _, length, *_ = entry["name"].split("/")
+            ratios[f"{edits[edit]}, {entry['label']} filled up to {lengths[int(length)]}"] = entry["ratio"]
+        return ratios
 
 
 # The report.
