@@ -89,7 +89,8 @@ protected:
         constexpr std::string_view texts[] { "Holiday", "", "  ", "ReplayKitRecording",
             "\xC3\xA9" };
         auto const chosen = oneOf(texts);
-        _isDescribed = _isDescribed || (describes && (chosen[0] == 'H' || chosen[0] == '\xC3'));
+        _isDescribed = _isDescribed
+            || (describes && (chosen.starts_with('H') || chosen.starts_with('\xC3')));
         return chosen;
     }
 
