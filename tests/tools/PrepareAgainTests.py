@@ -379,6 +379,12 @@ class PrepareAgainTests(PrepareTestCase):
                          {"Two/Two.m3u", "Two/mine.m3u"})
         self.assertEqual(self.prepare("--delete").status, 0)
 
+    def test_playlists_of_what_lay_elsewhere_stay(self):
+        self.place_albums()
+        self.assertEqual(self.prepare(self.source + "/One", "--delete").status, 0)
+        self.assertEqual({name for name in self.hashes(self.out) if "/" in name and ".m3u" in name},
+                         {f"{album}/{album}.m3u" for album in ("One", "Two", "Three", "Four")})
+
     def test_playlists_are_no_part_of_a_third(self):
         self.place_albums()
         shutil.rmtree(os.path.join(self.source, "Two"))
