@@ -111,7 +111,7 @@ void Thumbnail(benchmark::State& state)
         state, [&](auto const& path, KXSize size) { return service->imageForPath(path, size); });
 }
 
-/// As hosts ask for it: a square, from a picture of twice the size.
+/// As hosts ask for it: a square.
 void ControllerThumbnail(benchmark::State& state)
 {
     constexpr std::size_t nothing = 0; // Bytes that the cache keeps.

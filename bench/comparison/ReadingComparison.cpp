@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 #include <fileref.h>
 #include <tag.h>
-#include <tpropertymap.h>
 
 extern "C" {
 #include <id3tag.h>
@@ -18,7 +17,6 @@ extern "C" {
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 

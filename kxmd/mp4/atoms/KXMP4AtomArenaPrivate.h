@@ -78,8 +78,7 @@ template <class Value> struct KXMP4AtomAllocator {
     {
     }
     template <class Other>
-    KXMP4AtomAllocator(
-        KXMP4AtomAllocator<Other> const& other) // NOLINT(google-explicit-constructor)
+    KXMP4AtomAllocator(KXMP4AtomAllocator<Other> const& other)
         : arena(other.arena)
     {
     }

@@ -19,7 +19,6 @@ namespace {
 constexpr KXFourCharacterCode trackType { "trak" };
 constexpr KXFourCharacterCode mediaType { "mdia" };
 constexpr KXFourCharacterCode movieType { "moov" };
-constexpr KXFourCharacterCode userDataType { "udta" };
 
 template <class Atom> KXMP4Atom::Ref newAtom(KXMP4AtomArena& arena)
 {
@@ -140,15 +139,6 @@ bool KXMP4AtomParser::readTypeTo(KXFourCharacterCode& type)
     return isRead;
 }
 
-/// A movie is gone through from end to end, but not the covers in its user data.
-void KXMP4AtomParser::expectReadsOf(Header const& header)
-{
-    if (header.type == movieType)
-        _data.expectReadsFrom(header.offset, header.size);
-    else if (header.type == userDataType)
-        _data.expectReadsFrom(header.offset, 0);
-}
-
 /// The atom at the read position up to where its children would begin; null at the end of a list.
 KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
 {
@@ -162,7 +152,8 @@ KXMP4AtomParser::Fresh KXMP4AtomParser::readFreshAtom(KXMP4Atom* parent)
         _data.setOffset(header.offset);
         return {};
     }
-    expectReadsOf(header);
+    if (header.type == movieType) // It is gone through from end to end.
+        _data.expectReadsFrom(header.offset, header.size);
     auto const traits = traitsOfType(header.type);
     Fresh fresh { atomOfClass(traits.atomClass, *_arena), traits.containerRule };
     readFields(*fresh.atom, parent, header);

@@ -63,7 +63,6 @@ private:
     void parseTableAgain(KXMP4Atom& table);
     Header readHeader();
     bool readTypeTo(KXFourCharacterCode& type);
-    void expectReadsOf(Header const& header);
     Fresh readFreshAtom(KXMP4Atom* parent);
     void readFields(KXMP4Atom& atom, KXMP4Atom* parent, Header const& header);
     void readChildren(KXMP4Atom& atom, bool isContainer, AddedBy addedBy);
