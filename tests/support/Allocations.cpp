@@ -41,7 +41,8 @@ FailingAllocation::~FailingAllocation() { failingCount = none; }
 
 bool FailingAllocation::hasFailed() const { return failingCount == none; }
 
-// The other forms call these.
+// The forms that promise not to throw call these. So do those for arrays in the standard library,
+// but those of a sanitizer do not.
 void* operator new(std::size_t size)
 {
     return counting(size, [size] { return std::malloc(size ? size : 1); });
@@ -54,7 +55,20 @@ void* operator new(std::size_t size, std::align_val_t alignment)
         size, [=] { return std::aligned_alloc(step, (size + step - 1) / step * step); });
 }
 
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new[](std::size_t size, std::align_val_t alignment)
+{
+    return operator new(size, alignment);
+}
+
 void operator delete(void* memory) noexcept { countedFree(memory); }
 void operator delete(void* memory, std::size_t) noexcept { countedFree(memory); }
 void operator delete(void* memory, std::align_val_t) noexcept { countedFree(memory); }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { countedFree(memory); }
+void operator delete[](void* memory) noexcept { countedFree(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { countedFree(memory); }
+void operator delete[](void* memory, std::align_val_t) noexcept { countedFree(memory); }
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept
+{
+    countedFree(memory);
+}
