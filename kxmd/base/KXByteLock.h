@@ -6,7 +6,7 @@
 /// A mutual exclusion lock of one byte, for small objects that exist by the million.
 ///
 /// Meets the standard's Lockable requirements. Not recursive: it is held only while a value is read
-/// or replaced, and nothing else is called meanwhile.
+/// or replaced, or a tree of such objects is searched, and no host's code is called meanwhile.
 class KXByteLock {
 public:
     void lock()

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "kxmd/base/KXTextPrivate.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -61,7 +59,18 @@ public:
     }
 
     /// The four characters in UTF-8.
-    std::string text() const { return *textFromBytes(bytes(), KXStringEncodingLatin1); }
+    std::string text() const
+    {
+        std::array<char, 2 * length> text; // At most two bytes each.
+        std::size_t count = 0;
+        for (std::uint8_t const character : bytes()) {
+            if (character >= 0x80)
+                text[count++] = static_cast<char>(0xC0 | character >> 6);
+            text[count++]
+                = static_cast<char>(character < 0x80 ? character : 0x80 | (character & 0x3F));
+        }
+        return { text.data(), count };
+    }
 
 private:
     std::uint32_t _value { 0 };

@@ -7,7 +7,7 @@
 #include "kxmd/mp4/atoms/KXMP4TagValuePrivate.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
 #include <utility>
 
 namespace {
@@ -22,6 +22,7 @@ std::uint32_t codeOfTag(std::string_view tag)
 
 /// One tag of a path.
 struct KXMP4Atom::PathStep {
+    PathStep() = default;
     explicit PathStep(std::string_view tag)
         : text(tag)
         , code(codeOfTag(tag))
@@ -29,7 +30,51 @@ struct KXMP4Atom::PathStep {
     }
 
     std::string_view text;
-    std::uint32_t code;
+    std::uint32_t code { 0 };
+};
+
+/// A path whose tags are taken one after the other.
+class KXMP4Atom::Path {
+public:
+    explicit Path(std::string_view text)
+        : _rest(text)
+    {
+    }
+
+    bool isTaken() const { return _isTaken; }
+
+    PathStep takeStep()
+    {
+        std::size_t const end = _rest.find('/');
+        _isTaken = end == std::string_view::npos;
+        PathStep const step(_rest.substr(0, end));
+        _rest.remove_prefix(_isTaken ? _rest.size() : end + 1);
+        return step;
+    }
+
+    /// Appends every atom below `top` at what is left of the path.
+    void appendAtomsBelow(KXMP4Atom const& top, List& atoms)
+    {
+        // A search goes down the machine stack, which no length of a path may exhaust.
+        std::array<PathStep, 8> steps;
+        auto const takeSteps = [&] {
+            std::size_t count = 0;
+            while (count < steps.size() && !_isTaken)
+                steps[count++] = takeStep();
+            return std::span<PathStep const>(steps).first(count);
+        };
+        top.appendAtomsAt(takeSteps(), atoms);
+        while (!_isTaken && !atoms.empty()) {
+            List const matched = std::exchange(atoms, {});
+            auto const next = takeSteps();
+            for (Ref const& atom : matched)
+                atom->appendAtomsAt(next, atoms);
+        }
+    }
+
+private:
+    std::string_view _rest;
+    bool _isTaken { false };
 };
 
 KXMP4Atom::KXMP4Atom() = default;
@@ -196,32 +241,19 @@ bool KXMP4Atom::isContainerAtom()
         [this] { return trackType(); });
 }
 
-KXMP4Atom::List KXMP4Atom::allAtomsWithPath(std::string_view path)
+KXMP4Atom::List KXMP4Atom::allAtomsWithPath(std::string_view text)
 {
-    if (path.empty())
-        return {};
-    std::size_t end = path.find('/');
-    PathStep const first(path.substr(0, end));
-    List matched;
-    if (!_parent) {
-        appendChildrenAt(first, matched);
-    } else if (isAt(first)) {
+    List atoms;
+    Path path(text);
+    if (text.empty() || (_parent && !isAt(path.takeStep())))
+        return atoms;
+    if (path.isTaken()) {
         Ref self = weak_from_this().lock();
-        matched.push_back(self ? std::move(self) : Ref(Ref(), this)); // Owned in its own way.
+        atoms.push_back(self ? std::move(self) : Ref(Ref(), this)); // Owned in its own way.
+    } else {
+        path.appendAtomsBelow(*this, atoms);
     }
-
-    // One list of atoms per step, so that the length of the path costs no stack.
-    List next;
-    while (end != std::string_view::npos && !matched.empty()) {
-        path.remove_prefix(end + 1);
-        end = path.find('/');
-        PathStep const step(path.substr(0, end));
-        next.clear();
-        for (auto const& atom : matched)
-            atom->appendChildrenAt(step, next);
-        matched.swap(next);
-    }
-    return matched;
+    return atoms;
 }
 
 bool KXMP4Atom::isAt(PathStep const& step) const
@@ -234,37 +266,30 @@ bool KXMP4Atom::isAt(PathStep const& step) const
     return _otherTag && *_otherTag == step.text;
 }
 
-void KXMP4Atom::appendChildrenAt(PathStep const& step, List& atoms) const
+/// Appends the atoms at a path that begins with the tag of a child.
+void KXMP4Atom::appendAtomsAt(std::span<PathStep const> steps, List& atoms) const
 {
-    auto const count = static_cast<std::ptrdiff_t>(atoms.size());
-    bool isDecided = true;
-    {
-        std::scoped_lock const lock(_lock);
-        for (Ref const& child : _children) {
-            bool const isOpen = !child->_parent || !child->_type;
-            isDecided &= !isOpen;
-            if (isOpen || child->_type == step.code)
-                atoms.push_back(child);
-        }
-    }
-    if (isDecided) // As among all atoms of a file.
-        return;
-    List const candidates(std::next(atoms.begin(), count), atoms.end());
-    atoms.erase(std::next(atoms.begin(), count), atoms.end());
-    for (Ref const& candidate : candidates) {
-        if (!candidate->_parent)
-            candidate->appendChildrenAt(step, atoms);
-        else if (candidate->isAt(step))
-            atoms.push_back(candidate);
+    std::scoped_lock const lock(_lock);
+    for (Ref const& child : _children) {
+        if (!child->_parent)
+            child->appendAtomsAt(steps, atoms);
+        else if (!child->isAt(steps.front()))
+            continue;
+        else if (steps.size() == 1)
+            atoms.push_back(child);
+        else
+            child->appendAtomsAt(steps.subspan(1), atoms);
     }
 }
 
 KXMP4Atom::Ref KXMP4Atom::lastAtomBelow(std::string_view pathBelow)
 {
-    std::string path = tag();
-    path.append("/").append(pathBelow);
-    List const atoms = allAtomsWithPath(path);
-    return atoms.empty() ? nullptr : atoms.back();
+    List atoms;
+    if (_parent)
+        Path(pathBelow).appendAtomsBelow(*this, atoms);
+    else
+        atoms = allAtomsWithPath(tag().append("/").append(pathBelow));
+    return atoms.empty() ? nullptr : std::move(atoms.back());
 }
 
 std::string KXMP4Atom::fullPath() const

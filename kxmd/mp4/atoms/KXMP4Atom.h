@@ -33,7 +33,8 @@ enum KXMP4TrackType : std::int32_t {
 /// A tree is built and edited by one thread at a time. Several threads may read a finished tree
 /// while its tags, texts and lists of children are replaced, so the type is atomic, and every
 /// access to another kind of tag, to the text or to the children holds the atom's lock. Only the
-/// destructor, and the parser before any other thread can see the atom, do without it.
+/// destructor, and the parser before any other thread can see the atom, do without it. A search by
+/// path holds the locks on its way down, and nothing takes them upwards.
 ///
 /// Every operation but `visitDepthFirst:` may be overridden. Walks over a tree stay on one level of
 /// the machine stack: they ask each atom for `children`, `description` and `adjustOwnOffsets`, not
@@ -200,9 +201,10 @@ protected:
 private:
     friend class KXMP4AtomParser;
     struct PathStep;
+    class Path;
 
     std::optional<std::string> givenTag() const;
-    void appendChildrenAt(PathStep const& step, List& atoms) const;
+    void appendAtomsAt(std::span<PathStep const> steps, List& atoms) const;
     bool isAt(PathStep const& step) const;
     void rememberFormerChild(Ref const& child);
     void letGoOf(KXMP4Atom& child) const;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -12,19 +13,13 @@
 /// by itself. All of it goes with the last atom, so one that a host keeps holds it all.
 class KXMP4AtomArena {
 public:
-    /// Lets go of an arena that was made or kept.
-    struct Release {
-        void operator()(KXMP4AtomArena* arena) const { arena->release(); }
+    /// Says that no more will be allocated.
+    struct Finish {
+        void operator()(KXMP4AtomArena* arena) const { arena->release(arena->_unallocated); }
     };
-    using Ref = std::unique_ptr<KXMP4AtomArena, Release>;
+    using Ref = std::unique_ptr<KXMP4AtomArena, Finish>;
 
     static Ref make() { return Ref(new KXMP4AtomArena); }
-
-    Ref keep()
-    {
-        _users.fetch_add(1, std::memory_order_relaxed);
-        return Ref(this);
-    }
 
     /// One thread at a time.
     void* allocate(std::size_t count)
@@ -35,23 +30,26 @@ public:
         std::byte* const bytes = _next;
         _next += taken;
         _left -= taken;
-        _users.fetch_add(1, std::memory_order_relaxed);
+        --_unallocated;
         return bytes;
     }
 
     /// Any thread; once for each allocation.
-    void release()
-    {
-        if (_users.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            delete this;
-    }
+    void release() { release(1); }
 
 private:
     static constexpr std::size_t alignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
     static constexpr std::size_t firstBlock = 4 * 1024, longestBlock = 256 * 1024; // Bytes.
+    static constexpr std::size_t mostAllocations = std::numeric_limits<std::size_t>::max();
 
     KXMP4AtomArena() = default;
     ~KXMP4AtomArena() = default;
+
+    void release(std::size_t count)
+    {
+        if (_unreleased.fetch_sub(count, std::memory_order_acq_rel) == count)
+            delete this;
+    }
 
     void addBlock(std::size_t least)
     {
@@ -66,7 +64,8 @@ private:
     std::byte* _next { nullptr };
     std::size_t _left { 0 };
     std::size_t _blockLength { firstBlock };
-    std::atomic<std::size_t> _users { 1 }; ///< Allocations that live, and those who allocate.
+    std::size_t _unallocated { mostAllocations };
+    std::atomic<std::size_t> _unreleased { mostAllocations }; ///< Those yet to be made as well.
 };
 
 /// Allocates from an arena, which must live until then.

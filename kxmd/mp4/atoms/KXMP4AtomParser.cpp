@@ -57,14 +57,9 @@ KXMP4Atom::Ref atomOfClass(KXMP4AtomClass atomClass, KXMP4AtomArena& arena)
 }
 
 KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed)
-    : KXMP4AtomParser(data, rootIsParsed, KXMP4AtomArena::make())
-{
-}
-
-KXMP4AtomParser::KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena)
     : _data(data)
     , _rootIsParsed(rootIsParsed)
-    , _arena(std::move(arena))
+    , _arena(KXMP4AtomArena::make())
 {
     constexpr std::size_t usualDepth = 12;
     _open.reserve(usualDepth);
@@ -80,21 +75,19 @@ void KXMP4AtomParser::parseRoot(KXMP4Atom& root, KXAbstractData& data)
     root.setTag("ROOT");
     data.setOffset(0);
 
-    KXMP4AtomParser firstPass(data, root._rootIsParsed);
+    KXMP4AtomParser parser(data, root._rootIsParsed);
     while (data.offset() < data.length()) {
-        auto atom = firstPass.readAtom(&root);
+        auto atom = parser.readAtom(&root);
         if (!atom)
             break;
         root.addChild(std::move(atom));
     }
-    root._rootIsParsed = true;
+    root._rootIsParsed = parser._rootIsParsed = true;
 
     // What a sample description table holds depends on its track's handler, which may stand after
     // it: the tables are read again once all handlers are known.
-    KXMP4AtomParser secondPass(data, true, firstPass._arena->keep());
-    for (auto const& table : root.allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd")) {
-        secondPass.parseTableAgain(*table);
-    }
+    for (auto const& table : root.allAtomsWithPath("moov/trak/mdia/minf/stbl/stsd"))
+        parser.parseTableAgain(*table);
 }
 
 KXMP4Atom::Ref KXMP4AtomParser::readAtom(KXMP4Atom* parent)

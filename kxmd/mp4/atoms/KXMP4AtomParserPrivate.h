@@ -58,8 +58,6 @@ private:
         KXMP4TrackType type { KXMP4TrackTypeNone };
     };
 
-    KXMP4AtomParser(KXAbstractData& data, bool rootIsParsed, KXMP4AtomArena::Ref arena);
-
     void parseTableAgain(KXMP4Atom& table);
     Header readHeader();
     bool readTypeTo(KXFourCharacterCode& type);
@@ -77,7 +75,7 @@ private:
     KXMP4TrackType typeOfTrackAbove(KXMP4Atom& top);
 
     KXAbstractData& _data;
-    bool const _rootIsParsed;
+    bool _rootIsParsed;
     KXMP4AtomArena::Ref const _arena;
     std::vector<OpenAtom> _open;
     std::vector<OpenTrack> _openTracks;
