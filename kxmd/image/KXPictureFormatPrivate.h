@@ -61,13 +61,21 @@ constexpr KXPictureSignature pictureSignatures[] {
     { 0, "8BPS", KXPictureFormat::uncommon }, // Photoshop.
     { 0, "qoif", KXPictureFormat::uncommon },
     { 0, "DDS ", KXPictureFormat::uncommon },
-    { 0, "P4\n", KXPictureFormat::uncommon }, // Portable maps.
-    { 0, "P5\n", KXPictureFormat::uncommon },
-    { 0, "P6\n", KXPictureFormat::uncommon },
-    { 0, "P7\n", KXPictureFormat::uncommon },
     { 0, "\xFF\x0A", KXPictureFormat::uncommon }, // The code stream of JPEG XL: ISO/IEC 18181-1.
     { 0, "BM", KXPictureFormat::bmp },
 };
+
+/// A portable map of bits, greys or colours, in text or in bytes: white space, and then its width
+/// or a comment.
+constexpr bool isPortableMap(std::string_view head)
+{
+    constexpr std::string_view whiteSpace = " \t\n\v\f\r", next = "0123456789#";
+    if (head.size() < 3 || head[0] != 'P' || head[1] < '1' || head[1] > '6'
+        || whiteSpace.find(head[2]) == std::string_view::npos)
+        return false;
+    std::size_t const first = head.find_first_not_of(whiteSpace, 2);
+    return first != std::string_view::npos && next.find(head[first]) != std::string_view::npos;
+}
 
 /// How many first bytes tell the format.
 constexpr std::size_t lengthOfPictureHead = 12;
@@ -79,7 +87,7 @@ constexpr KXPictureFormat formatOfPictureWithHead(std::string_view head)
         if (signature.matches(head))
             return signature.format;
     }
-    return KXPictureFormat::unknown;
+    return isPortableMap(head) ? KXPictureFormat::uncommon : KXPictureFormat::unknown;
 }
 
 /// Whether a picture with the signature of a GIF is of one of the two versions that there are.

@@ -105,9 +105,14 @@ TEST(KXFFmpegPicture, PictureOfAnIconThatIsAPNGIsItsLargest)
 
 TEST(KXFFmpegPicture, PortableMapIsShown)
 {
-    auto const image = decoded(join(text("P6\n1 1\n255\n"), bytes({ 0, 0, 255 })));
-    ASSERT_TRUE(image);
-    EXPECT_EQ(pixel(*image, 0, 0), blue);
+    for (Bytes const& file : { join(text("P6\n1 1\n255\n"), bytes({ 0, 0, 255 })),
+             join(text("P6 1\t1 255 "), bytes({ 0, 0, 255 })),
+             join(text("P6\n \v1 1\n255\n"), bytes({ 0, 0, 255 })),
+             text("P3\n# by hand\n1 1\n255\n0 0 255\n") }) {
+        auto const image = decoded(file);
+        ASSERT_TRUE(image) << file[1];
+        EXPECT_EQ(pixel(*image, 0, 0), blue);
+    }
 }
 
 TEST(KXFFmpegPicture, LargePictureComesAtLeastTwiceAsLargeAsWanted)

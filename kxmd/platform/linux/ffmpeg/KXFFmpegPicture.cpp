@@ -67,6 +67,18 @@ AVFrameRef decodedFrame(AVFormatContext& format, AVStream const& stream, AVCodec
     return nullptr;
 }
 
+/// FFmpeg knows a portable map by the line end after its first two characters only, where other
+/// white space may stand.
+void endFirstLineOfPortableMap(std::vector<std::uint8_t>& bytes)
+{
+    if (!isPortableMap({ reinterpret_cast<char const*>(bytes.data()), bytes.size() }))
+        return;
+    std::size_t end = 2;
+    while (bytes[end] <= ' ')
+        bytes[end++] = '\r';
+    bytes[end - 1] = '\n';
+}
+
 /// Twice what is wanted at least, which the resampler makes the better picture of; empty for all.
 KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
 {
@@ -80,9 +92,10 @@ KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
 
 KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize wantedSize)
 {
-    auto const bytes = bytesOfPicture(data, length);
+    auto bytes = bytesOfPicture(data, length);
     if (bytes.empty())
         return nullptr;
+    endFirstLineOfPortableMap(bytes);
     KXMemoryData memory(bytes);
     KXFFmpegInput input(memory);
     auto const format = input.openedPicture();

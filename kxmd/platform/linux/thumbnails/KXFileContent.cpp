@@ -40,6 +40,11 @@ constexpr Signature signatures[] {
     { 0, "\x30\x26\xB2\x75\x8E\x66\xCF\x11"sv, movie }, // ASF: WMV, WMA
     { 0, "\0\0\1\xBA"sv, movie }, // MPEG program stream
     { 0, "\0\0\1\xB3"sv, movie }, // MPEG video
+    { 0, "\0\0\1\xB0"sv, movie }, // MPEG-4 video
+    { 0, "YUV4MPEG2 "sv, movie },
+    { 0, "DKIF"sv, movie }, // IVF: VP8, VP9, AV1
+    { 0, "\x06\x0E\x2B\x34\x02\x05\x01\x01\x0D\x01\x02"sv, movie }, // MXF
+    { 0, "nut/multimedia container\0"sv, movie },
     { 0, "#!AMR"sv, movie },
     { 0, ".snd"sv, movie },
     { 0, ".RMF"sv, movie },
@@ -116,6 +121,23 @@ bool isTransportStream(std::span<std::uint8_t const> head)
     return hasPackets(0, packetLength) || hasPackets(stampLength, packetLength + stampLength);
 }
 
+/// A byte stream of ITU-T H.264 or H.265 (annex B of both). It begins with parameters, or with the
+/// unit that stands before a picture.
+bool isVideoByteStream(std::span<std::uint8_t const> head)
+{
+    constexpr std::array<std::uint8_t, 3> startCode { 0, 0, 1 };
+    if (!head.empty() && head[0] == 0
+        && !std::ranges::equal(head.first(std::min(head.size(), startCode.size())), startCode))
+        head = head.subspan(1); // A zero may stand before the first start code.
+    if (head.size() < 5 || !std::ranges::equal(head.first(startCode.size()), startCode))
+        return false;
+    std::uint8_t const unit = head[3], next = head[4];
+    bool const isH264
+        = unit == 0x67 || unit == 0x47 || unit == 0x27 || (unit == 0x09 && (next & 0x1F) == 0x10);
+    bool const isH265 = (unit == 0x40 || unit == 0x42 || unit == 0x46) && next == 0x01;
+    return isH264 || isH265;
+}
+
 bool contains(std::string_view head, std::string_view text)
 {
     return head.find(text) != std::string_view::npos;
@@ -140,12 +162,14 @@ KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)
         if (content)
             return *content;
     }
+    if (isPortableMap(head))
+        return rarePicture;
     for (auto const& signature : signatures) {
         if (head.size() > signature.offset
             && head.substr(signature.offset).starts_with(signature.bytes))
             return signature.content;
     }
-    if (isAudioFrame(bytes) || isTransportStream(bytes))
+    if (isAudioFrame(bytes) || isTransportStream(bytes) || isVideoByteStream(bytes))
         return movie;
     // As readers of PDF do: some files have a line or two in front.
     constexpr std::size_t longestWayToPDF = 1024;

@@ -42,16 +42,22 @@ private:
     std::chrono::milliseconds _pause;
 };
 
-/// A movie of one H.264 picture, 64 by 32 pixels: squares of two greys, each of one block, so
-/// coarse that the edges between them are smoothed over three pixels to either side.
+// One H.264 picture, 64 by 32 pixels: squares of two greys, each of one block, so coarse that the
+// edges between them are smoothed over three pixels to either side.
+Bytes const sequenceParameters = bytes({ 0x67, 0x4D, 0x40, 0x0A, 0xEC, 0xA2, 0x2D, 0x08, 0x00, 0x00,
+    0x03, 0x00, 0x08, 0x00, 0x00, 0x03, 0x01, 0x90, 0x78, 0x91, 0x2C, 0xB0 });
+Bytes const pictureParameters = bytes({ 0x68, 0xCB, 0xE0, 0x51, 0xC8 });
+Bytes const slice = bytes(
+    { 0x65, 0x88, 0x84, 0x00, 0xF1, 0x83, 0x09, 0x8B, 0x93, 0x14, 0x06, 0x4C, 0x50, 0x32, 0x62,
+        0x80, 0xD6, 0x28, 0x0D, 0x62, 0x80, 0xD6, 0x28, 0x1A, 0xC5, 0x01, 0xAC, 0x50, 0x38, 0x00 });
+
 Movie smoothedSquares()
 {
-    Bytes const record = bytes({ 0x01, 0x4D, 0x40, 0x0A, 0xFF, 0xE1, 0x00, 0x16, 0x67, 0x4D, 0x40,
-        0x0A, 0xEC, 0xA2, 0x2D, 0x08, 0x00, 0x00, 0x03, 0x00, 0x08, 0x00, 0x00, 0x03, 0x01, 0x90,
-        0x78, 0x91, 0x2C, 0xB0, 0x01, 0x00, 0x05, 0x68, 0xCB, 0xE0, 0x51, 0xC8 });
-    Bytes const slice = bytes({ 0x65, 0x88, 0x84, 0x00, 0xF1, 0x83, 0x09, 0x8B, 0x93, 0x14, 0x06,
-        0x4C, 0x50, 0x32, 0x62, 0x80, 0xD6, 0x28, 0x0D, 0x62, 0x80, 0xD6, 0x28, 0x1A, 0xC5, 0x01,
-        0xAC, 0x50, 0x38, 0x00 });
+    auto const withLength = [](Bytes const& unit) {
+        return join(u16(static_cast<std::uint16_t>(unit.size())), unit);
+    };
+    Bytes const record = join(bytes({ 0x01, 0x4D, 0x40, 0x0A, 0xFF, 0xE1 }),
+        withLength(sequenceParameters), u8(1), withLength(pictureParameters));
     return { .codec = "avc1",
         .width = 64,
         .height = 32,
@@ -111,6 +117,23 @@ TEST_F(KXFFmpegMovie, ReaderMayStandAnywhere)
     auto const data = reader(largeMovie.file());
     data->setOffset(5);
     EXPECT_TRUE(loader->movieWithData(*data));
+}
+
+TEST_F(KXFFmpegMovie, PlaysVideoWithoutAContainer)
+{
+    Bytes const startCode = u32(1);
+    auto const squares = opened(
+        join(startCode, sequenceParameters, startCode, pictureParameters, startCode, slice));
+    ASSERT_TRUE(squares);
+    EXPECT_TRUE(areEqual(*squares->imageAtTime(0, {}), *firstFrame(smoothedSquares())));
+
+    // Of YUV4MPEG2: white, then black.
+    Bytes const colours = filled(2 * 8 * 8, 128);
+    auto const greys = opened(join(text("YUV4MPEG2 W16 H16 F25:1 C420\nFRAME\n"),
+        filled(16 * 16, 235), colours, text("FRAME\n"), filled(16 * 16, 16), colours));
+    ASSERT_TRUE(greys);
+    EXPECT_TRUE(areEqual(*greys->imageAtTime(0, {}), *solid(16, 16, white)));
+    EXPECT_TRUE(areEqual(*greys->imageAtTime(0.05, {}), *solid(16, 16, { 0, 0, 0, 255 })));
 }
 
 TEST_F(KXFFmpegMovie, FrameHasUpToSixtyFourMebipixels)

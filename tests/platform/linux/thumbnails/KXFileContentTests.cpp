@@ -47,9 +47,9 @@ TEST(KXFileContent, BitmapHasFourReservedBytesAndMore)
 
 TEST(KXFileContent, KnowsPicturesOfUncommonFormats)
 {
-    for (Bytes const& head : { text("\xFF\x4F\xFF\x51"), join(u32(12), text("jP  ")),
-             join(u32(12), text("JXL ")), text("\xFF\x0A"), text("v/1\1"), text("8BPS"),
-             text("qoif"), text("DDS "), text("P4\n"), text("P5\n"), text("P6\n"), text("P7\n") }) {
+    for (Bytes const& head :
+        { text("\xFF\x4F\xFF\x51"), join(u32(12), text("jP  ")), join(u32(12), text("JXL ")),
+            text("\xFF\x0A"), text("v/1\1"), text("8BPS"), text("qoif"), text("DDS ") }) {
         EXPECT_EQ(contentOf(head), rarePicture) << head[0];
         Bytes const part(head.begin(), head.end() - 1);
         EXPECT_EQ(contentOf(part), other) << head[0];
@@ -63,6 +63,41 @@ TEST(KXFileContent, KnowsPicturesOfOtherProcesses)
         EXPECT_EQ(contentOf(head), rarePicture);
     for (char const* brand : { "heic", "heix", "hevc", "mif1", "msf1", "avif", "avis" })
         EXPECT_EQ(contentOf(atom("ftyp", text(brand), u32(0))), rarePicture) << brand;
+}
+
+TEST(KXFileContent, KnowsPortableMaps)
+{
+    for (char const* head :
+        { "P1\n3 3\n", "P2 3 3 ", "P3\r\n# by hand\n", "P4\n\n3", "P5\t3", "P6\n3 3\n255\n" })
+        EXPECT_EQ(contentOf(head), rarePicture) << head;
+    for (char const* head : { "P0\n3 3", "P7\n3 3", "P63 3", "P6\n", "P6\nx", "p6\n3", "Q6\n3" })
+        EXPECT_EQ(contentOf(head), other) << head;
+}
+
+TEST(KXFileContent, KnowsVideoWithoutAContainer)
+{
+    EXPECT_EQ(contentOf("YUV4MPEG2 W320"), movie);
+    EXPECT_EQ(contentOf(bytes({ 0, 0, 1, 0xB0 })), movie); // MPEG-4.
+    // H.264 and H.265: parameter sets and access unit delimiters, with a zero more or without.
+    for (auto const& [unit, next] :
+        std::vector<std::pair<int, int>> { { 0x67, 0x64 }, { 0x47, 0x42 }, { 0x27, 0x42 },
+            { 0x09, 0x10 }, { 0x09, 0xF0 }, { 0x40, 1 }, { 0x42, 1 }, { 0x46, 1 } }) {
+        EXPECT_EQ(contentOf(bytes({ 0, 0, 0, 1, unit, next })), movie) << unit;
+        EXPECT_EQ(contentOf(bytes({ 0, 0, 1, unit, next })), movie) << unit;
+        EXPECT_EQ(contentOf(bytes({ 0, 0, 0, 0, 1, unit, next })), other) << unit;
+        EXPECT_EQ(contentOf(bytes({ 0, 1, unit, next })), other) << unit;
+    }
+    for (auto const& [unit, next] : std::vector<std::pair<int, int>> {
+             { 0x68, 0x64 }, { 0x09, 0x11 }, { 0x40, 2 }, { 0x41, 1 } })
+        EXPECT_EQ(contentOf(bytes({ 0, 0, 0, 1, unit, next })), other) << unit;
+    EXPECT_EQ(contentOfFileWithHead(bytes({ 0, 0, 1, 0x67 })), other);
+}
+
+TEST(KXFileContent, KnowsContainersOfBroadcastersAndOfTheWeb)
+{
+    EXPECT_EQ(contentOf("DKIF"), movie);
+    EXPECT_EQ(contentOf(join(text("nut/multimedia container"), u8(0))), movie);
+    EXPECT_EQ(contentOf(bytes({ 6, 0x0E, 0x2B, 0x34, 2, 5, 1, 1, 0x0D, 1, 2 })), movie);
 }
 
 TEST(KXFileContent, KnowsDrawings)
@@ -148,7 +183,7 @@ TEST(KXFileContent, KnowsPDFBehindALineOrTwo)
 TEST(KXFileContent, KnowsNothingOfTextsAndLists)
 {
     for (char const* head : { "BMW is a car", "#EXTM3U\nfile:///etc/passwd", "concat:a|b",
-             "ffconcat", "[playlist]", "P6 1 1 255 ", "/* XPM */", "PK\3\4" })
+             "ffconcat", "[playlist]", "P6 of them", "/* XPM */", "PK\3\4" })
         EXPECT_EQ(contentOf(head), other) << head;
 }
 
