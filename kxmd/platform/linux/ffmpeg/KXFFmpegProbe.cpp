@@ -133,7 +133,7 @@ std::uint32_t rotationOf(AVStream const& stream)
     double const counterclockwise = matrix ? av_display_rotation_get(matrix) : 0;
     if (!std::isfinite(counterclockwise)) // The matrix cannot be undone.
         return 0;
-    int const clockwise = static_cast<int>(std::lround(-counterclockwise)) % 360;
+    int const clockwise = static_cast<int>(std::lround(-counterclockwise)); // At most half a turn.
     return number(clockwise < 0 ? clockwise + 360 : clockwise);
 }
 
@@ -200,11 +200,9 @@ KXMediaPicture pictureOf(AVStream const& stream, AVFormatContext const& format)
     AVPacket const& packet = stream.attached_pic;
     KXMediaPicture picture { .kind = kindOfPicture(stream, format),
         .type = mediaTypeOf(stream.codecpar->codec_id) };
-    if (!packet.data || packet.size <= 0)
-        return picture;
     picture.bytes = number(packet.size);
-    auto const data
-        = KXAbstractData::abstractDataWithData(KXData({ packet.data, packet.data + packet.size }));
+    auto const data = KXAbstractData::abstractDataWithData(
+        KXData({ packet.data, packet.data + picture.bytes }));
     if (auto const size = sizeOfEncodedPictureInData(*data, picture.bytes)) {
         picture.width = static_cast<std::uint32_t>(size->width);
         picture.height = static_cast<std::uint32_t>(size->height);

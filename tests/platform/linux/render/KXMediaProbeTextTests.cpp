@@ -57,6 +57,26 @@ TEST(KXMediaProbeText, ProbeComesBackAsItWas)
     EXPECT_EQ(mediaProbeOfText(textOfMediaProbe({})), KXMediaProbe());
 }
 
+TEST(KXMediaProbeText, WhatIsNotToldIsZero)
+{
+    auto const probe = mediaProbeOfText(textOf({ "stream", "video", "picture", "front" }));
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(probe->duration, 0);
+    KXMediaStream const& stream = probe->streams.at(0);
+    EXPECT_EQ(stream.bitRate, 0u);
+    EXPECT_EQ(stream.sampleRate, 0u);
+    EXPECT_EQ(stream.channels, 0u);
+    EXPECT_EQ(stream.bits, 0u);
+    EXPECT_EQ(stream.width, 0u);
+    EXPECT_EQ(stream.height, 0u);
+    EXPECT_EQ(stream.frameRate, 0);
+    EXPECT_EQ(stream.rotation, 0u);
+    KXMediaPicture const& picture = probe->pictures.at(0);
+    EXPECT_EQ(picture.width, 0u);
+    EXPECT_EQ(picture.height, 0u);
+    EXPECT_EQ(picture.bytes, 0u);
+}
+
 TEST(KXMediaProbeText, CutOffTextIsAShorterProbeOrNone)
 {
     std::string const whole = textOfMediaProbe(fullProbe());
