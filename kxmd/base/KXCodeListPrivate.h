@@ -7,6 +7,7 @@
 
 /// Nine bits that tell most codes of four bytes apart (Fibonacci hashing).
 constexpr std::size_t hashOfCode(std::uint32_t code) { return code * 2654435761u >> 23; }
+constexpr std::size_t noOfCodeHashes = 512;
 
 /// A set of character codes, written as one comma-separated text.
 ///
@@ -37,7 +38,6 @@ public:
 private:
     static constexpr std::size_t windowLength = 4;
     static constexpr std::size_t bitsPerWord = 64;
-    static constexpr std::size_t markBits = 512; // One for each hash.
 
     static constexpr std::size_t hashOfWindow(std::string_view text)
     {
@@ -58,5 +58,5 @@ private:
     }
 
     std::string_view _codes;
-    std::array<std::uint64_t, markBits / bitsPerWord> _marks {};
+    std::array<std::uint64_t, noOfCodeHashes / bitsPerWord> _marks {};
 };

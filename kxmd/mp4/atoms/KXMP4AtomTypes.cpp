@@ -128,7 +128,7 @@ private:
         }
     }
 
-    std::array<Slot, 512> _slots {}; // One for each hash, and room to move on.
+    std::array<Slot, noOfCodeHashes> _slots {}; // One for each hash, and room to move on.
 };
 
 constexpr TraitsTable traitsTable;
