@@ -36,7 +36,7 @@ SUITES_OF_COMMAND = {
     "kxmd/mp3/": (*READERS, "EditTests"),
     "kxmd/mp4/": (*READERS, "EditTests"),
     "kxmd/image/": ("PicturesTests",),
-    "kxmd/platform/linux/": ("PicturesTests",),
+    "kxmd/platform/linux/": ("DoctorTests", "PicturesTests"),
     "kxmd/processors/": ("EditTests",),
     "kxmd/thumbnails/": ("PicturesTests", "ExifTests", "CacheNameTests"),
     "tools/afconvert/": ("AfconvertTests",),

@@ -2,9 +2,15 @@
 
 #include "kxmd/platform/KXPlatform.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
+#include "support/Builders.h"
 
+#include <gtest/gtest.h>
+#include <kxmd/version.h>
+
+#include <initializer_list>
 #include <linux/landlock.h>
 #include <memory>
+#include <string>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
@@ -26,4 +32,19 @@ inline KXRenderPictureLoader::Servers oneForAll(std::shared_ptr<KXRenderServer c
 inline bool isConfinementThere()
 {
     return ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) >= 1;
+}
+
+/// Expects that a program of ours answers at once that it does none of these things.
+inline void expectUnknown(
+    std::string const& program, std::initializer_list<KXRenderRequest::Operation> operations)
+{
+    KXRenderServer const server(
+        KXRenderServer::installedProgram("kxmd/" + program + "-" + KXVersion()));
+    for (auto const operation : operations) {
+        auto const data = build::reader(build::png(1, 1));
+        auto const reply = server.replyTo({ .operation = operation, .length = data->length() },
+            *data, KXRenderLimits::forPictures());
+        ASSERT_TRUE(reply) << program;
+        EXPECT_EQ(reply->answer.outcome, KXRenderAnswer::Outcome::unknown) << program;
+    }
 }

@@ -1,3 +1,4 @@
+import json
 import os
 import shutil
 import subprocess
@@ -60,22 +61,41 @@ class DoctorTests(CommandTestCase):
                          & {"poppler-utils", "gnome-epub-thumbnailer", "adwaita-icon-theme"})
         self.assertLessEqual({"libgsf-bin", "gnome-font-viewer"}, self.missing(told))
 
-    def test_library_without_its_programs(self):
+    def doctor_with_programs(self, *programs):
+        """Of a copy of the library, beside which stand these programs alone."""
         bin_folder, lib_folder = os.path.dirname(COMMAND), os.path.join(os.path.dirname(COMMAND), "../lib")
-        os.mkdir(self.path("bin"))
-        os.mkdir(self.path("lib"))
-        shutil.copy(os.path.join(bin_folder, "kxmd"), self.path("bin"))
+        shutil.rmtree(self.path("copy"), ignore_errors=True)
+        os.makedirs(self.path("copy/bin"))
+        os.makedirs(self.path("copy/lib/kxmd"))
+        shutil.copy(os.path.join(bin_folder, "kxmd"), self.path("copy/bin"))
         for name in os.listdir(lib_folder):
             if name.startswith("libkxmd"):
-                shutil.copy(os.path.join(lib_folder, name), self.path("lib"))
-        finished = subprocess.run([self.path("bin/kxmd"), "doctor"], stdin=subprocess.DEVNULL, capture_output=True,
-                                  timeout=100)
+                shutil.copy(os.path.join(lib_folder, name), self.path("copy/lib"))
+        for name in os.listdir(os.path.join(lib_folder, "kxmd")):
+            if name.rpartition("-")[0] in programs:
+                shutil.copy(os.path.join(lib_folder, "kxmd", name), self.path("copy/lib/kxmd"))
+        return lambda *flags: subprocess.run([self.path("copy/bin/kxmd"), "doctor", *flags], capture_output=True,
+                                             stdin=subprocess.DEVNULL, timeout=100)
+
+    def test_library_without_its_programs(self):
+        finished = self.doctor_with_programs()()
         self.assertEqual(finished.returncode, 1)
         report = finished.stdout.decode()
         self.assertEqual(report.count("there is no decoder"), 2)
         self.assertIn("  Converter     none\n", report)
         for kind in ("pictures", "movies"):
             self.assertIn(f"kxmd: {kind}: there is no decoder", finished.stderr.decode())
+
+    def test_library_without_one_of_its_programs(self):
+        for program, formats in (("kxmd-render", {"gif", "jpeg", "png", "webp"}),
+                                 ("kxmd-render-rare", {"svg", "tiff"})):
+            told = json.loads(self.doctor_with_programs(program)("--json").stdout)
+            self.assertEqual(told["pictures"]["available"], False)
+            self.assertEqual(told["pictures"]["confinement"], {"files": False, "systemCalls": False})
+            self.assertLessEqual(formats, set(told["pictures"]["formats"]))
+            self.assertEqual(told["movies"]["available"], False)
+        told = json.loads(self.doctor_with_programs("kxmd-render", "kxmd-render-rare")("--json").stdout)
+        self.assertEqual((told["pictures"]["available"], told["movies"]["available"]), (True, False))
 
     def test_report(self):
         report = run("doctor").out.decode()

@@ -212,6 +212,8 @@ private:
             return show(reply, pixelOfNumber(serverProcess));
         if (word == "lie")
             return lie(reply, argument);
+        if (word == "tell")
+            return reply.sendText(argument);
         if (word == "mute")
             return;
         if (word == "unknown")

@@ -25,6 +25,7 @@
 
 using namespace pictures;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
@@ -166,6 +167,24 @@ TEST_F(KXRenderServerTest, DecoderThatMisbehavesCostsOnePicture)
     EXPECT_TRUE(obeyed("lie never")); // What is right about the others is right.
 }
 
+TEST_F(KXRenderServerTest, ProbeIsTheTextOfTheAnswer)
+{
+    KXRenderMovieLoader const movies(server, KXRenderLimits::forMovies());
+    auto const probeFor = [&movies](std::string const& order) {
+        auto const data = build::reader(build::text(order));
+        data->setOffset(3);
+        return movies.mediaProbeWithData(*data);
+    };
+    auto const probe = probeFor("tell container\0flac\0duration\0002.5\0"s);
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(probe->container, "flac");
+    EXPECT_EQ(probe->duration, 2.5);
+    for (char const* order : { "tell", "tell no zero", "crash", "mute", "unknown", "nonsense",
+             "lie long", "lie short", "lie alone", "lie twice", "lie input", "lie unsealed" }) {
+        EXPECT_FALSE(probeFor(order)) << order;
+    }
+}
+
 TEST_F(KXRenderServerTest, DecoderThatTakesTooLongIsKilled)
 {
     KXRenderPictureLoader const hasty(oneForAll(server), within(200ms));
@@ -220,6 +239,36 @@ TEST_F(KXRenderServerTest, DecoderThatFloodsItsAnswerIsHeldUp)
 {
     EXPECT_FALSE(obeyed("flood"));
     EXPECT_TRUE(obeyed("anything"));
+}
+
+TEST_F(KXRenderServerTest, ServerThatDiesTakesItsProcessesAlong)
+{
+    KXRenderMovieLoader const movies(server, KXRenderLimits::forMovies());
+    auto const data = build::reader(build::text("anything"));
+    auto const movie = movies.movieWithData(*data);
+    ASSERT_TRUE(movie);
+    auto const process = static_cast<pid_t>(movie->duration());
+    ASSERT_EQ(::kill(process, 0), 0);
+    ASSERT_EQ(::kill(number(obeyed("server")), SIGKILL), 0);
+    EXPECT_TRUE(isGoneSoon(process));
+}
+
+TEST_F(KXRenderServerTest, ServesSixtyFourFilesAtATime)
+{
+    KXRenderMovieLoader const movies(server, KXRenderLimits::forMovies());
+    auto const data = build::reader(build::text("anything"));
+    std::vector<std::unique_ptr<KXMovie>> open;
+    for (int i = 0; i < 63; ++i)
+        open.push_back(movies.movieWithData(*data));
+    KXRenderPictureLoader const hasty(oneForAll(server), within(500ms));
+    EXPECT_TRUE(obeyed("anything", loader)); // The last.
+    open.push_back(movies.movieWithData(*data));
+    EXPECT_TRUE(open.back());
+    EXPECT_FALSE(obeyed("anything", hasty));
+    open.erase(open.begin() + 10);
+    EXPECT_TRUE(obeyed("anything", loader));
+    for (auto const& movie : open)
+        EXPECT_TRUE(movie && movie->imageAtTime(0, {})); // Still there.
 }
 
 TEST_F(KXRenderServerTest, ServerThatDiesIsStartedAnew)
@@ -329,6 +378,16 @@ TEST_F(KXRenderServerTest, ServesManyThreads)
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(shown, 80);
+}
+
+TEST_F(KXRenderServerTest, ProgramIsThereForItsOwnWorkAlone)
+{
+    using Operation = KXRenderRequest::Operation;
+    expectUnknown("kxmd-render",
+        { Operation::drawing, Operation::movie, Operation::pictureFormats, Operation::probe });
+    expectUnknown("kxmd-render-rare",
+        { Operation::jpg, Operation::png, Operation::movie, Operation::pictureFormats,
+            Operation::probe });
 }
 
 TEST_F(KXRenderServerTest, MissingProgramIsLoggedOnce)
