@@ -3,6 +3,7 @@
 #include "kxmd/platform/KXPlatform.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
+#include "support/Programs.h"
 #include "support/Renders.h"
 #include "support/SharedThumbnails.h"
 
@@ -269,6 +270,37 @@ TEST_F(KXDocumentThumbnailerTest, ConfinedProgramKnowsNothingOfTheUser)
     EXPECT_TRUE(canDo("[ -z \"$KXMD_SECRET\" ]"));
     ::unsetenv("KXMD_SECRET");
     EXPECT_TRUE(canDo("[ \"$HOME\" = \"${1%%/*}\" ]")); // A folder that is removed.
+}
+
+TEST_F(KXDocumentThumbnailerTest, ConfinedProgramHasAnEnvironmentOfItsOwn)
+{
+    auto const launcher = KXDocumentThumbnailer::Places::ofThisMachine().launcher;
+    auto const environmentWithFolder = [&](std::string const& given, std::string const& place) {
+        return outputOf("env -i HOME=/home/a KXMD_SECRET=a PATH=/b LANG=de " + given + launcher
+            + " " + picture() + " '" + place + "' /usr/bin/env | LC_ALL=C sort");
+    };
+    std::string const always = "LANG=C.UTF-8\nPATH=/usr/local/bin:/usr/bin:/bin\n";
+    std::string const usual = "XDG_DATA_DIRS=/usr/local/share:/usr/share\n";
+    EXPECT_EQ(environmentWithFolder("", ""), always + usual);
+    EXPECT_EQ(environmentWithFolder("XDG_DATA_DIRS=/c:/d ", ""), always + "XDG_DATA_DIRS=/c:/d\n");
+    EXPECT_EQ(environmentWithFolder("", "/e"),
+        "HOME=/e\n" + always + "TMPDIR=/e\nXDG_CACHE_HOME=/e\nXDG_CONFIG_HOME=/e\n" + usual
+            + "XDG_DATA_HOME=/e\n");
+}
+
+TEST_F(KXDocumentThumbnailerTest, LauncherThatCannotStartAProgramSaysSo)
+{
+    auto const statusWith = [this](std::string const& arguments) {
+        auto const launcher = KXDocumentThumbnailer::Places::ofThisMachine().launcher;
+        return outputOf(launcher + arguments + " >/dev/null 2>&1; echo $?");
+    };
+    std::string const given = " " + picture() + " ''";
+    EXPECT_EQ(statusWith(given + " /bin/true"), "0\n");
+    EXPECT_EQ(statusWith(given + " /bin/sh -c 'exit 7'"), "7\n");
+    EXPECT_EQ(statusWith(given + " /no/such/program"), "126\n");
+    EXPECT_EQ(statusWith(given), "126\n");
+    EXPECT_EQ(statusWith(" a"), "126\n");
+    EXPECT_EQ(statusWith(""), "126\n");
 }
 
 TEST_F(KXDocumentThumbnailerTest, ConfinedProgramReachesNobody)
