@@ -1,6 +1,7 @@
 #include "kxmd/platform/linux/render/program/KXConfinementPrivate.h"
 
 #include "kxmd/base/KXSanitizersPrivate.h"
+#include "kxmd/platform/linux/render/program/KXLandlockRulesPrivate.h"
 #include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
 #include <cerrno>
@@ -18,37 +19,9 @@
 
 namespace {
 
-// Landlock (linux/landlock.h). What later versions of the kernel add is asked for by number, since
-// the headers may be older.
+// Landlock.
 
-constexpr std::uint64_t accessOfVersion1 = (1ull << 13) - 1;
-constexpr std::uint64_t referring = 1ull << 13; // From version 2.
-constexpr std::uint64_t truncating = 1ull << 14; // From version 3.
-constexpr std::uint64_t bindingAndConnecting = 3; // From version 4: TCP.
-constexpr std::uint64_t controllingDevices = 1ull << 15; // From version 5.
-constexpr std::uint64_t abstractSocketsAndSignals = 3; // From version 6: those of other domains.
 constexpr std::uint64_t reading = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR;
-
-struct Ruleset {
-    std::uint64_t files { accessOfVersion1 };
-    std::uint64_t network { 0 };
-    std::uint64_t scope { 0 };
-
-    explicit Ruleset(long version)
-    {
-        files |= version >= 2 ? referring : 0;
-        files |= version >= 3 ? truncating : 0;
-        network = version >= 4 ? bindingAndConnecting : 0;
-        files |= version >= 5 ? controllingDevices : 0;
-        scope = version >= 6 ? abstractSocketsAndSignals : 0;
-    }
-
-    /// How much of it the kernel knows: an older one refuses a longer structure.
-    static std::size_t lengthInVersion(long version)
-    {
-        return version >= 6 ? 24 : version >= 4 ? 16 : 8;
-    }
-};
 
 /// Libraries, fonts with their settings and lists, file types. What is missing is passed over.
 constexpr char const* readableFolders[] { "/usr", "/lib", "/lib64", "/etc/fonts",
@@ -64,7 +37,7 @@ constexpr std::uint64_t executing = LANDLOCK_ACCESS_FS_EXECUTE | reading;
 
 /// Rights that can be given on a file that is no folder.
 constexpr std::uint64_t rightsOfFile = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_READ_FILE
-    | LANDLOCK_ACCESS_FS_WRITE_FILE | truncating;
+    | LANDLOCK_ACCESS_FS_WRITE_FILE | KXLandlockRules::truncating;
 
 /// What this process may do with files, from when it is enforced.
 class FileRights {
@@ -75,7 +48,7 @@ public:
         , _rules(_version)
         , _ruleset(_version < 1 ? -1
                                 : static_cast<int>(::syscall(SYS_landlock_create_ruleset, &_rules,
-                                    Ruleset::lengthInVersion(_version), 0)))
+                                    KXLandlockRules::lengthInVersion(_version), 0)))
     {
     }
 
@@ -118,7 +91,7 @@ private:
     }
 
     long const _version;
-    Ruleset const _rules;
+    KXLandlockRules const _rules;
     KXFileDescriptor const _ruleset;
 };
 
