@@ -18,6 +18,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -98,6 +99,13 @@ bool uses(std::size_t count)
         return false;
     ::munmap(memory, count);
     return true;
+}
+
+int limitOf(int resource)
+{
+    rlimit limit {};
+    ::getrlimit(static_cast<__rlimit_resource>(resource), &limit);
+    return limit.rlim_cur == limit.rlim_max ? static_cast<int>(limit.rlim_max) : -1;
 }
 
 bool hasThread()
@@ -208,6 +216,8 @@ private:
             return tell(reply, attempt->second());
         if (word == "self")
             return show(reply, pixelOfNumber(::getpid()));
+        if (word == "limit")
+            return show(reply, pixelOfNumber(limitOf(std::atoi(argument.c_str()))));
         if (word == "server")
             return show(reply, pixelOfNumber(serverProcess));
         if (word == "lie")

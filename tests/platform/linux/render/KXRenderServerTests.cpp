@@ -427,6 +427,20 @@ TEST_F(KXRenderServerTest, MemoryIsBounded)
     EXPECT_FALSE(couldUse(513));
 }
 
+TEST_F(KXRenderServerTest, TimeFilesAndWhatIsWrittenAreBounded)
+{
+    auto const limitOf = [this](int resource) {
+        auto const limits = KXRenderLimits { 2500ms, 1 << 26 };
+        return number(obeyed(
+            "limit " + std::to_string(resource), KXRenderPictureLoader(oneForAll(server), limits)));
+    };
+    EXPECT_EQ(
+        limitOf(RLIMIT_CPU), 4); // Seconds: whole ones, and one more, since the host is first.
+    EXPECT_EQ(limitOf(RLIMIT_NOFILE), 64);
+    EXPECT_EQ(limitOf(RLIMIT_FSIZE), 1 << 26);
+    EXPECT_EQ(limitOf(RLIMIT_CORE), 0);
+}
+
 TEST_F(KXRenderServerTest, LargePictureHasMoreTimeAndMemoryToBeEncoded)
 {
 #if KXMD_HAS_ADDRESS_SANITIZER || KXMD_HAS_THREAD_SANITIZER
