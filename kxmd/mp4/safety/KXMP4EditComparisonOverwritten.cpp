@@ -102,10 +102,8 @@ std::string_view KXMP4EditComparison::reasonForChangeIn(
 /// there now.
 std::uint64_t KXMP4EditComparison::claimedEntries(TakenTable const& table) const
 {
-    auto const position = _map.positionOf(table.offset);
-    if (!position)
-        return table.noOfEntries;
-    std::uint32_t now;
-    static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
+    std::uint32_t now = table.noOfEntries;
+    if (auto const position = _map.positionOf(table.offset))
+        static_cast<void>(_edited.readUInt32ToAt(now, *position + Layout::entryCountOffset));
     return std::max(table.noOfEntries, now);
 }
