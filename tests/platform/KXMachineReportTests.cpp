@@ -27,3 +27,16 @@ TEST(KXMachineReport, TellsHowDecodersAreConfined)
     EXPECT_EQ(report.pictures.isConfinedToReading, isConfinementThere());
     EXPECT_EQ(report.pictures.isConfinedToComputing, ::prctl(PR_GET_SECCOMP) >= 0);
 }
+
+TEST(KXMachineReport, DecoderIsConfinedByBothMeans)
+{
+    KXMachineReport::Decoder const unknown;
+    EXPECT_FALSE(unknown.isThere || unknown.isConfinedToReading || unknown.isConfinedToComputing);
+    for (int number = 0; number < 8; ++number) {
+        KXMachineReport::Decoder const decoder { .isThere = (number & 1) != 0,
+            .isConfinedToReading = (number & 2) != 0,
+            .isConfinedToComputing = (number & 4) != 0,
+            .formats = {} };
+        EXPECT_EQ(decoder.isConfined(), number == 7) << number;
+    }
+}

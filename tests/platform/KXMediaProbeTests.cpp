@@ -4,6 +4,7 @@
 #include "support/Builders.h"
 #include "support/Fakes.h"
 #include "support/Files.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -81,6 +82,29 @@ TEST_F(KXMediaProbeTests, HandlersAreCalledOnceInOrderOnTheMainQueue)
         queue->waitAndRunAll();
     EXPECT_EQ(answers, (std::vector<double> { 3, -1, -1, -1, 2 }));
     EXPECT_EQ(queue->waiting(), 0u);
+}
+
+TEST_F(KXMediaProbeTests, WithoutAPlatformTheSharedOneIsAsked)
+{
+    KXPlatform::setShared(platform());
+    auto const probe = KXMediaProbe::probeWithSourcePath(fileOfLength(3));
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(probe->duration, 3);
+    double answer = 0;
+    KXMediaProbe::probeWithSourcePath(
+        fileOfLength(5), nullptr, [&answer](auto const& found) { answer = found->duration; });
+    KXPlatform::setShared(nullptr);
+    queue->waitAndRunAll();
+    EXPECT_EQ(answer, 5);
+}
+
+TEST_F(KXMediaProbeTests, FileThatCouldNotBeLookedIntoIsLogged)
+{
+    LogCapture const log;
+    KXMediaProbe::probeWithSourcePath(fileOfLength(7), platform(), nullptr);
+    queue->waitAndRunAll();
+    EXPECT_EQ(log.lines(),
+        std::vector<std::string> { "Metadata: KXMediaProbe->a file could not be looked into" });
 }
 
 }

@@ -1,13 +1,17 @@
 #include "kxmd/platform/KXPlatform.h"
 
+#include "support/Pictures.h"
+
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <filesystem>
 #include <latch>
 #include <sys/stat.h>
 #include <thread>
 
 using testing::StartsWith;
+using namespace std::chrono_literals;
 namespace files = std::filesystem;
 
 TEST(KXPlatform, OfThisMachineIsComplete)
@@ -51,6 +55,34 @@ TEST(KXPlatform, HostMaySetTheSharedOne)
     KXPlatform::setShared(nullptr);
     EXPECT_TRUE(KXPlatform::shared());
     EXPECT_NE(KXPlatform::shared(), chosen);
+}
+
+TEST(KXDecodingLimits, AreThoseThatAreDocumented)
+{
+    KXDecodingLimits const limits;
+    EXPECT_EQ(limits.pictureTime, 2s);
+    EXPECT_EQ(limits.movieTime, 8s);
+    EXPECT_EQ(limits.memory, 512u * 1024 * 1024);
+    EXPECT_FALSE(limits.requiresConfinement);
+}
+
+TEST(KXThumbnailService, SquareIsCutOutOfAPictureOfTwiceTheSize)
+{
+    class Service final : public KXThumbnailService {
+    public:
+        KXImage::Ref imageForPath(std::string const& path, KXSize size) const override
+        {
+            _asked = size;
+            return path.empty() ? nullptr : pictures::quarters(40, 20);
+        }
+        mutable KXSize _asked;
+    };
+    Service const service;
+    auto const square = service.squareForPath("a", { 10, 12 });
+    EXPECT_EQ(service._asked, (KXSize { 20, 24 }));
+    ASSERT_TRUE(square);
+    EXPECT_EQ(square->size(), (KXSize { 10, 12 }));
+    EXPECT_FALSE(service.squareForPath("", { 10, 12 }));
 }
 
 TEST(KXTextDigest, IsSHA1InLowerCaseDigits)
