@@ -34,12 +34,17 @@ inline bool isConfinementThere()
     return ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) >= 1;
 }
 
+/// The path of a program that decodes.
+inline std::string programOfOurs(std::string const& name)
+{
+    return KXRenderServer::installedProgram("kxmd/" + name + "-" + KXVersion());
+}
+
 /// Expects that a program of ours answers at once that it does none of these things.
 inline void expectUnknown(
     std::string const& program, std::initializer_list<KXRenderRequest::Operation> operations)
 {
-    KXRenderServer const server(
-        KXRenderServer::installedProgram("kxmd/" + program + "-" + KXVersion()));
+    KXRenderServer const server(programOfOurs(program));
     for (auto const operation : operations) {
         auto const data = build::reader(build::png(1, 1));
         auto const reply = server.replyTo({ .operation = operation, .length = data->length() },

@@ -390,6 +390,27 @@ TEST_F(KXRenderServerTest, ProgramIsThereForItsOwnWorkAlone)
             Operation::probe });
 }
 
+TEST_F(KXRenderServerTest, PixelsThatAreNotAsTheRequestSaysAreNotEncoded)
+{
+    using Outcome = KXRenderAnswer::Outcome;
+    KXRenderServer const encoder(programOfOurs("kxmd-render"));
+    auto const outcome = [&](std::size_t bytes, std::uint64_t length, std::uint32_t width) {
+        auto const file = KXAbstractData::abstractDataWithPath(
+            folder.write("pixels", build::filled(bytes, 255)));
+        KXRenderRequest const request { .operation = KXRenderRequest::Operation::png,
+            .width = width,
+            .height = 2,
+            .length = length };
+        auto const reply = encoder.replyTo(request, *file, KXRenderLimits::forPictures());
+        return reply ? reply->answer.outcome : Outcome::failed;
+    };
+    EXPECT_EQ(outcome(16, 16, 2), Outcome::done);
+    EXPECT_EQ(outcome(24, 16, 2), Outcome::unknown);
+    EXPECT_EQ(outcome(16, 24, 3), Outcome::unknown);
+    EXPECT_EQ(outcome(16, 16, 3), Outcome::unknown);
+    EXPECT_EQ(outcome(16, std::uint64_t { 1 } << 62, 2), Outcome::unknown);
+}
+
 TEST_F(KXRenderServerTest, MissingProgramIsLoggedOnce)
 {
     LogCapture const log;
