@@ -2,6 +2,7 @@
 // seen.
 
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegMoviePrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXFFmpegProbePrivate.h"
 
 #include "support/Builders.h"
 #include "support/Movies.h"
@@ -55,4 +56,14 @@ TEST(KXFFmpegMovieReading, FramesOfOtherTracksAreNotRead)
     EXPECT_TRUE(areEqual(*movie->imageAtTime(0.1, {}), *solid(160, 120, green)));
     for (auto const& read : data.reads())
         EXPECT_LT(read.position, before);
+}
+
+TEST(KXFFmpegMovieReading, ProbeLooksAtTheFileFromItsStart)
+{
+    auto const data = reader(largeMovie.file());
+    data->setOffset(5);
+    auto const probe = mediaProbeByFFmpeg(*data);
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(probe->container, "mov");
+    EXPECT_FALSE(mediaProbeByFFmpeg(*reader(text("Dear diary"))));
 }

@@ -73,10 +73,9 @@ std::string containerOf(AVFormatContext const& format)
 /// `value`, or as many whole characters of it as `most` bytes hold.
 std::string_view shortened(std::string_view value, std::size_t most)
 {
-    if (value.size() <= most)
-        return value;
-    std::size_t length = most;
-    while (length > 0 && (static_cast<unsigned char>(value[length]) & 0xC0) == 0x80)
+    std::size_t length = std::min(value.size(), most);
+    while (length > 0 && length < value.size()
+        && (static_cast<unsigned char>(value[length]) & 0xC0) == 0x80)
         --length; // Within a character of UTF-8.
     return value.substr(0, length);
 }
@@ -124,7 +123,7 @@ double frameRateOf(AVStream const& stream)
 {
     AVRational const rate
         = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
-    return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
+    return rate.den > 0 ? av_q2d(rate) : 0;
 }
 
 std::uint32_t rotationOf(AVStream const& stream)

@@ -220,8 +220,11 @@ TEST_F(KXFFmpegProbe, TellsOfMovies)
     EXPECT_TRUE(probe.tags.empty());
 }
 
-TEST_F(KXFFmpegProbe, SamplesOfLossySoundHaveNoBits)
+TEST_F(KXFFmpegProbe, BitsAreThoseOfASampleOrAComponent)
 {
+    EXPECT_EQ(streamOf(aiff(16)).bits, 16u);
+    EXPECT_EQ(
+        streamOf(Movie { .depth = 40, .frames = { zeros(16 * 8) } }.file()).bits, 8u); // Grey.
     EXPECT_EQ(streamOf(mp3()).bits, 0u);
     EXPECT_EQ(streamOf(mp3()).codec, "mp3");
     EXPECT_EQ(streamOf(mp3()).bitRate, 128'000u);
@@ -292,6 +295,7 @@ TEST_F(KXFFmpegProbe, FrameRateIsTheAverageOrFitsAllFrames)
     };
     constexpr std::uint32_t nanoseconds = 40'000'000;
     EXPECT_EQ(frameRateOf(element(u24(0x23E383), u32(nanoseconds))), 25);
+    EXPECT_EQ(frameRateOf(element(u24(0x23E383), u32(25 * nanoseconds))), 1);
     EXPECT_EQ(frameRateOf({}), 1000); // Times are in milliseconds.
 }
 
@@ -325,6 +329,7 @@ TEST_F(KXFFmpegProbe, LongTagsAreCutBetweenCharacters)
     EXPECT_EQ(titleOf(almost.substr(1) + "\U0001F3B5"), almost.substr(1)); // of which some fit.
     EXPECT_EQ(titleOf(almost.substr(2) + "\U0001F3B5"), almost.substr(2));
     EXPECT_EQ(titleOf(almost.substr(1) + "\u00E4" + "a"), almost.substr(1) + "\u00E4");
+    EXPECT_EQ(titleOf(std::string(4097, '\x80')), ""); // There is no first byte.
 }
 
 TEST_F(KXFFmpegProbe, TagsOfAStreamAreThoseOfTheFileInOggAlone)
@@ -371,6 +376,9 @@ TEST_F(KXFFmpegProbe, PicturesHaveTheirMediaType)
         KXMediaPicture const damaged { "front", std::string(type), 0, 0, 1 };
         EXPECT_EQ(only(mp3(pictureOfKind(3, type, u8('x')))), damaged) << type;
     }
+    // Older versions of FFmpeg leave it out.
+    for (auto const& picture : probeOf(mp3(pictureOfKind(3, "image/webp", u8('x')))).pictures)
+        EXPECT_EQ(picture.type, "image/webp");
     Movie withCover = movie;
     withCover.userData = userDataWithTags(covr(14, png(320, 240)));
     EXPECT_EQ(only(withCover.file()),
