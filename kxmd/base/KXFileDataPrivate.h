@@ -10,7 +10,7 @@
 ///
 /// Positioned reads, not a memory map: a file that is cut off meanwhile then gives failed reads and
 /// no signal. The first window is kept for good, since parsers come back to a file's head.
-class KX_EXPORT_FOR_TESTS KXFileData final : public KXAbstractData {
+class KX_EXPORT KXFileData final : public KXAbstractData {
 public:
     /// Null when `path` is not a regular file that can be opened.
     static Ref createWithPath(std::string const& path);

@@ -13,7 +13,7 @@
 ///
 /// Absent when the bytes are not valid in the encoding (for UTF-16 also when their count is odd or
 /// a surrogate stands alone) or when the encoding is unknown. A UTF-16 byte-order mark is dropped.
-KX_EXPORT_FOR_TESTS std::optional<std::string> textFromBytes(
+KX_EXPORT std::optional<std::string> textFromBytes(
     std::span<std::uint8_t const> bytes, KXStringEncoding encoding);
 
 /// The length of the well-formed UTF-8 sequence at the start of `bytes`, which is not empty, or 0

@@ -34,6 +34,7 @@ struct KX_EXPORT KXMachineReport {
 
     bool operator==(KXMachineReport const&) const = default;
 
-    /// `reportOfThisMachine` Looks around anew, on the calling thread; starts the decoders.
+    /// `reportOfThisMachine` Looks around anew, on the calling thread; starts the decoders. Empty
+    /// where the module with this machine's services cannot be loaded.
     [[nodiscard]] static KXMachineReport reportOfThisMachine();
 };

@@ -17,9 +17,13 @@ KXGuarded<KXPlatform::Ref>& sharedPlatform()
 
 KXPlatform::Ref KXPlatform::shared()
 {
+    if (auto platform = sharedPlatform().load())
+        return platform;
+    // Under no lock, since the module with it is opened and log lines may be written.
+    auto own = platformOfThisMachine();
     auto platform = sharedPlatform().lock();
     if (!*platform)
-        *platform = platformOfThisMachine();
+        platform->swap(own); // Another thread may have been faster.
     return *platform;
 }
 

@@ -9,6 +9,7 @@
 #include <latch>
 #include <sys/stat.h>
 #include <thread>
+#include <utility>
 
 using testing::StartsWith;
 using namespace std::chrono_literals;
@@ -95,6 +96,21 @@ TEST(KXTextDigest, IsSHA1InLowerCaseDigits)
     EXPECT_EQ(digest->sha1HexString(std::string(1'000'000, 'a')),
         "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
     EXPECT_EQ(digest->sha1HexString(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+}
+
+TEST(KXTextDigest, TakesTextsThatJustFillABlock)
+{
+    auto const digest = KXPlatform::platformOfThisMachine()->textDigest;
+    std::pair<std::size_t, std::string> const digests[] {
+        { 55, "c1c8bbdc22796e28c0e15163d20899b65621d65a" },
+        { 56, "c2db330f6083854c99d4b5bfb6e8f29f201be699" },
+        { 63, "03f09f5b158a7a8cdad920bddc29b81c18a551f5" },
+        { 64, "0098ba824b5c16427bd7a1122a5a442a25ec644d" },
+        { 119, "ee971065aaa017e0632a8ca6c77bb3bf8b1dfc56" },
+        { 120, "f34c1488385346a55709ba056ddd08280dd4c6d6" },
+    };
+    for (auto const& [length, digits] : digests)
+        EXPECT_EQ(digest->sha1HexString(std::string(length, 'a')), digits) << length;
 }
 
 TEST(KXTextDigest, HashesZerosToo)

@@ -1,5 +1,3 @@
-#include "kxmd/platform/KXMachineReport.h"
-
 #include "kxmd/platform/linux/KXLinuxPlatformPrivate.h"
 #include "kxmd/platform/linux/icons/KXIconThemesPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
@@ -60,7 +58,7 @@ KXMachineReport::Decoder reportOfPictures()
 
 }
 
-KXMachineReport KXMachineReport::reportOfThisMachine()
+KXMachineReport newMachineReport()
 {
     auto const places = KXDocumentThumbnailer::Places::ofThisMachine();
     return {

@@ -1,4 +1,5 @@
-#include "kxmd/platform/KXPlatform.h"
+#include "kxmd/platform/KXPlatformModulePrivate.h"
+#include "kxmd/platform/KXSHA1TextDigestPrivate.h"
 #include "kxmd/platform/linux/KXLinuxPlatformPrivate.h"
 #include "kxmd/platform/linux/icons/KXLinuxIconProviderPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
@@ -7,9 +8,9 @@
 #include "kxmd/platform/linux/system/KXGLibMainQueuePrivate.h"
 #include "kxmd/platform/linux/system/KXGLibMemoryPressurePrivate.h"
 #include "kxmd/platform/linux/system/KXGLibTemporaryFoldersPrivate.h"
-#include "kxmd/platform/linux/system/KXGLibTextDigestPrivate.h"
 #include "kxmd/platform/linux/system/KXLinuxTaskRunnerPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXLinuxThumbnailServicePrivate.h"
+#include "kxmd/version.h"
 
 std::shared_ptr<KXRenderServer const> const& renderServerForPictures()
 {
@@ -32,7 +33,9 @@ std::shared_ptr<KXRenderServer const> const& renderServerForMovies()
     return server;
 }
 
-KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits)
+namespace {
+
+KXPlatform::Ref newPlatform(KXDecodingLimits const& limits)
 {
     auto const pictureLoader = std::make_shared<KXRenderPictureLoader const>(
         KXRenderPictureLoader::Servers { .pictures = renderServerForPictures(),
@@ -56,10 +59,16 @@ KXPlatform::Ref KXPlatform::platformOfThisMachine(KXDecodingLimits const& limits
         .iconProvider = std::make_shared<KXLinuxIconProvider const>(
             KXIconThemes::Places::ofThisMachine(), pictureLoader),
         .mainQueue = std::make_shared<KXGLibMainQueue>(),
-        .textDigest = std::make_shared<KXGLibTextDigest const>(),
+        .textDigest = std::make_shared<KXSHA1TextDigest const>(),
         .temporaryFolders = temporaryFolders,
         .fileManager = std::make_shared<KXGLibFileManager const>(),
         .taskRunner = KXLinuxTaskRunner::Converter::ofThisMachine().taskRunner(),
         .memoryPressure = std::make_shared<KXGLibMemoryPressure const>(),
     });
 }
+
+}
+
+KXPlatformModule const KXPlatformModuleOfThisMachine {
+    .version = KXMD_VERSION, .newPlatform = newPlatform, .newReport = newMachineReport
+};

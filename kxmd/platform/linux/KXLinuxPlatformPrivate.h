@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kxmd/platform/KXMachineReport.h"
 #include "kxmd/platform/linux/render/KXRenderServerPrivate.h"
 
 #include <memory>
@@ -9,3 +10,6 @@
 std::shared_ptr<KXRenderServer const> const& renderServerForPictures();
 std::shared_ptr<KXRenderServer const> const& renderServerForRarePictures();
 std::shared_ptr<KXRenderServer const> const& renderServerForMovies();
+
+/// What this machine has, looked up anew.
+KXMachineReport newMachineReport();

@@ -5,7 +5,7 @@
 #include "kxmd/base/KXStandardFilesPrivate.h"
 #include "kxmd/image/KXPictureFormatPrivate.h"
 #include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
-#include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
+#include "kxmd/platform/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
 
 #include <algorithm>

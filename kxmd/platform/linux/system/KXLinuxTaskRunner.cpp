@@ -3,7 +3,7 @@
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXPathPrivate.h"
 #include "kxmd/base/KXPrintableText.h"
-#include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
+#include "kxmd/platform/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXPipePrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
 

@@ -1,4 +1,4 @@
-#include "kxmd/platform/linux/system/KXLibraryFolderPrivate.h"
+#include "kxmd/platform/KXLibraryFolderPrivate.h"
 
 #include <dlfcn.h>
 #include <filesystem>
