@@ -1,4 +1,5 @@
-// Preloaded into a program, counts how often it opens $KXMD_COUNTED; the count is the exit status.
+// Preloaded into a program, counts how often it opens $KXMD_COUNTED, or anything where that is not
+// set; the count is the exit status.
 
 #include "support/NextFunction.h"
 
@@ -15,7 +16,7 @@ int opened = 0;
 void count(char const* path)
 {
     char const* const counted = std::getenv("KXMD_COUNTED");
-    opened += counted && std::strcmp(path, counted) == 0;
+    opened += !counted || std::strcmp(path, counted) == 0;
 }
 
 struct AtTheEnd {

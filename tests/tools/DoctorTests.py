@@ -1,3 +1,4 @@
+import glob
 import json
 import os
 import shutil
@@ -61,24 +62,20 @@ class DoctorTests(CommandTestCase):
                          & {"poppler-utils", "gnome-epub-thumbnailer", "adwaita-icon-theme"})
         self.assertLessEqual({"libgsf-bin", "gnome-font-viewer"}, self.missing(told))
 
-    def doctor_with_programs(self, *programs):
-        """Of a copy of the library, beside which stand these programs alone."""
-        bin_folder, lib_folder = os.path.dirname(COMMAND), os.path.join(os.path.dirname(COMMAND), "../lib")
+    def doctor_beside(self, *patterns):
+        """Of a copy of the command, which has these files of the library and no others."""
+        lib_folder = os.path.join(os.path.dirname(COMMAND), "../lib")
         shutil.rmtree(self.path("copy"), ignore_errors=True)
         os.makedirs(self.path("copy/bin"))
         os.makedirs(self.path("copy/lib/kxmd"))
-        shutil.copy(os.path.join(bin_folder, "kxmd"), self.path("copy/bin"))
-        for name in os.listdir(lib_folder):
-            if name.startswith("libkxmd"):
-                shutil.copy(os.path.join(lib_folder, name), self.path("copy/lib"))
-        for name in os.listdir(os.path.join(lib_folder, "kxmd")):
-            if name.rpartition("-")[0] in programs:
-                shutil.copy(os.path.join(lib_folder, "kxmd", name), self.path("copy/lib/kxmd"))
+        shutil.copy(COMMAND, self.path("copy/bin"))
+        for pattern in patterns:
+            for path in glob.glob(os.path.join(lib_folder, pattern)):
+                shutil.copy(path, self.path(os.path.join("copy/lib", os.path.relpath(path, lib_folder))))
         return lambda *flags: subprocess.run([self.path("copy/bin/kxmd"), "doctor", *flags], capture_output=True,
                                              stdin=subprocess.DEVNULL, timeout=100)
 
-    def test_library_without_its_programs(self):
-        finished = self.doctor_with_programs()()
+    def assert_nothing_is_decoded(self, finished):
         self.assertEqual(finished.returncode, 1)
         report = finished.stdout.decode()
         self.assertEqual(report.count("there is no decoder"), 2)
@@ -86,15 +83,27 @@ class DoctorTests(CommandTestCase):
         for kind in ("pictures", "movies"):
             self.assertIn(f"kxmd: {kind}: there is no decoder", finished.stderr.decode())
 
+    def test_library_without_its_programs(self):
+        finished = self.doctor_beside("libkxmd*", "kxmd/*.so")()
+        self.assert_nothing_is_decoded(finished)
+        self.assertNotIn(b".so", finished.stderr)
+
+    def test_library_without_its_modules(self):
+        finished = self.doctor_beside("libkxmd*")()
+        self.assert_nothing_is_decoded(finished)
+        for module in ("kxmd-platform", "kxmd-desktop"):
+            self.assertEqual(finished.stderr.count(module.encode()), 1)
+
     def test_library_without_one_of_its_programs(self):
-        for program, formats in (("kxmd-render", {"gif", "jpeg", "png", "webp"}),
-                                 ("kxmd-render-rare", {"svg", "tiff"})):
-            told = json.loads(self.doctor_with_programs(program)("--json").stdout)
+        libraries = ("libkxmd*", "kxmd/*.so")
+        common, rare = ("kxmd/kxmd-render-[0-9]*", "kxmd/kxmd-render-rare-[0-9]*")
+        for program, formats in ((common, {"gif", "jpeg", "png", "webp"}), (rare, {"svg", "tiff"})):
+            told = json.loads(self.doctor_beside(*libraries, program)("--json").stdout)
             self.assertEqual(told["pictures"]["available"], False)
             self.assertEqual(told["pictures"]["confinement"], {"files": False, "systemCalls": False})
             self.assertLessEqual(formats, set(told["pictures"]["formats"]))
             self.assertEqual(told["movies"]["available"], False)
-        told = json.loads(self.doctor_with_programs("kxmd-render", "kxmd-render-rare")("--json").stdout)
+        told = json.loads(self.doctor_beside(*libraries, common, rare)("--json").stdout)
         self.assertEqual((told["pictures"]["available"], told["movies"]["available"]), (True, False))
 
     def test_report(self):

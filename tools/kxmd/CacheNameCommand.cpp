@@ -1,12 +1,11 @@
 // kxmd cache-name: the name under which the picture of a key, a file or files is cached.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "ProgressBar.h"
 #include "Session.h"
 #include "TaggedFile.h"
 #include "Usage.h"
-
-#include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <memory>
 
@@ -24,7 +23,7 @@ std::string nameForFiles(
 {
     ProgressBar progress(session.standardError(), "files", { .items = paths.size() });
     auto const files = taggedFiles(paths, progress, session);
-    auto const& controller = KXMDThumbnailController::sharedController();
+    auto const& controller = thumbnailController();
     if (options.isComposite)
         return controller->cacheNameForCompositeFiles(files, options.size);
     return files.empty() ? std::string()
@@ -37,7 +36,7 @@ void printName(std::vector<std::string> const& keys, Options const& options, Ses
         throw CLI::ValidationError("KEY", "only --composite takes several");
     std::string const name = options.isFile || options.isComposite
         ? nameForFiles(keys, options, session)
-        : KXMDThumbnailController::sharedController()->cacheNameForPath(keys.front(), options.size);
+        : thumbnailController()->cacheNameForPath(keys.front(), options.size);
     if (!name.empty())
         session.write(name + '\n');
 }

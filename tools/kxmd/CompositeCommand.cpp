@@ -1,13 +1,12 @@
 // kxmd composite: the pictures of four files in one.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "PictureOutput.h"
 #include "ProgressBar.h"
 #include "Session.h"
 #include "TaggedFile.h"
 #include "Usage.h"
-
-#include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <memory>
 
@@ -28,7 +27,7 @@ void writeComposite(std::vector<std::string> const& paths, Options const& option
     inputs.reserve(files.size());
     for (auto const& file : files)
         inputs.push_back(file->sourcePath());
-    auto const& controller = KXMDThumbnailController::sharedController();
+    auto const& controller = thumbnailController();
     auto const composite = controller->compositeThumbnailForFiles(files, options.size);
     writePicture(composite, options.output, inputs, session);
 }

@@ -1,6 +1,7 @@
 // kxmd convert: lossless audio as AAC.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "Processing.h"
 #include "Session.h"
 #include "TemporaryFolder.h"
@@ -26,7 +27,7 @@ std::unique_ptr<EditInput> convertedInput(
 
 void convert(EditOptions const& options, Session& session)
 {
-    TemporaryFolder const folder(KXPlatform::shared());
+    TemporaryFolder const folder(machine());
     auto const input = convertedInput(options, folder, session);
     if (!input)
         return;

@@ -2,6 +2,7 @@
 
 #include "Commands.h"
 #include "CoverSafety.h"
+#include "Desktop.h"
 #include "EditOutput.h"
 #include "PictureOutput.h"
 #include "Session.h"
@@ -9,7 +10,6 @@
 
 #include <kxmd/base/KXMutableData.h>
 #include <kxmd/core/KXMDFileMeta.h>
-#include <kxmd/platform/KXPlatform.h>
 
 #include <functional>
 #include <memory>
@@ -72,6 +72,7 @@ void extractCover(EditOptions const& options, Session& session)
         return;
     std::uint64_t const length = input->data->length();
     auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*input->data);
+    static_cast<void>(machine()); // Which the cover is decoded by.
     auto const cover = meta ? meta->albumCoverFromData(*input->data) : nullptr;
     if (!isWhollyRead(options, *input, session))
         return;
@@ -98,7 +99,7 @@ void removeCover(EditOptions const& options, Session& session)
 KXData encodedPicture(EditOptions const& options, MusicFile const& file, Session& session)
 {
     auto const data = KXAbstractData::abstractDataWithPath(options.picturePath);
-    auto const& loader = *KXPlatform::shared()->pictureLoader;
+    auto const& loader = *machine()->pictureLoader;
     auto const image = data ? loader.imageInData(*data, data->length(), {}) : nullptr;
     if (!data) {
         session.reportUnreadable(options.picturePath);

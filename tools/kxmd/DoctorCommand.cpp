@@ -1,6 +1,7 @@
 // kxmd doctor: what this machine offers the library to work with.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "JSONLine.h"
 #include "Session.h"
 #include "TextReport.h"
@@ -116,6 +117,11 @@ void reportProblem(std::string_view what, KXMachineReport::Decoder const& decode
 
 void examine(bool isJSON, Session& session)
 {
+    try {
+        static_cast<void>(desktop());
+    } catch (MissingModule const& missing) { // Of all commands, this one tells what there is.
+        session.reportError("libraries of the desktop", missing.what());
+    }
     auto const machine = KXMachineReport::reportOfThisMachine();
     session.write(isJSON ? jsonReport(machine) : textReport(machine));
     reportProblem("pictures", machine.pictures, session);

@@ -1,6 +1,7 @@
 // kxmd exif: the preview picture in a photograph's EXIF block.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "JSONLine.h"
 #include "OutputFile.h"
 #include "Session.h"
@@ -56,7 +57,7 @@ void showExif(Options const& options, Session& session)
     auto const data = KXAbstractData::abstractDataWithPath(options.path);
     if (!data)
         return session.reportUnreadable(options.path);
-    KXMDExifParser parser;
+    KXMDExifParser parser(machine());
     bool const parsed = parser.parseAbstractData(*data);
     if (session.reportReadError(options.path, data->readError()))
         return;

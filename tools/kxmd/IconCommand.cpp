@@ -1,11 +1,10 @@
 // kxmd icon: the icon of a file's type.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "PictureOutput.h"
 #include "Session.h"
 #include "Usage.h"
-
-#include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <filesystem>
 #include <memory>
@@ -25,7 +24,7 @@ void writeIcon(Options const& options, Session& session)
     KXDCSimpleFile file(options.path);
     std::error_code ignored;
     file.setIsFolder(std::filesystem::is_directory(options.path, ignored));
-    auto const icon = KXMDThumbnailController::sharedController()->iconForFile(file, options.size);
+    auto const icon = thumbnailController()->iconForFile(file, options.size);
     writePicture(icon, options.output, { options.path }, session);
 }
 

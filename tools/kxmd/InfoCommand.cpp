@@ -1,6 +1,7 @@
 // kxmd info: what is in each file.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "FileWalk.h"
 #include "JSONLine.h"
 #include "OrderedWork.h"
@@ -11,7 +12,6 @@
 
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXMediaProbe.h>
-#include <kxmd/platform/KXPlatform.h>
 
 #include <algorithm>
 #include <array>
@@ -289,7 +289,7 @@ Answer answerFor(std::string const& path, Options const& options)
     Subject subject { path, detectedType, *meta };
     subject.isProbed = options.asksAlways || detectedType == KXMDMetaTypeUnknown;
     if (subject.isProbed)
-        subject.probe = KXPlatform::shared()->movieLoader->mediaProbeWithData(*data);
+        subject.probe = machine()->movieLoader->mediaProbeWithData(*data);
     return { .report = options.isJSON ? jsonReport(subject) : textReport(subject) };
 }
 

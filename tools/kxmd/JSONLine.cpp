@@ -1,12 +1,14 @@
 #include "JSONLine.h"
 
+#include "Base64.h"
+#include "UTF8.h"
+
 #include <kxmd/base/KXPrintableText.h>
 
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <glib.h>
 
 namespace {
 
@@ -39,11 +41,8 @@ JSON jsonNumber(double number)
 void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std::string_view path)
 {
     object[std::string(key)] = path;
-    if (g_utf8_validate_len(path.data(), path.size(), nullptr))
-        return;
-    g_autofree char* encoded
-        = g_base64_encode(reinterpret_cast<guchar const*>(path.data()), path.size());
-    object[std::string(bytesKey)] = encoded;
+    if (!isUTF8(path))
+        object[std::string(bytesKey)] = base64Of(path);
 }
 
 JSON jsonOfFile(std::string_view path, JSON const& fields)

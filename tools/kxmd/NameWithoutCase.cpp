@@ -1,12 +1,20 @@
 #include "NameWithoutCase.h"
 
-#include <glib.h>
+#include "Desktop.h"
+#include "UTF8.h"
+
+#include <algorithm>
 
 std::string nameWithoutCase(std::string const& name)
 {
-    bool const isText = g_utf8_validate_len(name.data(), name.size(), nullptr);
-    auto const length = static_cast<gssize>(name.size());
-    g_autofree char* folded
-        = isText ? g_utf8_casefold(name.data(), length) : g_ascii_strdown(name.data(), length);
+    bool const isASCII
+        = std::ranges::none_of(name, [](char character) { return character & 0x80; });
+    if (!isASCII && isUTF8(name))
+        return desktop().textWithoutCase(name);
+    std::string folded = name;
+    std::ranges::transform(folded, folded.begin(), [](char character) {
+        bool const isCapital = 'A' <= character && character <= 'Z';
+        return isCapital ? static_cast<char>(character - 'A' + 'a') : character;
+    });
     return folded;
 }

@@ -1,5 +1,6 @@
 #include "PictureOutput.h"
 
+#include "Desktop.h"
 #include "OutputFile.h"
 #include "Session.h"
 #include "Usage.h"
@@ -8,8 +9,8 @@
 #include <kxmd/platform/KXPlatform.h>
 
 #include <algorithm>
-#include <glib.h>
 #include <string_view>
+#include <strings.h>
 
 namespace {
 
@@ -32,7 +33,7 @@ Format const* formatOfPath(std::string_view path)
     if (stop == std::string::npos)
         return nullptr;
     auto const found = std::ranges::find_if(formats, [&](Format const& format) {
-        return g_ascii_strcasecmp(name.c_str() + stop + 1, format.extension.data()) == 0;
+        return ::strcasecmp(name.c_str() + stop + 1, format.extension.data()) == 0;
     });
     return found == std::end(formats) ? nullptr : found;
 }
@@ -54,7 +55,7 @@ CLI::Option* addPictureOutput(CLI::App& command, std::string& path)
 KXData encodedPicture(KXImage const& image, std::string const& path)
 {
     auto const encode = formatOfPath(path)->encode;
-    return ((*KXPlatform::shared()->pictureLoader).*encode)(image);
+    return ((*machine()->pictureLoader).*encode)(image);
 }
 
 bool writePicture(KXImage::Ref const& image, std::string const& path,

@@ -1,6 +1,7 @@
 // kxmd poster: the poster frame of a movie.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "PictureOutput.h"
 #include "Session.h"
 #include "Usage.h"
@@ -21,7 +22,7 @@ void writePoster(Options const& options, Session& session)
     auto const data = KXAbstractData::abstractDataWithPath(options.path);
     if (!data)
         return session.reportUnreadable(options.path);
-    KXMDQTParser parser;
+    KXMDQTParser parser(machine());
     bool const isFound = parser.parseAbstractData(*data);
     if (session.reportReadError(options.path, data->readError()))
         return;

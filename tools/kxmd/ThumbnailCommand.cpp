@@ -1,6 +1,7 @@
 // kxmd thumbnail: the pictures that stand for files.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "FileWalk.h"
 #include "OrderedWork.h"
 #include "PictureOutput.h"
@@ -15,7 +16,6 @@
 #include <kxmd/base/KXAbstractData.h>
 #include <kxmd/base/KXPath.h>
 #include <kxmd/core/KXMDFileMeta.h>
-#include <kxmd/thumbnails/KXMDThumbnailController.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -59,7 +59,7 @@ void writeThumbnail(std::string const& path, Options const& options, Session& se
     auto const file = taggedFile(path, session);
     if (!file)
         return;
-    auto const& controller = KXMDThumbnailController::sharedController();
+    auto const& controller = thumbnailController();
     writePicture(thumbnailOf(*file, *controller, options), options.output, { path }, session);
 }
 
@@ -167,7 +167,7 @@ private:
     ProgressBar _progress;
     /// Without a cache: no picture is asked for twice.
     KXMDThumbnailController::Ref const _controller
-        = KXMDThumbnailController::createWithPlatform(nullptr, 0);
+        = KXMDThumbnailController::createWithPlatform(machine(), 0);
 };
 
 /// The files as they are named, folders too: those fail by themselves.

@@ -2,6 +2,7 @@
 // library.
 
 #include "Commands.h"
+#include "Desktop.h"
 #include "Session.h"
 #include "TemporaryFolder.h"
 #include "Usage.h"
@@ -21,7 +22,6 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <glib.h>
 #include <new>
 #include <optional>
 #include <sstream>
@@ -80,15 +80,6 @@ void showLog(StandardError& standardError)
     });
 }
 
-/// Drops what decoders of pictures say to themselves about a file. That it cannot be shown is said
-/// by us, in one line. What ends the process, as for want of memory, is said.
-GLogWriterOutput dropRemark(
-    GLogLevelFlags level, GLogField const* fields, gsize fieldCount, gpointer data)
-{
-    return level & G_LOG_LEVEL_ERROR ? g_log_writer_default(level, fields, fieldCount, data)
-                                     : G_LOG_WRITER_HANDLED;
-}
-
 /// Help and version are results; everything else that ends the parsing is wrong usage.
 ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& session)
 {
@@ -109,7 +100,6 @@ int run(int argumentCount, char** arguments)
 {
     Session session;
     showLog(session.standardError());
-    g_log_set_writer_func(dropRemark, nullptr, nullptr);
     CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");
     std::optional<CleanUpOnSignal> cleanUpOnSignal; // Ends before the session.
     addCommands(app, session, cleanUpOnSignal);
@@ -134,6 +124,8 @@ int main(int argumentCount, char** arguments)
         return run(argumentCount, arguments);
     } catch (std::bad_alloc const&) { // What was begun is undone by now.
         std::fputs("kxmd: there is not enough memory\n", stderr);
-        return static_cast<int>(ExitStatus::someFileFailed);
+    } catch (MissingModule const& missing) {
+        std::fprintf(stderr, "kxmd: %s\n", missing.what());
     }
+    return static_cast<int>(ExitStatus::someFileFailed);
 }

@@ -1,9 +1,8 @@
 #include "FilePreparation.h"
 
-#include "Checksum.h"
 #include "Extensions.h"
 #include "Sound.h"
-#include "tools/kxmd/ContentType.h"
+#include "tools/kxmd/Desktop.h"
 #include "tools/kxmd/OutputFile.h"
 #include "tools/shared/AtomicFile.h"
 
@@ -94,7 +93,7 @@ void FilePreparation::prepare()
 /// Finds out the source's checksum. False when there is nothing left to do.
 bool FilePreparation::sumUp()
 {
-    _outcome.checksum = checksumOf(_source.descriptor());
+    _outcome.checksum = desktop().checksumOf(_source.descriptor());
     if (_outcome.checksum.empty()) {
         _outcome.error = "cannot be read";
         return false;
@@ -136,7 +135,7 @@ bool FilePreparation::isMusic() const
     bool const isUnknown = _meta->metaType() == KXMDMetaTypeUnknown;
     if (!isUnknown)
         return !_meta->audioCodecsInfo().empty();
-    return isNamedAsSound(_job.source) || isSound(_job.source, _source.descriptor());
+    return isNamedAsSound(_job.source) || desktop().isSound(_job.source, _source.descriptor());
 }
 
 /// What the movie library knows of the file; asked for once.

@@ -1,11 +1,11 @@
 #include "ManifestLine.h"
 
+#include "tools/kxmd/Base64.h"
 #include "tools/kxmd/JSONLine.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <glib.h>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -28,13 +28,6 @@ JSON jsonOfSong(PreparedSong const& song)
 }
 
 // Reading takes the values as the parser comes upon them: a collection has many lines.
-
-std::string decoded(std::string const& base64)
-{
-    gsize length = 0;
-    g_autofree guchar* bytes = g_base64_decode(base64.c_str(), &length);
-    return { reinterpret_cast<char const*>(bytes), length };
-}
 
 /// Collects what a line says; the parser calls it.
 class Reader final : public nlohmann::json_sax<JSON> {
@@ -171,15 +164,15 @@ private:
         } else if (_key == "source")
             entry.source.swap(value);
         else if (_key == "sourceBytes")
-            entry.source = decoded(value);
+            entry.source = bytesOfBase64(value);
         else if (_key == "target")
             entry.target.swap(value);
         else if (_key == "targetBytes")
-            entry.target = decoded(value);
+            entry.target = bytesOfBase64(value);
         else if (_key == "cover")
             entry.cover = std::move(value);
         else if (_key == "coverBytes")
-            entry.cover = decoded(value);
+            entry.cover = bytesOfBase64(value);
         else if (_key == "album")
             entry.album.swap(value);
         else if (_key == "options")

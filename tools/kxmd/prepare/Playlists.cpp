@@ -3,6 +3,7 @@
 #include "tools/kxmd/OutputFile.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/Targets.h"
+#include "tools/kxmd/UTF8.h"
 #include "tools/shared/AtomicFile.h"
 
 #include <kxmd/base/KXAbstractData.h>
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <glib.h>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -22,11 +22,6 @@
 #include <utility>
 
 namespace {
-
-bool isText(std::string_view text)
-{
-    return g_utf8_validate_len(text.data(), text.size(), nullptr);
-}
 
 bool hasLineBreak(std::string_view text) { return text.find_first_of("\r\n") != text.npos; }
 
@@ -139,7 +134,7 @@ bool Playlists::canBeListed(Member const& member) const
     std::string_view const name = std::string_view(member.target).substr(_folder.size() + 1);
     bool const isAmbiguous = _options.format == PlaylistOptions::Format::m3u
         && name.find('\\') != std::string_view::npos;
-    return isText(name) && !hasLineBreak(name) && !isAmbiguous;
+    return isUTF8(name) && !hasLineBreak(name) && !isAmbiguous;
 }
 
 std::string Playlists::textOf(std::string const& path, Members const& members) const

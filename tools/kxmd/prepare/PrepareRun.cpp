@@ -3,6 +3,7 @@
 #include "NameFilter.h"
 #include "NameRules.h"
 #include "TargetNames.h"
+#include "tools/kxmd/Desktop.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/TargetFolder.h"
@@ -56,7 +57,7 @@ private:
 PrepareRun::PrepareRun(PrepareOptions const& options, Session& session)
     : _options(options)
     , _session(session)
-    , _platform(KXPlatform::shared())
+    , _platform(machine())
     , _folderPictures(_platform)
     , _manifest(options.folder)
     , _playlists(options.folder, options.playlists)

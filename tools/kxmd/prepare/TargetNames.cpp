@@ -1,6 +1,7 @@
 #include "TargetNames.h"
 
 #include "tools/kxmd/NameWithoutCase.h"
+#include "tools/kxmd/UTF8.h"
 
 #include <kxmd/base/KXPath.h>
 
@@ -8,7 +9,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <glib.h>
 #include <strings.h>
 #include <utility>
 
@@ -60,9 +60,8 @@ bool isDevice(std::string_view name)
 
 void replaceInvalidBytes(std::string& name)
 {
-    char const* end = nullptr;
-    while (!g_utf8_validate_len(name.data(), name.size(), &end))
-        name[static_cast<std::size_t>(end - name.data())] = replacement;
+    for (std::size_t end; (end = lengthOfUTF8(name)) < name.size();)
+        name[end] = replacement;
 }
 
 /// Cuts `stem` to so many bytes, between characters.
