@@ -43,14 +43,28 @@ void cleanUp(Session& session)
     removeTriedNamesForGood();
 }
 
-/// Adds all subcommands. Once one that writes files is about to be read, while there is no other
-/// thread, `cleanUpOnSignal` begins to wait for signals.
-void addCommands(CLI::App& app, Session& session, std::optional<CleanUpOnSignal>& cleanUpOnSignal)
+/// The one subcommand that a command line can lead to: that of its first argument. Null where this
+/// is none, as for a flag; then it takes all of them to tell what is meant, or what there is.
+Command const* onlyCommand(std::vector<std::string> const& arguments)
 {
+    auto const found = std::ranges::find_if(commands, [&](Command const* command) {
+        return !arguments.empty() && arguments[0] == command->name;
+    });
+    return found == commands.end() ? nullptr : *found;
+}
+
+/// Adds the subcommands that `arguments` may lead to. Once one that writes files is about to be
+/// read, while there is no other thread, `cleanUpOnSignal` begins to wait for signals.
+void addCommands(CLI::App& app, std::vector<std::string> const& arguments, Session& session,
+    std::optional<CleanUpOnSignal>& cleanUpOnSignal)
+{
+    Command const* const only = onlyCommand(arguments);
     app.set_version_flag("--version", std::string("kxmd ") + KXVersion());
     addQuietFlag(app, session);
     app.require_subcommand(0, 1); // A missing one is reported later, after unexpected arguments.
     for (Command const* const command : commands) {
+        if (only && command != only)
+            continue; // To make the options of all takes longer than to look into a file.
         CLI::App& added = addSubcommand(app, session, command->name, command->description);
         command->addOptions(added, session);
         if (command->nature == Command::Nature::writes)
@@ -102,9 +116,10 @@ int run(int argumentCount, char** arguments)
     showLog(session.standardError());
     CLI::App app("Look into media files, show them and prepare them for a phone.", "kxmd");
     std::optional<CleanUpOnSignal> cleanUpOnSignal; // Ends before the session.
-    addCommands(app, session, cleanUpOnSignal);
+    auto literal = literalArguments(argumentCount, arguments);
+    addCommands(app, literal, session, cleanUpOnSignal);
     try {
-        parse(app, literalArguments(argumentCount, arguments));
+        parse(app, std::move(literal));
     } catch (CLI::ParseError const& error) {
         return static_cast<int>(answer(app, error, session));
     }
