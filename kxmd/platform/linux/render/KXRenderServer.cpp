@@ -4,8 +4,8 @@
 #include "kxmd/base/KXLog.h"
 #include "kxmd/base/KXStandardFilesPrivate.h"
 #include "kxmd/image/KXPictureFormatPrivate.h"
-#include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/KXLibraryFolderPrivate.h"
+#include "kxmd/platform/linux/render/KXSealedMemoryPrivate.h"
 #include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
 
 #include <algorithm>

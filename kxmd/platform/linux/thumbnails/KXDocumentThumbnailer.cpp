@@ -2,9 +2,9 @@
 
 #include "kxmd/base/KXFolder.h"
 #include "kxmd/base/KXSanitizersPrivate.h"
+#include "kxmd/platform/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/system/KXChildProcessPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
-#include "kxmd/platform/KXLibraryFolderPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXFileContentPrivate.h"
 
 #include <algorithm>
