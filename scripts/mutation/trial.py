@@ -21,7 +21,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 FLAGS = "-O2 -g0 -DNDEBUG -Werror=return-type"
 LIBRARY = ("kxmd", "kxmd_platform", "kxmd_render_movies", "kxmd_render", "kxmd_confined")
 # All that our sources are built into: some programs hold parts of the library themselves.
-PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command", "afconvert", "kxmd_show_progress")
+PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command", "kxmd_desktop",
+           "afconvert", "kxmd_show_progress")
 EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
               "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
 USUAL_TIMES = 5
