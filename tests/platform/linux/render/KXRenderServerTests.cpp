@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <set>
@@ -251,6 +252,65 @@ TEST_F(KXRenderServerTest, ServerThatDiesTakesItsProcessesAlong)
     ASSERT_EQ(::kill(process, 0), 0);
     ASSERT_EQ(::kill(number(obeyed("server")), SIGKILL), 0);
     EXPECT_TRUE(isGoneSoon(process));
+}
+
+TEST_F(KXRenderServerTest, ServerEndsWhenItIsAskedNoMore)
+{
+    auto const program = folder.path() / "hasty";
+    std::filesystem::create_symlink(KXMD_HOSTILE_DECODER, program);
+    auto const idle = std::make_shared<KXRenderServer const>(program.string());
+    KXRenderPictureLoader const pictures(oneForAll(idle), KXRenderLimits::forPictures());
+    KXRenderMovieLoader const movies(idle, KXRenderLimits::forMovies());
+    auto const data = build::reader(build::text("anything"));
+    auto movie = movies.movieWithData(*data);
+    ASSERT_TRUE(movie);
+    auto const first = number(obeyed("server", pictures));
+    std::this_thread::sleep_for(400ms);
+    EXPECT_EQ(number(obeyed("server", pictures)), first); // A movie was open.
+    movie.reset();
+    EXPECT_TRUE(isGoneSoon(first));
+    auto const second = number(obeyed("server", pictures));
+    EXPECT_GT(second, 0);
+    EXPECT_NE(second, first);
+}
+
+TEST_F(KXRenderServerTest, ProcessThatTakesTooLongIsGone)
+{
+    auto const own = newServer(); // Whose first process it is.
+    KXRenderPictureLoader const pictures(oneForAll(own), KXRenderLimits::forPictures());
+    auto const forking = number(obeyed("server", pictures));
+    KXRenderMovieLoader const movies(own, within(200ms));
+    auto const data = build::reader(build::text("sleep"));
+    auto const movie = movies.movieWithData(*data);
+    ASSERT_TRUE(movie);
+    EXPECT_FALSE(movie->imageAtTime(0, {}));
+    EXPECT_TRUE(isGoneSoon(static_cast<pid_t>(movie->duration())));
+    EXPECT_EQ(number(obeyed("server", pictures)), forking);
+}
+
+TEST_F(KXRenderServerTest, ProcessHasNoSocketButItsOwn)
+{
+    KXRenderMovieLoader const movies(server, KXRenderLimits::forMovies());
+    auto const data = build::reader(build::text("anything"));
+    auto const movie = movies.movieWithData(*data);
+    EXPECT_EQ(number(obeyed("sockets")), 1);
+}
+
+TEST_F(KXRenderServerTest, ServesRegularFilesAlone)
+{
+    auto const isServed = [this](int file) {
+        KXRenderRequest const request { .length = 8 };
+        return server->replyTo(request, file, within(2s)).has_value();
+    };
+    KXFileDescriptor const regular(
+        ::open(folder.write("a", build::text("anything")).c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(isServed(regular.get()));
+    KXFileDescriptor const place(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_FALSE(isServed(place.get()));
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    KXFileDescriptor const readEnd(ends[0]), writeEnd(ends[1]);
+    EXPECT_FALSE(isServed(readEnd.get()));
 }
 
 TEST_F(KXRenderServerTest, ServesSixtyFourFilesAtATime)

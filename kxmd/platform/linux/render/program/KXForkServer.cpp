@@ -21,7 +21,6 @@
 
 namespace {
 
-constexpr timespec longestIdleness { 60, 0 };
 constexpr std::size_t mostProcesses = 64;
 
 /// A process that serves a file, and our copy of its socket, by which we see when the host is gone.
@@ -63,9 +62,10 @@ KXImage::Ref shaped(KXImage::Ref const& image, KXRenderRequest const& request)
 
 class Server {
 public:
-    Server(KXRenderWork const& work, KXFileDescriptor host)
+    Server(KXRenderWork const& work, KXFileDescriptor host, timespec longestIdleness)
         : _work(work)
         , _host(std::move(host))
+        , _longestIdleness(longestIdleness)
     {
         sigset_t childEnded;
         sigemptyset(&childEnded);
@@ -96,7 +96,7 @@ private:
         for (Child const& child : _children)
             waited.push_back({ child.socket.get(), 0, 0 }); // Tells of the host's end alone.
         int const count = ::ppoll(waited.data(), waited.size(),
-            _children.empty() ? &longestIdleness : nullptr, &_signalsWhileWaiting);
+            _children.empty() ? &_longestIdleness : nullptr, &_signalsWhileWaiting);
         if (count < 0)
             return errno == EINTR;
         if (count == 0 || waited[0].revents & (POLLHUP | POLLERR))
@@ -144,6 +144,7 @@ private:
 
     KXRenderWork const& _work;
     KXFileDescriptor _host;
+    timespec const _longestIdleness;
     sigset_t _signalsWhileWaiting;
     std::vector<Child> _children;
 };
@@ -212,7 +213,7 @@ std::optional<KXRenderQuestion> KXRenderReply::question() const
     return message ? message->as<KXRenderQuestion>() : std::nullopt;
 }
 
-int runRenderServer(KXRenderWork const& work)
+int runRenderServer(KXRenderWork const& work, timespec longestIdleness)
 {
     // The host waits for its own child, which ends here: the server is nobody's to reap.
     pid_t const server = ::fork();
@@ -230,6 +231,6 @@ int runRenderServer(KXRenderWork const& work)
     };
     if (!sendRenderMessage(host.get(), greeting))
         return 1;
-    Server(work, std::move(host)).run();
+    Server(work, std::move(host), longestIdleness).run();
     return 0;
 }

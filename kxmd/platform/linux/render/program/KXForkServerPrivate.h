@@ -4,6 +4,7 @@
 #include "kxmd/image/KXImage.h"
 #include "kxmd/platform/linux/render/KXRenderMessagesPrivate.h"
 
+#include <ctime>
 #include <memory>
 #include <span>
 #include <string>
@@ -57,7 +58,7 @@ public:
         KXRenderRequest const& request, KXAbstractData& data, KXRenderReply const& reply) const = 0;
 };
 
-/// Serves the host on the other end of standard output, until it is gone or asks no more for a
-/// minute: forks a process for each request, and kills it when the host wants it no more. The
-/// status to exit with.
-int runRenderServer(KXRenderWork const& work);
+/// Serves the host on the other end of standard output, until it is gone or asks no more for as
+/// long as `longestIdleness`: forks a process for each request, and kills it when the host wants it
+/// no more. The status to exit with.
+int runRenderServer(KXRenderWork const& work, timespec longestIdleness = { 60, 0 });
