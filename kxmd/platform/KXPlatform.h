@@ -41,8 +41,8 @@ struct KX_EXPORT KXPlatform {
     /// `platformOfThisMachine:` A new platform over this machine's services, which decodes files
     /// within `limits`.
     ///
-    /// The first call loads the module with these services, which stays loaded; a host that gives up
-    /// rights over files makes it before. Where that fails, a log line says why, and the platform's
-    /// services find, show and write nothing; its main queue has a thread of its own.
+    /// The first call loads the module with these services, which stays loaded; a host that gives
+    /// up rights over files makes it before. Where that fails, a log line says why, and the
+    /// platform's services find, show and write nothing; its main queue has a thread of its own.
     [[nodiscard]] static Ref platformOfThisMachine(KXDecodingLimits const& limits = {});
 };
