@@ -25,6 +25,7 @@ PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command
            "afconvert", "kxmd_show_progress")
 EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
               "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
+FURTHER_PROGRAMS = ("kxmd_cost_tests", "kxmd_decoder_tests")
 USUAL_TIMES = 5
 START_SECONDS = 5
 FAILED = (1, 8)  # The statuses of GoogleTest and ctest; anything else is a crash.
@@ -241,9 +242,17 @@ class Tests:
             self.seconds[suite["name"].rpartition("/")[2]] += float(suite["time"].rstrip("s"))
         self.failing = [f"{suite['name']}.{test['name']}" for suite in suites for test in suite["testsuite"]
                         if "failures" in test]
+        self.seconds_of_programs = {name: self.measured(place, name) for name in FURTHER_PROGRAMS}
         self.measure_command(place, {name for path in paths for name in suites_of_command_for(path)})
         for name in self.failing:
             print(f"{name} fails without a fault and is not asked", file=sys.stderr)
+
+    @staticmethod
+    def measured(place, program):
+        start = time.monotonic()
+        if place.run_tests([place.build / "tests" / program])[0] != 0:
+            raise Stop(f"{program} fails without a fault, see {place.log}")
+        return time.monotonic() - start
 
     def measure_command(self, place, suites):
         self.seconds_of_command = {}
@@ -261,8 +270,9 @@ class Tests:
             for suites in filter(None, (of_class, of_folder)):
                 yield self.stage(place, suites, ())
             yield self.stage(place, (), of_class | of_folder)
-            for program in ("kxmd_cost_tests", "kxmd_decoder_tests"):
-                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"], USUAL_TIMES + START_SECONDS)
+            for program, seconds in self.seconds_of_programs.items():
+                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"],
+                            USUAL_TIMES * seconds + START_SECONDS)
         if suites := [suite for suite in suites_of_command_for(path) if suite in self.seconds_of_command]:
             seconds = sum(self.seconds_of_command[suite] for suite in suites)
             yield Stage(command_for(place, suites), USUAL_TIMES * seconds + START_SECONDS)

@@ -204,9 +204,19 @@ TEST_F(KXMP3PictureTest, FlagsOfVersion3AddToTheHeader)
         pictureIn(ID3::v23, join(u8(7), front(text("picture"))), grouped), ElementsAre("picture"));
     EXPECT_THAT(pictureIn(ID3::v23, join(u32(9), front(text("picture"))), compressed), IsEmpty());
     EXPECT_THAT(pictureIn(ID3::v23, join(u8(1), front(text("picture"))), encrypted), IsEmpty());
-    constexpr std::uint32_t keptWhenTheFileChanges = 0x4000, readOnly = 0x2000;
-    EXPECT_THAT(pictureIn(ID3::v23, front(text("picture")), keptWhenTheFileChanges | readOnly),
-        ElementsAre("picture"));
+}
+
+TEST_F(KXMP3PictureTest, OtherFlagsAddNothing)
+{
+    constexpr std::uint32_t known3 = 0x80 | 0x40 | 0x20, known4 = 0x40 | 0x08 | 0x04 | 0x02 | 0x01;
+    for (auto const& [version, known] : { std::pair(ID3::v23, known3), { ID3::v24, known4 } }) {
+        for (std::uint32_t flag = 1; flag <= 0x8000; flag <<= 1) {
+            if (flag & known)
+                continue;
+            EXPECT_THAT(pictureIn(version, front(text("picture")), flag), ElementsAre("picture"))
+                << flag;
+        }
+    }
 }
 
 TEST_F(KXMP3PictureTest, FlagsOfVersion4AddToTheHeader)
