@@ -41,5 +41,5 @@ int main(int count, char** arguments)
     setEnvironment(arguments[2]);
     (void)confineProgram({ arguments[firstOfProgram], arguments[1], arguments[2] });
     ::execv(arguments[firstOfProgram], arguments + firstOfProgram);
-    return cannotRun;
+    ::_exit(cannotRun); // What else is done at a program's end may be forbidden by now.
 }
