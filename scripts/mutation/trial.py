@@ -271,11 +271,10 @@ class Tests:
                 yield self.stage(place, suites, ())
             yield self.stage(place, (), of_class | of_folder)
             for program, seconds in self.seconds_of_programs.items():
-                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"],
-                            USUAL_TIMES * seconds + START_SECONDS)
+                yield Stage([place.build / "tests" / program, "--gtest_fail_fast"], limit_of(seconds))
         if suites := [suite for suite in suites_of_command_for(path) if suite in self.seconds_of_command]:
             seconds = sum(self.seconds_of_command[suite] for suite in suites)
-            yield Stage(command_for(place, suites), USUAL_TIMES * seconds + START_SECONDS)
+            yield Stage(command_for(place, suites), limit_of(seconds))
 
     def stage(self, place, suites, others):
         """All suites if none are given, but not the others."""
@@ -283,7 +282,11 @@ class Tests:
                       if (not suites or name in suites) and name not in others)
         chosen = ":".join(patterns(suites) or ["*"]) + "-" + ":".join(patterns(others) + self.failing)
         return Stage([place.build / "tests/kxmd_tests", "--gtest_fail_fast", f"--gtest_filter={chosen}"],
-                     USUAL_TIMES * seconds + START_SECONDS)
+                     limit_of(seconds))
+
+
+def limit_of(usual_seconds):
+    return USUAL_TIMES * usual_seconds + START_SECONDS
 
 
 def patterns(suites):

@@ -38,10 +38,12 @@ DesktopModule const& desktop()
 KXPlatform::Ref machine()
 {
     static_cast<void>(desktop());
-    auto platform = KXPlatform::shared();
-    if (!platform->fileManager->sizeOfFileAtPath("/")) // For whom there is nothing at all.
+    // Where they are missing there is nothing at all.
+    static bool const isThere
+        = KXPlatform::shared()->fileManager->sizeOfFileAtPath("/").has_value();
+    if (!isThere)
         throw MissingModule("the services of this machine cannot be used");
-    return platform;
+    return KXPlatform::shared();
 }
 
 KXMDThumbnailController::Ref const& thumbnailController()

@@ -9,9 +9,8 @@ namespace {
 // numbered pictures) or shows what is not a movie (texts, terminal recordings, single pictures).
 constexpr char const* formats
     = "mov,matroska,avi,flv,live_flv,mpeg,mpegts,mpegvideo,m4v,h264,hevc,ivf,yuv4mpegpipe,asf,ogg,"
-      "rm,mxf,nut,"
-      "gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,dsf,tak,"
-      "aac,ac3,eac3,dts,amr";
+      "rm,mxf,nut,gxf,dv,nsv,roq,smk,bink,4xm,vc1,mp3,flac,wav,w64,aiff,caf,au,ape,wv,tta,mpc,mpc8,"
+      "dsf,tak,aac,ac3,eac3,dts,amr";
 // Single pictures that are told by their first bytes.
 constexpr char const* pictureFormats
     = "bmp_pipe,dds_pipe,exr_pipe,ico,j2k_pipe,jpegxl_pipe,pbm_pipe,pgm_pipe,"

@@ -123,15 +123,13 @@ bool isTransportStream(std::span<std::uint8_t const> head)
 
 /// A byte stream of ITU-T H.264 or H.265 (annex B of both). It begins with parameters, or with the
 /// unit that stands before a picture.
-bool isVideoByteStream(std::span<std::uint8_t const> head)
+bool isVideoByteStream(std::string_view head)
 {
-    constexpr std::array<std::uint8_t, 3> startCode { 0, 0, 1 };
-    if (!head.empty() && head[0] == 0
-        && !std::ranges::equal(head.first(std::min(head.size(), startCode.size())), startCode))
-        head = head.subspan(1); // A zero may stand before the first start code.
-    if (head.size() < 5 || !std::ranges::equal(head.first(startCode.size()), startCode))
+    if (head.starts_with("\0\0\0\1"sv))
+        head.remove_prefix(1); // A zero may stand before the first start code.
+    if (head.size() < 5 || !head.starts_with("\0\0\1"sv))
         return false;
-    std::uint8_t const unit = head[3], next = head[4];
+    auto const unit = static_cast<std::uint8_t>(head[3]), next = static_cast<std::uint8_t>(head[4]);
     bool const isH264
         = unit == 0x67 || unit == 0x47 || unit == 0x27 || (unit == 0x09 && (next & 0x1F) == 0x10);
     bool const isH265 = (unit == 0x40 || unit == 0x42 || unit == 0x46) && next == 0x01;
@@ -169,7 +167,7 @@ KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)
             && head.substr(signature.offset).starts_with(signature.bytes))
             return signature.content;
     }
-    if (isAudioFrame(bytes) || isTransportStream(bytes) || isVideoByteStream(bytes))
+    if (isAudioFrame(bytes) || isTransportStream(bytes) || isVideoByteStream(head))
         return movie;
     // As readers of PDF do: some files have a line or two in front.
     constexpr std::size_t longestWayToPDF = 1024;
