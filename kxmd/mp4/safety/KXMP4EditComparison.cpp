@@ -150,7 +150,8 @@ std::string_view KXMP4EditComparison::take(Boxes const& boxes)
 {
     auto const& [before, after] = boxes;
     // Headers that were overwritten are found by `compareSizes` and `compareOverwritten`.
-    if (_map.originOf(after.offset) != before.offset)
+    bool const hasWholeHeader = _map.isOneStretch(before.offset, before.offset + before.headerSize);
+    if (!hasWholeHeader || _map.originOf(after.offset) != before.offset)
         return reasonForChangeIn({ before.offset, smallHeader }, reasons::sizesDoNotNest);
     if (auto const reason = compareSizes(boxes); !reason.empty())
         return reason;

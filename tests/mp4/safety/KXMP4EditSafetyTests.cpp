@@ -263,6 +263,20 @@ TEST(KXMP4EditSafety, AnswersForEditsOfSingleAtoms)
         safety.reasonAgainstEditAt(table->offset(), 0xFFFFFFFF).value_or(""), HasSubstr("4 GiB"));
 }
 
+TEST(KXMP4EditSafety, AnEditThatTakesAHeaderApartMatters)
+{
+    // The tree takes "moov" to be one byte long and finds an atom between its bytes, of 365 bytes
+    // by those and the type. Without it the last byte before it begins a header with what is left.
+    constexpr std::uint32_t size = 0x16D, header = 16;
+    std::uint64_t const place = ftyp().size() + 1;
+    Bytes const first = atom("free", zeros(size - header - 8));
+    Bytes const file = join(ftyp(), largeAtom("moov", join(first, userData)));
+    auto const data = reader(file);
+    EXPECT_THAT(
+        KXMP4EditSafety(*data).reasonAgainstEditAt(place, -std::int64_t { size }).value_or(""),
+        HasSubstr("contradict each other"));
+}
+
 TEST(KXMP4EditSafety, AFileOfMoreAtomsThanTheTreeKeepsIsNotEdited)
 {
     constexpr std::size_t most = 1u << 20;
