@@ -203,6 +203,13 @@ class InfoTests(CommandTestCase):
         self.assertEqual((told["detectedType"], told["metaType"]), (1, 1))
         self.assertEqual(told["tags"], {"Name": "Café"})
 
+    def test_json_of_texts_that_need_escapes(self):
+        # A quote, the escapes of JSON, controls (C0, DEL, C1) and a letter beyond ASCII.
+        text = 'a"b\\c/d\t\x1b[2J\x7f\x9b\xe9~ '
+        line = run("info", "--json", self.write("a.mp3", id3v23(text_frame(b"TIT2", text)))).out
+        self.assertIn(b'"tags":{"Name":"a\\"b\\\\c/d\\t\\u001b[2J\\u007f\\u009b\xc3\xa9~ "},', line)
+        self.assertEqual(json.loads(line)["tags"]["Name"], text)
+
     def test_detected_type_differs_from_meta_type(self):
         # An unsynchronised tag is refused; the file is still told to be MP3 by its first bytes.
         content = id3v23(text_frame(b"TIT2", "Blue"), flags=0x80)

@@ -3,7 +3,7 @@
 #include "Commands.h"
 #include "Desktop.h"
 #include "FileWalk.h"
-#include "JSONLine.h"
+#include "JSONText.h"
 #include "OrderedWork.h"
 #include "Session.h"
 #include "TargetFolder.h"
@@ -21,6 +21,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -46,27 +47,44 @@ struct Subject {
     std::optional<KXMediaProbe> probe {};
 };
 
-JSON jsonOfTags(KXMDFileMeta const& meta)
+void addTags(JSONText& report, KXMDFileMeta const& meta)
 {
-    JSON tags = JSON::object();
+    report.name("tags");
+    report.beginObject();
     for (auto const key : tagKeys) {
         if (auto const value = meta.metadataForKey(key))
-            tags[std::string(key)] = *value;
+            report.addNamed(key, *value);
     }
-    return tags;
+    report.endObject();
 }
 
-JSON jsonOfCodecs(KXMDCodecInfo::List const& codecs)
+void addCodecs(JSONText& report, std::string_view name, KXMDCodecInfo::List const& codecs)
 {
-    JSON list = JSON::array();
+    report.name(name);
+    report.beginArray();
     for (auto const& info : codecs) {
-        list.push_back({ { "codec", info.codec() }, { "profile", info.profile() },
-            { "profileLevel", info.profileLevel() }, { "bitRate", jsonNumber(info.bitRate()) },
-            { "width", jsonNumber(info.videoSize().width) },
-            { "height", jsonNumber(info.videoSize().height) },
-            { "audioChannels", info.audioChannels() }, { "description", info.description() } });
+        report.beginObject();
+        report.addNamed("codec", static_cast<int>(info.codec()));
+        report.addNamed("profile", info.profile());
+        report.addNamed("profileLevel", info.profileLevel());
+        report.addNamed("bitRate", info.bitRate());
+        report.addNamed("width", info.videoSize().width);
+        report.addNamed("height", info.videoSize().height);
+        report.addNamed("audioChannels", info.audioChannels());
+        report.addNamed("description", info.description());
+        report.endObject();
     }
-    return list;
+    report.endArray();
+}
+
+void addCover(JSONText& report, KXMDFileMeta const& meta)
+{
+    report.name("cover");
+    report.beginObject();
+    report.addNamed("valid", meta.hasValidAlbumCover());
+    report.addNamed("insertable", meta.canInsertAlbumCover());
+    report.addNamed("embeddedBytes", meta.albumCoverSizeForEmbeddedTags());
+    report.endObject();
 }
 
 std::string_view nameOfKind(KXMediaStream::Kind kind)
@@ -119,19 +137,23 @@ JSON jsonOfProbe(KXMediaProbe const& probe)
 std::string jsonReport(Subject const& subject)
 {
     KXMDFileMeta const& meta = subject.meta;
-    JSON report = jsonOfFile(subject.path,
-        { { "size", meta.filesize() }, { "detectedType", static_cast<int>(subject.detectedType) },
-            { "metaType", meta.metaType() }, { "tags", jsonOfTags(meta) },
-            { "containsVideo", meta.containsVideo() },
-            { "video", jsonOfCodecs(meta.videoCodecsInfo()) },
-            { "audio", jsonOfCodecs(meta.audioCodecsInfo()) },
-            { "cover",
-                { { "valid", meta.hasValidAlbumCover() },
-                    { "insertable", meta.canInsertAlbumCover() },
-                    { "embeddedBytes", meta.albumCoverSizeForEmbeddedTags() } } } });
-    if (subject.isProbed)
-        report["probe"] = subject.probe ? jsonOfProbe(*subject.probe) : JSON();
-    return jsonLine(report);
+    JSONText report;
+    report.beginObject();
+    report.addPath("path", "pathBytes", subject.path);
+    report.addNamed("size", meta.filesize());
+    report.addNamed("detectedType", static_cast<int>(subject.detectedType));
+    report.addNamed("metaType", static_cast<int>(meta.metaType()));
+    addTags(report, meta);
+    report.addNamed("containsVideo", meta.containsVideo());
+    addCodecs(report, "video", meta.videoCodecsInfo());
+    addCodecs(report, "audio", meta.audioCodecsInfo());
+    addCover(report, meta);
+    if (subject.isProbed) {
+        report.name("probe");
+        report.addValue(subject.probe ? jsonOfProbe(*subject.probe) : JSON());
+    }
+    report.endObject();
+    return std::move(report).takeLine();
 }
 
 std::string nameOfType(Subject const& subject)

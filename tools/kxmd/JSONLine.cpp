@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 
 namespace {
@@ -23,19 +22,27 @@ std::string escapeSequence(char32_t character)
 
 }
 
-std::string jsonLine(JSON const& value)
+std::string jsonText(JSON const& value)
 {
-    std::string const line = value.dump(-1, ' ', false, JSON::error_handler_t::replace);
-    return KXTextReplacingControlCharactersWith(line, escapeSequence) + '\n';
+    std::string const text = value.dump(-1, ' ', false, JSON::error_handler_t::replace);
+    return KXTextReplacingControlCharactersWith(text, escapeSequence);
 }
 
-JSON jsonNumber(double number)
+std::string jsonLine(JSON const& value) { return jsonText(value) + '\n'; }
+
+std::optional<std::int64_t> wholeNumber(double number)
 {
     constexpr double exactlyWhole
         = 9007199254740992.0; // 2^53: below it every whole number is exact.
     if (std::abs(number) <= exactlyWhole && number == std::trunc(number))
         return static_cast<std::int64_t>(number);
-    return number;
+    return std::nullopt;
+}
+
+JSON jsonNumber(double number)
+{
+    auto const whole = wholeNumber(number);
+    return whole ? JSON(*whole) : JSON(number);
 }
 
 void addPath(JSON& object, std::string_view key, std::string_view bytesKey, std::string_view path)
