@@ -154,6 +154,21 @@ TEST(KXPictureRows, TinySizeShrinksToOnePixel)
     EXPECT_EQ(image->size(), (KXSize { 2, 1 }));
 }
 
+TEST(KXPictureRows, BlocksOfManyRowsAreTheMeansOfAll)
+{
+    // Of 1,051 rows of a block 526 are white, and 525 of the next one; the last column is alone.
+    KXPictureRows rows({ .width = 2'103, .height = 2'102 }, { 1, 1 });
+    for (int y = 0; y < 2'102; ++y)
+        take(rows, Row(2'103, y % 2 ? red : white));
+    auto const image = rows.image();
+    ASSERT_TRUE(image);
+    ASSERT_EQ(image->size(), (KXSize { 3, 2 }));
+    for (std::size_t x = 0; x < 3; ++x) {
+        EXPECT_EQ(pixel(*image, x, 0), (Colour { 255, 128, 128, 255 }));
+        EXPECT_EQ(pixel(*image, x, 1), (Colour { 255, 127, 127, 255 }));
+    }
+}
+
 TEST(KXPictureRows, MissingRowsAreTransparentOrWhite)
 {
     for (bool const hasAlpha : { false, true }) {

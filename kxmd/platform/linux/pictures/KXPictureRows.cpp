@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t pixelLength = KXImage::bytesPerPixel;
 constexpr std::uint8_t opaque = 255;
+constexpr std::size_t mostRowsInColumns
+    = std::numeric_limits<std::uint16_t>::max() / std::numeric_limits<std::uint8_t>::max();
 
 /// By how much a picture is shrunk as it is taken over.
 std::size_t shrinkingFactor(KXPictureLayout const& layout, KXSize wantedSize)
@@ -106,6 +109,7 @@ KXPictureRows::KXPictureRows(
     , _height(square ? squareAsStored(*square, layout).height : blocksIn(layout.height, _factor))
     , _isDirect(!square && _factor == 1 && !Turn::ofOrientation(layout.orientation).isAny())
     , _row((_isDirect ? 0 : layout.width) * pixelLength)
+    , _columns((_factor == 1 ? 0 : layout.width) * pixelLength)
     , _sums((_factor == 1 ? 0 : _width) * pixelLength)
     , _resampler(square ? resamplerOfSquare(layout, _width, _height) : nullptr)
     , _square((square ? _width * _height : 0) * pixelLength)
@@ -137,9 +141,11 @@ void KXPictureRows::takeRow()
         return _resampler->takeRow(row, _square, _width);
     if (_factor == 1)
         return place(row);
-    addToBlocks(row);
-    if (_rowsTaken % _factor == 0 || _rowsTaken == _layout.height)
-        placeBlocks();
+    addToColumns(row);
+    if (_rowsTaken % _factor != 0 && _rowsTaken != _layout.height)
+        return;
+    addColumnsToBlocks();
+    placeBlocks();
 }
 
 /// Makes the pixels what pictures have.
@@ -159,19 +165,42 @@ void KXPictureRows::convertRow(std::uint8_t* row) const
         boundByAlpha(row, _layout.width);
 }
 
-void KXPictureRows::addToBlocks(std::uint8_t const* row)
+/// Sums each column down its block, several channels at a time: most of the work on a large
+/// picture.
+void KXPictureRows::addToColumns(std::uint8_t const* row)
 {
+    using Channels = std::uint8_t __attribute__((vector_size(8)));
+    using Sums = std::uint16_t __attribute__((vector_size(16)));
+    constexpr std::size_t atOnce = sizeof(Channels);
+    std::uint16_t* const columns = _columns.data();
+    std::size_t i = 0;
+    for (; i + atOnce <= _columns.size(); i += atOnce) {
+        Channels channels;
+        Sums sums;
+        std::memcpy(&channels, row + i, sizeof channels);
+        std::memcpy(&sums, columns + i, sizeof sums);
+        sums += __builtin_convertvector(channels, Sums);
+        std::memcpy(columns + i, &sums, sizeof sums);
+    }
+    for (; i < _columns.size(); ++i)
+        columns[i] = static_cast<std::uint16_t>(columns[i] + row[i]);
+    if (++_rowsInColumns == mostRowsInColumns)
+        addColumnsToBlocks();
+}
+
+void KXPictureRows::addColumnsToBlocks()
+{
+    std::uint16_t const* column = _columns.data();
     std::uint64_t* sums = _sums.data();
     for (std::size_t x = 0; x < _layout.width; sums += pixelLength) {
-        std::uint32_t block[pixelLength] {}; // At most 131,072 pixels of a row.
         for (std::size_t const end = std::min(x + _factor, _layout.width); x < end; ++x) {
             for (std::size_t channel = 0; channel < pixelLength; ++channel)
-                block[channel] += row[channel];
-            row += pixelLength;
+                sums[channel] += column[channel];
+            column += pixelLength;
         }
-        for (std::size_t channel = 0; channel < pixelLength; ++channel)
-            sums[channel] += block[channel];
     }
+    std::ranges::fill(_columns, 0);
+    _rowsInColumns = 0;
 }
 
 /// Places the means of the blocks whose rows have been added.

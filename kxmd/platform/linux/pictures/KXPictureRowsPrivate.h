@@ -50,7 +50,8 @@ public:
 private:
     std::uint8_t* targetOfRow();
     void convertRow(std::uint8_t* row) const;
-    void addToBlocks(std::uint8_t const* row);
+    void addToColumns(std::uint8_t const* row);
+    void addColumnsToBlocks();
     void placeBlocks();
     void place(std::uint8_t const* row);
 
@@ -63,6 +64,8 @@ private:
     std::size_t _rowsTaken { 0 };
     std::size_t _rowsPlaced { 0 };
     std::vector<std::uint8_t> _row;
+    std::vector<std::uint16_t> _columns; ///< Sums of the last rows, by pixel of a row.
+    std::size_t _rowsInColumns { 0 };
     std::vector<std::uint64_t> _sums; ///< Of the row of blocks that is not full yet.
     std::unique_ptr<KXRowResampler> const _resampler; ///< Null where no square is wanted.
     std::vector<std::uint8_t> _square; ///< As it is stored.
