@@ -3,10 +3,10 @@ import resource
 import shutil
 import struct
 
-from audio import attached, encode, pattern, probe, samples, tag_arguments, tone, TAGS
+from audio import attached, cover_bytes, encode, pattern, probe, samples, tag_arguments, tone, TAGS
 from phone_mount import exfat_card, phone
 from preparing import CLEAN, CONVERT, COVER, MANIFEST, PrepareTestCase
-from support import atom, mp4, run, sound_entry, tag_atom, track, user_data
+from support import atom, mp4, preloading, run, sound_entry, tag_atom, track, user_data
 
 
 class PrepareChoiceTests(PrepareTestCase):
@@ -181,6 +181,37 @@ class PrepareChoiceTests(PrepareTestCase):
         actions, _ = self.prepared()
         self.assertEqual({name: file["action"] for name, file in actions.items() if name.endswith("m4a")},
                          {"a.m4a": "unchanged", "b.m4a": "edited", "c.m4a": "unchanged"})
+
+    def test_picture_that_is_called_like_the_album_comes_last(self):
+        """Covers that were chosen are told by their colours."""
+        encode(os.path.join(self.source, "a.m4a"), *tone(), "-metadata", "album=Hits")
+        def chosen():
+            self.assertEqual(self.steps()["a.m4a"], [COVER])
+            return cover_bytes(os.path.join(self.out, "a.m4a"))
+        covers = [("Hits.jpg", "red"), ("source.jpg", "lime"), ("cover.jpg", "blue")]
+        found = []
+        for name, colour in covers:
+            encode(os.path.join(self.source, name), "-f", "lavfi", "-i", f"color={colour}:size=300x300", "-frames:v", "1")
+            found.append(chosen())
+        self.assertEqual(len(set(found)), 3)
+        os.remove(os.path.join(self.source, "cover.jpg"))
+        self.assertEqual(chosen(), found[1])
+        os.remove(os.path.join(self.source, "source.jpg"))
+        self.assertEqual(chosen(), found[0])
+
+    def test_other_pictures_are_not_opened_for_their_names(self):
+        encode(os.path.join(self.source, "a.m4a"), *tone(), "-metadata", "album=Hits")
+        for name, is_opened in (("Other.jpg", False), ("Hits 2.jpg", False), ("Hits.jpg", True)):
+            picture = self.place(name, "cover.jpg")
+            environment = {**preloading("KXMD_COUNT_OPENS", self.environment), "KXMD_COUNTED": picture}
+            opens = self.prepare("--exclude", "*.jpg", env=environment).status
+            self.assertEqual(opens > 0, is_opened, name)
+
+    def test_dry_run_knows_the_albums_of_what_would_be_converted(self):
+        encode(os.path.join(self.source, "a.flac"), *tone(), "-metadata", "album=Hits")
+        self.place("Hits.jpg", "cover.jpg")
+        self.assertEqual(self.steps("-n")["a.m4a"], [CONVERT, COVER])
+        self.assertEqual(self.steps()["a.m4a"], [CONVERT, COVER])
 
     def test_picture_that_cannot_be_shown_hides_no_other(self):
         self.place("song.mp3")

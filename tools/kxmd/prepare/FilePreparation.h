@@ -53,6 +53,7 @@ private:
 
     // Covers.
     void completeCover();
+    std::string album();
     bool isBare();
     bool hasLargePicture() const;
     void insertCover();

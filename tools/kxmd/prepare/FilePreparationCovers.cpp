@@ -23,7 +23,7 @@ void FilePreparation::completeCover()
     bool const canTakeOne = _isEstimated || hasPlace || isBare();
     if (hasPlace && _meta->hasValidAlbumCover())
         return;
-    _outcome.album = _meta->metadataForKey(KXMDMetadataKeyAlbum).value_or("");
+    _outcome.album = album();
     _outcome.cover = _folderPictures.stateFor(_outcome.source, _outcome.album);
     bool const hasSmallOne = canTakeOne && _meta->albumCoverSizeForEmbeddedTags();
     if (!hasSmallOne && _folderPictures.pictureFor(_outcome.source, _outcome.album).empty()) {
@@ -37,6 +37,17 @@ void FilePreparation::completeCover()
         insertCover();
     else
         remark("there is no place for a cover");
+}
+
+/// The album's name as the copy has it; empty without one.
+std::string FilePreparation::album()
+{
+    if (auto album = _meta->metadataForKey(KXMDMetadataKeyAlbum))
+        return *album;
+    if (!_isEstimated || !probe())
+        return {};
+    auto const tag = probe()->tags.find("album"); // Which the converter keeps.
+    return tag == probe()->tags.end() ? std::string() : tag->second;
 }
 
 /// Whether the file has no place for a cover, but could have one.
