@@ -279,6 +279,36 @@ class PrepareAgainTests(PrepareTestCase):
                          {f"source/Album/{name}" for name in ("good.mp3", "lossless.m4a", "song.mp3")})
         self.assertNotIn("Album", os.listdir(self.out))
 
+    def test_file_that_is_prepared_under_two_names_is_up_to_date_under_both(self):
+        self.place("Album/song.mp3")
+        self.place("Album/lossless.m4a")
+        self.place("Album/cover.jpg")
+        encode(os.path.join(self.source, "Album/a.flac"), *tone())
+        folder = os.path.join(self.source, "Album")
+        names = {"song.mp3", "lossless.m4a", "cover.jpg", "a.m4a"}
+        both = names | {"Album/" + name for name in names}
+        for paths in ((folder, folder + "/"), (folder + "/", folder)):
+            self.assertEqual(set(self.actions(*paths)), both)
+            before, lines = self.state(), self.lines()
+            for again in (paths, paths[::-1], (folder,), (folder + "/",)):
+                self.assertEqual(set(self.actions(*again).values()), {"unchanged"}, again)
+            self.assertEqual((self.state(), self.lines()), (before, lines))
+            shutil.rmtree(self.out)
+
+    def test_file_that_gets_a_second_name_keeps_the_first(self):
+        self.place("Album/song.mp3")
+        folder = os.path.join(self.source, "Album")
+        self.prepare(folder)
+        self.assertEqual(self.actions(folder, folder + "/"), {"Album/song.mp3": "unchanged", "song.mp3": "copied"})
+        self.assertEqual(set(self.actions(folder, folder + "/").values()), {"unchanged"})
+        self.touch("Album/song.mp3")
+        self.assertEqual(set(self.actions(folder, folder + "/").values()), {"copied"})
+        self.assertEqual(set(self.actions(folder, folder + "/").values()), {"unchanged"})
+        os.remove(os.path.join(self.source, "Album/song.mp3"))
+        self.place("Album/good.mp3")
+        self.actions(folder, folder + "/", "--delete-many")
+        self.assertEqual(set(self.hashes(self.out)), {"Album/good.mp3", "good.mp3"})
+
     def test_what_changes_its_name_leaves_no_twin(self):
         encode(os.path.join(self.source, "a.flac"), *tone())
         self.prepare("--no-convert")

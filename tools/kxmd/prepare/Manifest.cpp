@@ -79,16 +79,21 @@ bool isBelow(std::string_view path)
             [](std::string_view component) { return component == ".." || component == "."; });
 }
 
-/// Puts `entry` into `entries` in place of the one that has the same text there.
-void put(Manifest::Entry const& entry, auto& entries)
+/// Puts `entry` into `entries` in place of the one that has the same text there, which it gives
+/// back; null without one.
+Manifest::Entry put(Manifest::Entry const& entry, auto& entries)
 {
     auto const [place, isNew] = entries.insert(entry);
     if (isNew)
-        return;
+        return nullptr;
     auto node = entries.extract(place);
-    node.value() = entry;
+    auto former = std::exchange(node.value(), entry);
     entries.insert(std::move(node));
+    return former;
 }
+
+/// How many folders a relative path names.
+auto foldersIn(std::string_view path) { return std::ranges::count(path, '/'); }
 
 }
 
@@ -139,8 +144,9 @@ void Manifest::take(std::string_view line)
 void Manifest::keep(ManifestEntry entry)
 {
     auto const kept = std::make_shared<ManifestEntry const>(std::move(entry));
-    if (!kept->isPlaylist)
-        put(kept, _sources);
+    auto const former = kept->isPlaylist ? nullptr : put(kept, _sources);
+    if (former && former->target != kept->target)
+        _targets[kept->source].insert({ former->target, kept->target });
     put(kept, _entries);
 }
 
@@ -159,11 +165,36 @@ Manifest::Entry Manifest::entryForTarget(std::string_view target) const
     return found == _entries.end() ? nullptr : *found;
 }
 
-Manifest::Entry Manifest::entryForSource(std::string_view source) const
+/// The entry for a target if it is one of that source; another one may have its target by now.
+Manifest::Entry Manifest::entryFor(std::string_view source, std::string_view target) const
+{
+    auto entry = entryForTarget(target);
+    return entry && entry->source == source ? entry : nullptr;
+}
+
+Manifest::Entry Manifest::entryForSource(
+    std::string_view source, std::string_view relativePath) const
 {
     auto const found = _sources.find(source);
-    auto entry = found == _sources.end() ? nullptr : entryForTarget((*found)->target);
-    return entry && entry->source == source ? entry : nullptr; // Another one may have its target.
+    if (found == _sources.end())
+        return nullptr;
+    auto last = entryFor(source, (*found)->target);
+    auto const isAlike = [relativePath](Entry const& entry) {
+        // Relative paths of one source are ends of its path, and names are changed one by one.
+        return entry && foldersIn(entry->target) == foldersIn(relativePath);
+    };
+    auto const several
+        = _targets.empty() || isAlike(last) ? _targets.end() : _targets.find(std::string(source));
+    if (several == _targets.end())
+        return last;
+    for (std::string const& target : several->second) {
+        auto entry = entryFor(source, target);
+        if (isAlike(entry))
+            return entry;
+        if (!last)
+            last = std::move(entry);
+    }
+    return last;
 }
 
 Manifest::Entry Manifest::entryForMoved(

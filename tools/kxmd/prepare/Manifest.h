@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -52,8 +53,9 @@ public:
 
     /// The entry for a target; null without one, as below.
     Entry entryForTarget(std::string_view target) const;
-    /// The entry for the source at an absolute path.
-    Entry entryForSource(std::string_view source) const;
+    /// The entry for the source at an absolute path. Of several, since a source may be prepared
+    /// under several names, the one whose target is in as many folders as `relativePath` tells.
+    Entry entryForSource(std::string_view source, std::string_view relativePath) const;
     /// The entry for a source that may lie elsewhere by now, if there is just one.
     Entry entryForMoved(std::uint64_t size, std::int64_t modified, std::int64_t inode) const;
     /// Those of all targets, in no order.
@@ -78,6 +80,7 @@ private:
     void take(std::string_view line);
     void keep(ManifestEntry entry);
     bool erase(std::string_view target);
+    Entry entryFor(std::string_view source, std::string_view target) const;
     std::string append();
     std::string writeAnew();
 
@@ -85,6 +88,8 @@ private:
     std::optional<NameRules> _nameRules;
     EntriesBy<&ManifestEntry::target> _entries;
     EntriesBy<&ManifestEntry::source> _sources; ///< The last one of each, which may be no more.
+    std::unordered_map<std::string, std::set<std::string>>
+        _targets; ///< Of sources that had several; some may be no more.
     mutable std::unordered_multimap<std::string, std::string>
         _contents; ///< Targets, once asked for.
     std::string _pending; ///< Lines that are not in the file yet.

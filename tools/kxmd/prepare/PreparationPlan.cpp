@@ -93,7 +93,7 @@ PreparationPlan::PreparationPlan(std::vector<FoundFile> const& files, std::strin
 /// The record of a file, also of one that lay elsewhere then and has not changed since.
 Manifest::Entry PreparationPlan::formerOf(FoundFile const& file, std::string const& source) const
 {
-    if (auto entry = _manifest.entryForSource(source))
+    if (auto entry = _manifest.entryForSource(source, file.relativePath))
         return entry;
     auto const inode = static_cast<std::int64_t>(file.identity.second);
     auto moved = _manifest.entryForMoved(file.size, file.modified, inode);
