@@ -387,13 +387,75 @@ class PrepareAgainTests(PrepareTestCase):
                          {"Four/Four.m3u", "Mix.m3u", "One/One.m3u", "Three/Three.m3u"})
         self.assertEqual(set(self.actions("--delete").values()), {"unchanged"})
 
-    def test_playlists_stay_where_a_file_is_left_or_comes(self):
+    def lists(self):
+        return {name for name in self.hashes(self.out) if ".m3u" in name}
+
+    def test_playlists_stay_where_one_of_their_songs_is_left(self):
+        for album in ("One", "Two"):
+            self.place(f"{album}/other.mp3", "song.mp3")
         self.place_albums()
-        os.rename(os.path.join(self.source, "Two/song.mp3"), os.path.join(self.source, "Two/other.mp3"))
+        before = self.lists()
+        for name in ("One/song.mp3", "Two/other.mp3"):
+            os.remove(os.path.join(self.source, name))
+        self.assertEqual(list(self.actions("--delete").values()).count("deleted"), 2)
+        self.assertEqual(self.lists(), before)
+
+    def test_playlists_without_a_song_are_removed_though_other_files_are_left(self):
+        for form, backslash in (("m3u", "One/a\\b.mp3"), ("m3u8", "One/#a\\b.mp3")):
+            for name in ("One/song.mp3", "One/Disc/#2.mp3", "Two/song.mp3", "Three/song.mp3", backslash):
+                self.place(name, "song.mp3")
+            self.place("One/booklet.jpg", "tiny.jpg")
+            one = os.path.join(self.source, "One")
+            self.prepare(one, "--playlist", "First", "--playlist-format", form)
+            self.prepare("--playlist", "All", "--playlist-each-folder", "--playlist-format", form)
+            everything = self.hashes(self.out)
+            for name in ("One/song.mp3", "One/Disc/#2.mp3", backslash):
+                os.remove(os.path.join(self.source, name))
+            self.prepare()
+            self.assertEqual(self.hashes(self.out), everything)  # Nobody asked for it.
+            gone = {f"First.{form}", f"One/One.{form}", f"One/Disc/Disc.{form}"}
+            would = self.actions("-n", "--delete-many")
+            self.assertEqual({name for name, action in would.items() if "m3u" in name and action == "would-deleted"}, gone)
+            self.assertEqual(self.hashes(self.out), everything)
+            self.actions("--delete-many")
+            self.assertEqual(self.lists(), {f"All.{form}", f"Three/Three.{form}", f"Two/Two.{form}"})
+            self.assertEqual(set(self.actions("--delete").values()), {"unchanged"})
+            shutil.rmtree(self.out)
+
+    def test_playlist_without_a_song_is_removed_where_it_would_be_written(self):
+        self.place_albums()
+        self.put("notes.txt", b"text")
+        one = os.path.join(self.source, "One")
+        both = (one, os.path.join(self.source, "notes.txt"), "--playlist", "Rock")
+        self.prepare(*both)
+        os.remove(os.path.join(self.source, "One/song.mp3"))
+        self.put("One/notes.txt", b"text")
+        self.prepare(*both)
+        self.assertIn("Rock.m3u", self.lists())
+        result = self.prepare(*both, "--delete")
+        self.assertEqual(result.errors, [f"kxmd: {self.out}/Rock.m3u: there is no audio to list"])
+        self.assertNotIn("Rock.m3u", self.lists())
+
+    def test_playlist_that_is_written_anew_is_not_removed(self):
+        self.place_albums()
+        song, other = (os.path.join(self.source, "Two", name) for name in ("song.mp3", "other.mp3"))
+        self.prepare(os.path.join(self.source, "Two"), "--playlist", "Rock", "--playlist-each-folder")
+        os.rename(song, other)
         self.touch("Two/other.mp3")
-        actions = self.actions("--delete")
-        self.assertEqual((actions["Two/other.mp3"], actions["Two/song.mp3"]), ("copied", "deleted"))
-        self.assertIn("Two/Two.m3u", self.hashes(self.out))
+        actions = self.actions(os.path.join(self.source, "Two"), "--playlist", "Rock", "--playlist-each-folder",
+                               "--delete")
+        self.assertEqual(actions, {"Two/other.mp3": "copied", "Two/song.mp3": "deleted"})
+        self.assertEqual(self.read(os.path.join(self.out, "Rock.m3u")), b".\\Two\\other.mp3")
+        self.assertEqual(self.read(os.path.join(self.out, "Two/Two.m3u")), b".\\other.mp3")
+
+    def test_playlist_of_somebody_else_stays_without_a_song(self):
+        self.place_albums()
+        self.write("out/mine.m3u", b".\\Two\\song.mp3")
+        with open(os.path.join(self.out, "Mix.m3u"), "wb") as file:
+            file.write(b".\\Two\\song.mp3")  # Of another size than the record tells.
+        shutil.rmtree(os.path.join(self.source, "Two"))
+        self.assertEqual(self.prepare("--delete").errors, [])
+        self.assertLessEqual({"mine.m3u", "Mix.m3u"}, self.lists())
 
     def test_playlist_that_was_changed_or_is_anothers_stays(self):
         self.place_albums()

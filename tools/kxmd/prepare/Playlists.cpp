@@ -32,6 +32,15 @@ std::string onOneLine(std::string text)
     return text;
 }
 
+/// All that is in a file; absent when it cannot be read.
+std::optional<std::string> textIn(KXAbstractData::Ref const& file)
+{
+    std::string text(file ? file->length() : 0, '\0');
+    bool const isRead
+        = file && file->readBytesTo(reinterpret_cast<std::uint8_t*>(text.data()), text.size());
+    return isRead ? std::optional(std::move(text)) : std::nullopt;
+}
+
 /// By the processor, whose lines have the form ".\Album\01.mp3".
 template <class Members> std::string textOfM3U(std::string const& path, Members const& members)
 {
@@ -45,10 +54,7 @@ template <class Members> std::string textOfM3U(std::string const& path, Members 
     file->setFileKind(KXDCFileKindPlaylist);
     KXDCSimpleFileProxy const proxy(file, path, std::move(proxies));
     auto const data = KXMDFileProcessorCreateM3U().createPlaylistDataForFileProxy(proxy);
-    std::string text(data ? data->length() : 0, '\0');
-    bool const isRead
-        = data && data->readBytesTo(reinterpret_cast<std::uint8_t*>(text.data()), text.size());
-    return isRead ? text : "";
+    return textIn(data).value_or("");
 }
 
 /// A line such as "#EXTINF:241,Artist - Title"; the duration is -1 where it is not known.
@@ -80,11 +86,7 @@ template <class Members> std::string textOfM3U8(std::string const& path, Members
 bool holds(std::string const& path, std::string const& text)
 {
     auto const file = KXAbstractData::abstractDataWithPath(path);
-    if (!file || file->length() != text.size())
-        return false;
-    std::string there(text.size(), '\0');
-    return file->readBytesTo(reinterpret_cast<std::uint8_t*>(there.data()), there.size())
-        && there == text;
+    return file && file->length() == text.size() && textIn(file) == text;
 }
 
 std::string errorOfWriting(std::string const& text, std::string const& path, Targets& targets)
@@ -120,6 +122,19 @@ void Playlists::claim(Targets& targets, Session& session)
         return;
     session.reportError(_path, refusal);
     _path.clear();
+}
+
+std::string Playlists::pathForFolder(std::string const& folder) const
+{
+    return folder + '/' + std::string(KXLastPathComponent(folder)) + extension();
+}
+
+bool Playlists::areWrittenTo(std::string const& path, std::set<std::string> const& folders) const
+{
+    if (path == _path)
+        return !folders.empty();
+    std::string const folder(KXPathByDeletingLastPathComponent(path));
+    return _options.isForEachFolder && path == pathForFolder(folder) && folders.contains(folder);
 }
 
 void Playlists::add(std::string const& source, std::string const& target, PreparedSong const& song)
@@ -208,8 +223,7 @@ std::vector<Playlists::Written> Playlists::write(Targets& targets, Session& sess
                 member);
     }
     for (auto const& [folder, members] : folders) {
-        std::string const path
-            = folder + '/' + std::string(KXLastPathComponent(folder)) + extension();
+        std::string const path = pathForFolder(folder);
         std::string const refusal = targets.claim(path);
         if (refusal.empty())
             add(path, members);
@@ -217,4 +231,28 @@ std::vector<Playlists::Written> Playlists::write(Targets& targets, Session& sess
             session.reportRemark(path, "is not written: " + refusal);
     }
     return written;
+}
+
+std::optional<std::vector<std::string>> songsOfPlaylist(std::string const& path)
+{
+    constexpr std::uint64_t largest = 64 << 20; // Bytes; half a million songs take fewer.
+    auto const file = KXAbstractData::abstractDataWithPath(path);
+    auto const text = file && file->length() <= largest ? textIn(file) : std::nullopt;
+    if (!text)
+        return std::nullopt;
+    std::string const folder = std::string(KXPathByDeletingLastPathComponent(path)) + '/';
+    bool const hasBackslashes = !path.ends_with(".m3u8");
+    std::vector<std::string> songs;
+    for (std::string_view rest = *text; !rest.empty();) {
+        std::size_t const end = std::min(rest.find('\n'), rest.size());
+        std::string line(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (line.ends_with('\r'))
+            line.pop_back();
+        if (hasBackslashes)
+            std::ranges::replace(line, '\\', '/');
+        if (!line.empty() && !line.starts_with('#'))
+            songs.push_back(folder + line.substr(line.starts_with("./") ? 2 : 0));
+    }
+    return songs;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,12 @@ public:
     /// cannot have it.
     void claim(Targets& targets, Session& session);
 
+    /// Of the one for all songs; empty when none is written.
+    std::string const& path() const { return _path; }
+
+    /// Whether a playlist is written to `path` when there are songs in these folders.
+    bool areWrittenTo(std::string const& path, std::set<std::string> const& folders) const;
+
     /// Lists a song at `target`. One that is protected is not listed.
     void add(std::string const& source, std::string const& target, PreparedSong const& song);
 
@@ -55,6 +62,7 @@ private:
     using Members = std::vector<Member>;
 
     std::string extension() const;
+    std::string pathForFolder(std::string const& folder) const;
     void sortMembers();
     bool canBeListed(Member const& member) const;
     std::string textOf(std::string const& path, Members const& members) const;
@@ -66,3 +74,6 @@ private:
     std::string _path; ///< Of the one for all songs; empty when none is written.
     Members _members;
 };
+
+/// The paths of the songs that a playlist of ours lists; absent when it cannot be read.
+std::optional<std::vector<std::string>> songsOfPlaylist(std::string const& path);

@@ -188,6 +188,11 @@ void PrepareRun::planRemoval()
 /// First of all, so that there is room for what comes.
 void PrepareRun::removeFiles()
 {
+    auto const folders = _options.playlists.areWanted() ? foldersWithMusic() : Folders();
+    sources.isWritten = [this, &folders](std::string const& path) {
+        return _playlists.areWrittenTo(path, folders)
+            || (path != _playlists.path() && _targets->isClaimed(path));
+    };
     for (ManifestEntry const& entry : _removal.entries) {
         PreparationOutcome outcome { .source = entry.source,
             .target = _options.folder + '/' + entry.target,
@@ -199,6 +204,17 @@ void PrepareRun::removeFiles()
         bool const isOurs = outcome.isDone();
         if (isOurs && !isDryRun())
             outcome.error = removePrepared(entry, _options.folder);
+/// The folders of targets that may be songs, as far as it is known beforehand.
+PrepareRun::Folders PrepareRun::foldersWithMusic() const
+{
+    Folders folders;
+    for (PlannedFile const& file : _plan->files()) {
+        if (!file.isUpToDate || file.former->song)
+            folders.emplace(KXPathByDeletingLastPathComponent(file.job.target));
+    }
+    return folders;
+}
+
         if (!outcome.isDone())
             outcome.action = Action::failed;
         if ((!isOurs || outcome.isDone()) && !isDryRun())

@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,6 +49,7 @@ public:
 
 private:
     using Outcomes = std::map<std::size_t, PreparationOutcome>;
+    using Folders = std::set<std::string>;
 
     bool begin();
     bool isDryRun() const { return _options.preparation.isDryRun; }
@@ -58,6 +60,7 @@ private:
     // Removal.
     void planRemoval();
     void removeFiles();
+    Folders foldersWithMusic() const;
 
     // Space.
     std::uint64_t boundOfSpace() const;

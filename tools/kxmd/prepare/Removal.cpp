@@ -1,7 +1,7 @@
 #include "Removal.h"
 
 #include "GoneFile.h"
-
+#include "Playlists.h"
 #include "tools/kxmd/Targets.h"
 
 #include <kxmd/base/KXPath.h>
@@ -26,6 +26,51 @@ void addFoldersOf(std::string_view path, Folders& folders)
         path = KXPathByDeletingLastPathComponent(path);
     while (folders.emplace(path).second && !path.empty());
 }
+
+/// The playlists of a folder that lose their last song when other files are removed from it.
+class SonglessPlaylists {
+public:
+    SonglessPlaylists(std::string const& folder, std::vector<ManifestEntry> const& removed,
+        Folders const& foldersWithFiles, Targets& targets)
+        : _folder(folder)
+        , _foldersWithFiles(foldersWithFiles)
+        , _targets(targets)
+    {
+        for (ManifestEntry const& entry : removed) {
+            addFoldersOf(entry.target, _foldersOfRemoved);
+            _removed.insert(entry.target);
+        }
+    }
+
+    bool contain(ManifestEntry const& list) const
+    {
+        std::string_view const folder = KXPathByDeletingLastPathComponent(list.target);
+        if (!_foldersWithFiles.contains(folder))
+            return true;
+        // A phone takes its time to open a file, and each album may have a list.
+        bool const isLookedAt = folder.empty() || _foldersOfRemoved.contains(folder);
+        if (!isLookedAt || !reasonAgainstRemoving(list, _folder).empty())
+            return false;
+        auto const songs = songsOfPlaylist(_folder + '/' + list.target);
+        return songs
+            && std::ranges::all_of(*songs, [this](auto const& song) { return goes(song); });
+    }
+
+private:
+    bool goes(std::string const& path) const
+    {
+        struct stat status;
+        return _removed.contains(std::string_view(path).substr(_folder.size() + 1))
+            || (!_targets.isClaimed(path) && ::lstat(path.c_str(), &status) != 0
+                && (errno == ENOENT || errno == ENOTDIR));
+    }
+
+    std::string const& _folder;
+    std::set<std::string, std::less<>> _removed; ///< Their targets.
+    Folders _foldersOfRemoved;
+    Folders const& _foldersWithFiles;
+    Targets& _targets;
+};
 
 }
 
@@ -57,10 +102,11 @@ Removal removalFrom(Manifest const& manifest, std::string const& folder,
         else
             addFoldersOf(entry->target, folders);
     }
+    SonglessPlaylists const songless(folder, removal.entries, folders, targets);
     for (Manifest::Entry const& list : playlists) {
         std::string const path = folder + '/' + list->target;
-        if (!folders.contains(KXPathByDeletingLastPathComponent(list->target))
-            && !targets.isClaimed(path) && targets.reasonAgainst(path).empty())
+        if (!sources.isWritten(path) && targets.reasonAgainst(path).empty()
+            && songless.contain(*list))
             removal.playlists.push_back(*list);
     }
     std::ranges::sort(removal.entries, {}, &ManifestEntry::target);

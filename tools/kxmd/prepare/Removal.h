@@ -3,6 +3,7 @@
 #include "Manifest.h"
 
 #include <cstddef>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@ class Targets;
 /// What is removed from a folder of prepared files, since its sources are gone.
 struct Removal {
     std::vector<ManifestEntry> entries;
-    std::vector<ManifestEntry> playlists; ///< Where no prepared file is left.
+    std::vector<ManifestEntry> playlists; ///< Of which no song is left.
     std::size_t recorded { 0 }; ///< How many files the folder's record lists, playlists aside.
 
     /// More than a third of them: rather a mistake than a wish.
@@ -24,11 +25,13 @@ struct RemovalSources {
     std::vector<std::string> roots; ///< Absolute paths of folders.
     std::vector<std::string> unseen; ///< Of what could not be looked into.
     std::set<std::string> kept; ///< Targets of sources that are there, under all their names.
+    /// Whether this run writes, or may write, something to a path where a playlist is.
+    std::function<bool(std::string const& path)> isWritten;
 };
 
 /// Files that the record lists, whose sources lay below one of the roots and are there no more, and
-/// whose targets nobody else has; and playlists of ours in folders that this leaves without a file.
-/// Both in the order of their targets.
+/// whose targets nobody else has; and playlists of ours whose songs are all gone, or with this all
+/// go. Both in the order of their targets.
 Removal removalFrom(Manifest const& manifest, std::string const& folder,
     RemovalSources const& sources, Targets& targets);
 
