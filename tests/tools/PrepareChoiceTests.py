@@ -366,6 +366,44 @@ class PrepareChoiceTests(PrepareTestCase):
             self.assertEqual(self.prepared()[1]["unchanged"], 2)
             self.assertEqual(set(self.hashes(self.out)), before)
 
+    def place_names(self):
+        for name in ("What?.mp3", "Live: One/x.mp3", "Same.mp3", "same.mp3", "tab\t.mp3", "plain.mp3"):
+            self.place(name, "song.mp3")
+        shutil.copy(os.path.join(self.made, "song.mp3"), os.path.join(self.source.encode(), b"caf\xe9.mp3"))
+
+    def would_be(self, kind):
+        """The names of a dry run into a folder on a file system of that kind, and what it says of the folder."""
+        environment = {**preloading("KXMD_FILE_SYSTEM_KIND", self.environment), "KXMD_KIND": str(kind)}
+        result = self.prepare("-n", "--json", env=environment)
+        self.assertEqual(result.status, 0)
+        self.assertFalse(os.path.exists(self.out))
+        return {os.path.relpath(file["target"], self.out) for file in result.objects()[:-1]}, result.errors
+
+    def test_dry_run_shows_the_names_that_a_card_takes(self):
+        self.place_names()
+        self.out = self.path("nobody/made/this")
+        fat, exfat = (self.would_be(kind) for kind in (0x4D44, 0x2011BAB0))
+        self.assertEqual(fat[1] + exfat[1], [])
+        self.assertEqual(os.listdir(self.folder), ["source"])
+        with exfat_card(self.folder) as card:
+            self.out = os.path.join(card, "Music")
+            done, _ = self.prepared()
+            self.assertEqual((fat[0], exfat[0]), (set(done), set(done)))
+            self.assertIn("What_.mp3", done)
+
+    def test_dry_run_says_when_only_writing_tells_the_names(self):
+        self.place("plain.mp3", "song.mp3")
+        network = 0x6969
+        self.assertEqual(self.would_be(network), ({"plain.mp3"}, []))
+        self.place("What?.mp3", "song.mp3")
+        names, errors = self.would_be(network)
+        self.assertEqual(names, {"plain.mp3", "What?.mp3"})
+        self.assertEqual(errors, [f"kxmd: {self.out}: its file system may refuse names that are shown here; only a run "
+                                  "that writes finds out"])
+        self.assertEqual(self.would_be(0xEF53), (names, []))
+        self.prepare(env=self.environment)
+        self.assertEqual(self.prepare("-n").errors, [])  # It was found out.
+
     def test_times_of_a_card_do_not_matter(self):
         self.place("song.mp3")
         os.utime(os.path.join(self.source, "song.mp3"), ns=(0, 1_600_000_001_987_654_321))

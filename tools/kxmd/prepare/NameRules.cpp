@@ -1,14 +1,20 @@
 #include "NameRules.h"
 
+#include "NearestFolder.h"
+
 #include <kxmd/base/KXFolder.h>
 #include <kxmd/base/KXGuarded.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
@@ -93,6 +99,37 @@ private:
     bool const _isMade;
 };
 
+// Kinds of file systems, as statfs(2) tells them, that <linux/magic.h> does not know everywhere.
+constexpr std::uint32_t exFAT = 0x2011BAB0;
+constexpr std::uint32_t bcachefs = 0xCA451A4E;
+constexpr std::uint32_t zfs = 0x2FC12FC1;
+
+constexpr std::array<std::uint32_t, 2> kindsOfCards { MSDOS_SUPER_MAGIC, exFAT };
+/// They take every name.
+constexpr std::array<std::uint32_t, 9> kindsOfDisks { EXT4_SUPER_MAGIC, BTRFS_SUPER_MAGIC,
+    XFS_SUPER_MAGIC, F2FS_SUPER_MAGIC, TMPFS_MAGIC, OVERLAYFS_SUPER_MAGIC, REISERFS_SUPER_MAGIC,
+    bcachefs, zfs };
+
+}
+
+NameRules nameRulesOfCards()
+{
+    return { .refused = std::string(NameRules::candidates),
+        .refusesEnds = true,
+        .refusesBytes = true,
+        .tellsCase = false };
+}
+
+std::optional<NameRules> nameRulesByKindOf(std::string const& folder)
+{
+    struct statfs status;
+    if (::statfs(nearestFolder(folder).c_str(), &status) != 0)
+        return std::nullopt;
+    auto const kind = static_cast<std::uint32_t>(status.f_type); // Sign-extended by some systems.
+    if (std::ranges::find(kindsOfCards, kind) != kindsOfCards.end())
+        return nameRulesOfCards();
+    bool const isDisk = std::ranges::find(kindsOfDisks, kind) != kindsOfDisks.end();
+    return isDisk ? std::optional(NameRules()) : std::nullopt;
 }
 
 void removeTriedNamesForGood()

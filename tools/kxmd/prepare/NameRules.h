@@ -21,9 +21,16 @@ struct NameRules {
     bool operator==(NameRules const&) const = default;
 };
 
+/// Those of a card, FAT or exFAT: of all that we know of, they take the fewest names.
+NameRules nameRulesOfCards();
+
 /// Tries names in a hidden folder within `folder`, which is removed again. Absent where nothing can
 /// be written. One run at a time does that in a folder.
 std::optional<NameRules> nameRulesOf(std::string const& folder);
+
+/// The same without writing anything, by the kind of the file system of `folder`, or of the nearest
+/// folder above it that is there. Absent for kinds that do not tell, as those of phones and shares.
+std::optional<NameRules> nameRulesByKindOf(std::string const& folder);
 
 /// Removes that hidden folder if names are being tried, which ends. For a process that is about to
 /// end. Safe on any thread.

@@ -133,10 +133,24 @@ void PrepareRun::findFiles()
 
 void PrepareRun::readNameRules()
 {
-    if (_manifest.nameRules() || isDryRun() || _found.files.empty())
+    if (_manifest.nameRules() || _found.files.empty())
         return;
-    if (auto const rules = nameRulesOf(_options.folder))
+    if (auto const rules
+        = isDryRun() ? nameRulesByKindOf(_options.folder) : nameRulesOf(_options.folder))
         _manifest.setNameRules(*rules);
+    else if (isDryRun() && mayBeRefused())
+        _session.reportRemark(_options.folder,
+            "its file system may refuse names that are shown here; only a run that writes finds "
+            "out");
+}
+
+/// Whether some file system would not take all of the names as they are.
+bool PrepareRun::mayBeRefused() const
+{
+    TargetNames names(nameRulesOfCards());
+    return std::ranges::any_of(_found.files, [&names](FoundFile const& file) {
+        return names.pathFor(file.relativePath) != file.relativePath;
+    });
 }
 
 void PrepareRun::makePlan()
@@ -174,6 +188,11 @@ void PrepareRun::planRemoval()
         if (file.former)
             sources.kept.insert(file.former->target);
     }
+    auto const folders = _options.playlists.areWanted() ? foldersWithMusic() : Folders();
+    sources.isWritten = [this, &folders](std::string const& path) {
+        return _playlists.areWrittenTo(path, folders)
+            || (path != _playlists.path() && _targets->isClaimed(path));
+    };
     _removal = removalFrom(_manifest, _options.folder, sources, *_targets);
     if (_options.removesMany || !_removal.areMany()) {
         std::ranges::copy(_removal.playlists, std::back_inserter(_removal.entries));
@@ -185,25 +204,6 @@ void PrepareRun::planRemoval()
     _removal.entries.clear();
 }
 
-/// First of all, so that there is room for what comes.
-void PrepareRun::removeFiles()
-{
-    auto const folders = _options.playlists.areWanted() ? foldersWithMusic() : Folders();
-    sources.isWritten = [this, &folders](std::string const& path) {
-        return _playlists.areWrittenTo(path, folders)
-            || (path != _playlists.path() && _targets->isClaimed(path));
-    };
-    for (ManifestEntry const& entry : _removal.entries) {
-        PreparationOutcome outcome { .source = entry.source,
-            .target = _options.folder + '/' + entry.target,
-            .action = Action::deleted,
-            .sizeBefore = entry.size,
-            .size = entry.targetSize,
-            .error = reasonAgainstRemoving(entry, _options.folder),
-            .isRemoval = true };
-        bool const isOurs = outcome.isDone();
-        if (isOurs && !isDryRun())
-            outcome.error = removePrepared(entry, _options.folder);
 /// The folders of targets that may be songs, as far as it is known beforehand.
 PrepareRun::Folders PrepareRun::foldersWithMusic() const
 {
@@ -215,6 +215,20 @@ PrepareRun::Folders PrepareRun::foldersWithMusic() const
     return folders;
 }
 
+/// First of all, so that there is room for what comes.
+void PrepareRun::removeFiles()
+{
+    for (ManifestEntry const& entry : _removal.entries) {
+        PreparationOutcome outcome { .source = entry.source,
+            .target = _options.folder + '/' + entry.target,
+            .action = Action::deleted,
+            .sizeBefore = entry.size,
+            .size = entry.targetSize,
+            .error = reasonAgainstRemoving(entry, _options.folder),
+            .isRemoval = true };
+        bool const isOurs = outcome.isDone();
+        if (isOurs && !isDryRun())
+            outcome.error = removePrepared(entry, _options.folder);
         if (!outcome.isDone())
             outcome.action = Action::failed;
         if ((!isOurs || outcome.isDone()) && !isDryRun())

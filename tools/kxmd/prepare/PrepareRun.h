@@ -55,12 +55,13 @@ private:
     bool isDryRun() const { return _options.preparation.isDryRun; }
     void findFiles();
     void readNameRules();
+    bool mayBeRefused() const;
     void makePlan();
 
     // Removal.
     void planRemoval();
-    void removeFiles();
     Folders foldersWithMusic() const;
+    void removeFiles();
 
     // Space.
     std::uint64_t boundOfSpace() const;

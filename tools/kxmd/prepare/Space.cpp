@@ -1,20 +1,14 @@
 #include "Space.h"
 
-#include <kxmd/base/KXPath.h>
+#include "NearestFolder.h"
 
 #include <sys/statvfs.h>
 
 Space::Space(std::string const& folder)
 {
-    std::string there = folder;
     struct statvfs status;
-    while (::statvfs(there.c_str(), &status) != 0) {
-        if (there == "." || there == "/")
-            return;
-        there = KXPathByDeletingLastPathComponent(there);
-        if (there.empty())
-            there = ".";
-    }
+    if (::statvfs(nearestFolder(folder).c_str(), &status) != 0)
+        return;
     _block = status.f_frsize ? status.f_frsize : 1;
     if (status.f_blocks) // File systems that do not know say that they have none at all.
         _available = std::uint64_t { status.f_bavail } * _block;
