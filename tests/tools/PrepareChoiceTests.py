@@ -3,7 +3,7 @@ import resource
 import shutil
 import struct
 
-from audio import attached, cover_bytes, encode, pattern, probe, samples, tag_arguments, tone, TAGS
+from audio import attached, cover_bytes, encode, pattern, probe, samples, silent_ape, tag_arguments, tone, TAGS
 from phone_mount import exfat_card, phone
 from preparing import CLEAN, CONVERT, COVER, MANIFEST, PrepareTestCase
 from support import atom, mp4, preloading, run, sound_entry, tag_atom, track, user_data
@@ -99,6 +99,17 @@ class PrepareChoiceTests(PrepareTestCase):
             self.assertEqual(sound["codec_name"], "aac")
             self.assertEqual((described["tags"]["title"], described["tags"]["track"]), (TAGS["title"], TAGS["track"]))
             self.assertLess(abs(float(described["duration"]) - 1), 0.06, letter)
+
+    def test_monkeys_audio_is_converted(self):
+        self.put("a.ape", silent_ape({"Title": "Träume", "Album": "Sines"}, seconds=2))
+        self.place("Sines.jpg", "cover.jpg")
+        self.assertEqual(self.steps("-n")["a.m4a"], [CONVERT, COVER])
+        self.assertEqual(self.steps(), {"a.m4a": [CONVERT, COVER], "Sines.jpg": []})
+        described, sound, _ = probe(os.path.join(self.out, "a.m4a"))
+        self.assertEqual((sound["codec_name"], described["tags"]["title"]), ("aac", "Träume"))
+        self.assertLess(abs(float(described["duration"]) - 2), 0.06)
+        self.put("damaged.ape", silent_ape({}, is_damaged=True))
+        self.assertEqual(self.steps("-q")["damaged.ape"], [])
 
     def test_cover_of_lossless_audio_is_kept(self):
         encode(os.path.join(self.source, "a.flac"), *attached(os.path.join(self.made, "cover.jpg"), *tone()))

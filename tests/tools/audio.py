@@ -4,6 +4,7 @@ import json
 import os
 import struct
 import subprocess
+import zlib
 
 AFCONVERT = os.environ["KXMD_AFCONVERT"]
 
@@ -16,6 +17,26 @@ def encode(path, *arguments):
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *arguments, path], check=True,
                    stdin=subprocess.DEVNULL)
     return path
+
+
+def silent_ape(tags, seconds=1, is_damaged=False):
+    """A file of Monkey's Audio 3.99, which ffmpeg reads and cannot write: one frame that says that it is silent."""
+    rate, channels, frame_length = 44100, 2, 73728 * 4
+    blocks = seconds * rate
+    assert blocks <= frame_length
+    has_flags, is_silent = 1 << 31, 3
+    checksum = zlib.crc32(bytes(2 * channels * blocks)) >> 1 ^ is_damaged
+    frame = struct.pack("<II", checksum | has_flags, is_silent) + bytes(8)  # What the range coder begins with.
+    makes_wav_header = 0x20
+    header = struct.pack("<HHIIIHHI", 1000, makes_wav_header, frame_length, blocks, 1, 16, channels, rate)
+    descriptor_length, seek_table_length = 52, 4
+    seek_table = struct.pack("<I", descriptor_length + len(header) + seek_table_length)
+    descriptor = b"MAC " + struct.pack("<HHIIIIIII", 3990, 0, descriptor_length, len(header), len(seek_table), 0,
+                                       len(frame), 0, 0) + bytes(16)
+    items = b"".join(struct.pack("<II", len(text.encode()), 0) + key.encode() + b"\0" + text.encode()
+                     for key, text in tags.items())
+    footer = b"APETAGEX" + struct.pack("<IIII", 2000, len(items) + 32, len(tags), 0) + bytes(8)
+    return descriptor + header + seek_table + frame + items + footer
 
 
 def tone(seconds=1, rate=44100, layout="stereo"):
