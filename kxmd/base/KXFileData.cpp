@@ -51,7 +51,12 @@ KXAbstractData::Ref KXFileData::createWithPath(std::string const& path)
         logFaultOfTheMachine(errno);
         return nullptr;
     }
-    return std::make_shared<KXFileData>(descriptor, static_cast<std::uint64_t>(status.st_size));
+    try {
+        return std::make_shared<KXFileData>(descriptor, static_cast<std::uint64_t>(status.st_size));
+    } catch (...) { // For want of memory: nobody else knows the descriptor.
+        ::close(descriptor);
+        throw;
+    }
 }
 
 KXFileData::KXFileData(int descriptor, std::uint64_t length)

@@ -19,10 +19,10 @@ union Ancillary {
     char bytes[CMSG_SPACE(mostFiles * sizeof(int))];
 };
 
-/// Takes what came with a message into our hands, so that it is closed whatever happens.
-std::vector<KXFileDescriptor> filesOf(msghdr& message)
+/// Takes what came with a message into our hands, so that it is closed whatever happens. There is
+/// room in `files` for all of it.
+void takeFilesOf(msghdr& message, std::vector<KXFileDescriptor>& files)
 {
-    std::vector<KXFileDescriptor> files;
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
          header = CMSG_NXTHDR(&message, header)) {
         if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
@@ -34,7 +34,6 @@ std::vector<KXFileDescriptor> filesOf(msghdr& message)
             files.emplace_back(KXAboveStandardFiles(file));
         }
     }
-    return files;
 }
 
 }
@@ -65,6 +64,7 @@ bool sendRenderMessage(int socket, std::span<std::byte const> bytes, std::span<i
 std::optional<KXRenderMessage> receiveRenderMessage(int socket)
 {
     KXRenderMessage received { std::vector<std::byte>(longestMessage), {} };
+    received.files.reserve(mostFiles); // Before there are any, which a lack of memory would leak.
     iovec content { received.bytes.data(), received.bytes.size() };
     Ancillary ancillary {};
     msghdr message {};
@@ -78,7 +78,7 @@ std::optional<KXRenderMessage> receiveRenderMessage(int socket)
     while (count < 0 && errno == EINTR);
     if (count <= 0)
         return std::nullopt;
-    received.files = filesOf(message);
+    takeFilesOf(message, received.files);
     received.bytes.resize(static_cast<std::size_t>(count));
     bool const isCut = message.msg_flags & (MSG_TRUNC | MSG_CTRUNC);
     bool const areOpen = std::ranges::all_of(
