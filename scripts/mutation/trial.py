@@ -41,6 +41,7 @@ SUITES_OF_COMMAND = {
     "kxmd/platform/linux/": ("DoctorTests", "PicturesTests"),
     "kxmd/processors/": ("EditTests",),
     "kxmd/thumbnails/": ("PicturesTests", "ExifTests", "CacheNameTests"),
+    "shared/": ("EditTests", "PrepareTests", "AfconvertTests"),
     "tools/afconvert/": ("AfconvertTests",),
     "tools/kxmd/": (*READERS, "EditTests", "PicturesTests", "ExifTests", "CacheNameTests", "UsageTests",
                     "ProgressBarTests", "PrepareTests"),

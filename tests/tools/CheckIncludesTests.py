@@ -32,7 +32,7 @@ class CheckIncludesTests(CommandTestCase):
                     self.assertEqual(self.check(name, line), [])
 
     def test_headers_of_the_language_and_system(self):
-        for header in ("memory", "cstdint", "string_view", "unistd.h", "sys/stat.h", "fcntl.h"):
+        for header in ("memory", "cstdint", "string_view", "unistd.h", "sys/stat.h", "fcntl.h", "stdint.h"):
             self.assertEqual(self.check("kxmd/base/KXLog.cpp", f"#include <{header}>"), [])
 
     def test_direction(self):
@@ -52,6 +52,16 @@ class CheckIncludesTests(CommandTestCase):
             with self.subTest(source=source, target=target):
                 along = f'#include "kxmd/{target}/KXThat.h"'
                 self.assertEqual(self.check(f"kxmd/{source}/KXThis.cpp", along), [])
+
+    def test_what_library_and_programs_share_belongs_to_neither(self):
+        line = '#include "shared/AtomicFile.h"'
+        for name in ("kxmd/c/KXCThis.cpp", "shared/EditedCopy.cpp", "tools/kxmd/main.cpp"):
+            self.assertEqual(self.check(name, line), [])
+        for name in ("kxmd/base/KXThis.cpp", "kxmd/processors/KXThis.cpp"):
+            self.assertEqual(len(self.check(name, line)), 1)
+        for line in ("#include <kxmd/processors/KXMDThat.h>", '#include "tools/kxmd/Session.h"'):
+            self.assertEqual(len(self.check("shared/EditedCopy.cpp", line)), 1)
+        self.assertEqual(self.check("shared/EditedCopy.cpp", "#include <kxmd/base/KXData.h>"), [])
 
     def test_what_goes_by_the_kind_of_a_file_is_the_exception(self):
         line = '#include "kxmd/mp4/KXMDFileMetaMP4.h"'

@@ -1,7 +1,7 @@
 // Writes standard input, a file, to another by way of the tools' own class: PATH, and the time of
 // last modification in seconds.
 
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 
 #include <cstdint>
 #include <cstdio>

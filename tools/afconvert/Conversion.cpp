@@ -5,7 +5,7 @@
 #include "AudioWriter.h"
 #include "ConfinedWork.h"
 #include "CoverPicture.h"
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 #include "tools/shared/CleanUpOnSignal.h"
 
 #include <array>

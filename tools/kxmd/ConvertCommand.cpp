@@ -4,7 +4,7 @@
 #include "Desktop.h"
 #include "Processing.h"
 #include "Session.h"
-#include "TemporaryFolder.h"
+#include "shared/TemporaryFolder.h"
 
 #include <kxmd/processors/KXMDFileProcessorConvertALAC.h>
 

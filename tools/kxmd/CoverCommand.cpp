@@ -1,12 +1,12 @@
 // kxmd cover: takes the album cover out of a music file, removes it, or adds one.
 
 #include "Commands.h"
-#include "CoverSafety.h"
 #include "Desktop.h"
 #include "EditOutput.h"
 #include "PictureOutput.h"
 #include "Session.h"
 #include "Usage.h"
+#include "shared/CoverSafety.h"
 
 #include <kxmd/base/KXMutableData.h>
 #include <kxmd/core/KXMDFileMeta.h>

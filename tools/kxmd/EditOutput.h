@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SourceFile.h"
+#include "shared/SourceFile.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FileStatus.h"
+#include "shared/FileStatus.h"
 
 #include <cstddef>
 #include <cstdint>

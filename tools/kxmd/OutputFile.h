@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-class AtomicFile;
 class KXAbstractData;
 class KXMutableData;
 class Session;
@@ -28,11 +27,3 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 /// Whether a result can be written there at all, asked before the work; reports why not.
 bool canWriteOutputFile(
     std::string const& path, std::vector<std::string> const& inputs, Session& session);
-
-/// Appends all that `data` reads to `file`; false when it can be read no longer or not be written.
-bool appendData(KXAbstractData& data, AtomicFile& file);
-
-/// Appends the edited file in `data`, which was made from that of `descriptor`: what did not change
-/// is copied by the kernel. False when it can be read no longer or not be written, as
-/// `writeRangeOf`.
-bool appendEdited(KXMutableData const& data, int descriptor, AtomicFile& file);

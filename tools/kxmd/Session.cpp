@@ -1,6 +1,6 @@
 #include "Session.h"
 
-#include "SourceFile.h"
+#include "shared/SourceFile.h"
 
 #include <kxmd/base/KXPrintableText.h>
 

@@ -1,7 +1,7 @@
 #include "Targets.h"
 
 #include "NameWithoutCase.h"
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 
 #include <kxmd/base/KXPath.h>
 

@@ -11,7 +11,7 @@
 #include "TargetFolder.h"
 #include "Targets.h"
 #include "Usage.h"
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 
 #include <kxmd/base/KXAbstractData.h>
 #include <kxmd/base/KXPath.h>

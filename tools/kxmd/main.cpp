@@ -4,10 +4,10 @@
 #include "Commands.h"
 #include "Desktop.h"
 #include "Session.h"
-#include "TemporaryFolder.h"
 #include "Usage.h"
 #include "prepare/NameRules.h"
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
+#include "shared/TemporaryFolder.h"
 #include "tools/shared/CleanUpOnSignal.h"
 #include "tools/shared/StandardFiles.h"
 

@@ -2,9 +2,10 @@
 
 #include "Extensions.h"
 #include "Sound.h"
+#include "shared/AtomicFile.h"
+#include "shared/EditedCopy.h"
+#include "shared/LosslessSound.h"
 #include "tools/kxmd/Desktop.h"
-#include "tools/kxmd/OutputFile.h"
-#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/core/KXMDFileMetaController.h>
 

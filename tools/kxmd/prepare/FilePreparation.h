@@ -2,8 +2,8 @@
 
 #include "FolderPictures.h"
 #include "Preparation.h"
-#include "tools/kxmd/SourceFile.h"
-#include "tools/kxmd/TemporaryFolder.h"
+#include "shared/SourceFile.h"
+#include "shared/TemporaryFolder.h"
 
 #include <kxmd/base/KXMutableData.h>
 #include <kxmd/core/KXMDFileMeta.h>

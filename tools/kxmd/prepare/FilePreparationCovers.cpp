@@ -1,5 +1,5 @@
 #include "FilePreparation.h"
-#include "tools/kxmd/CoverSafety.h"
+#include "shared/CoverSafety.h"
 
 #include <kxmd/base/KXMutableAbstractData.h>
 #include <kxmd/core/KXMDCoverPlace.h>

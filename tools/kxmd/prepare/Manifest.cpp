@@ -1,8 +1,8 @@
 #include "Manifest.h"
 
 #include "ManifestLine.h"
-#include "tools/shared/AtomicFile.h"
-#include "tools/shared/RangeCopy.h"
+#include "shared/AtomicFile.h"
+#include "shared/RangeCopy.h"
 
 #include <kxmd/base/KXPath.h>
 

@@ -1,10 +1,10 @@
 #include "Playlists.h"
 
+#include "shared/AtomicFile.h"
 #include "tools/kxmd/OutputFile.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/Targets.h"
 #include "tools/kxmd/UTF8.h"
-#include "tools/shared/AtomicFile.h"
 
 #include <kxmd/base/KXAbstractData.h>
 #include <kxmd/base/KXPath.h>

@@ -2,7 +2,7 @@
 
 #include "FolderPictures.h"
 #include "PreparedSong.h"
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 
 #include <kxmd/platform/KXPlatform.h>
 

@@ -5,11 +5,6 @@
 #include <kxmd/core/KXMDFileMeta.h>
 #include <kxmd/platform/KXMediaProbe.h>
 
-#include <string_view>
-
-/// Whether there is lossless audio, and no moving picture beside it.
-bool isLossless(KXMediaProbe const& probe);
-
 /// Bytes of its sound once it is converted, by its duration; 0 when that is not known.
 std::uint64_t convertedSizeOf(KXMediaProbe const& probe);
 

@@ -1,4 +1,4 @@
-#include "tools/shared/FileSystemLimits.h"
+#include "shared/FileSystemLimits.h"
 
 #include <cerrno>
 #include <cstdint>

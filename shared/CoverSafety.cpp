@@ -1,4 +1,4 @@
-#include "CoverSafety.h"
+#include "shared/CoverSafety.h"
 
 #include <kxmd/mp3/KXMP3EditSafety.h>
 #include <kxmd/mp4/safety/KXMP4EditSafety.h>

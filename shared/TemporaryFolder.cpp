@@ -1,4 +1,4 @@
-#include "TemporaryFolder.h"
+#include "shared/TemporaryFolder.h"
 
 #include <kxmd/base/KXFolder.h>
 #include <kxmd/base/KXGuarded.h>
@@ -25,7 +25,7 @@ struct Folders {
 
 KXGuarded<Folders>& folders()
 {
-    static KXGuarded<Folders> shared;
+    static auto& shared = *new KXGuarded<Folders>(); // Never destroyed, as other threads use it.
     return shared;
 }
 

@@ -63,6 +63,8 @@ public:
     std::error_code readError() const { return _readError; }
     /// What went wrong, in words.
     std::string const& error() const { return _error; }
+    /// The system's reason, as in `errno`; 0 when it gave none.
+    int systemError() const { return _systemError; }
     /// The same with the path, for where it is told of another file.
     std::string errorWithPath() const { return "cannot be written to " + _path + ": " + _error; }
 
@@ -90,6 +92,7 @@ private:
     std::optional<std::timespec> _modificationTime;
     std::error_code _readError;
     std::string _error;
+    int _systemError { 0 };
 };
 
 /// Waits until the names in `folder` are on the disk. False when the disk fails, `errno` tells why;

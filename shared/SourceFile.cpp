@@ -1,6 +1,6 @@
-#include "SourceFile.h"
+#include "shared/SourceFile.h"
 
-#include "FileStatus.h"
+#include "shared/FileStatus.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
-#include "tools/shared/AtomicFile.h"
+#include "shared/AtomicFile.h"
 
-#include "tools/shared/FileSystemLimits.h"
-#include "tools/shared/RangeCopy.h"
+#include "shared/FileSystemLimits.h"
+#include "shared/RangeCopy.h"
 
 #include <kxmd/base/KXGuarded.h>
 
@@ -41,7 +41,8 @@ struct Parts {
 
 KXGuarded<Parts>& parts()
 {
-    static KXGuarded<Parts> shared;
+    // Never destroyed: threads of a host may still write files while the process exits.
+    static auto& shared = *new KXGuarded<Parts>();
     return shared;
 }
 
@@ -110,7 +111,8 @@ std::string AtomicFile::folder() const
 
 bool AtomicFile::fail()
 {
-    _error = std::strerror(errno);
+    _systemError = errno;
+    _error = std::strerror(_systemError);
     return false;
 }
 

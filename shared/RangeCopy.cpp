@@ -1,4 +1,4 @@
-#include "tools/shared/RangeCopy.h"
+#include "shared/RangeCopy.h"
 
 #include <algorithm>
 #include <array>
