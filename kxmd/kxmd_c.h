@@ -28,15 +28,17 @@
 // NOLINTBEGIN(readability-identifier-naming): these names are C's.
 #ifdef __cplusplus
 #define KXMD_C_NOEXCEPT noexcept
+#define KXMD_C_INT : int // What C passes is looked at, be it one of the constants or not.
 extern "C" {
 #else
 #define KXMD_C_NOEXCEPT
+#define KXMD_C_INT
 #endif
 
 // Errors.
 
 /// What went wrong. Numbers are only ever added.
-typedef enum kxmd_error_code {
+typedef enum kxmd_error_code KXMD_C_INT {
     KXMD_ERROR_NONE = 0, ///< Nothing; the code of NULL.
     KXMD_ERROR_ARGUMENT = 1, ///< An argument is NULL, empty or out of its range.
     KXMD_ERROR_MEMORY = 2, ///< There is not enough memory.
@@ -104,7 +106,7 @@ KXMD_C_EXPORT void kxmd_bytes_free(kxmd_bytes* bytes) KXMD_C_NOEXCEPT;
 // Files.
 
 /// What kind of media a file is.
-typedef enum kxmd_type {
+typedef enum kxmd_type KXMD_C_INT {
     KXMD_TYPE_UNKNOWN = 0,
     KXMD_TYPE_MP3 = 1, ///< Begins with an ID3v2 tag.
     KXMD_TYPE_MP4 = 2, ///< MP4 or QuickTime: ISO/IEC 14496-12.
@@ -112,7 +114,7 @@ typedef enum kxmd_type {
 } kxmd_type;
 
 /// The descriptive tags.
-typedef enum kxmd_tag {
+typedef enum kxmd_tag KXMD_C_INT {
     KXMD_TAG_NAME = 0, ///< Title of the track or video.
     KXMD_TAG_ARTIST = 1,
     KXMD_TAG_ALBUM = 2,
@@ -120,7 +122,7 @@ typedef enum kxmd_tag {
 } kxmd_tag;
 
 /// What a stream of a media file holds.
-typedef enum kxmd_stream_kind {
+typedef enum kxmd_stream_kind KXMD_C_INT {
     KXMD_STREAM_OTHER = 0,
     KXMD_STREAM_VIDEO = 1,
     KXMD_STREAM_AUDIO = 2,
@@ -128,7 +130,7 @@ typedef enum kxmd_stream_kind {
 } kxmd_stream_kind;
 
 /// Codecs; any other number stands for an unknown one.
-typedef enum kxmd_codec {
+typedef enum kxmd_codec KXMD_C_INT {
     KXMD_CODEC_NONE = 0,
     KXMD_CODEC_MP3 = 1,
     KXMD_CODEC_AMR = 2,
@@ -209,7 +211,7 @@ KXMD_C_EXPORT void kxmd_file_free(kxmd_file* file) KXMD_C_NOEXCEPT;
 // Pictures.
 
 /// How a picture is encoded.
-typedef enum kxmd_picture_format {
+typedef enum kxmd_picture_format KXMD_C_INT {
     KXMD_PICTURE_PNG = 0,
     KXMD_PICTURE_JPEG = 1, ///< Over white where the picture is transparent; always of one quality.
 } kxmd_picture_format;
@@ -272,7 +274,7 @@ KXMD_C_EXPORT kxmd_bytes* kxmd_file_extract_preview(
 // `KXMD_ERROR_CHANGED`.
 
 /// How an edit is made, combined by "|".
-typedef enum kxmd_edit_flags {
+typedef enum kxmd_edit_flags KXMD_C_INT {
     KXMD_EDIT_SAFELY = 0, ///< Not where media or tags would be lost for other programs.
     KXMD_EDIT_ANYWAY = 1, ///< Does not ask whether the file survives it.
     KXMD_EDIT_MAKE_PLACE = 2, ///< Makes a place for a cover in music that has none.
@@ -377,7 +379,7 @@ KXMD_C_EXPORT void kxmd_probe_free(kxmd_probe* probe) KXMD_C_NOEXCEPT;
 // Thumbnails.
 
 /// How the picture of a file is brought to a size.
-typedef enum kxmd_thumbnail_shape {
+typedef enum kxmd_thumbnail_shape KXMD_C_INT {
     KXMD_THUMBNAIL_SQUARE = 0, ///< Its largest centred square, stretched to exactly the size.
     KXMD_THUMBNAIL_FIT = 1, ///< In its own proportions, within the size and never enlarged.
 } kxmd_thumbnail_shape;
@@ -439,7 +441,7 @@ KXMD_C_EXPORT void kxmd_thumbnails_free(kxmd_thumbnails* thumbnails) KXMD_C_NOEX
 // Preparing a file for a phone.
 
 /// What may be done to a file, combined by "|".
-typedef enum kxmd_step {
+typedef enum kxmd_step KXMD_C_INT {
     /// Converts lossless audio to AAC of 256000 bit/s in an MPEG-4 audio file.
     KXMD_STEP_CONVERT = 1,
     /// Removes the user data of a recording, and the sound description that QuickTime nests within
