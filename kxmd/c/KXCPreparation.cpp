@@ -33,7 +33,7 @@ struct Order {
     void const* cover;
     std::size_t coverLength;
 
-    bool wants(kxmd_step step) const { return steps & step; }
+    bool wants(unsigned step) const { return steps & step; }
 };
 
 /// The preparation of one file.
