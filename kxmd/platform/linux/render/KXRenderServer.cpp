@@ -89,7 +89,8 @@ KXFileDescriptor memoryFileOf(KXAbstractData& data, std::uint64_t length)
             = data.readBytesToMaxLength(piece.data(), std::min(left, pieceLength));
         if (!count)
             break;
-        isWritten = writeAll(file.get(), std::span(piece).first(static_cast<std::size_t>(count)));
+        isWritten = writeToMemoryFile(
+            file.get(), std::span(piece).first(static_cast<std::size_t>(count)));
         left -= count;
     }
     if (!isWritten || !sealMemoryFile(file.get()))

@@ -49,7 +49,7 @@ KXFileDescriptor newMemoryFile()
         KXAboveStandardFiles(::memfd_create("kxmd", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
 }
 
-bool writeAll(int file, std::span<std::uint8_t const> bytes)
+bool writeToMemoryFile(int file, std::span<std::uint8_t const> bytes)
 {
     NoSignalOfFileSize const noSignal;
     while (!bytes.empty()) {
@@ -82,6 +82,7 @@ std::shared_ptr<std::uint8_t const> mappedSealedMemory(int file, std::size_t len
 KXFileDescriptor sealedMemoryOf(std::span<std::uint8_t const> bytes)
 {
     KXFileDescriptor file = newMemoryFile();
-    bool const isDone = file.isOpen() && writeAll(file.get(), bytes) && sealMemoryFile(file.get());
+    bool const isDone
+        = file.isOpen() && writeToMemoryFile(file.get(), bytes) && sealMemoryFile(file.get());
     return isDone ? std::move(file) : KXFileDescriptor();
 }

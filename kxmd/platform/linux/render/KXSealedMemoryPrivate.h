@@ -14,7 +14,7 @@
 KXFileDescriptor newMemoryFile();
 
 /// Writes all of the bytes; false when there is no room.
-bool writeAll(int file, std::span<std::uint8_t const> bytes);
+bool writeToMemoryFile(int file, std::span<std::uint8_t const> bytes);
 
 /// Makes the content of a file in memory final.
 bool sealMemoryFile(int file);

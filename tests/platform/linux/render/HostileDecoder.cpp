@@ -169,7 +169,7 @@ private:
     static void lie(KXRenderReply const& reply, std::string const& how)
     {
         KXFileDescriptor const file = newMemoryFile();
-        (void)writeAll(file.get(), green);
+        (void)writeToMemoryFile(file.get(), green);
         KXRenderAnswer answer { .outcome = KXRenderAnswer::Outcome::done,
             .width = 1,
             .height = 1,
