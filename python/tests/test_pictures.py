@@ -1,0 +1,171 @@
+import asyncio
+import gc
+import io
+import subprocess
+import sys
+
+import kxmd
+import numpy
+import PIL.Image
+import pytest
+from conftest import picture, song
+
+
+def test_decoded_picture():
+    image = kxmd.decode(picture(30, 20, (10, 20, 30)))
+    assert (image.width, image.height, image.size, image.stride) == (30, 20, (30, 20), 120)
+    assert repr(image) == "<kxmd.Image 30 x 20>"
+    assert image.pixels.readonly
+    assert bytes(image.pixels) == bytes((10, 20, 30, 255)) * 600
+
+
+def test_numpy_sees_the_same_memory_and_keeps_it():
+    image = kxmd.decode(picture(30, 20, (10, 20, 30)))
+    pixels = numpy.asarray(image)
+    assert pixels.shape == (20, 30, 4) and not pixels.flags.writeable
+    assert numpy.shares_memory(pixels, numpy.frombuffer(image.pixels, numpy.uint8))
+    del image
+    gc.collect()
+    assert (pixels == (10, 20, 30, 255)).all()
+
+
+def test_pixels_keep_the_picture():
+    pixels = kxmd.decode(picture(300, 200, (1, 2, 3))).pixels
+    gc.collect()
+    assert bytes(pixels) == bytes((1, 2, 3, 255)) * 60000
+
+
+def test_pillow_gets_colours_that_are_not_premultiplied():
+    image = kxmd.decode(picture(4, 3, (200, 100, 50, 128), mode="RGBA"))
+    assert tuple(image.pixels[:4]) == (100, 50, 25, 128)
+    red, green, blue, alpha = image.pillow().getpixel((3, 2))
+    assert alpha == 128 and abs(red - 200) < 3 and abs(green - 100) < 3 and abs(blue - 50) < 3
+
+
+@pytest.mark.parametrize("name, format", [("a.png", "PNG"), ("a.JPG", "JPEG"), ("a.jpeg", "JPEG"), ("a", "PNG")])
+def test_saved_picture(tmp_path, name, format):
+    kxmd.decode(picture(30, 20)).save(tmp_path / name)
+    saved = PIL.Image.open(tmp_path / name)
+    assert (saved.format, saved.size) == (format, (30, 20))
+
+
+def test_words_are_no_picture():
+    with pytest.raises(kxmd.Error):
+        kxmd.decode(b"words")
+
+
+def test_square_and_fitting_thumbnails(make):
+    path = make("a.png", picture(400, 200))
+    assert kxmd.thumbnail(path, (50, 50)).size == (50, 50)
+    assert kxmd.thumbnail(path, (50, 50), fit=True).size == (50, 25)
+    with kxmd.Thumbnails(cache_bytes=1 << 20) as thumbnails:
+        assert thumbnails.make(path, (60, 40)).size == (60, 40)
+
+
+def test_thumbnail_of_what_cannot_be_shown(make):
+    with pytest.raises(kxmd.NotFoundError):
+        kxmd.thumbnail(make("a.m4a", song()), (50, 50))
+    with pytest.raises(ValueError):
+        kxmd.thumbnail(make("a.png", picture()), (0, 50))
+
+
+def test_closed_thumbnails_are_refused(make):
+    thumbnails = kxmd.Thumbnails()
+    thumbnails.close()
+    thumbnails.close()
+    with pytest.raises(ValueError):
+        thumbnails.make(make("a.png", picture()), (50, 50))
+
+
+def test_many_thumbnails_at_once(make):
+    paths = [make(f"{i}.png", picture(100 + i, 100)) for i in range(20)] + [make("words", b"words")]
+
+    async def get():
+        with kxmd.Thumbnails() as thumbnails:
+            return await asyncio.gather(
+                *(thumbnails.get(path, (200, 200), fit=True) for path in paths), return_exceptions=True)
+
+    *images, problem = asyncio.run(get())
+    assert [image.width for image in images] == [100 + i for i in range(20)]
+    assert isinstance(problem, kxmd.NotFoundError)
+
+
+def test_loop_runs_on_while_a_thumbnail_is_made(make):
+    path = make("a.png", picture(5000, 5000))
+
+    async def get():
+        ticks = 0
+        with kxmd.Thumbnails() as thumbnails:
+            task = asyncio.ensure_future(thumbnails.get(path, (64, 64)))
+            while not task.done():
+                await asyncio.sleep(0.001)
+                ticks += 1
+            return ticks, await task
+
+    ticks, image = asyncio.run(get())
+    assert ticks > 5 and image.size == (64, 64)
+
+
+def test_cancelled_task_lets_go_of_its_picture(make):
+    path = make("a.png", picture(3000, 3000))
+
+    async def cancel():
+        with kxmd.Thumbnails() as thumbnails:
+            task = asyncio.ensure_future(thumbnails.get(path, (64, 64)))
+            await asyncio.sleep(0.005)
+            task.cancel()
+            with pytest.raises(asyncio.CancelledError):
+                await task
+            return (await thumbnails.get(path, (32, 32))).size
+
+    assert asyncio.run(cancel()) == (32, 32)
+
+
+def test_closing_cancels_what_was_asked_for(make):
+    path = make("a.png", picture(3000, 3000))
+
+    async def close():
+        thumbnails = kxmd.Thumbnails()
+        tasks = [asyncio.ensure_future(thumbnails.get(path, (side, side))) for side in range(50, 60)]
+        await asyncio.sleep(0)
+        thumbnails.close()
+        return await asyncio.gather(*tasks, return_exceptions=True)
+
+    results = asyncio.run(close())
+    assert all(isinstance(result, (kxmd.CancelledError, kxmd.Image)) for result in results)
+    assert isinstance(results[-1], kxmd.CancelledError)
+
+
+@pytest.mark.parametrize("waits", ["0", "0.01"])
+def test_interpreter_ends_while_pictures_are_made(make, waits):
+    path = make("a.png", picture(3000, 3000))
+    program = f"""
+import asyncio, kxmd
+thumbnails = kxmd.Thumbnails()
+async def ask():
+    for side in range(50, 60):
+        asyncio.ensure_future(thumbnails.get({str(path)!r}, (side, side)))
+    await asyncio.sleep({waits})
+asyncio.run(ask())
+"""
+    ended = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, timeout=60)
+    assert (ended.returncode, ended.stderr) == (0, b"")
+
+
+def test_probe(make, tmp_path):
+    path = tmp_path / "a.flac"
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=2:sample_rate=48000",
+                    "-metadata", "TITLE=Träume", "-y", path], check=True)
+    found = kxmd.probe(path)
+    assert (found.container, found.duration, found.pictures) == ("flac", 2, ())
+    assert found.tags["title"] == "Träume"
+    stream, = found.streams
+    assert (stream.kind, stream.codec, stream.sample_rate, stream.channels, stream.bits) == (
+        kxmd.StreamKind.AUDIO, "flac", 48000, 1, 16)
+    with pytest.raises(kxmd.NotMediaError):
+        kxmd.probe(make("words", b"words"))
+
+
+def test_notebooks_show_pictures():
+    image = kxmd.decode(picture(30, 20))
+    assert PIL.Image.open(io.BytesIO(image._repr_png_())).size == (30, 20)
