@@ -1,6 +1,7 @@
 // What becomes of files that the C interface writes and replaces.
 
 #include "CMedia.h"
+#include "FailingReads.h"
 
 #include "kxmd/kxmd_c.h"
 #include "support/LogCapture.h"
@@ -96,6 +97,26 @@ TEST_F(CEditedFiles, WhatSomebodyElseChangedIsLeftAlone)
     EXPECT_EQ(bytesOfFile(media().song), changed);
     EXPECT_FALSE(files::exists(target));
     kxmd_file_free(file);
+}
+
+TEST_F(CEditedFiles, WhatSomebodyChangesMeanwhileIsLeftAlone)
+{
+    bool isChanged = true;
+    for (std::size_t count = 0; isChanged; ++count) {
+        ASSERT_LT(count, 100u);
+        kxmd_file* const file = kxmd_file_open(media().song, nullptr);
+        kxmd_error* error = nullptr;
+        {
+            InterruptedRead const read(
+                count, [this] { std::ofstream(media().song, std::ios::app) << "more"; });
+            kxmd_file_remove_cover(file, target.c_str(), KXMD_EDIT_SAFELY, &error);
+            isChanged = read.isDone();
+        }
+        EXPECT_EQ(kxmd_error_get_code(error), isChanged ? KXMD_ERROR_CHANGED : KXMD_ERROR_NONE);
+        EXPECT_EQ(files::exists(target), !isChanged) << count;
+        kxmd_error_free(error);
+        kxmd_file_free(file);
+    }
 }
 
 TEST_F(CEditedFiles, MemoryIsWrittenToFiles)
