@@ -260,9 +260,12 @@ KXMD_C_EXPORT uint64_t kxmd_file_get_cover_size(kxmd_file const* file) KXMD_C_NO
 KXMD_C_EXPORT kxmd_image* kxmd_file_decode_cover(
     kxmd_file* file, kxmd_error** error) KXMD_C_NOEXCEPT;
 
-/// The same as a PNG or JPEG file, encoded anew, however it is embedded.
+/// The cover's file as it is embedded, of whatever format; nothing is decoded. Pictures are chosen
+/// in the same order, by their headers, so one that is damaged further in is found here and not
+/// above. `KXMD_ERROR_NOT_FOUND` without one. `kxmd_image_encode` makes a PNG or JPEG of a cover
+/// that was decoded.
 KXMD_C_EXPORT kxmd_bytes* kxmd_file_extract_cover(
-    kxmd_file* file, kxmd_picture_format format, kxmd_error** error) KXMD_C_NOEXCEPT;
+    kxmd_file* file, kxmd_error** error) KXMD_C_NOEXCEPT;
 
 /// The small preview that cameras embed in the EXIF block of a JPEG file (JEITA CP-3451, 4.5), as
 /// it is embedded; nothing is decoded. `KXMD_ERROR_NOT_FOUND` without one.

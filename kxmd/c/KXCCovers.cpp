@@ -2,6 +2,7 @@
 
 #include "kxmd/c/KXCBytesPrivate.h"
 #include "kxmd/c/KXCEditPrivate.h"
+#include "kxmd/c/KXCEmbeddedCoverPrivate.h"
 #include "kxmd/c/KXCErrorPrivate.h"
 #include "kxmd/c/KXCFilePrivate.h"
 #include "kxmd/c/KXCImagePrivate.h"
@@ -11,17 +12,33 @@
 
 namespace {
 
-KXImage::Ref decodedCover(kxmd_file const& file)
+/// Fails without a cover, or where nobody knows whether there is one.
+void requireCover(kxmd_file const& file)
 {
     KXCRequireWholeRead(*file.reader);
     if (!file.coverSize)
         throw KXCFailure(KXMD_ERROR_NOT_FOUND, "has no cover");
+}
+
+KXImage::Ref decodedCover(kxmd_file const& file)
+{
+    requireCover(file);
     auto image = file.meta->albumCoverFromData(*file.reader);
     KXCRequireWholeRead(*file.reader);
     if (!image)
         KXCFailWithout(
             KXCDecoder::pictures, KXMD_ERROR_NOT_FOUND, "has no cover that can be shown");
     return image;
+}
+
+KXData embeddedCover(kxmd_file const& file)
+{
+    requireCover(file);
+    KXData bytes = KXCEmbeddedCover(*file.meta, *file.reader);
+    KXCRequireWholeRead(*file.reader);
+    if (!bytes.length())
+        throw KXCFailure(KXMD_ERROR_NOT_FOUND, "has no cover that is a picture");
+    return bytes;
 }
 
 /// The preview's bytes, unchanged.
@@ -48,13 +65,11 @@ kxmd_image* kxmd_file_decode_cover(kxmd_file* file, kxmd_error** error) noexcept
     });
 }
 
-kxmd_bytes* kxmd_file_extract_cover(
-    kxmd_file* file, kxmd_picture_format format, kxmd_error** error) noexcept
+kxmd_bytes* kxmd_file_extract_cover(kxmd_file* file, kxmd_error** error) noexcept
 {
     return KXCAnswer(error, [&] {
         KXCRequire(file, "there is no file");
-        KXCRequireFormat(format);
-        return KXCNew<kxmd_bytes>(KXCEncodedPicture(*decodedCover(*file), format));
+        return KXCNew<kxmd_bytes>(embeddedCover(*file));
     });
 }
 

@@ -158,9 +158,8 @@ TEST_F(COutOfMemory, Pictures)
             [error](kxmd_file* file) { return isFreed(kxmd_file_decode_cover(file, error)); });
     });
     failEachAllocationOf([&](kxmd_error** error) {
-        return usesFile(media.song, error, [error](kxmd_file* file) {
-            return isFreed(kxmd_file_extract_cover(file, KXMD_PICTURE_JPEG, error));
-        });
+        return usesFile(media.song, error,
+            [error](kxmd_file* file) { return isFreed(kxmd_file_extract_cover(file, error)); });
     });
     failEachAllocationOf([&](kxmd_error** error) {
         return usesFile(media.photo, error,

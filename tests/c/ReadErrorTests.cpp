@@ -65,7 +65,7 @@ TEST_F(CReadErrors, AHandleTellsThem)
     for (bool const isPreview : { false, true }) {
         kxmd_error* error = nullptr;
         EXPECT_FALSE(isPreview ? kxmd_file_extract_preview(file, &error)
-                               : kxmd_file_extract_cover(file, KXMD_PICTURE_PNG, &error));
+                               : kxmd_file_extract_cover(file, &error));
         EXPECT_EQ(kxmd_error_get_code(error), KXMD_ERROR_READ);
         kxmd_error_free(error);
     }
