@@ -458,7 +458,7 @@ typedef enum kxmd_step KXMD_C_INT {
 
 /// Writes the file at `source` to `target`, prepared by those of `steps`, a combination of
 /// `kxmd_step`, that suit it; a file that none suits is copied. `target` is another file, and
-/// replaced as in `kxmd_file_insert_cover`.
+/// replaced as in `kxmd_file_insert_cover`; it gets the time at which the source was modified.
 ///
 /// The `length` bytes at `cover` are an encoded picture, for `KXMD_STEP_INSERT_COVER`; NULL stands
 /// for a picture of the file itself, of 256 by 256. An edit that media would not survive fails with

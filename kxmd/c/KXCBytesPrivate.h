@@ -4,6 +4,7 @@
 #include "kxmd/kxmd_c.h"
 
 #include <cstdint>
+#include <new>
 #include <vector>
 
 struct kxmd_bytes {
@@ -13,6 +14,8 @@ struct kxmd_bytes {
 /// A copy of the `length` bytes at `bytes`.
 inline KXData KXCCopyOfBytes(void const* bytes, std::size_t length)
 {
+    if (length > PTRDIFF_MAX) // More than any memory.
+        throw std::bad_alloc();
     auto const* const first = static_cast<std::uint8_t const*>(bytes);
     return KXData(
         length ? std::vector<std::uint8_t>(first, first + length) : std::vector<std::uint8_t>());

@@ -112,8 +112,10 @@ bool editInto(kxmd_file const& file, char const* target, unsigned flags, MakeEdi
     KXCRequire(target ? *target != '\0' : !file.path.empty(), "there is no target");
     KXCEdit const edit = makeEdit();
     auto const edited = madeBy(edit, flags);
-    SourceFile const* const source = file.source ? &*file.source : nullptr;
-    KXCWriteEdited(*edited, source, target ? std::string(target) : file.path);
+    KXCTarget output { .path = target ? std::string(target) : file.path };
+    if (file.source)
+        output.permissions = file.source->permissions();
+    KXCWriteEdited(*edited, file.source ? &*file.source : nullptr, output);
     return true;
 }
 

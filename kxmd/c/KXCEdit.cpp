@@ -110,18 +110,19 @@ KXData KXCAsJPEG(void const* picture, std::size_t length)
     return isJPEG(given) ? given : KXCEncodedPicture(*KXCDecodedPicture(given), KXMD_PICTURE_JPEG);
 }
 
-void KXCWriteEdited(KXMutableData const& data, SourceFile const* source, std::string const& target)
+void KXCWriteEdited(KXMutableData const& data, SourceFile const* base, KXCTarget const& target)
 {
     KXStandardFiles const standardFiles;
-    auto const place = pathWithoutLinks(target);
+    auto const place = pathWithoutLinks(target.path);
     if (!place)
         throw KXCFailure(KXMD_ERROR_WRITE,
-            "cannot be written to " + target + ": " + std::strerror(ELOOP), ELOOP);
-    constexpr mode_t usualPermissions = 0666;
+            "cannot be written to " + target.path + ": " + std::strerror(ELOOP), ELOOP);
     AtomicFile file(*place);
-    bool const isWritten = file.open(source ? source->permissions() : usualPermissions)
-        && (source ? appendEdited(data, source->descriptor(), file) && !source->hasChanged()
-                   : file.write(data.bytes()))
+    if (target.modificationTime)
+        file.setModificationTime(*target.modificationTime);
+    bool const isWritten = file.open(target.permissions)
+        && (base ? appendEdited(data, base->descriptor(), file) && !base->hasChanged()
+                 : file.write(data.bytes()))
         && file.commit();
     if (!isWritten)
         failToWrite(file);

@@ -4,9 +4,11 @@
 #include "kxmd/base/KXMutableData.h"
 #include "kxmd/core/KXMDFileMeta.h"
 
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 class SourceFile;
 
@@ -35,6 +37,13 @@ KXData KXCAsJPEG(void const* picture, std::size_t length);
 /// Fails when not all could be read that was asked of `reader`.
 void KXCRequireWholeRead(KXAbstractData const& reader);
 
-/// Writes the edited file in `data` to `target`, as a whole or not at all. `source` is the file
-/// that it was made from; null for one in memory.
-void KXCWriteEdited(KXMutableData const& data, SourceFile const* source, std::string const& target);
+/// A file that is written.
+struct KXCTarget {
+    std::string path;
+    mode_t permissions { 0666 }; ///< As far as the user's mask lets it, unless it replaces a file.
+    std::optional<std::timespec> modificationTime {}; ///< That of writing it if absent.
+};
+
+/// Writes the edited file in `data`, as a whole or not at all. `base` is the file that it was made
+/// from; null for one in memory.
+void KXCWriteEdited(KXMutableData const& data, SourceFile const* base, KXCTarget const& target);

@@ -189,7 +189,10 @@ void Preparation::write()
     if (_source->hasChanged())
         throw KXCFailure(KXMD_ERROR_CHANGED, "changed while it was read");
     auto const data = _edited ? _edited : std::make_shared<KXMutableData>(_reader);
-    KXCWriteEdited(*data, _converted ? &*_converted : &*_source, _order.target);
+    KXCWriteEdited(*data, _converted ? &*_converted : &*_source,
+        { .path = _order.target,
+            .permissions = _source->permissions(),
+            .modificationTime = _source->modificationTime() });
 }
 
 unsigned Preparation::run()

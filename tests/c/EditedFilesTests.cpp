@@ -58,6 +58,31 @@ TEST_F(CEditedFiles, NewOnesAreAsPrivateAsTheirSource)
     EXPECT_EQ(permissionsOf(target), 0600u);
 }
 
+#ifdef KXMD_HAS_CONVERTER
+
+TEST_F(CEditedFiles, PreparedOnesHavePermissionsAndTimeOfTheirSource)
+{
+    constexpr std::time_t then = 1'000'000'000; // September 2001.
+    timespec const times[] { { then, 0 }, { then, 0 } };
+    mode_t const mask = ::umask(0);
+    ::umask(mask);
+    unsigned done = 0;
+    for (char const* const path : { media().sound, media().recording }) {
+        ::chmod(path, 0640);
+        ::utimensat(AT_FDCWD, path, times, 0);
+        EXPECT_TRUE(kxmd_prepare_file(
+            path, target.c_str(), KXMD_STEP_CONVERT | KXMD_STEP_CLEAN, nullptr, 0, &done, nullptr));
+        EXPECT_NE(done, 0u);
+        EXPECT_EQ(permissionsOf(target), 0640u & ~mask);
+        struct stat status { };
+        EXPECT_EQ(::stat(target.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mtim.tv_sec, then);
+        files::remove(target);
+    }
+}
+
+#endif
+
 TEST_F(CEditedFiles, ReplacedOnesKeepTheirPermissions)
 {
     std::ofstream(target) << "old";

@@ -115,6 +115,8 @@ static void use_null_arguments(void)
     CHECK(kxmd_file_open(NULL, NULL) == NULL);
     CHECK(kxmd_file_open_bytes(NULL, 1, &error) == NULL);
     CHECK_ERROR(KXMD_ERROR_ARGUMENT, "bytes");
+    CHECK(kxmd_file_open_bytes("", SIZE_MAX, &error) == NULL);
+    CHECK_ERROR(KXMD_ERROR_MEMORY, "memory");
     CHECK(kxmd_image_decode(NULL, 1, &error) == NULL);
     CHECK_ERROR(KXMD_ERROR_ARGUMENT, "picture");
     CHECK(kxmd_image_decode("", 0, &error) == NULL);

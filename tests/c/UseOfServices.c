@@ -319,4 +319,9 @@ void c_use_preparation(c_media const* media)
     CHECK_ERROR(KXMD_ERROR_ARGUMENT, "picture");
     CHECK(!kxmd_prepare_file(media->tagged, target, 8, "a", 1, &done, &error));
     CHECK_ERROR(KXMD_ERROR_NOT_MEDIA, "is not a picture");
+    snprintf(target, sizeof target, "%s/unsafe", media->folder);
+    CHECK(!kxmd_prepare_file(media->fragile, target, KXMD_STEP_INSERT_COVER, media->jpeg,
+        media->jpeg_length, &done, &error));
+    CHECK_ERROR(KXMD_ERROR_NOT_SAFE, "64-bit chunk offset table");
+    CHECK(kxmd_file_open(target, NULL) == NULL);
 }
