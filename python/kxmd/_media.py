@@ -188,9 +188,9 @@ class Media:
         """The embedded cover, decoded. `NotFoundError` without one."""
         return Image(self._call(lib.kxmd_file_decode_cover))
 
-    def extract_cover(self, format: PictureFormat = PictureFormat.JPEG) -> bytes:
-        """The same as a picture file, encoded anew."""
-        return taken(self._call(lib.kxmd_file_extract_cover, format.value))
+    def extract_cover(self) -> bytes:
+        """The cover's file as it is embedded, of whatever format. `NotFoundError` without one."""
+        return taken(self._call(lib.kxmd_file_extract_cover))
 
     def extract_preview(self) -> bytes:
         """The small preview that cameras embed in photographs, as it is. `NotFoundError` without one."""
@@ -244,7 +244,7 @@ class Edit:
 
     @property
     def cover(self) -> Encoded | None:
-        """The cover that was set, else that of the file as a JPEG file; `None` without one."""
+        """The picture file that was set, else that of the file; `None` without one."""
         if self._is_edited or not self._media.cover_size:
             return self._cover
         return self._media.extract_cover()

@@ -24,7 +24,6 @@ def test_cover_is_inserted_told_and_removed(make, name, content):
     assert media.cover_size > 300 and media.has_valid_cover
     assert media.cover().size == (300, 200)
     assert is_picture_of(media.extract_cover(), (300, 200))
-    assert media.extract_cover(kxmd.PictureFormat.PNG).startswith(b"\x89PNG")
     assert media.title == kxmd.read(make("same", content)).title
     with kxmd.edit(path) as edited:
         assert is_picture_of(edited.cover, (300, 200))
@@ -39,6 +38,7 @@ def test_others_find_the_cover(make):
     with kxmd.edit(path) as edited:
         edited.cover = jpeg
     assert mutagen.id3.ID3(path).getall("APIC")[0].data == jpeg
+    assert kxmd.read(path).extract_cover() == jpeg
 
 
 def test_cover_may_be_a_path_or_a_picture(make):

@@ -5,6 +5,7 @@ import subprocess
 import sys
 
 import kxmd
+import kxmd._thumbnails
 import numpy
 import PIL.Image
 import pytest
@@ -119,6 +120,28 @@ def test_cancelled_task_lets_go_of_its_picture(make):
             return (await thumbnails.get(path, (32, 32))).size
 
     assert asyncio.run(cancel()) == (32, 32)
+
+
+def test_cancelled_pictures_are_not_made(make, monkeypatch):
+    path = make("a.png", picture(2000, 2000))
+    made = []
+    finish = kxmd._thumbnails._Request.finish
+
+    def note(request, image, error):
+        made.append(bool(image))
+        finish(request, image, error)
+
+    async def cancel():
+        with kxmd.Thumbnails() as thumbnails:
+            tasks = [asyncio.ensure_future(thumbnails.get(path, (side, side))) for side in range(50, 60)]
+            await asyncio.sleep(0)
+            for task in tasks[:-1]:
+                task.cancel()
+            return (await tasks[-1]).size
+
+    monkeypatch.setattr(kxmd._thumbnails._Request, "finish", note)
+    assert asyncio.run(cancel()) == (59, 59)
+    assert len(made) == 10 and sum(made) <= 2  # One may have been on its way.
 
 
 def test_closing_cancels_what_was_asked_for(make):
