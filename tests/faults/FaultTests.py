@@ -279,6 +279,16 @@ class FaultTests(CommandTestCase):
         for found in failed:
             self.assertEqual((found["metaType"], found["size"], found["tags"]), (0, 0, {}))
 
+    def test_read_errors_are_told_on_a_page(self):
+        arguments = ("sheet", self.of("song.mp3"), "-o", self.to("page.html"))
+        Run(self, arguments)
+        runs = [Run(self, arguments, ("read", number, "EIO")) for number in range(1, self.counts()["read"] + 1)]
+        failed = [run for run in runs if run.status]
+        self.assertTrue(failed)
+        for run in failed:
+            self.assertIn(b"cannot be read: Input/output error", run.errors)
+            self.assertIn(b'"remark":"cannot be read","isFailed":true,"size":0}', run.files["page.html"])
+
     def test_music_that_cannot_be_read_is_not_copied_as_it_is(self):
         os.mkdir(self.path("one"))
         shutil.copy(self.of("lossless.m4a"), self.path("one"))

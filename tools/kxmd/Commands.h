@@ -30,4 +30,5 @@ extern Command const coverCommand;
 extern Command const cleanCommand;
 extern Command const convertCommand;
 extern Command const prepareCommand;
+extern Command const sheetCommand;
 extern Command const doctorCommand;

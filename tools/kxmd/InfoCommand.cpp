@@ -4,6 +4,7 @@
 #include "Desktop.h"
 #include "FileWalk.h"
 #include "JSONText.h"
+#include "MediaText.h"
 #include "OrderedWork.h"
 #include "Session.h"
 #include "TargetFolder.h"
@@ -16,7 +17,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <span>
@@ -87,21 +87,6 @@ void addCover(JSONText& report, KXMDFileMeta const& meta)
     report.endObject();
 }
 
-std::string_view nameOfKind(KXMediaStream::Kind kind)
-{
-    switch (kind) {
-    case KXMediaStream::Kind::video:
-        return "video";
-    case KXMediaStream::Kind::audio:
-        return "audio";
-    case KXMediaStream::Kind::subtitle:
-        return "subtitle";
-    case KXMediaStream::Kind::other:
-        break;
-    }
-    return "other";
-}
-
 JSON jsonOfStream(KXMediaStream const& stream)
 {
     JSON found { { "kind", nameOfKind(stream.kind) }, { "codec", stream.codec },
@@ -156,30 +141,6 @@ std::string jsonReport(Subject const& subject)
     return std::move(report).takeLine();
 }
 
-std::string nameOfType(Subject const& subject)
-{
-    switch (subject.detectedType) {
-    case KXMDMetaTypeMP3:
-        return subject.meta.metaType() == KXMDMetaTypeMP3 ? "MP3"
-                                                          : "MP3 with a tag that cannot be read";
-    case KXMDMetaTypeMP4:
-        return "MP4";
-    case KXMDMetaTypeJPEG:
-        return "JPEG";
-    case KXMDMetaTypeUnknown:
-        break;
-    }
-    return subject.probe ? subject.probe->container : "unknown";
-}
-
-/// The record's own description, without the label in front: the report's line has one already.
-std::string describeCodec(KXMDCodecInfo const& info)
-{
-    constexpr std::string_view label = "Codec: ";
-    std::string const text = info.description();
-    return text.starts_with(label) ? text.substr(label.size()) : text;
-}
-
 void addCodecs(TextReport& report, std::string_view name, KXMDCodecInfo::List const& codecs)
 {
     for (auto const& info : codecs) {
@@ -193,47 +154,6 @@ void addCodecs(TextReport& report, std::string_view name, KXMDCodecInfo::List co
             text += ", " + jsonNumber(info.bitRate()).dump() + " bit/s";
         report.addLine(name, text);
     }
-}
-
-std::string describeCover(KXMDFileMeta const& meta)
-{
-    std::uint64_t const bytes = meta.albumCoverSizeForEmbeddedTags();
-    if (bytes)
-        return byteCount(bytes) + (meta.hasValidAlbumCover() ? "" : ", smaller than 200 x 200");
-    return meta.canInsertAlbumCover() ? "none" : "none, and no place for one";
-}
-
-/// Without the digits that nobody reads.
-std::string shortNumber(double number)
-{
-    std::array<char, 32> digits;
-    int const length = std::snprintf(digits.data(), digits.size(), "%.6g", number);
-    return { digits.data(), static_cast<std::size_t>(length) };
-}
-
-std::string describeStream(KXMediaStream const& stream)
-{
-    std::string text = stream.codec.empty() ? "unknown" : stream.codec;
-    auto const add = [&text](std::string const& part) { text += ", " + part; };
-    if (!stream.profile.empty())
-        add(stream.profile);
-    if (stream.width && stream.height)
-        add(std::to_string(stream.width) + " x " + std::to_string(stream.height));
-    if (stream.frameRate > 0)
-        add(shortNumber(stream.frameRate) + " frames/s");
-    if (stream.rotation)
-        add("turned by " + std::to_string(stream.rotation) + " degrees");
-    if (stream.sampleRate)
-        add(std::to_string(stream.sampleRate) + " Hz");
-    if (stream.channels)
-        add(std::to_string(stream.channels) + (stream.channels == 1 ? " channel" : " channels"));
-    if (stream.bits)
-        add(std::to_string(stream.bits) + " bit");
-    if (stream.bitRate)
-        add(std::to_string(stream.bitRate) + " bit/s");
-    if (!stream.language.empty())
-        add(stream.language);
-    return text;
 }
 
 std::string describePicture(KXMediaPicture const& picture)
@@ -272,7 +192,7 @@ std::string textReport(Subject const& subject)
 {
     KXMDFileMeta const& meta = subject.meta;
     TextReport report(subject.path);
-    report.addLine("Type", nameOfType(subject));
+    report.addLine("Type", nameOfType(subject.detectedType, meta, subject.probe));
     report.addLine("Size", byteCount(meta.filesize()));
     for (auto const key : tagKeys) {
         if (auto const value = meta.metadataForKey(key))

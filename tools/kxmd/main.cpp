@@ -32,7 +32,7 @@ namespace {
 
 constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &exifCommand,
     &thumbnailCommand, &compositeCommand, &iconCommand, &posterCommand, &cacheNameCommand,
-    &coverCommand, &cleanCommand, &convertCommand, &prepareCommand, &doctorCommand };
+    &coverCommand, &cleanCommand, &convertCommand, &prepareCommand, &sheetCommand, &doctorCommand };
 
 void cleanUp(Session& session)
 {

@@ -146,12 +146,29 @@ std::string PreparationReport::objectOf(PreparationOutcome const& outcome) const
     return jsonLine(object);
 }
 
+std::string PreparationReport::wordsOf(PreparationOutcome const& outcome) const
+{
+    return outcome.steps.empty() ? std::string(inWords(outcome.action, _style.isDryRun))
+                                 : stepsOf(outcome, _style.isDryRun);
+}
+
+SheetEntry PreparationReport::pageEntryOf(PreparationOutcome const& outcome) const
+{
+    SheetEntry entry { .name = outcome.target.substr(_folder.size() + 1),
+        .done = outcome.isDone() ? wordsOf(outcome) : "failed",
+        .remark = outcome.isDone() ? outcome.remark : outcome.error,
+        .isFailed = !outcome.isDone() };
+    bool const isThere = outcome.isDone() && !_style.isDryRun;
+    if (!outcome.isRemoval || !outcome.isDone())
+        entry.path = isThere || outcome.isRemoval ? outcome.target : outcome.source;
+    return entry;
+}
+
 /// What was done to a file, in words: "converted, cover inserted: Album/Song.m4a (1234 bytes)".
 std::string PreparationReport::lineOf(PreparationOutcome const& outcome) const
 {
-    std::string line = outcome.steps.empty() ? std::string(inWords(outcome.action, _style.isDryRun))
-                                             : stepsOf(outcome, _style.isDryRun);
-    line += ": " + KXTextWithoutControlCharacters(outcome.target.substr(_folder.size() + 1)) + " ("
+    std::string line = wordsOf(outcome) + ": "
+        + KXTextWithoutControlCharacters(outcome.target.substr(_folder.size() + 1)) + " ("
         + std::to_string(outcome.size) + " bytes)";
     if (!outcome.remark.empty())
         line += ", " + KXTextWithoutControlCharacters(outcome.remark);
@@ -161,6 +178,8 @@ std::string PreparationReport::lineOf(PreparationOutcome const& outcome) const
 void PreparationReport::add(PreparationOutcome const& outcome)
 {
     count(outcome);
+    if (_style.hasPage)
+        _pageEntries.push_back(pageEntryOf(outcome));
     if (!outcome.isDone())
         _session.reportError(outcome.isRemoval ? outcome.target : outcome.source, outcome.error);
     if (_style.isJSON)

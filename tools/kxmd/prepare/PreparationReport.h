@@ -1,11 +1,13 @@
 #pragma once
 
 #include "tools/kxmd/ProgressBar.h"
+#include "tools/kxmd/sheet/SheetPage.h"
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 struct PreparationOutcome;
 class Session;
@@ -17,6 +19,7 @@ public:
     struct Style {
         bool isJSON { false };
         bool isDryRun { false };
+        bool hasPage { false }; ///< What is told is kept for a page.
     };
 
     /// A report on files whose targets it names as they lie below `folder`. The bar is for those
@@ -37,6 +40,9 @@ public:
     };
     void finish(End const& end);
 
+    /// What a page tells of the files that were added.
+    std::vector<SheetEntry> const& pageEntries() const { return _pageEntries; }
+
 private:
     struct Totals {
         std::uint64_t files { 0 };
@@ -55,6 +61,8 @@ private:
     void count(PreparationOutcome const& outcome);
     std::string objectOf(PreparationOutcome const& outcome) const;
     std::string lineOf(PreparationOutcome const& outcome) const;
+    std::string wordsOf(PreparationOutcome const& outcome) const;
+    SheetEntry pageEntryOf(PreparationOutcome const& outcome) const;
     std::string summary(End const& end, double seconds) const;
     std::string summaryObject(End const& end, double seconds) const;
 
@@ -65,4 +73,5 @@ private:
     std::chrono::steady_clock::time_point const _start { std::chrono::steady_clock::now() };
     std::optional<ProgressBar> _progress;
     Totals _totals;
+    std::vector<SheetEntry> _pageEntries;
 };

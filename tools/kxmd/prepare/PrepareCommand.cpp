@@ -6,6 +6,7 @@
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/TargetFolder.h"
 #include "tools/kxmd/Usage.h"
+#include "tools/kxmd/sheet/Sheet.h"
 
 #include <CLI/Validators.hpp>
 
@@ -95,6 +96,9 @@ void addRunOptions(CLI::App& command, PrepareOptions& options)
     command.add_flag("--anyway", options.ignoresSpace, "Begin even if there is not enough space");
     addJobs(command, options.jobs);
     command.add_flag("--json", options.isJSON, "Print a JSON object for each file");
+    addOptionalText(command, "--report", options.page, "Also write a page that shows all files")
+        ->type_name("OUT")
+        ->check(problemOfSheetName);
 }
 
 void addOptions(CLI::App& command, Session& session)

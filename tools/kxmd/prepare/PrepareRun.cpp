@@ -5,8 +5,10 @@
 #include "TargetNames.h"
 #include "tools/kxmd/Desktop.h"
 #include "tools/kxmd/OrderedWork.h"
+#include "tools/kxmd/OutputFile.h"
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/TargetFolder.h"
+#include "tools/kxmd/sheet/Sheet.h"
 
 #include <kxmd/base/KXPath.h>
 
@@ -69,6 +71,8 @@ void PrepareRun::run()
     if (!isDryRun() && !makeTargetFolder(_options.folder, _session))
         return;
     _space.emplace(_options.folder);
+    if (!_options.page.empty() && !canWriteOutputFile(_options.page, {}, _session))
+        return; // Found out before the work.
     FolderLock const lock(_options.folder);
     if (lock.isTaken())
         return _session.reportError(_options.folder, "is being prepared by another run");
@@ -82,8 +86,9 @@ void PrepareRun::run()
     for (std::size_t const item : toWorkOn)
         amount.bytes += _plan->files()[item].size;
     _report.emplace(_options.folder,
-        PreparationReport::Style { .isJSON = _options.isJSON, .isDryRun = isDryRun() }, amount,
-        _session);
+        PreparationReport::Style {
+            .isJSON = _options.isJSON, .isDryRun = isDryRun(), .hasPage = !_options.page.empty() },
+        amount, _session);
     removeFiles();
     work();
     PreparationReport::End end { .skipped = _found.skipped };
@@ -95,6 +100,8 @@ void PrepareRun::run()
         reportManifestError(_manifest.finish());
     }
     _report->finish(end);
+    if (!_options.page.empty())
+        writeSheet(_report->pageEntries(), _options.page, _options.jobs, _session);
 }
 
 // The plan.

@@ -28,6 +28,7 @@ class Session;
 struct PrepareOptions {
     std::vector<std::string> paths;
     std::string folder;
+    std::string page; ///< Where a page tells of the run; empty for nowhere.
     PreparationOptions preparation;
     PlaylistOptions playlists;
     std::vector<std::string> excluded;

@@ -1,0 +1,48 @@
+// kxmd sheet: a page that shows what is in many files.
+
+#include "Sheet.h"
+#include "tools/kxmd/Commands.h"
+#include "tools/kxmd/FileWalk.h"
+#include "tools/kxmd/TargetFolder.h"
+#include "tools/kxmd/Usage.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Options {
+    CLI::Option* paths { nullptr };
+    std::string output;
+    unsigned jobs { std::max(1u, std::thread::hardware_concurrency()) };
+};
+
+void writeSheet(Options const& options, Session& session)
+{
+    std::vector<SheetEntry> entries;
+    auto const found = foundFiles(textsOf(*options.paths), { .keepsNames = true }, session);
+    entries.reserve(found.files.size());
+    for (FoundFile const& file : found.files)
+        entries.push_back({ .path = file.path, .name = file.relativePath });
+    writeSheet(entries, options.output, options.jobs, session);
+}
+
+void addOptions(CLI::App& command, Session& session)
+{
+    auto const options = std::make_shared<Options>();
+    addRequiredOutput(command, options->output, "Write the page, of HTML, to this file");
+    command.get_option_no_throw("--output")->check(problemOfSheetName);
+    addJobs(command, options->jobs);
+    options->paths = addFiles(command, "Files and folders to show");
+    command.callback([options, &session] { writeSheet(*options, session); });
+}
+
+}
+
+Command const sheetCommand { .name = "sheet",
+    .description = "Write a page that shows what is in files and folders",
+    .nature = Command::Nature::writes,
+    .addOptions = addOptions };
