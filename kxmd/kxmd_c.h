@@ -8,13 +8,16 @@
 ///
 /// A function that can fail takes the address of a `kxmd_error*`, or NULL where nobody wants to
 /// know. It stores NULL there at its beginning, and a new error, the caller's, where it fails. Then
-/// it returns NULL or false, and has changed nothing.
+/// it returns NULL or false, and has changed nothing unless it says otherwise.
 ///
 /// Texts are UTF-8 and end at their first zero byte. Paths are the bytes that the system takes.
 ///
 /// A handle is used by one thread at a time, different ones at once. What its type says is
-/// "unchanging" may be read from any number of threads. No function waits for a lock that is held
-/// while files are read or callbacks run.
+/// "unchanging" may be read from any number of threads. Callbacks run under no lock of the library.
+///
+/// Pictures, movies and sound are decoded, encoded and converted in other processes; the first
+/// function that needs one loads the libraries of the desktop and starts it. Nothing else does:
+/// neither types, tags and codecs nor embedded covers, previews and edits with a JPEG.
 ///
 /// No C++ exception leaves a function. Callbacks must return: they neither throw nor jump.
 
@@ -44,7 +47,7 @@ typedef enum kxmd_error_code KXMD_C_INT {
     KXMD_ERROR_MEMORY = 2, ///< There is not enough memory.
     KXMD_ERROR_OPEN = 3, ///< A file cannot be opened, or is a folder or device.
     KXMD_ERROR_READ = 4, ///< The system refused to read from an open file.
-    KXMD_ERROR_WRITE = 5, ///< A file cannot be written. What was at its place still is.
+    KXMD_ERROR_WRITE = 5, ///< A file cannot be written.
     KXMD_ERROR_CHANGED = 6, ///< A file was changed by somebody else while it was used.
     KXMD_ERROR_NOT_MEDIA = 7, ///< Bytes are no media of a kind that is wanted here, or damaged.
     KXMD_ERROR_NOT_FOUND = 8, ///< What is asked for, such as a cover, is not in the file.
@@ -284,8 +287,8 @@ typedef enum kxmd_edit_flags KXMD_C_INT {
 } kxmd_edit_flags;
 
 /// Whether the file would survive the insertion of the picture as its cover. False with
-/// `KXMD_ERROR_NOT_SAFE` when not, and with another error when it cannot be told. The picture is as
-/// in `kxmd_file_insert_cover`.
+/// `KXMD_ERROR_NOT_SAFE` when not, and with another error when it cannot be told or be made.
+/// Picture and flags are as in `kxmd_file_insert_cover`; `KXMD_EDIT_ANYWAY` changes no answer.
 KXMD_C_EXPORT bool kxmd_file_check_insertion(kxmd_file* file, void const* picture, size_t length,
     unsigned flags, kxmd_error** error) KXMD_C_NOEXCEPT;
 
@@ -298,9 +301,10 @@ KXMD_C_EXPORT bool kxmd_file_check_removal(kxmd_file* file, kxmd_error** error) 
 /// is decoded and encoded as JPEG. `flags` are `kxmd_edit_flags`.
 ///
 /// A file that is at `target` is replaced as a whole, and keeps its permissions: whatever happens,
-/// the old file or the new one is there. A link is followed. Where a file system cannot rename, as
-/// that of some phones, the new file stays beside it, hidden, while it is copied, and the message
-/// of a failure then names it. `target` may be NULL only for a file that was opened by its path.
+/// the old file or the new one is there, and the new one even after an error if that was the very
+/// last step. A link is followed. Where a file system cannot rename, as that of some phones, the
+/// new file stays beside it, hidden, while it is copied, and the message of a failure then names
+/// it. `target` may be NULL only for a file that was opened by its path.
 KXMD_C_EXPORT bool kxmd_file_insert_cover(kxmd_file* file, void const* picture, size_t length,
     char const* target, unsigned flags, kxmd_error** error) KXMD_C_NOEXCEPT;
 
@@ -414,7 +418,8 @@ KXMD_C_EXPORT kxmd_thumbnails* kxmd_thumbnails_new(
     size_t cache_bytes, kxmd_post post, void* user_data, kxmd_error** error) KXMD_C_NOEXCEPT;
 
 /// The picture of the file at `path`, made while the caller waits. `width` and `height` in pixels,
-/// at most `KXMD_LONGEST_THUMBNAIL_SIDE`. `KXMD_ERROR_NOT_FOUND` for what cannot be shown.
+/// at most `KXMD_LONGEST_THUMBNAIL_SIDE`. `KXMD_ERROR_NOT_FOUND` for what cannot be shown. A square
+/// that is kept is given again, whatever became of its file meanwhile.
 KXMD_C_EXPORT kxmd_image* kxmd_thumbnails_make(kxmd_thumbnails* thumbnails, char const* path,
     uint32_t width, uint32_t height, kxmd_thumbnail_shape shape,
     kxmd_error** error) KXMD_C_NOEXCEPT;

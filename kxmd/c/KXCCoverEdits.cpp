@@ -82,14 +82,17 @@ bool fitsMemory(std::uint64_t length)
         * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
-kxmd_bytes* newBytesOf(KXMutableData const& edited)
+/// All bytes of `edited`, for which `reader` reads.
+KXData bytesOf(KXMutableData const& edited, KXAbstractData const& reader)
 {
     if (!fitsMemory(edited.length()))
         throw std::bad_alloc();
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(edited.length()));
-    if (!edited.readBytesToAt(bytes.data(), bytes.size(), 0))
+    bool const isRead = edited.readBytesToAt(bytes.data(), bytes.size(), 0);
+    KXCRequireWholeRead(reader);
+    if (!isRead)
         throw KXCFailure(KXMD_ERROR_CHANGED, "changed while it was read");
-    return KXCNew<kxmd_bytes>(KXData(std::move(bytes)));
+    return KXData(std::move(bytes));
 }
 
 /// Edits a file in memory.
@@ -98,11 +101,10 @@ kxmd_bytes* editInMemory(kxmd_file const& file, unsigned flags, MakeEdit makeEdi
 {
     KXCEdit const edit = makeEdit();
     auto const edited = madeBy(edit, flags);
-    std::unique_ptr<kxmd_bytes> bytes(newBytesOf(*edited));
-    KXCRequireWholeRead(*edit.reader);
+    KXData bytes = bytesOf(*edited, *edit.reader);
     if (file.source && file.source->hasChanged())
         throw KXCFailure(KXMD_ERROR_CHANGED, "changed while it was read");
-    return bytes.release();
+    return KXCNew<kxmd_bytes>(std::move(bytes));
 }
 
 /// Edits a file into another, or itself.

@@ -16,8 +16,7 @@ KXCThumbnailRequest::~KXCThumbnailRequest() { kxmd_error_free(_error); }
 
 void KXCThumbnailRequest::submit(Ref const& request)
 {
-    // The queue copies its work no more once it has it; what a work holds must be copyable all the
-    // same.
+    // Shared, since a function holds only what can be copied.
     auto const posted = std::make_shared<std::unique_ptr<Ref>>(std::make_unique<Ref>(request));
     request->_maker->queue.async([posted] {
         (**posted)->make();

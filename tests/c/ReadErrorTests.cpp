@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 
 namespace {
@@ -95,6 +96,19 @@ TEST_F(CReadErrors, EditsWriteNothing)
         });
         kxmd_file_free(file);
     }
+}
+
+TEST_F(CReadErrors, EditsInMemoryGiveNothing)
+{
+    kxmd_file* const file = kxmd_file_open(media.song, nullptr);
+    failEachReadOf([&](kxmd_error** error) {
+        kxmd_bytes* const bytes = kxmd_file_remove_cover_in_memory(file, KXMD_EDIT_ANYWAY, error);
+        if (bytes) // As an edit of files would have.
+            std::ofstream(target) << "done";
+        kxmd_bytes_free(bytes);
+        return bytes != nullptr;
+    });
+    kxmd_file_free(file);
 }
 
 TEST_F(CReadErrors, PreparationWritesNothing)
