@@ -110,39 +110,39 @@ KXMD_C_EXPORT void kxmd_bytes_free(kxmd_bytes* bytes) KXMD_C_NOEXCEPT;
 
 /// What kind of media a file is.
 typedef enum kxmd_type KXMD_C_INT {
-    KXMD_TYPE_UNKNOWN = 0,
+    KXMD_TYPE_UNKNOWN = 0, ///< None of these.
     KXMD_TYPE_MP3 = 1, ///< Begins with an ID3v2 tag.
     KXMD_TYPE_MP4 = 2, ///< MP4 or QuickTime: ISO/IEC 14496-12.
-    KXMD_TYPE_JPEG = 3,
+    KXMD_TYPE_JPEG = 3, ///< ITU-T T.81.
 } kxmd_type;
 
 /// The descriptive tags.
 typedef enum kxmd_tag KXMD_C_INT {
     KXMD_TAG_NAME = 0, ///< Title of the track or video.
-    KXMD_TAG_ARTIST = 1,
-    KXMD_TAG_ALBUM = 2,
-    KXMD_TAG_ALBUM_ARTIST = 3,
+    KXMD_TAG_ARTIST = 1, ///< Who performs the track.
+    KXMD_TAG_ALBUM = 2, ///< Title of the album.
+    KXMD_TAG_ALBUM_ARTIST = 3, ///< Whom the whole album is by.
 } kxmd_tag;
 
 /// What a stream of a media file holds.
 typedef enum kxmd_stream_kind KXMD_C_INT {
-    KXMD_STREAM_OTHER = 0,
-    KXMD_STREAM_VIDEO = 1,
-    KXMD_STREAM_AUDIO = 2,
-    KXMD_STREAM_SUBTITLE = 3,
+    KXMD_STREAM_OTHER = 0, ///< Such as chapters or measurements.
+    KXMD_STREAM_VIDEO = 1, ///< Moving pictures.
+    KXMD_STREAM_AUDIO = 2, ///< Sound.
+    KXMD_STREAM_SUBTITLE = 3, ///< Text or pictures shown over a video.
 } kxmd_stream_kind;
 
 /// Codecs; any other number stands for an unknown one.
 typedef enum kxmd_codec KXMD_C_INT {
-    KXMD_CODEC_NONE = 0,
-    KXMD_CODEC_MP3 = 1,
-    KXMD_CODEC_AMR = 2,
-    KXMD_CODEC_AMR_WB = 3,
-    KXMD_CODEC_ALAC = 4,
-    KXMD_CODEC_AAC = 5,
+    KXMD_CODEC_NONE = 0, ///< None that is told here.
+    KXMD_CODEC_MP3 = 1, ///< ISO/IEC 11172-3 and 13818-3, layer III.
+    KXMD_CODEC_AMR = 2, ///< 3GPP TS 26.071.
+    KXMD_CODEC_AMR_WB = 3, ///< 3GPP TS 26.171.
+    KXMD_CODEC_ALAC = 4, ///< Lossless.
+    KXMD_CODEC_AAC = 5, ///< ISO/IEC 14496-3.
     KXMD_CODEC_MP4_VISUAL = 6, ///< ISO/IEC 14496-2.
     KXMD_CODEC_AVC = 7, ///< ISO/IEC 14496-10, also known as H.264.
-    KXMD_CODEC_H263 = 8,
+    KXMD_CODEC_H263 = 8, ///< ITU-T H.263.
 } kxmd_codec;
 
 /// The `profile` of a codec record that tells none.
@@ -215,7 +215,7 @@ KXMD_C_EXPORT void kxmd_file_free(kxmd_file* file) KXMD_C_NOEXCEPT;
 
 /// How a picture is encoded.
 typedef enum kxmd_picture_format KXMD_C_INT {
-    KXMD_PICTURE_PNG = 0,
+    KXMD_PICTURE_PNG = 0, ///< With transparency, and nothing lost.
     KXMD_PICTURE_JPEG = 1, ///< Over white where the picture is transparent; always of one quality.
 } kxmd_picture_format;
 
@@ -325,13 +325,13 @@ KXMD_C_EXPORT kxmd_bytes* kxmd_file_remove_cover_in_memory(
 
 /// A stream of a media file. What does not apply, or is not known, is 0 or empty, never NULL.
 typedef struct kxmd_stream {
-    kxmd_stream_kind kind;
+    kxmd_stream_kind kind; ///< What it holds.
     char const* codec; ///< A short name in lower case, such as "flac" or "h264".
     char const* profile; ///< As the codec's standard names it, such as "LC" or "High".
     char const* language; ///< ISO 639-2, such as "eng".
     uint64_t bit_rate; ///< In bits per second.
     uint32_t sample_rate; ///< In Hz.
-    uint32_t channels;
+    uint32_t channels; ///< Of sound.
     uint32_t bits; ///< Of a sample, or of a component of a pixel.
     uint32_t width; ///< In pixels, as they are stored.
     uint32_t height; ///< Likewise.

@@ -23,9 +23,9 @@ LIBRARY = ("kxmd", "kxmd_platform", "kxmd_render_movies", "kxmd_render", "kxmd_c
 # All that our sources are built into: some programs hold parts of the library themselves.
 PRODUCT = (*LIBRARY, "kxmd_decoder_tests", "kxmd_hostile_decoder", "kxmd_command", "kxmd_desktop",
            "afconvert", "kxmd_show_progress")
-EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card", "kxmd_few_threads",
-              "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
-FURTHER_PROGRAMS = ("kxmd_cost_tests", "kxmd_decoder_tests")
+EVERYTHING = (*PRODUCT, "kxmd_tests", "kxmd_c_tests", "kxmd_cost_tests", "kxmd_describe_tree", "kxmd_phone_card",
+              "kxmd_few_threads", "kxmd_count_opens", "kxmd_full_at_close", "kxmd_change_folder")
+FURTHER_PROGRAMS = ("kxmd_c_tests", "kxmd_cost_tests", "kxmd_decoder_tests")
 USUAL_TIMES = 5
 START_SECONDS = 5
 FAILED = (1, 8)  # The statuses of GoogleTest and ctest; anything else is a crash.
