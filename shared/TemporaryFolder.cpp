@@ -66,8 +66,14 @@ std::string newFolder(KXPlatform const& platform)
         removeFoldersOfKilledRuns(platform.temporaryFolders->applicationTempFolder());
     std::string path
         = platform.temporaryFolders->applicationUniqueTempFolderWithPrefix(folderPrefix);
-    if (!path.empty())
+    if (path.empty())
+        return path;
+    try {
         ours->paths.insert(path);
+    } catch (...) { // For want of memory.
+        removeFolder(path);
+        throw;
+    }
     return path;
 }
 
@@ -84,7 +90,9 @@ public:
     std::string applicationUniqueTempFolderWithPrefix(std::string_view prefix) const override
     {
         std::string path = _path + '/' + std::string(prefix) + "-XXXXXX";
-        return ::mkdtemp(path.data()) ? path : std::string();
+        if (!::mkdtemp(path.data()))
+            path.clear();
+        return path; // Without a copy, for which there may be no memory.
     }
 
 private:
@@ -93,8 +101,14 @@ private:
 
 }
 
+TemporaryFolder::TemporaryFolder(std::string path)
+    : _path(std::move(path))
+{
+}
+
+/// The folder is this object's from the beginning, and removed as well when memory runs out.
 TemporaryFolder::TemporaryFolder(KXPlatform::Ref const& platform)
-    : _path(newFolder(*platform))
+    : TemporaryFolder(newFolder(*platform))
 {
     if (_path.empty())
         return;

@@ -19,6 +19,8 @@ public:
     KXPlatform::Ref const& platform() const { return _platform; }
 
 private:
+    explicit TemporaryFolder(std::string path);
+
     std::string const _path;
     KXPlatform::Ref _platform;
 };

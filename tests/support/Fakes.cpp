@@ -227,7 +227,9 @@ std::string FakeTemporaryFolders::applicationUniqueTempFolderWithPrefix(
     std::string_view prefix) const
 {
     std::string path = _folder + '/' + std::string(prefix) + "-XXXXXX";
-    return !_fails && ::mkdtemp(path.data()) ? path : std::string();
+    if (_fails || !::mkdtemp(path.data()))
+        path.clear();
+    return path; // Without a copy, for which there may be no memory.
 }
 
 KXPlatform::Ref FakeMachine::platform() const
