@@ -5,7 +5,7 @@ import subprocess
 from support import COMMAND, CommandTestCase, run
 
 SUBCOMMANDS = ("info", "atoms", "frames", "exif", "thumbnail", "composite", "icon", "poster", "cache-name",
-               "cover", "clean", "convert", "prepare")
+               "cover", "clean", "convert", "prepare", "sheet", "doctor")
 ACTIONS = (("cover", "extract"), ("cover", "remove"), ("cover", "add"))
 
 
@@ -46,6 +46,22 @@ class UsageTests(CommandTestCase):
 
     def test_unknown_subcommand_is_named(self):
         self.assertIn("frobnicate", run("frobnicate").errors[0])
+
+    def test_mistyped_names_are_guessed(self):
+        for arguments, meant in ((("thumbnial", "a"), "thumbnail"), (("ifno", "a"), "info"),
+                                 (("-q", "prepaer"), "prepare"), (("info", "--jsn", "a"), "--json"),
+                                 (("cover", "extrct", "a"), "extract"), (("--vresion",), "--version"),
+                                 (("prepare", "a", "--to", "b", "--dry-rnu"), "--dry-run")):
+            with self.subTest(arguments=arguments):
+                result = run(*arguments)
+                self.assert_usage_error(result)
+                self.assertTrue(result.errors[0].endswith(f'. Did you mean "{meant}"?'), result.errors)
+
+    def test_nothing_is_guessed_of_what_is_like_nothing(self):
+        for arguments in (("frobnicate",), ("if", "a"), ("prepare", "a", "--to", "b", "--dry-abc"),
+                          ("info", "--frobnicate", "a"), ("atoms", "a", "info"), ("x",)):
+            with self.subTest(arguments=arguments):
+                self.assertNotIn("Did you mean", run(*arguments).errors[0])
 
     def test_closed_standard_output(self):
         for arguments in (("--help",), ("--version",), ("cache-name", "key", "-s", "1x1")):

@@ -104,8 +104,7 @@ void addSize(CLI::App& command, KXSize& size)
             throw CLI::ValidationError("-s", "\"" + text + "\" is not a size, such as 256x256");
         size = *parsed;
     };
-    command
-        .add_option_function<std::string>("-s,--size", take, "Size in points, such as 100.7x96.2")
+    command.add_option_function<std::string>("-s,--size", take, "Size in points, such as 256x256")
         ->type_name("WxH")
         ->required();
 }

@@ -4,6 +4,7 @@
 #include "Commands.h"
 #include "Desktop.h"
 #include "Session.h"
+#include "Suggestion.h"
 #include "Usage.h"
 #include "prepare/NameRules.h"
 #include "shared/AtomicFile.h"
@@ -34,6 +35,13 @@ constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &ex
     &thumbnailCommand, &compositeCommand, &iconCommand, &posterCommand, &cacheNameCommand,
     &coverCommand, &cleanCommand, &convertCommand, &prepareCommand, &sheetCommand, &doctorCommand };
 
+constexpr char const* examples = R"(Examples:
+    kxmd info song.mp3                                what is in a file
+    kxmd thumbnail film.mp4 -s 256x256 -o film.png    the picture that stands for it
+    kxmd cover add song.m4a cover.jpg -o new.m4a      a copy of a song with a cover
+    kxmd sheet ~/Music -o music.html                  a page that shows a collection
+    kxmd prepare ~/Music/ --to /media/phone/Music -n  what would be prepared for a phone)";
+
 void cleanUp(Session& session)
 {
     // A signal to all of our group ends converters as well, which is no fault of their files.
@@ -61,6 +69,7 @@ void addCommands(CLI::App& app, std::vector<std::string> const& arguments, Sessi
     Command const* const only = onlyCommand(arguments);
     app.set_version_flag("--version", std::string("kxmd ") + KXVersion());
     addQuietFlag(app, session);
+    app.footer(examples);
     app.require_subcommand(0, 1); // A missing one is reported later, after unexpected arguments.
     for (Command const* const command : commands) {
         if (only && command != only)
@@ -104,8 +113,10 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
         session.finish();
         return session.exitStatus();
     }
-    std::string const message
-        = "kxmd: " + messageOfError(error) + "\nTry \"kxmd --help\" for more.\n";
+    std::string message = "kxmd: " + messageOfError(error);
+    if (std::string const meant = suggestionFor(app); !meant.empty())
+        message += ". Did you mean \"" + meant + "\"?";
+    message += "\nTry \"kxmd --help\" for more.\n";
     std::fwrite(message.data(), 1, message.size(), stderr);
     return ExitStatus::wrongUsage;
 }
