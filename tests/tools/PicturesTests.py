@@ -226,6 +226,16 @@ class PicturesTests(CommandTestCase):
                              + atom(b"meta", bytes(4), atom(b"hdlr", bytes(8), b"pict", bytes(13))))
         self.assert_failure(run("thumbnail", picture, "-s", "8x8", "-o", self.out), picture, NOTHING)
 
+    def test_thumbnail_is_a_png_whatever_its_name(self):
+        photo = self.write("a.png", pictures.solid(8, 6, RED))
+        for name in (".thumbnail.X1Y2Z3", "out.jpg", "out.png"):
+            for arguments in (("--png", "-o", self.path(name)), ("-o", self.path(name), "--png")):
+                result = run("thumbnail", photo, "--fit", "-s", "4x4", *arguments)
+                self.assertEqual((result.status, result.errors), (0, []))
+                self.assertEqual(Picture(self.content(self.path(name))).size, (4, 3))
+                os.remove(self.path(name))
+        self.assert_usage_error(run("icon", photo, "-s", "4x4", "--png", "-o", self.path("out")))
+
     def test_size_that_no_picture_has(self):
         photo = self.write("a.png", pictures.solid(8, 8, RED))
         for subcommand in ("thumbnail", "icon"):

@@ -38,13 +38,12 @@ Format const* formatOfPath(std::string_view path)
     return found == std::end(formats) ? nullptr : found;
 }
 
-}
-
-CLI::Option* addPictureOutput(CLI::App& command, std::string& path)
+/// `format` is looked at when the name is parsed.
+CLI::Option* addOutputInFormat(CLI::App& command, std::string& path, PictureFormat const& format)
 {
-    auto const take = [&path](std::string const& typed) {
+    auto const take = [&path, &format](std::string const& typed) {
         path = withoutLiteralMark(typed);
-        if (!formatOfPath(path))
+        if (format == PictureFormat::byName && !formatOfPath(path))
             throw CLI::ValidationError("-o", "\"" + path + "\" ends in none of .png, .jpg, .jpeg");
     };
     return command
@@ -52,20 +51,37 @@ CLI::Option* addPictureOutput(CLI::App& command, std::string& path)
         ->type_name("OUT");
 }
 
-KXData encodedPicture(KXImage const& image, std::string const& path)
+}
+
+CLI::Option* addPictureOutput(CLI::App& command, std::string& path)
 {
-    auto const encode = formatOfPath(path)->encode;
+    static constexpr auto format = PictureFormat::byName;
+    return addOutputInFormat(command, path, format);
+}
+
+CLI::Option* addPictureOutput(CLI::App& command, std::string& path, PictureFormat& format)
+{
+    // Before the name, which is looked at when this is known.
+    command.add_flag_callback(
+        "--png", [&format] { format = PictureFormat::png; }, "Write a PNG, whatever OUT is called");
+    return addOutputInFormat(command, path, format);
+}
+
+KXData encodedPicture(KXImage const& image, std::string const& path, PictureFormat format)
+{
+    auto const encode = format == PictureFormat::png ? &KXPictureLoader::pngRepresentation
+                                                     : formatOfPath(path)->encode;
     return ((*machine()->pictureLoader).*encode)(image);
 }
 
 bool writePicture(KXImage::Ref const& image, std::string const& path,
-    std::vector<std::string> const& inputs, Session& session)
+    std::vector<std::string> const& inputs, Session& session, PictureFormat format)
 {
     if (!image) {
         session.reportError(inputs.front(), nothingToShow);
         return false;
     }
-    KXData const encoded = encodedPicture(*image, path);
+    KXData const encoded = encodedPicture(*image, path, format);
     if (!encoded.length()) {
         session.reportError(path, "the picture cannot be encoded");
         return false;

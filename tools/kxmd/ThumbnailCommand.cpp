@@ -34,6 +34,7 @@ struct Options {
     std::string folder;
     KXSize size;
     unsigned jobs { std::max(1u, std::thread::hardware_concurrency()) };
+    PictureFormat format { PictureFormat::byName };
     bool keepsShape { false };
     bool entersFolders { false };
 };
@@ -60,7 +61,8 @@ void writeThumbnail(std::string const& path, Options const& options, Session& se
     if (!file)
         return;
     auto const& controller = thumbnailController();
-    writePicture(thumbnailOf(*file, *controller, options), options.output, { path }, session);
+    writePicture(thumbnailOf(*file, *controller, options), options.output, { path }, session,
+        options.format);
 }
 
 /// Makes the thumbnails of many files, on several threads.
@@ -212,7 +214,7 @@ void addOptions(CLI::App& command, Session& session)
     addSize(command, options->size);
     command.add_flag(
         "--fit", options->keepsShape, "Keep the picture's shape within the size, cut nothing off");
-    auto* const output = addPictureOutput(command, options->output);
+    auto* const output = addPictureOutput(command, options->output, options->format);
     addTargetFolder(command, options->folder, "Write a PNG for each file to this folder")
         ->excludes(output);
     command.add_flag("-r,--recursive", options->entersFolders, "Show all files in folders, too");
