@@ -43,6 +43,22 @@ std::string pathOfProgram(std::string const& name)
     return path ? path.get() : "";
 }
 
+/// Whether a command runs kxmd, of whatever installation: asked by this library, it would ask the
+/// desktop, and so itself, for the same file.
+bool isOurOwn(std::string const& command)
+{
+    gchar** parsed = nullptr;
+    if (!g_shell_parse_argv(command.c_str(), nullptr, &parsed, nullptr))
+        return false;
+    Strings const owner(parsed);
+    for (gchar const* const* argument = parsed; *argument; ++argument) {
+        if (KXLastPathComponent(*argument) == "kxmd") // Also "env kxmd".
+            return true;
+    }
+    std::error_code ignored; // Then the path is empty.
+    return files::canonical(pathOfProgram(*parsed), ignored).filename() == "kxmd";
+}
+
 /// Whether a command has a shell read the name of the file as its own words.
 bool isGivenToAShell(gchar const* const* arguments)
 {
@@ -103,7 +119,7 @@ void KXDesktopThumbnailers::readFile(std::string const& path) const
         return;
     std::string const command = stringForKey(*file, "Exec");
     std::string const tested = stringForKey(*file, "TryExec");
-    if (command.empty() || (!tested.empty() && pathOfProgram(tested).empty()))
+    if (command.empty() || isOurOwn(command) || (!tested.empty() && pathOfProgram(tested).empty()))
         return;
     Strings const types(
         g_key_file_get_string_list(file.get(), group, "MimeType", nullptr, nullptr));

@@ -74,6 +74,29 @@ TEST_F(KXDesktopThumbnailersTest, ProgramThatIsMissingIsPassedOver)
     EXPECT_THAT(command("text/c"), IsEmpty());
 }
 
+TEST_F(KXDesktopThumbnailersTest, OurOwnCommandIsPassedOver)
+{
+    auto const programs = folder.path() / "other prefix/bin";
+    files::create_directories(programs);
+    files::create_symlink("/bin/sh", programs / "kxmd"); // A program of that name.
+    files::create_directory(programs / "link");
+    files::create_directory(programs / "real");
+    folder.write("other prefix/bin/real/kxmd", {});
+    files::permissions(programs / "real/kxmd", files::perms::owner_all);
+    files::create_symlink("../real/kxmd", programs / "link/show");
+    std::vector<std::string> const lines { "kxmd thumbnail %i",
+        "'" + (programs / "kxmd").string() + "' %i", "/usr/bin/env kxmd %i",
+        "'" + (programs / "link/show").string() + "' %i" };
+    for (std::string const& line : lines) {
+        install("user/a.thumbnailer", "Exec=" + line + "\nMimeType=text/a;text/b\n");
+        install("user/b.thumbnailer", "Exec=/bin/sh of-others\nMimeType=text/a\n");
+        EXPECT_THAT(command("text/a"), ElementsAre("/bin/sh", "of-others")) << line;
+        EXPECT_THAT(command("text/b"), IsEmpty()) << line;
+    }
+    install("user/a.thumbnailer", "Exec=/bin/sh kxmd.py %s\nMimeType=text/a\n");
+    EXPECT_THAT(command("text/a"), ElementsAre("/bin/sh", "kxmd.py", "256"));
+}
+
 TEST_F(KXDesktopThumbnailersTest, FileHasUpTo64Kibibytes)
 {
     std::string const start = "Exec=/bin/sh\nMimeType=text/a\n#";
