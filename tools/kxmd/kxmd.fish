@@ -36,24 +36,25 @@ complete -c kxmd -n '__kxmd_runs ""' -a cover -d 'Extract, remove or add the alb
 complete -c kxmd -n '__kxmd_runs ""' -a clean -d "Copy a phone's video without its user data"
 complete -c kxmd -n '__kxmd_runs ""' -a convert -d 'Copy lossless audio as AAC'
 complete -c kxmd -n '__kxmd_runs ""' -a prepare -d 'Make a collection ready for a phone'
+complete -c kxmd -n '__kxmd_runs ""' -a sheet -d 'Write a page that shows what is in files'
 complete -c kxmd -n '__kxmd_runs ""' -a doctor -d 'Show what this machine offers'
 complete -c kxmd -n '__kxmd_runs cover' -a extract -d 'Write the cover as a picture'
 complete -c kxmd -n '__kxmd_runs cover' -a remove -d 'Write a copy without covers'
 complete -c kxmd -n '__kxmd_runs cover' -a add -d 'Write a copy with a picture as its cover'
 
 set -l files info atoms frames exif thumbnail composite icon poster 'cover extract' 'cover remove' 'cover add' \
-    clean convert prepare
+    clean convert prepare sheet
 complete -c kxmd -n "__kxmd_runs $(string escape -- $files | string join ' ')" -F
 complete -c kxmd -n '__kxmd_runs cache-name; and __fish_contains_opt file composite' -F
 
 set -l json info atoms frames exif 'cover extract' 'cover remove' 'cover add' clean convert prepare doctor
 complete -c kxmd -n "__kxmd_runs $(string escape -- $json | string join ' ')" -l json -d 'Print JSON'
-set -l output exif thumbnail composite icon poster 'cover extract' 'cover remove' 'cover add' clean convert
+set -l output exif thumbnail composite icon poster 'cover extract' 'cover remove' 'cover add' clean convert sheet
 complete -c kxmd -n "__kxmd_runs $(string escape -- $output | string join ' ')" -s o -l output -r -F \
     -d 'Write to this file'
 complete -c kxmd -n '__kxmd_runs thumbnail composite icon cache-name' -s s -l size -x \
     -a '64x64 128x128 256x256 512x512 1024x1024' -d 'Size in points'
-complete -c kxmd -n '__kxmd_runs info thumbnail prepare' -s j -l jobs -x -d 'Files to work on at once'
+complete -c kxmd -n '__kxmd_runs info thumbnail prepare sheet' -s j -l jobs -x -d 'Files to work on at once'
 complete -c kxmd -n '__kxmd_runs info thumbnail' -s r -l recursive -d 'Take all files in folders, too'
 complete -c kxmd -n '__kxmd_runs thumbnail prepare' -l to -x -a '(__fish_complete_directories)' \
     -d 'Write to this folder'
@@ -84,3 +85,4 @@ complete -c kxmd -n '__kxmd_runs prepare' -l exclude -x -d 'Leave out files and 
 complete -c kxmd -n '__kxmd_runs prepare' -l include -x -d 'Take files and folders that match'
 complete -c kxmd -n '__kxmd_runs prepare' -l all -d 'Take what is left out otherwise'
 complete -c kxmd -n '__kxmd_runs prepare' -l follow-links -d 'Follow links that lead elsewhere'
+complete -c kxmd -n '__kxmd_runs prepare' -l report -r -F -d 'Also write a page that shows all files'
