@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import asyncio
 import atexit
+import os
 import threading
 from types import TracebackType
 from typing import Any
@@ -14,7 +15,7 @@ from ._kxmd import ffi, lib
 from ._library import Path, bytes_of_path
 
 # Requests whose handler has not been called: the library has their addresses.
-_pending: set[Any] = set()
+_pending: set[_Request] = set()
 _pending_changed = threading.Condition()
 
 
@@ -24,6 +25,35 @@ class _Request:
         self._loop = asyncio.get_running_loop()
         self.future: asyncio.Future[Image] = self._loop.create_future()
         self.handle = ffi.new_handle(self)
+        self._request: Any = None
+
+    def submit(self, thumbnails: Any, size: tuple[int, int], shape: int) -> None:
+        """Has the library make the picture, and call `finish` when it is there."""
+        outcome = Outcome(self._path)
+        asked = ffi.new("kxmd_request **")
+        with _pending_changed:
+            _pending.add(self)
+        try:
+            outcome.check(lib.kxmd_thumbnails_request(
+                thumbnails, self._path, *size, shape, lib.kxmd_python_thumbnail, self.handle, asked,
+                outcome.address))
+        finally:
+            if asked[0]:
+                self._request = ffi.gc(asked[0], lib.kxmd_request_free)
+            else:
+                self.forget()  # The handler is not called.
+
+    def cancel(self) -> None:
+        """Does nothing where the picture is there."""
+        if self._request is not None:
+            lib.kxmd_request_cancel(self._request)
+
+    def forget(self) -> None:
+        """The library needs the address no more."""
+        self.handle = None  # It refers back to the request, which would live on with its picture.
+        with _pending_changed:
+            _pending.discard(self)
+            _pending_changed.notify_all()
 
     def finish(self, image: Any, error: Any) -> None:
         """On a thread of the library's."""
@@ -49,9 +79,7 @@ def kxmd_python_thumbnail(image: Any, error: Any, user_data: Any) -> None:
     try:
         request.finish(image, error)
     finally:
-        with _pending_changed:
-            _pending.discard(request.handle)
-            _pending_changed.notify_all()
+        request.forget()
 
 
 class Thumbnails:
@@ -83,33 +111,16 @@ class Thumbnails:
 
     async def get(self, path: Path, size: tuple[int, int], *, fit: bool = False) -> Image:
         """The same without blocking the running loop. Cancelling the task lets go of the picture."""
-        encoded = bytes_of_path(path)
-        request = _Request(encoded)
-        outcome = Outcome(encoded)
-        asked = ffi.new("kxmd_request **")
-        with _pending_changed:
-            _pending.add(request.handle)
+        request = _Request(bytes_of_path(path))
         try:
-            outcome.check(lib.kxmd_thumbnails_request(
-                self._handle(), encoded, *size, _shape(fit), lib.kxmd_python_thumbnail, request.handle, asked,
-                outcome.address))
-        except BaseException:  # The handler is not called.
-            with _pending_changed:
-                _pending.discard(request.handle)
-            raise
-        try:
+            request.submit(self._handle(), size, _shape(fit))
             return await request.future
-        except asyncio.CancelledError:
-            lib.kxmd_request_cancel(asked[0])
-            raise
         finally:
-            lib.kxmd_request_free(asked[0])
+            request.cancel()  # Whether its task was cancelled or dropped with its loop.
 
     def close(self) -> None:
         """Cancels what has been asked for. `with` does that at its end."""
-        thumbnails, self._thumbnails = self._thumbnails, None
-        if thumbnails is not None:
-            ffi.release(thumbnails)
+        self._thumbnails = None  # Freed once no other thread is making a picture with it.
 
     def __enter__(self) -> Thumbnails:
         return self
@@ -144,7 +155,17 @@ def _finish() -> None:
     global _default
     _default = None
     with _pending_changed:
+        for request in _pending:
+            request.cancel()
         _pending_changed.wait_for(lambda: not _pending)
 
 
+def _forget_requests() -> None:
+    """In a process that was forked: the threads that answer them are in the other one."""
+    global _pending_changed
+    _pending.clear()
+    _pending_changed = threading.Condition()  # A thread that is not there may hold the old one.
+
+
 atexit.register(_finish)
+os.register_at_fork(after_in_child=_forget_requests)

@@ -3,6 +3,8 @@ import gc
 import io
 import subprocess
 import sys
+import threading
+import weakref
 
 import kxmd
 import kxmd._thumbnails
@@ -76,6 +78,18 @@ def test_closed_thumbnails_are_refused(make):
     thumbnails.close()
     with pytest.raises(ValueError):
         thumbnails.make(make("a.png", picture()), (50, 50))
+
+
+def test_closing_waits_for_no_thread_that_makes_a_picture(make):
+    path = make("a.png", picture(2000, 2000))
+    for _ in range(20):
+        thumbnails = kxmd.Thumbnails()
+        threads = [threading.Thread(target=thumbnails.make, args=(path, (64, 64))) for _ in range(2)]
+        for thread in threads:
+            thread.start()
+        thumbnails.close()
+        for thread in threads:
+            thread.join()
 
 
 def test_many_thumbnails_at_once(make):
@@ -173,6 +187,61 @@ asyncio.run(ask())
 """
     ended = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, timeout=60)
     assert (ended.returncode, ended.stderr) == (0, b"")
+
+
+def ended(program):
+    return subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, timeout=60)
+
+
+# Asks for pictures on a loop that is left behind.
+DROPPED = """
+import asyncio, kxmd, kxmd._thumbnails as inside, os
+made = []
+finish = inside._Request.finish
+def note(request, image, error):
+    made.append(bool(image))
+    finish(request, image, error)
+inside._Request.finish = note
+thumbnails = kxmd.Thumbnails()
+loop = asyncio.new_event_loop()
+async def ask():
+    loop.tasks = [asyncio.ensure_future(thumbnails.get({path!r}, (side, side))) for side in range(50, 90)]
+    await asyncio.sleep(0)
+loop.run_until_complete(ask())
+"""
+
+
+def test_interpreter_ends_before_pictures_are_made_that_nobody_wants(make):
+    path = make("a.png", picture(2000, 2000))
+    end = ended(DROPPED.format(path=str(path)) + "inside._finish(); print(len(made), sum(made)); os._exit(0)")
+    finished, made = map(int, end.stdout.split())
+    assert finished == 40 and made < 10
+
+
+def test_forked_process_ends(make):
+    path = make("a.png", picture(2000, 2000))
+    end = ended(DROPPED.format(path=str(path)) + """
+if os.fork() == 0:
+    inside._finish()
+    os._exit(7)
+print(os.waitstatus_to_exitcode(os.wait()[1]), flush=True)
+os._exit(0)
+""")
+    assert end.stdout == b"7\n"
+
+
+def test_pictures_live_no_longer_than_they_are_used(make):
+    path = make("a.png", picture())
+
+    async def get():
+        with kxmd.Thumbnails() as thumbnails:
+            return weakref.ref(await thumbnails.get(path, (64, 64)))
+
+    gc.disable()
+    try:
+        assert asyncio.run(get())() is None
+    finally:
+        gc.enable()
 
 
 def test_probe(make, tmp_path):
