@@ -54,9 +54,11 @@ _kinds: dict[int, type[Exception]] = {
 _of_the_system = (lib.KXMD_ERROR_OPEN, lib.KXMD_ERROR_READ, lib.KXMD_ERROR_WRITE)
 
 
-def exception_of(error: Any, path: bytes | None) -> Exception:
-    """The exception for an error, which stays the caller's."""
+def exception_of(error: Any, path: bytes | None, target: bytes | None = None) -> Exception:
+    """The exception for an error, which stays the caller's, with a file that is read, and that it is written to."""
     code = lib.kxmd_error_get_code(error)
+    if code == lib.KXMD_ERROR_WRITE and target is not None:
+        path = target
     message = ffi.string(lib.kxmd_error_get_message(error)).decode("utf-8", "replace")
     name = os.fsdecode(path) if path is not None else None
     if code in _of_the_system:
@@ -69,11 +71,12 @@ def exception_of(error: Any, path: bytes | None) -> Exception:
 class Outcome:
     """Holds the error that a function of the library stores."""
 
-    __slots__ = ("_path", "address")
+    __slots__ = ("_path", "_target", "address")
 
-    def __init__(self, path: bytes | None = None) -> None:
+    def __init__(self, path: bytes | None = None, target: bytes | None = None) -> None:
         self.address = ffi.new("kxmd_error **")
         self._path = path
+        self._target = target
 
     def check(self, result: Any) -> Any:
         """`result`, unless the function failed."""
@@ -81,6 +84,6 @@ class Outcome:
         if error == ffi.NULL:
             return result
         try:
-            raise exception_of(error, self._path)
+            raise exception_of(error, self._path, self._target)
         finally:
             lib.kxmd_error_free(error)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import enum
+import functools
 import threading
 from types import TracebackType
 from typing import Any, Callable, Optional, Union
@@ -90,7 +91,7 @@ def _encoded(cover: Cover) -> Encoded:
         return cover.encode(PictureFormat.JPEG)
     if isinstance(cover, (bytes, bytearray, memoryview)):
         return cover
-    with open(cover, "rb") as file:
+    with open(bytes_of_path(cover), "rb") as file:  # A number would be somebody's open file.
         return file.read()
 
 
@@ -119,8 +120,8 @@ class Media:
         with self._lock:
             return function(self._file)
 
-    def _call(self, function: Callable[..., Any], *arguments: Any) -> Any:
-        outcome = Outcome(self._path)
+    def _call(self, function: Callable[..., Any], *arguments: Any, target: bytes | None = None) -> Any:
+        outcome = Outcome(self._path, target)
         with self._lock:
             return outcome.check(function(self._file, *arguments, outcome.address))
 
@@ -232,10 +233,11 @@ class Edit:
     def __init__(self, media: Media, target: bytes | None, flags: int) -> None:
         """For this package. Use `edit`."""
         self._media = media
-        self._target = ffi.NULL if target is None else ffi.new("char[]", target)
+        self._target = target
         self._flags = flags
         self._cover: Optional[Encoded] = None
         self._is_edited = False
+        self._is_saved = True
 
     @property
     def media(self) -> Media:
@@ -254,20 +256,27 @@ class Edit:
         """A picture file's bytes or path, or a picture: it becomes the only cover. `None` removes all."""
         self._cover = None if cover is None else _encoded(cover)
         self._is_edited = True
+        self._is_saved = False
 
     @cover.deleter
     def cover(self) -> None:
         self.cover = None
 
     def save(self) -> None:
-        """Writes the file. The end of `with` does that."""
-        if not self._is_edited:
+        """Writes the file, if anything was set since that was last done. The end of `with` does it too.
+
+        A file that was replaced by its edited copy is no more what was read: edit it anew to set something else.
+        """
+        if self._is_saved:
             return
+        call = functools.partial(self._media._call, target=self._target)
+        target = ffi.NULL if self._target is None else self._target
         if self._cover is None:
-            self._media._call(lib.kxmd_file_remove_cover, self._target, self._flags)
+            call(lib.kxmd_file_remove_cover, target, self._flags)
         else:
             picture = ffi.from_buffer(self._cover)
-            self._media._call(lib.kxmd_file_insert_cover, picture, len(picture), self._target, self._flags)
+            call(lib.kxmd_file_insert_cover, picture, len(picture), target, self._flags)
+        self._is_saved = True
 
     def __enter__(self) -> Edit:
         return self

@@ -27,11 +27,11 @@ def prepare(source: Path, target: Path, steps: Step = ALL_STEPS, *, cover: Encod
     A file that none suits is copied. `cover` is a picture file's bytes; without it a picture of the file itself
     is taken. Where media would not survive an edit, nothing is written: `NotSafeError`.
     """
-    path = bytes_of_path(source)
-    outcome = Outcome(path)
+    path, target = bytes_of_path(source), bytes_of_path(target)
+    outcome = Outcome(path, target)
     done = ffi.new("unsigned *")
     picture = ffi.NULL if cover is None else ffi.from_buffer(cover)
     length = 0 if cover is None else len(picture)
     outcome.check(lib.kxmd_prepare_file(
-        path, bytes_of_path(target), steps.value, picture, length, done, outcome.address))
+        path, target, steps.value, picture, length, done, outcome.address))
     return Step(done[0])

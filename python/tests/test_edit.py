@@ -85,6 +85,23 @@ def test_file_that_changed_meanwhile_is_left_alone(make):
     assert path.read_bytes() == song() + b"more"
 
 
+def test_file_is_saved_once(make, tmp_path):
+    for target in (None, tmp_path / "b.m4a"):
+        path = make("a.m4a", song())
+        with kxmd.edit(path, target) as edited:
+            edited.cover = picture()
+            edited.save()
+            (target or path).write_bytes(b"of somebody else")
+        assert (target or path).read_bytes() == b"of somebody else"
+
+
+def test_number_is_no_cover(make):
+    with open(make("mine", b"words"), "rb") as mine:
+        with pytest.raises(TypeError):
+            kxmd.edit(make("a.m4a", song())).cover = mine.fileno()
+        assert mine.read() == b"words"  # It was not closed.
+
+
 def test_dangerous_edit_is_refused_unless_it_is_forced(make):
     base = struct.pack(">IIQ", 1, 1, len(song()))  # Where the media of the fragment is counted from.
     fragmented = song() + atom(b"moof", atom(b"traf", atom(b"tfhd", base)))
@@ -158,5 +175,11 @@ def test_preparation_cleans_a_recording(make, tmp_path):
 
 
 def test_preparation_into_a_folder_that_is_not_there(make, tmp_path):
-    with pytest.raises(OSError):
-        kxmd.prepare(make("a.mp3", id3v23()), tmp_path / "none" / "b.mp3")
+    target = tmp_path / "none" / "b.mp3"
+    with pytest.raises(FileNotFoundError) as caught:
+        kxmd.prepare(make("a.mp3", id3v23()), target)
+    assert caught.value.filename == str(target)
+    with pytest.raises(FileNotFoundError) as caught:
+        with kxmd.edit(make("a.m4a", song()), target) as edited:
+            edited.cover = picture()
+    assert caught.value.filename == str(target)
