@@ -6,6 +6,7 @@ import asyncio
 import atexit
 import os
 import threading
+import weakref
 from types import TracebackType
 from typing import Any
 
@@ -82,6 +83,10 @@ def kxmd_python_thumbnail(image: Any, error: Any, user_data: Any) -> None:
         request.forget()
 
 
+# Those that are not closed.
+_instances: weakref.WeakSet[Thumbnails] = weakref.WeakSet()
+
+
 class Thumbnails:
     """Makes pictures of files: of pictures, movies, music with a cover, documents.
 
@@ -89,9 +94,20 @@ class Thumbnails:
     """
 
     def __init__(self, cache_bytes: int = 64 << 20) -> None:
+        self._cache_bytes = cache_bytes
+        self._thumbnails: Any = None
+        self._open()
+
+    def _open(self) -> None:
         outcome = Outcome()
-        made = lib.kxmd_thumbnails_new(cache_bytes, ffi.NULL, ffi.NULL, outcome.address)
-        self._thumbnails: Any = ffi.gc(outcome.check(made), lib.kxmd_thumbnails_free)
+        made = lib.kxmd_thumbnails_new(self._cache_bytes, ffi.NULL, ffi.NULL, outcome.address)
+        self._thumbnails = ffi.gc(outcome.check(made), lib.kxmd_thumbnails_free)
+        _instances.add(self)
+
+    def _open_anew(self) -> None:
+        """In a process that was forked: the thread that makes what is asked for is in the other one."""
+        ffi.gc(self._thumbnails, None)  # Its thread may hold its locks, which nobody opens here.
+        self._open()
 
     def _handle(self) -> Any:
         if self._thumbnails is None:
@@ -120,6 +136,7 @@ class Thumbnails:
 
     def close(self) -> None:
         """Cancels what has been asked for. `with` does that at its end."""
+        _instances.discard(self)
         self._thumbnails = None  # Freed once no other thread is making a picture with it.
 
     def __enter__(self) -> Thumbnails:
@@ -160,12 +177,14 @@ def _finish() -> None:
         _pending_changed.wait_for(lambda: not _pending)
 
 
-def _forget_requests() -> None:
-    """In a process that was forked: the threads that answer them are in the other one."""
-    global _pending_changed
+def _begin_anew() -> None:
+    """In a process that was forked: the threads that answer requests are in the other one."""
+    global _pending_changed, _default_lock
+    _pending_changed, _default_lock = threading.Condition(), threading.Lock()  # Those threads may hold the old ones.
     _pending.clear()
-    _pending_changed = threading.Condition()  # A thread that is not there may hold the old one.
+    for thumbnails in list(_instances):
+        thumbnails._open_anew()
 
 
 atexit.register(_finish)
-os.register_at_fork(after_in_child=_forget_requests)
+os.register_at_fork(after_in_child=_begin_anew)

@@ -230,6 +230,21 @@ os._exit(0)
     assert end.stdout == b"7\n"
 
 
+def test_forked_process_makes_pictures_of_its_own(make):
+    path = make("a.png", picture())
+    end = ended(f"""
+import asyncio, kxmd, os
+thumbnails = kxmd.Thumbnails()
+async def get(side):
+    return (await asyncio.wait_for(thumbnails.get({str(path)!r}, (side, side)), 20)).width
+asyncio.run(get(50))
+if os.fork() == 0:
+    os._exit(asyncio.run(get(60)))
+print(os.waitstatus_to_exitcode(os.wait()[1]), asyncio.run(get(70)))
+""")
+    assert (end.stdout, end.stderr) == (b"60 70\n", b"")
+
+
 def test_pictures_live_no_longer_than_they_are_used(make):
     path = make("a.png", picture())
 
