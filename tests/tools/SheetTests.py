@@ -110,6 +110,29 @@ class SheetTests(CommandTestCase):
         with open(path, "rb") as file:
             self.assertEqual(file.read(), b"words")
 
+    def test_page_in_the_folder_that_it_shows(self):
+        os.mkdir(self.path("a"))
+        self.write("a/b.m4a", song("Blue"))
+        for _ in range(2):
+            result = run("-q", "sheet", self.path("a"), "-o", self.path("a/page.html"))
+            self.assertEqual(result.status, 0, result.errors)
+            self.assertEqual(list(files_of(self.path("a/page.html"))), ["a/b.m4a"])
+        self.write("a/page.html", b"<!DOCTYPE html><title>Media files</title>")
+        self.assertEqual(run("-q", "sheet", self.path("a"), "-o", self.path("a/page.html")).status, 1)
+
+    def test_page_is_as_private_as_what_it_shows(self):
+        path = self.write("a.m4a", song("Blue"))
+        os.chmod(path, 0o600)
+        self.sheet(path, self.write("b.m4a", song("Red")))
+        self.assertEqual(os.stat(self.path("page.html")).st_mode & 0o777, 0o600)
+
+    def test_page_follows_a_link(self):
+        os.symlink("real.html", self.path("page.html"))
+        for _ in range(2):
+            self.sheet(self.write("a.m4a", song("Blue")))
+            self.assertTrue(os.path.islink(self.path("page.html")))
+            self.assertEqual(list(files_of(self.path("real.html"))), ["a.m4a"])
+
     def test_page_that_cannot_be_written(self):
         path = self.write("a.m4a", song("Blue"))
         result = run("-q", "sheet", path, "-o", self.path("none/page.html"))
@@ -171,6 +194,34 @@ class SheetReportTests(PrepareTestCase):
         self.assertEqual((files["e.mp3"]["done"], files["e.mp3"]["isFailed"]), ("failed", True))
         self.assertEqual(files["e.mp3"]["title"], "Song")
         self.assertTrue(files["e.mp3"]["remark"])
+
+    def test_report_replaces_no_file_of_the_run(self):
+        self.place("song.mp3")
+        for name in ("diary.html", "other.html"):
+            with open(os.path.join(self.source, name), "w", encoding="utf-8") as file:
+                file.write("mine")
+        os.symlink(os.path.join(self.source, "diary.html"), self.path("link.html"))
+        command = ["-q", "prepare", self.source + "/", "--to", self.out]
+        diary = os.path.join(self.source, "diary.html")
+        for page in (diary, self.path("link.html"), os.path.join(self.out, "other.html")):
+            result = run(*command, "--report", page, env=self.environment)
+            self.assertEqual((result.status, len(result.errors)), (1, 1), result.errors)
+            self.assertEqual(self.hashes(self.out), {})
+        self.assertEqual(run(*command, env=self.environment).status, 0)
+        prepared = os.path.join(self.out, "other.html")
+        self.assertEqual(run(*command, "-n", "--report", prepared, env=self.environment).status, 1)
+        for path in (diary, prepared):
+            with open(path, encoding="utf-8") as file:
+                self.assertEqual(file.read(), "mine")
+
+    def test_report_among_the_sources_is_not_prepared(self):
+        self.place("song.mp3")
+        page = os.path.join(self.source, "report.html")
+        for done in ("copied", "unchanged"):
+            result = run("-q", "prepare", self.source + "/", "--to", self.out, "--report", page, env=self.environment)
+            self.assertEqual(result.status, 0, result.errors)
+            self.assertEqual({name: file["done"] for name, file in files_of(page).items()}, {"song.mp3": done})
+        self.assertFalse(os.path.exists(os.path.join(self.out, "report.html")))
 
     def test_report_that_cannot_be_written_stops_the_run(self):
         self.place("song.mp3")

@@ -63,6 +63,13 @@ bool withOutputFile(
 
 }
 
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    std::function<bool(AtomicFile&)> const& write, Session& session)
+{
+    return withOutputFile(
+        path, inputs, [&write](AtomicFile& file) { return write(file) && file.commit(); }, session);
+}
+
 bool canWriteOutputFile(
     std::string const& path, std::vector<std::string> const& inputs, Session& session)
 {

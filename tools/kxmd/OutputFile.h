@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
 
+class AtomicFile;
 class KXAbstractData;
 class KXMutableData;
 class Session;
@@ -23,6 +25,11 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 /// The same for the edited file in `data`, which was made from `source`.
 bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
     SourceFile const& source, KXMutableData const& data, Session& session);
+
+/// The same for what `write` writes to an open file, bit by bit. Its answer is false when that
+/// fails; then nothing is left.
+bool writeOutputFile(std::string const& path, std::vector<std::string> const& inputs,
+    std::function<bool(AtomicFile&)> const& write, Session& session);
 
 /// Whether a result can be written there at all, asked before the work; reports why not.
 bool canWriteOutputFile(

@@ -3,6 +3,7 @@
 #include "NameFilter.h"
 #include "NameRules.h"
 #include "TargetNames.h"
+#include "shared/PathWithoutLinks.h"
 #include "tools/kxmd/Desktop.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/OutputFile.h"
@@ -76,7 +77,7 @@ void PrepareRun::run()
     FolderLock const lock(_options.folder);
     if (lock.isTaken())
         return _session.reportError(_options.folder, "is being prepared by another run");
-    if (!begin())
+    if (!begin() || !hasPlaceForPage())
         return;
     planRemoval();
     if (!isDryRun() && !_options.ignoresSpace && !hasSpace())
@@ -136,6 +137,8 @@ void PrepareRun::findFiles()
             .sawFolder = [this](auto const& folder,
                              auto const& names) { _folderPictures.noteFolder(folder, names); } },
         _session);
+    if (!_options.page.empty())
+        leaveOutEarlierPage(_found.files, _options.page);
 }
 
 void PrepareRun::readNameRules()
@@ -174,6 +177,19 @@ void PrepareRun::makePlan()
     TargetNames names(rules);
     _plan.emplace(_found.files, _options.folder, _manifest, _options.preparation, _folderPictures,
         names, *_targets);
+}
+
+/// Whether the page replaces no file of the run; reports why not.
+bool PrepareRun::hasPlaceForPage()
+{
+    if (_options.page.empty())
+        return true;
+    auto const page = pathWithoutLinks(_options.page).value_or(_options.page);
+    bool const isSource = !_targets->reasonAgainst(page).empty();
+    if (isSource || _targets->isClaimed(page))
+        _session.reportError(_options.page,
+            isSource ? "is one of the files to prepare" : "is where another file goes");
+    return !isSource && !_targets->isClaimed(page);
 }
 
 // Removal.

@@ -58,6 +58,7 @@ private:
     void readNameRules();
     bool mayBeRefused() const;
     void makePlan();
+    bool hasPlaceForPage();
 
     // Removal.
     void planRemoval();

@@ -1,5 +1,6 @@
 #include "Sheet.h"
 
+#include "SheetTemplate.h"
 #include "tools/kxmd/Desktop.h"
 #include "tools/kxmd/OrderedWork.h"
 #include "tools/kxmd/OutputFile.h"
@@ -7,26 +8,33 @@
 #include "tools/kxmd/Session.h"
 #include "tools/kxmd/Usage.h"
 
-std::string problemOfSheetName(std::string const& typed)
+#include <kxmd/base/KXAbstractData.h>
+
+#include <cstdint>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace {
+
+/// Whether the file at `path` begins as our pages do.
+bool isPage(std::string const& path)
 {
-    std::string const name = withoutLiteralMark(typed);
-    bool const isPage = name.ends_with(".html") || name.ends_with(".htm");
-    return isPage ? "" : "\"" + name + "\" ends in neither .html nor .htm";
+    auto const page = sheetTemplate();
+    std::string_view const begin = page.substr(0, page.find("<style>"));
+    auto const data = KXAbstractData::abstractDataWithPath(path);
+    std::string found(begin.size(), '\0');
+    return data && data->readBytesTo(reinterpret_cast<std::uint8_t*>(found.data()), found.size())
+        && found == begin;
 }
 
-void writeSheet(std::vector<SheetEntry> const& entries, std::string const& path, unsigned jobs,
-    Session& session)
+/// Writes the page, and reports what cannot be read.
+bool writePage(
+    std::vector<SheetEntry> const& entries, AtomicFile& file, unsigned jobs, Session& session)
 {
-    std::vector<std::string> inputs;
-    inputs.reserve(entries.size());
-    for (SheetEntry const& entry : entries)
-        inputs.push_back(entry.path);
-    if (!canWriteOutputFile(path, inputs, session))
-        return;
     auto const platform = machine();
     ProgressBar progress(session.standardError(), "files", { .items = entries.size() });
-    SheetPage page(path);
-    bool isWritten = page.open();
+    SheetPage page(file);
+    bool isWritten = page.begin();
     auto const rowAt = [&](std::size_t item) {
         auto row = sheetRowOf(entries[item], *platform);
         progress.advanceBy({ .items = 1 });
@@ -42,6 +50,35 @@ void writeSheet(std::vector<SheetEntry> const& entries, std::string const& path,
     };
     workInOrder(
         entries.size(), jobs, rowAt, [](auto&) {}, addRow);
-    if (!isWritten || !page.finish())
-        session.reportError(path, page.error());
+    return isWritten && page.finish();
+}
+
+}
+
+std::string problemOfSheetName(std::string const& typed)
+{
+    std::string const name = withoutLiteralMark(typed);
+    bool const isPage = name.ends_with(".html") || name.ends_with(".htm");
+    return isPage ? "" : "\"" + name + "\" ends in neither .html nor .htm";
+}
+
+void leaveOutEarlierPage(std::vector<FoundFile>& files, std::string const& path)
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0 || !isPage(path))
+        return;
+    std::erase_if(files,
+        [page = identityOf(status)](FoundFile const& file) { return file.identity == page; });
+}
+
+void writeSheet(std::vector<SheetEntry> const& entries, std::string const& path, unsigned jobs,
+    Session& session)
+{
+    std::vector<std::string> inputs;
+    inputs.reserve(entries.size());
+    for (SheetEntry const& entry : entries)
+        inputs.push_back(entry.path);
+    writeOutputFile(
+        path, inputs, [&](AtomicFile& file) { return writePage(entries, file, jobs, session); },
+        session);
 }

@@ -23,7 +23,8 @@ struct Options {
 void writeSheet(Options const& options, Session& session)
 {
     std::vector<SheetEntry> entries;
-    auto const found = foundFiles(textsOf(*options.paths), { .keepsNames = true }, session);
+    auto found = foundFiles(textsOf(*options.paths), { .keepsNames = true }, session);
+    leaveOutEarlierPage(found.files, options.output);
     entries.reserve(found.files.size());
     for (FoundFile const& file : found.files)
         entries.push_back({ .path = file.path, .name = file.relativePath });

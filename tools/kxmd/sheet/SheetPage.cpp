@@ -1,6 +1,7 @@
 #include "SheetPage.h"
 
 #include "SheetTemplate.h"
+#include "shared/AtomicFile.h"
 #include "tools/kxmd/Base64.h"
 #include "tools/kxmd/JSONText.h"
 #include "tools/kxmd/MediaText.h"
@@ -118,15 +119,10 @@ SheetRow sheetRowOf(SheetEntry const& entry, KXPlatform const& platform)
     return made;
 }
 
-SheetPage::SheetPage(std::string path)
-    : _file(std::move(path))
-{
-}
-
-bool SheetPage::open()
+bool SheetPage::begin()
 {
     auto const page = sheetTemplate();
-    return _file.open() && write(page.substr(0, page.find(placeOfFiles))) && write("[");
+    return write(page.substr(0, page.find(placeOfFiles))) && write("[");
 }
 
 bool SheetPage::add(SheetRow const& row)
@@ -141,8 +137,7 @@ bool SheetPage::add(SheetRow const& row)
 bool SheetPage::finish()
 {
     auto const page = sheetTemplate();
-    return write("]") && write(page.substr(page.find(placeOfFiles) + placeOfFiles.size()))
-        && _file.commit();
+    return write("]") && write(page.substr(page.find(placeOfFiles) + placeOfFiles.size()));
 }
 
 bool SheetPage::write(std::string_view text) { return _file.write(bytesOf(text)); }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "shared/AtomicFile.h"
-
 #include <kxmd/platform/KXPlatform.h>
 
 #include <string>
 #include <string_view>
 #include <system_error>
+
+class AtomicFile;
 
 /// What a page tells of one file beside what is in it.
 struct SheetEntry {
@@ -31,19 +31,21 @@ SheetRow sheetRowOf(SheetEntry const& entry, KXPlatform const& platform);
 /// texts, and what sorts and searches them. Written as the rows come.
 class SheetPage {
 public:
-    explicit SheetPage(std::string path);
+    /// A page that is written to `file`, which is open.
+    explicit SheetPage(AtomicFile& file)
+        : _file(file)
+    {
+    }
 
-    /// Begins; false as all below when the file cannot be written, and `error` tells why.
-    [[nodiscard]] bool open();
+    /// Writes what comes before the rows; false as all below when that fails.
+    [[nodiscard]] bool begin();
     [[nodiscard]] bool add(SheetRow const& row);
-    /// Puts the whole page in its place.
+    /// Writes what comes after the rows.
     [[nodiscard]] bool finish();
-
-    std::string const& error() const { return _file.error(); }
 
 private:
     [[nodiscard]] bool write(std::string_view text);
 
-    AtomicFile _file;
+    AtomicFile& _file;
     bool _isEmpty { true };
 };
