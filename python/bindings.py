@@ -9,6 +9,37 @@ import cffi
 CALLBACKS = """
 extern "Python" void kxmd_python_log(const char *category, const char *text, void *user_data);
 extern "Python" void kxmd_python_thumbnail(kxmd_image *image, const kxmd_error *error, void *user_data);
+void kxmd_python_call_log(const char *category, const char *text, void *user_data);
+void kxmd_python_call_thumbnail(kxmd_image *image, const kxmd_error *error, void *user_data);
+int kxmd_python_count_calls(void);
+"""
+
+# Counts the calls of Python that are under way. A thread that comes back to an interpreter that has ended takes
+# the process down, and Python cannot see when the last of a call is over.
+SOURCE = """
+#include <kxmd/kxmd_c.h>
+#include <stdatomic.h>
+
+static void kxmd_python_log(const char *category, const char *text, void *user_data);
+static void kxmd_python_thumbnail(kxmd_image *image, const kxmd_error *error, void *user_data);
+
+static atomic_int calls;
+
+static int kxmd_python_count_calls(void) { return atomic_load(&calls); }
+
+static void kxmd_python_call_log(const char *category, const char *text, void *user_data)
+{
+    atomic_fetch_add(&calls, 1);
+    kxmd_python_log(category, text, user_data);
+    atomic_fetch_sub(&calls, 1);
+}
+
+static void kxmd_python_call_thumbnail(kxmd_image *image, const kxmd_error *error, void *user_data)
+{
+    atomic_fetch_add(&calls, 1);
+    kxmd_python_thumbnail(image, error, user_data);
+    atomic_fetch_sub(&calls, 1);
+}
 """
 
 
@@ -26,7 +57,7 @@ def main(header, target):
     with open(header, encoding="utf-8") as file:
         declared = declarations(file.read())
     builder = cffi.FFI()
-    builder.set_source("kxmd._kxmd", "#include <kxmd/kxmd_c.h>")
+    builder.set_source("kxmd._kxmd", SOURCE)
     builder.cdef(declared + CALLBACKS)
     builder.emit_c_code(target)
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import atexit
 import logging
 import os
+import time
 from typing import Any, Union
 
 from ._errors import Outcome
@@ -48,5 +49,24 @@ def _set_log_handler(handler: Any) -> None:
     outcome.check(lib.kxmd_set_log_handler(handler, ffi.NULL, outcome.address))
 
 
-_set_log_handler(lib.kxmd_python_log)
-atexit.register(_set_log_handler, ffi.NULL)
+def wait_for_calls() -> None:
+    """Until no thread of the library's is in Python, before the interpreter ends."""
+    while lib.kxmd_python_count_calls() > _calls_of_other_process:
+        time.sleep(0.001)
+
+
+def _begin_anew() -> None:
+    """In a process that was forked: what was under way never ends here."""
+    global _calls_of_other_process
+    _calls_of_other_process = lib.kxmd_python_count_calls()
+
+
+def _finish() -> None:
+    _set_log_handler(ffi.NULL)
+    wait_for_calls()
+
+
+_calls_of_other_process = 0
+_set_log_handler(ffi.addressof(lib, "kxmd_python_call_log"))
+atexit.register(_finish)
+os.register_at_fork(after_in_child=_begin_anew)

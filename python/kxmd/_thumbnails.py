@@ -13,7 +13,7 @@ from typing import Any
 from ._errors import Outcome, exception_of
 from ._images import Image
 from ._kxmd import ffi, lib
-from ._library import Path, bytes_of_path
+from ._library import Path, bytes_of_path, wait_for_calls
 
 # Requests whose handler has not been called: the library has their addresses.
 _pending: set[_Request] = set()
@@ -36,7 +36,7 @@ class _Request:
             _pending.add(self)
         try:
             outcome.check(lib.kxmd_thumbnails_request(
-                thumbnails, self._path, *size, shape, lib.kxmd_python_thumbnail, self.handle, asked,
+                thumbnails, self._path, *size, shape, _handler, self.handle, asked,
                 outcome.address))
         finally:
             if asked[0]:
@@ -85,6 +85,9 @@ def kxmd_python_thumbnail(image: Any, error: Any, user_data: Any) -> None:
 
 # Those that are not closed.
 _instances: weakref.WeakSet[Thumbnails] = weakref.WeakSet()
+
+
+_handler = ffi.addressof(lib, "kxmd_python_call_thumbnail")
 
 
 class Thumbnails:
@@ -175,6 +178,7 @@ def _finish() -> None:
         for request in _pending:
             request.cancel()
         _pending_changed.wait_for(lambda: not _pending)
+    wait_for_calls()
 
 
 def _begin_anew() -> None:

@@ -1,11 +1,16 @@
+import dataclasses
 import errno
 import os
 import pathlib
+import resource
 import threading
 
 import kxmd
+import kxmd._media
 import pytest
 from conftest import mp3, movie, picture, song
+from kxmd._kxmd import ffi
+from support import atom
 
 
 def test_tags_of_an_mp4(make):
@@ -31,7 +36,37 @@ def test_codecs(make):
     assert info.description.startswith("Codec: ")
 
 
-def test_codec_without_a_profile_and_an_unknown_one(make):
+def test_codec_is_told_field_by_field():
+    description = ffi.new("char[]", b"some codec")
+    info = ffi.new("kxmd_codec_info *", {
+        "kind": 2, "codec": 5, "profile": 1, "level": 3, "bit_rate": 4, "width": 6, "height": 7, "channels": 8,
+        "description": description})
+    expected = kxmd.CodecInfo(
+        kind=kxmd.StreamKind.AUDIO, codec=kxmd.Codec.AAC, profile=1, level=3, bit_rate=4, width=6, height=7,
+        channels=8, description="some codec")
+    assert kxmd._media._codec_info_of(info) == expected
+    info.codec = 99
+    assert kxmd._media._codec_info_of(info) == dataclasses.replace(expected, codec=99)
+
+
+def test_photograph_is_detected_and_has_no_tags(make):
+    media = kxmd.read(make("a.jpg", picture(format="JPEG")))
+    assert (media.type, media.detected_type) == (kxmd.Type.UNKNOWN, kxmd.Type.JPEG)
+
+
+def test_bytes_of_the_library_are_freed():
+    def resident():
+        with open("/proc/self/statm", encoding="ascii") as file:
+            return int(file.read().split()[1]) * resource.getpagesize()
+
+    media = kxmd.read(bytearray(song() + atom(b"free", bytes(1 << 20))))
+    before = resident()
+    for _ in range(100):
+        media.without_cover()
+    assert resident() - before < 50 << 20
+
+
+def test_codec_without_a_profile(make):
     amr = song().replace(b"mp4a", b"samr")
     assert kxmd.read(make("a.m4a", amr)).codecs[0].codec is kxmd.Codec.AMR
     assert kxmd.read(make("b.m4a", amr)).codecs[0].profile is None
