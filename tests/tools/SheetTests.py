@@ -276,6 +276,18 @@ class SheetBrowserTests(CommandTestCase):
             image), [60, 30])
         self.assert_no_errors(browser)
 
+    def test_texts_are_shown_and_never_become_elements(self):
+        wild = "<img src=x onerror=\"document.title = 'ran'\">"
+        path = self.write(wild.replace("/", "") + ".m4a", song(wild))
+        run("-q", "sheet", path, "-o", self.path("page.html"))
+        browser = driver()
+        self.addCleanup(browser.quit)
+        browser.get("file://" + self.path("page.html"))
+        row = browser.find_element(By.CSS_SELECTOR, "tbody tr")
+        self.assertEqual(row.find_elements(By.TAG_NAME, "img"), [])
+        self.assertEqual(row.text.count(wild), 2)
+        self.assertEqual(browser.title, "Media files")
+
     def test_all_can_be_reached_by_keyboard(self):
         browser = self.open(3)
         body = browser.find_element(By.TAG_NAME, "body")
