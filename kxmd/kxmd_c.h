@@ -396,7 +396,7 @@ typedef enum kxmd_thumbnail_shape KXMD_C_INT {
 
 /// Makes pictures of files: of pictures, movies, music with a cover, documents. Squares are kept in
 /// memory, up to a number of bytes and until memory runs short. May be used from several threads at
-/// once.
+/// once. In a forked process its requests may never be answered; make another handle there.
 typedef struct kxmd_thumbnails kxmd_thumbnails;
 
 /// A request for a thumbnail. May be used from several threads at once.

@@ -5,6 +5,7 @@ from __future__ import annotations
 import dataclasses
 import enum
 import functools
+import os
 import threading
 from types import TracebackType
 from typing import Any, Callable, Optional, Union
@@ -306,7 +307,10 @@ def read(source: Path | bytearray | memoryview) -> Media:
         return Media(outcome.check(lib.kxmd_file_open_bytes(data, len(data), outcome.address)), None)
     path = bytes_of_path(source)
     outcome = Outcome(path)
-    return Media(outcome.check(lib.kxmd_file_open(path, outcome.address)), path)
+    media = Media(outcome.check(lib.kxmd_file_open(path, outcome.address)), path)
+    if number := media._get(lib.kxmd_file_get_read_error):  # What was found may be wrong.
+        raise OSError(number, os.strerror(number), os.fsdecode(path))
+    return media
 
 
 def edit(path: Path, target: Path | None = None, *, anyway: bool = False, make_place: bool = False) -> Edit:

@@ -119,6 +119,21 @@ def test_folder_is_an_error_of_the_system(tmp_path):
         kxmd.read(tmp_path)
 
 
+def test_read_that_fails_is_an_error_of_the_system(make, monkeypatch):
+    class Library:
+        def __getattr__(self, name):
+            return getattr(kxmd._kxmd.lib, name)
+
+        def kxmd_file_get_read_error(self, file):
+            return errno.EIO
+
+    monkeypatch.setattr(kxmd._media, "lib", Library())
+    path = make("a.m4a", song())
+    with pytest.raises(OSError) as caught:
+        kxmd.read(path)
+    assert (caught.value.errno, caught.value.filename) == (errno.EIO, str(path))
+
+
 def test_path_with_a_zero_is_refused():
     for function in (kxmd.read, kxmd.type_of, kxmd.probe, kxmd.edit):
         with pytest.raises(ValueError):

@@ -68,23 +68,22 @@ std::string_view stateOfCover(KXMDFileMeta const& meta)
     return meta.albumCoverSizeForEmbeddedTags() && meta.hasValidAlbumCover() ? "good" : "bad";
 }
 
-void addContent(
-    JSONText& row, std::string const& path, KXAbstractData& data, KXPlatform const& platform)
+void addContent(JSONText& row, std::string const& path, KXAbstractData& data,
+    KXMDFileMeta const& meta, KXPlatform const& platform)
 {
     KXMDMetaType const detectedType = KXMDFileMeta::metaTypeForData(data);
-    auto const meta = KXMDFileMeta::fileMetaWithAnyAbstractData(data);
     std::optional<KXMediaProbe> probe;
     if (detectedType == KXMDMetaTypeUnknown)
         probe = platform.movieLoader->mediaProbeWithData(data);
-    row.addNamed("kind", nameOfType(detectedType, *meta, probe));
-    row.addNamed("title", tagOf(*meta, KXMDMetadataKeyName, probe, "title"));
-    row.addNamed("artist", tagOf(*meta, KXMDMetadataKeyArtist, probe, "artist"));
-    row.addNamed("album", tagOf(*meta, KXMDMetadataKeyAlbum, probe, "album"));
-    row.addNamed("albumArtist", tagOf(*meta, KXMDMetadataKeyAlbumArtist, probe, "album_artist"));
-    row.addNamed("codecs", codecsOf(*meta, probe));
-    row.addNamed("cover", hasCovers(*meta) ? describeCover(*meta) : std::string());
-    row.addNamed("coverState", stateOfCover(*meta));
-    row.addNamed("size", meta->filesize());
+    row.addNamed("kind", nameOfType(detectedType, meta, probe));
+    row.addNamed("title", tagOf(meta, KXMDMetadataKeyName, probe, "title"));
+    row.addNamed("artist", tagOf(meta, KXMDMetadataKeyArtist, probe, "artist"));
+    row.addNamed("album", tagOf(meta, KXMDMetadataKeyAlbum, probe, "album"));
+    row.addNamed("albumArtist", tagOf(meta, KXMDMetadataKeyAlbumArtist, probe, "album_artist"));
+    row.addNamed("codecs", codecsOf(meta, probe));
+    row.addNamed("cover", hasCovers(meta) ? describeCover(meta) : std::string());
+    row.addNamed("coverState", stateOfCover(meta));
+    row.addNamed("size", meta.filesize());
     row.addNamed("picture", pictureOf(path, platform));
 }
 
@@ -101,8 +100,9 @@ SheetRow sheetRowOf(SheetEntry const& entry, KXPlatform const& platform)
     auto const data
         = entry.path.empty() ? nullptr : KXAbstractData::abstractDataWithPath(entry.path);
     made.isUnreadable = !data && !entry.path.empty();
-    if (data)
-        made.readError = KXMDFileMeta::fileMetaWithAnyAbstractData(*data)->readError();
+    auto const meta = data ? KXMDFileMeta::fileMetaWithAnyAbstractData(*data) : nullptr;
+    if (meta)
+        made.readError = meta->readError();
     bool const isFailed = entry.isFailed || made.isUnreadable || made.readError;
     JSONText row;
     row.beginObject();
@@ -110,8 +110,8 @@ SheetRow sheetRowOf(SheetEntry const& entry, KXPlatform const& platform)
     row.addNamed("done", entry.done);
     row.addNamed("remark", isFailed && entry.remark.empty() ? "cannot be read" : entry.remark);
     row.addNamed("isFailed", isFailed);
-    if (data && !made.readError)
-        addContent(row, entry.path, *data, platform);
+    if (meta && !made.readError)
+        addContent(row, entry.path, *data, *meta, platform);
     else
         row.addNamed("size", 0);
     row.endObject();
