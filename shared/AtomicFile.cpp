@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <map>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -184,7 +185,8 @@ void removePartsForGood()
 {
     auto const named = parts().lock();
     named->isOver = true;
-    int const nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    // No file of others, such as /dev/null: its permissions and times may still be set.
+    int const nothing = ::memfd_create("kxmd", MFD_CLOEXEC);
     for (auto const& [path, descriptor] : named->files) {
         if (removeUnlessOpen(path))
             continue;

@@ -5,6 +5,7 @@ import contextlib
 import json
 import os
 import shutil
+import stat
 import subprocess
 import tempfile
 import unittest
@@ -72,6 +73,14 @@ class FaultTests(CommandTestCase):
         shutil.copytree(self.made, self.source)
         os.mkdir(self.out)
         self.sources = self.files_below(self.source)
+        self.addCleanup(self.assert_device_is_as_it_was, os.stat("/dev/null"))
+
+    def assert_device_is_as_it_was(self, before):
+        """Root may change it for everybody."""
+        now = os.stat("/dev/null")
+        if now.st_mode != before.st_mode:
+            os.chmod("/dev/null", stat.S_IMODE(before.st_mode))
+        self.assertEqual((now.st_mode, now.st_mtime_ns), (before.st_mode, before.st_mtime_ns))
 
     def of(self, name):
         return os.path.join(self.source, name)
