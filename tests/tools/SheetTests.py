@@ -13,6 +13,7 @@ from support import CommandTestCase, id3v23, mp4, run, sound_entry, tag_atom, te
 
 try:
     from selenium import webdriver
+    from selenium.common.exceptions import WebDriverException
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
@@ -232,6 +233,13 @@ class SheetReportTests(PrepareTestCase):
 
 @unittest.skipUnless(webdriver and os.path.exists("/usr/bin/chromedriver"), "there is no browser to drive")
 class SheetBrowserTests(CommandTestCase):
+    @classmethod
+    def setUpClass(cls):
+        try:
+            driver().quit()
+        except WebDriverException as problem:
+            raise unittest.SkipTest(f"no browser starts here: {problem.msg}")
+
     def open(self, count, **size):
         paths = [self.write(f"{i:04}.m4a", song(f"Song {count - i}") + bytes(i)) for i in range(count)]
         paths.append(self.write("picture.png", solid(60, 30, RED)))
