@@ -79,11 +79,16 @@ void KXCEdit::check() const
 KXMutableData::Ref KXCEdit::made() const
 {
     auto edited = std::make_shared<KXMutableData>(reader);
-    bool const isMade = edit(edited);
+    makeIn(edited);
+    return edited;
+}
+
+void KXCEdit::makeIn(KXMutableData::Ref const& data) const
+{
+    bool const isMade = edit(data);
     KXCRequireWholeRead(*reader);
     if (!isMade)
         throw KXCFailure(KXMD_ERROR_NOT_POSSIBLE, refusal);
-    return edited;
 }
 
 KXCEdit KXCInsertionOf(KXData const& jpeg, KXAbstractData::Ref const& reader,

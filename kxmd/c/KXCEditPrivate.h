@@ -24,6 +24,8 @@ struct KXCEdit {
     void check() const;
     /// The edited file.
     KXMutableData::Ref made() const;
+    /// Makes it in a buffer that other edits may have been made in.
+    void makeIn(KXMutableData::Ref const& data) const;
 };
 
 /// The insertion of a JPEG file as the only cover of the file that `reader` reads, as music of the

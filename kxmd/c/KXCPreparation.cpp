@@ -136,10 +136,7 @@ void Preparation::makeEdit(KXCEdit const& edit, kxmd_step step)
 {
     edit.check();
     auto const edited = _edited ? _edited : std::make_shared<KXMutableData>(_reader);
-    bool const isMade = edit.edit(edited);
-    KXCRequireWholeRead(*edit.reader);
-    if (!isMade)
-        throw KXCFailure(KXMD_ERROR_NOT_POSSIBLE, edit.refusal);
+    edit.makeIn(edited);
     _edited = edited;
     _done |= static_cast<unsigned>(step);
 }

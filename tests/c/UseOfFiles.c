@@ -1,5 +1,6 @@
 // Files, their pictures and their edits, in C.
 
+#include "ChecksInC.h"
 #include "UseOfC.h"
 
 #include <kxmd/kxmd_c.h>
@@ -7,24 +8,6 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
-
-#define CHECK(condition) c_check((condition) != 0, #condition, __FILE__, __LINE__)
-
-/// Checks the error and frees it.
-static void check_error(kxmd_error** error, kxmd_error_code code, char const* part, int line)
-{
-    c_check(kxmd_error_get_code(*error) == code, "the code", __FILE__, line);
-    c_check(strstr(kxmd_error_get_message(*error), part) != NULL, kxmd_error_get_message(*error),
-        __FILE__, line);
-    kxmd_error_free(*error);
-    *error = NULL;
-}
-#define CHECK_ERROR(code, part) check_error(&error, code, part, __LINE__)
-
-static bool is_text(char const* text, char const* expected)
-{
-    return text && strcmp(text, expected) == 0;
-}
 
 static void path_in(char* path, size_t size, c_media const* media, char const* name)
 {

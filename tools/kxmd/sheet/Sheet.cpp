@@ -58,8 +58,8 @@ bool writePage(
 std::string problemOfSheetName(std::string const& typed)
 {
     std::string const name = withoutLiteralMark(typed);
-    bool const isPage = name.ends_with(".html") || name.ends_with(".htm");
-    return isPage ? "" : "\"" + name + "\" ends in neither .html nor .htm";
+    bool const isNamedAsPage = name.ends_with(".html") || name.ends_with(".htm");
+    return isNamedAsPage ? "" : "\"" + name + "\" ends in neither .html nor .htm";
 }
 
 void leaveOutEarlierPage(std::vector<FoundFile>& files, std::string const& path)
