@@ -91,21 +91,6 @@ std::optional<KXFileContent> contentOfPicture(KXPictureFormat format, std::strin
     return std::nullopt;
 }
 
-/// The sync word of an MPEG audio frame (ISO/IEC 11172-3) or of AAC (ISO/IEC 13818-7).
-bool isAudioFrame(std::span<std::uint8_t const> head)
-{
-    if (head.size() < 4 || head[0] != 0xFF || (head[1] & 0xE0) != 0xE0)
-        return false;
-    constexpr std::uint8_t ofTexts = 0xFE; // The byte-order mark of UTF-16 (RFC 2781).
-    if (head[1] == ofTexts)
-        return false;
-    if ((head[1] & 0xF6) == 0xF0) // AAC: no layer.
-        return (head[2] >> 2 & 0xF) < 13; // Sampling frequencies in use.
-    constexpr unsigned reserved = 1;
-    return (head[1] >> 3 & 3) != reserved && (head[1] >> 1 & 3) != 0 && head[2] >> 4 != 0xF
-        && (head[2] >> 2 & 3) != 3;
-}
-
 /// A transport stream (ISO/IEC 13818-1): packets of 188 bytes, with four more in front on discs.
 bool isTransportStream(std::span<std::uint8_t const> head)
 {
@@ -149,6 +134,20 @@ bool isDrawing(std::string_view head)
         && (contains(head, "<svg") || contains(head, ":svg"));
 }
 
+}
+
+bool isAudioFrame(std::span<std::uint8_t const> head)
+{
+    if (head.size() < 4 || head[0] != 0xFF || (head[1] & 0xE0) != 0xE0)
+        return false;
+    constexpr std::uint8_t ofTexts = 0xFE; // The byte-order mark of UTF-16 (RFC 2781).
+    if (head[1] == ofTexts)
+        return false;
+    if ((head[1] & 0xF6) == 0xF0) // AAC: no layer.
+        return (head[2] >> 2 & 0xF) < 13; // Sampling frequencies in use.
+    constexpr unsigned reserved = 1;
+    return (head[1] >> 3 & 3) != reserved && (head[1] >> 1 & 3) != 0 && head[2] >> 4 != 0xF
+        && (head[2] >> 2 & 3) != 3;
 }
 
 KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> bytes)

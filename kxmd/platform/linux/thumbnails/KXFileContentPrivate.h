@@ -20,3 +20,7 @@ constexpr std::size_t longestContentHead = 4096;
 
 /// What the file is that begins with these bytes, at most `longestContentHead` of them.
 KX_EXPORT_FOR_TESTS KXFileContent contentOfFileWithHead(std::span<std::uint8_t const> head);
+
+/// Whether these bytes begin as a frame of MPEG audio (ISO/IEC 11172-3) or of AAC (ISO/IEC
+/// 13818-7).
+bool isAudioFrame(std::span<std::uint8_t const> head);

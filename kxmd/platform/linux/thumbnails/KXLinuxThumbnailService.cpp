@@ -4,6 +4,7 @@
 #include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/linux/system/KXGLibRefsPrivate.h"
 #include "kxmd/platform/linux/thumbnails/KXMovieThumbnailPrivate.h"
+#include "kxmd/platform/linux/thumbnails/KXSongPicturePrivate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -160,7 +161,9 @@ KXImage::Ref KXLinuxThumbnailService::imageOfDrawing(File const& file, KXSize ma
 /// these.
 KXImage::Ref KXLinuxThumbnailService::imageOfMovie(File const& file, KXSize maximumSize) const
 {
-    auto const movie = _parts.movieLoader->movieWithData(*file.data);
+    auto const movie = isSongWithoutPicture(*file.data)
+        ? nullptr
+        : _parts.movieLoader->movieWithData(*file.data);
     return movie ? thumbnailOfMovie(*movie, *_parts.pictureLoader, maximumSize) : nullptr;
 }
 

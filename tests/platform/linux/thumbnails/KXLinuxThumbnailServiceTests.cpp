@@ -3,6 +3,7 @@
 #include "kxmd/image/KXImageFittingPrivate.h"
 #include "kxmd/platform/KXPlatform.h"
 
+#include "support/Fakes.h"
 #include "support/Files.h"
 #include "support/Pictures.h"
 #include "support/Renders.h"
@@ -205,6 +206,21 @@ TEST_F(KXLinuxThumbnailServiceTest, MusicIsShownByItsCover)
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 20, 20 }));
     EXPECT_EQ(pixel(*image, 10, 10), red);
+}
+
+TEST_F(KXLinuxThumbnailServiceTest, SongWithoutPictureNeedsNoDecoder)
+{
+    auto const movies = std::make_shared<FakeMovieLoader>();
+    KXLinuxThumbnailService const service({ platform->pictureLoader, movies, rendersOfThisMachine(),
+        std::make_shared<KXDocumentThumbnailer const>(KXDocumentThumbnailer::Places {},
+            platform->pictureLoader, platform->temporaryFolders) });
+    Bytes const song = join(bytes({ 0xFF, 0xFB, 0x90, 0xC4 }), zeros(413));
+    EXPECT_FALSE(service.imageForPath(folder.write("bare.mp3", song), { 50, 50 }));
+    EXPECT_FALSE(service.squareForPath(folder.write("bare.txt", song), { 50, 50 }));
+    EXPECT_TRUE(movies->lengths().empty());
+    Bytes const other = join(text("ID3"), bytes({ 3, 0, 0 }), syncSafe(4), text("APIC"), song);
+    EXPECT_FALSE(service.imageForPath(folder.write("other.mp3", other), { 50, 50 }));
+    EXPECT_EQ(movies->lengths(), (std::vector<std::uint64_t> { other.size() }));
 }
 
 TEST_F(KXLinuxThumbnailServiceTest, DocumentIsShownByTheProgramOfTheDesktop)
