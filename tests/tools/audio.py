@@ -1,22 +1,46 @@
 """Encodes media with the ffmpeg command, and tells by ffprobe what is in a file."""
 
+import hashlib
 import json
 import os
+import shutil
 import struct
 import subprocess
+import tempfile
 import zlib
 
 AFCONVERT = os.environ["KXMD_AFCONVERT"]
+MADE_MEDIA = os.environ["KXMD_MADE_MEDIA"]
 
 TAGS = {"title": "Träume", "artist": "The Oscillators", "album": "Sines", "album_artist": "Various Waves",
         "track": "3/9", "disc": "1/2"}
 
 
 def encode(path, *arguments):
-    """Runs ffmpeg with these arguments; the file at `path` is the result, which is returned."""
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *arguments, path], check=True,
-                   stdin=subprocess.DEVNULL)
-    return path
+    """Runs ffmpeg with these arguments; the file at `path` is the result, which is returned. What any test has
+    encoded before is copied: to encode takes longer than most tests."""
+    extension = os.path.splitext(path)[1]
+    kept = os.path.join(MADE_MEDIA, key_of(arguments) + extension)
+    if not os.path.exists(kept):
+        with tempfile.TemporaryDirectory(dir=MADE_MEDIA) as folder:
+            made = os.path.join(folder, "made" + extension)
+            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *arguments, made], check=True,
+                           stdin=subprocess.DEVNULL)
+            os.replace(made, kept)
+    return shutil.copyfile(kept, path)
+
+
+def key_of(arguments):
+    """What tells an encoding from others: its arguments, or what is in the files that they name."""
+    digest = hashlib.sha1()
+    for argument in arguments:
+        if os.path.isfile(argument):
+            with open(argument, "rb") as file:
+                digest.update(file.read())
+        else:
+            digest.update(argument.encode())
+        digest.update(b"\0")
+    return digest.hexdigest()
 
 
 def silent_ape(tags, seconds=1, is_damaged=False):
