@@ -37,7 +37,7 @@ bool isTextWithin(
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count));
     data.setOffset(offset);
     static_cast<void>(data.readBytesToMaxLength(bytes.data(), bytes.size())); // The rest is zeros.
-    return !std::ranges::search(bytes, text).empty();
+    return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
 }
 
 bool isAudioAt(KXAbstractData& data, std::uint64_t offset)
