@@ -122,5 +122,8 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const atomsCommand { .name = "atoms",
     .description = "Print the atom tree of a file",
+    .group = lookingGroup,
+    .examples = R"(    kxmd atoms film.mp4            the tree, indented
+    kxmd atoms --paths film.mp4    the path and the size of each atom)",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

@@ -58,5 +58,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const cacheNameCommand { .name = "cache-name",
     .description = "Print the cache name of a key text, a file or a composite of files",
+    .group = pictureGroup,
+    .examples = R"(    kxmd cache-name --file song.mp3 -s 100x100)",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

@@ -53,5 +53,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const cleanCommand { .name = "clean",
     .description = "Write a copy of a phone's video without its user data",
+    .group = editGroup,
+    .examples = R"(    kxmd clean holiday.mov -o clean.mov)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

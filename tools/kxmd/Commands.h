@@ -12,10 +12,18 @@ struct Command {
 
     char const* name;
     char const* description;
+    char const* group; ///< The heading that it stands under where all are listed.
+    char const* examples; ///< Command lines, each indented by four spaces.
     Nature nature;
     /// Adds the options, and what is done as soon as they are parsed. `session` lives until then.
     void (*addOptions)(CLI::App& command, Session& session);
 };
+
+constexpr char const* lookingGroup = "Look into files";
+constexpr char const* pictureGroup = "Make pictures of them";
+constexpr char const* editGroup = "Edit a copy";
+constexpr char const* collectionGroup = "Whole collections";
+constexpr char const* machineGroup = "This machine";
 
 extern Command const infoCommand;
 extern Command const atomsCommand;

@@ -46,5 +46,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const compositeCommand { .name = "composite",
     .description = "Write the pictures of four files in one",
+    .group = pictureGroup,
+    .examples = R"(    kxmd composite a.jpg b.jpg c.jpg d.jpg -s 256x256 -o four.png)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

@@ -55,5 +55,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const convertCommand { .name = "convert",
     .description = "Write a copy of lossless audio as AAC",
+    .group = editGroup,
+    .examples = R"(    kxmd convert lossless.m4a -o song.m4a)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

@@ -175,5 +175,9 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const coverCommand { .name = "cover",
     .description = "Extract, remove or add the album cover",
+    .group = editGroup,
+    .examples = R"(    kxmd cover extract song.mp3 -o cover.jpg
+    kxmd cover remove song.mp3 -o bare.mp3
+    kxmd cover add song.m4a cover.jpg -o new.m4a)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

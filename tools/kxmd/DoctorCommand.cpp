@@ -139,5 +139,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const doctorCommand { .name = "doctor",
     .description = "Show what this machine offers, and what is missing",
+    .group = machineGroup,
+    .examples = R"(    kxmd doctor)",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

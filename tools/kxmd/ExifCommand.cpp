@@ -85,5 +85,8 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const exifCommand { .name = "exif",
     .description = "Find the preview in a photograph's EXIF block",
+    .group = lookingGroup,
+    .examples = R"(    kxmd exif photo.jpg                   where the preview lies
+    kxmd exif photo.jpg -o preview.jpg    and its bytes)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

@@ -81,5 +81,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const framesCommand { .name = "frames",
     .description = "List the ID3v2 frames of a file",
+    .group = lookingGroup,
+    .examples = R"(    kxmd frames song.mp3)",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

@@ -41,5 +41,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const iconCommand { .name = "icon",
     .description = "Write the icon of a file's type",
+    .group = pictureGroup,
+    .examples = R"(    kxmd icon letter.odt -s 64x64 -o icon.png)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

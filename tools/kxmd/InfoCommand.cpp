@@ -302,5 +302,8 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const infoCommand { .name = "info",
     .description = "Tell what is in each file",
+    .group = lookingGroup,
+    .examples = R"(    kxmd info song.mp3             what is in a file
+    kxmd info -r --json ~/Music    the same of all files, for scripts)",
     .nature = Command::Nature::reads,
     .addOptions = addOptions };

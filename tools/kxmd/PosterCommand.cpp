@@ -41,5 +41,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const posterCommand { .name = "poster",
     .description = "Write the poster frame of a movie, or else its first",
+    .group = pictureGroup,
+    .examples = R"(    kxmd poster film.mp4 -o poster.jpg)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

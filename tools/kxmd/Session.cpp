@@ -56,16 +56,22 @@ void Session::reportWriteError()
 void Session::reportError(std::string_view path, std::string_view problem)
 {
     _exitStatus = ExitStatus::someFileFailed;
-    reportRemark(path, problem);
+    reportLine(path, problem, Emphasis::failure);
 }
 
 void Session::reportRemark(std::string_view path, std::string_view remark)
 {
+    reportLine(path, remark, Emphasis::remark);
+}
+
+void Session::reportLine(std::string_view path, std::string_view what, Emphasis emphasis)
+{
     finish(); // On a terminal the error then follows the results before it.
-    std::string line = "kxmd: ";
-    line.append(KXTextWithoutControlCharacters(path))
+    std::string line = emphasised("kxmd:", emphasis, Stream::error);
+    line.append(" ")
+        .append(KXTextWithoutControlCharacters(path))
         .append(": ")
-        .append(KXTextWithoutControlCharacters(remark))
+        .append(KXTextWithoutControlCharacters(what))
         .append("\n");
     _standardError.writeLines(line);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "StandardError.h"
+#include "Terminal.h"
 
 #include <cstdint>
 #include <string>
@@ -42,6 +43,7 @@ public:
 
 private:
     void reportWriteError();
+    void reportLine(std::string_view path, std::string_view what, Emphasis emphasis);
 
     StandardError _standardError;
     ExitStatus _exitStatus { ExitStatus::good };

@@ -1,7 +1,8 @@
 #include "StandardError.h"
 
+#include "Terminal.h"
+
 #include <cstdio>
-#include <cstdlib>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
@@ -12,13 +13,6 @@ constexpr std::string_view eraseLine = "\r\x1b[K"; // ECMA-48, 8.3.41.
 
 /// Standard error has no buffer, so one call is one write. Nobody can be told of a failure.
 void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stderr); }
-
-bool isTerminalThatErases()
-{
-    char const* const variable = std::getenv("TERM");
-    std::string_view const kind = variable ? variable : "";
-    return !kind.empty() && kind != "dumb" && ::isatty(STDERR_FILENO);
-}
 
 }
 
@@ -52,7 +46,7 @@ void StandardError::showStatus(std::string status)
 
 std::size_t StandardError::statusWidth() const
 {
-    if (_isQuiet || !isTerminalThatErases())
+    if (_isQuiet || !isTerminalWithControls(STDERR_FILENO))
         return 0;
     constexpr std::size_t usualColumns = 80;
     winsize size {};

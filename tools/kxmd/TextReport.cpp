@@ -1,6 +1,7 @@
 #include "TextReport.h"
 
 #include "Session.h"
+#include "Terminal.h"
 
 #include <kxmd/base/KXPrintableText.h>
 
@@ -13,7 +14,7 @@ constexpr std::size_t nameWidth = 14; // The longest name, "Album artist", and a
 }
 
 TextReport::TextReport(std::string_view heading)
-    : _text(KXTextWithoutControlCharacters(heading) + '\n')
+    : _text(emphasised(KXTextWithoutControlCharacters(heading), Emphasis::heading) + '\n')
 {
 }
 

@@ -233,5 +233,8 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const thumbnailCommand { .name = "thumbnail",
     .description = "Write the pictures that stand for files",
+    .group = pictureGroup,
+    .examples = R"(    kxmd thumbnail film.mp4 -s 256x256 -o film.png
+    kxmd thumbnail -r ~/Pictures -s 256x256 --fit --to thumbnails)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

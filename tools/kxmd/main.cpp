@@ -5,6 +5,7 @@
 #include "Desktop.h"
 #include "Session.h"
 #include "Suggestion.h"
+#include "Terminal.h"
 #include "Usage.h"
 #include "prepare/NameRules.h"
 #include "shared/AtomicFile.h"
@@ -35,12 +36,17 @@ constexpr std::array commands { &infoCommand, &atomsCommand, &framesCommand, &ex
     &thumbnailCommand, &compositeCommand, &iconCommand, &posterCommand, &cacheNameCommand,
     &coverCommand, &cleanCommand, &convertCommand, &prepareCommand, &sheetCommand, &doctorCommand };
 
-constexpr char const* examples = R"(Examples:
-    kxmd info song.mp3                                what is in a file
+constexpr char const* examples
+    = R"(    kxmd info song.mp3                                what is in a file
     kxmd thumbnail film.mp4 -s 256x256 -o film.png    the picture that stands for it
     kxmd cover add song.m4a cover.jpg -o new.m4a      a copy of a song with a cover
     kxmd sheet ~/Music -o music.html                  a page that shows a collection
     kxmd prepare ~/Music/ --to /media/phone/Music -n  what would be prepared for a phone)";
+
+std::string footerWith(char const* commandLines)
+{
+    return std::string("Examples:\n") + commandLines;
+}
 
 void cleanUp(Session& session)
 {
@@ -69,12 +75,14 @@ void addCommands(CLI::App& app, std::vector<std::string> const& arguments, Sessi
     Command const* const only = onlyCommand(arguments);
     app.set_version_flag("--version", std::string("kxmd ") + KXVersion());
     addQuietFlag(app, session);
-    app.footer(examples);
+    app.footer(footerWith(examples));
     app.require_subcommand(0, 1); // A missing one is reported later, after unexpected arguments.
     for (Command const* const command : commands) {
         if (only && command != only)
             continue; // To make the options of all takes longer than to look into a file.
         CLI::App& added = addSubcommand(app, session, command->name, command->description);
+        added.group(command->group);
+        added.footer(footerWith(command->examples)); // Which those below it get as well.
         command->addOptions(added, session);
         if (command->nature == Command::Nature::writes)
             added.preparse_callback([&session, &cleanUpOnSignal](std::size_t) {
@@ -109,11 +117,12 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         std::ostringstream text;
         app.exit(error, text, text);
-        session.write(text.str());
+        session.write(helpInColours(text.str()));
         session.finish();
         return session.exitStatus();
     }
-    std::string message = "kxmd: " + messageOfError(error);
+    std::string message
+        = emphasised("kxmd:", Emphasis::failure, Stream::error) + ' ' + messageOfError(error);
     if (std::string const meant = suggestionFor(app); !meant.empty())
         message += ". Did you mean \"" + meant + "\"?";
     message += "\nTry \"kxmd --help\" for more.\n";

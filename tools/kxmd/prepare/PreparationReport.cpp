@@ -3,6 +3,7 @@
 #include "Preparation.h"
 #include "tools/kxmd/JSONLine.h"
 #include "tools/kxmd/Session.h"
+#include "tools/kxmd/Terminal.h"
 
 #include <kxmd/base/KXPrintableText.h>
 
@@ -167,11 +168,13 @@ SheetEntry PreparationReport::pageEntryOf(PreparationOutcome const& outcome) con
 /// What was done to a file, in words: "converted, cover inserted: Album/Song.m4a (1234 bytes)".
 std::string PreparationReport::lineOf(PreparationOutcome const& outcome) const
 {
-    std::string line = wordsOf(outcome) + ": "
+    bool const isChange = !outcome.steps.empty() || outcome.isRemoval;
+    std::string const words = wordsOf(outcome) + ':';
+    std::string line = (isChange ? emphasised(words, Emphasis::change) : words) + ' '
         + KXTextWithoutControlCharacters(outcome.target.substr(_folder.size() + 1)) + " ("
         + std::to_string(outcome.size) + " bytes)";
     if (!outcome.remark.empty())
-        line += ", " + KXTextWithoutControlCharacters(outcome.remark);
+        line += ", " + emphasised(KXTextWithoutControlCharacters(outcome.remark), Emphasis::remark);
     return line + '\n';
 }
 

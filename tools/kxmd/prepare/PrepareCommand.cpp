@@ -101,14 +101,26 @@ void addRunOptions(CLI::App& command, PrepareOptions& options)
         ->check(problemOfSheetName);
 }
 
+/// Adds options that the help lists under a heading of their own.
+template <class Options>
+void addUnder(char const* heading, CLI::App& command, Options& options,
+    void (*add)(CLI::App& command, Options& options))
+{
+    std::size_t const before = command.get_options().size();
+    add(command, options);
+    auto const all = command.get_options();
+    for (std::size_t i = before; i < all.size(); ++i)
+        all[i]->group(heading);
+}
+
 void addOptions(CLI::App& command, Session& session)
 {
     auto const options = std::make_shared<PrepareOptions>();
     addTargetFolder(command, options->folder, "Folder to write the prepared files to")->required();
     addRunOptions(command, *options);
-    addStepOptions(command, *options);
-    addPlaylistOptions(command, options->playlists);
-    addChoiceOptions(command, *options);
+    addUnder("What is done to files", command, *options, addStepOptions);
+    addUnder("Playlists", command, options->playlists, addPlaylistOptions);
+    addUnder("Which files", command, *options, addChoiceOptions);
     auto* const paths = addTexts(command, "PATH", "Files and folders to prepare");
     command.callback([options, paths, &session] {
         options->paths = textsOf(*paths);
@@ -124,5 +136,8 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const prepareCommand { .name = "prepare",
     .description = "Make music and videos ready for a phone, into a folder",
+    .group = collectionGroup,
+    .examples = R"(    kxmd prepare ~/Music/ --to /media/phone/Music -n          what would be done
+    kxmd prepare ~/Music/ --to /media/phone/Music --delete    also removes what is gone)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };

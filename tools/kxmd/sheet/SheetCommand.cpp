@@ -45,5 +45,7 @@ void addOptions(CLI::App& command, Session& session)
 
 Command const sheetCommand { .name = "sheet",
     .description = "Write a page that shows what is in files and folders",
+    .group = collectionGroup,
+    .examples = R"(    kxmd sheet ~/Music -o music.html)",
     .nature = Command::Nature::writes,
     .addOptions = addOptions };
