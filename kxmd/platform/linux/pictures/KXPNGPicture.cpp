@@ -66,6 +66,9 @@ KXImage::Ref PNGReader::image()
 {
     if (!_info)
         return nullptr;
+    // The chunks' own checksums hold the compressed bytes against theirs; to sum up the pixels as
+    // well takes a twentieth of the time.
+    png_set_option(_png, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
     png_set_progressive_read_fn(_png, this, noteHeader, noteRow, noteEnd);
     (void)feedPNGTo([this](std::span<std::uint8_t const> bytes) { return take(bytes); },
         _source.data, _source.length);
