@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
 #include "kxmd/base/KXSize.h"
 #include "kxmd/platform/linux/system/KXFileDescriptorPrivate.h"
 
@@ -107,7 +108,8 @@ struct KXRenderMessage {
 };
 
 /// Sends a message with open files; false when nobody is there to receive it.
-bool sendRenderMessage(int socket, std::span<std::byte const> bytes, std::span<int const> files);
+KX_EXPORT_FOR_TESTS bool sendRenderMessage(
+    int socket, std::span<std::byte const> bytes, std::span<int const> files);
 
 template <class Structure>
 bool sendRenderMessage(int socket, Structure const& structure, std::span<int const> files = {})
@@ -117,4 +119,4 @@ bool sendRenderMessage(int socket, Structure const& structure, std::span<int con
 }
 
 /// Waits for a message; absent when the other side is gone or sends what is no message of ours.
-std::optional<KXRenderMessage> receiveRenderMessage(int socket);
+KX_EXPORT_FOR_TESTS std::optional<KXRenderMessage> receiveRenderMessage(int socket);

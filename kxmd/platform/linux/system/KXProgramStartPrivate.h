@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kxmd/base/KXExport.h"
+
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -8,7 +10,7 @@
 
 /// How another program is started: with no signal blocked, whatever this thread blocks, with
 /// nothing to read, and with no file of ours but the one that it writes to.
-struct KXProgramStart {
+struct KX_EXPORT_FOR_TESTS KXProgramStart {
     /// The program's path and its arguments, which no shell sees.
     std::vector<std::string> arguments {};
     /// Where it writes to, such as the writing end of a pipe.

@@ -1,8 +1,10 @@
 #include "kxmd/platform/linux/render/KXRenderServerPrivate.h"
 
 #include "kxmd/base/KXSanitizersPrivate.h"
+#include "kxmd/platform/linux/render/KXRenderMessagesPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderMovieLoaderPrivate.h"
 #include "kxmd/platform/linux/render/KXRenderPictureLoaderPrivate.h"
+#include "kxmd/platform/linux/system/KXProgramStartPrivate.h"
 #include "support/Builders.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -11,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -19,10 +22,14 @@
 #include <fstream>
 #include <new>
 #include <set>
+#include <span>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 using namespace pictures;
 using namespace std::chrono_literals;
@@ -311,6 +318,47 @@ TEST_F(KXRenderServerTest, ServesRegularFilesAlone)
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     KXFileDescriptor const readEnd(ends[0]), writeEnd(ends[1]);
     EXPECT_FALSE(isServed(readEnd.get()));
+}
+
+TEST_F(KXRenderServerTest, RequestThatIsNoneCostsNoOther)
+{
+    auto const pairOfSockets = [] {
+        int ends[2] { -1, -1 };
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+        return std::pair(KXFileDescriptor(ends[0]), KXFileDescriptor(ends[1]));
+    };
+    auto [host, serversEnd] = pairOfSockets();
+    KXProgramStart const program { .arguments = { KXMD_HOSTILE_DECODER },
+        .target = serversEnd.get() };
+    auto const started = program.start();
+    ASSERT_TRUE(started);
+    serversEnd = KXFileDescriptor();
+    ASSERT_TRUE(receiveRenderMessage(host.get())); // Its greeting.
+    KXFileDescriptor const file(
+        ::open(folder.write("a", build::text("anything")).c_str(), O_RDONLY | O_CLOEXEC));
+    /// Whether there is an answer to a request of these bytes, with that many of its two files.
+    auto const isAnswered = [&](std::vector<std::byte> const& bytes, std::size_t fileCount) {
+        auto [asking, answering] = pairOfSockets();
+        // The socket first, so that each request has one for its answer.
+        std::array const files { fileCount == 1 ? answering.get() : file.get(), answering.get() };
+        EXPECT_TRUE(sendRenderMessage(
+            host.get(), std::span<std::byte const>(bytes), std::span(files).first(fileCount)));
+        answering = KXFileDescriptor();
+        return receiveRenderMessage(asking.get()).has_value();
+    };
+    KXRenderRequest const request { .seconds = 2, .length = 8, .memory = 1 << 26 };
+    auto const bytes = std::as_bytes(std::span(&request, 1));
+    std::vector<std::byte> const whole(bytes.begin(), bytes.end());
+    std::vector<std::byte> shorter(whole.begin(), whole.end() - 1), longer(whole);
+    longer.push_back({});
+    EXPECT_TRUE(isAnswered(whole, 2));
+    EXPECT_FALSE(isAnswered(whole, 1));
+    EXPECT_FALSE(isAnswered(whole, 0));
+    EXPECT_FALSE(isAnswered(shorter, 2));
+    EXPECT_FALSE(isAnswered(longer, 2));
+    EXPECT_FALSE(isAnswered({ std::byte {} }, 2));
+    EXPECT_TRUE(isAnswered(whole, 2));
+    ::waitpid(*started, nullptr, 0);
 }
 
 TEST_F(KXRenderServerTest, ServesSixtyFourFilesAtATime)
