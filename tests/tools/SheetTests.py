@@ -4,12 +4,14 @@ import base64
 import json
 import os
 import re
+import resource
 import subprocess
 import unittest
 
 from pictures import RED, solid
 from preparing import COVER, PrepareTestCase
-from support import CommandTestCase, id3v23, mp4, run, sound_entry, tag_atom, text_frame, track, user_data, video_entry
+from support import (CommandTestCase, id3v23, mp4, preloading, run, sound_entry, tag_atom, text_frame, track, user_data,
+                     video_entry)
 
 try:
     from selenium import webdriver
@@ -139,6 +141,14 @@ class SheetTests(CommandTestCase):
         result = run("-q", "sheet", path, "-o", self.path("none/page.html"))
         self.assertEqual((result.status, len(result.errors)), (1, 1), result.errors)
 
+    def test_page_that_cannot_be_written_has_no_file_looked_into(self):
+        path = self.write("a.m4a", song("Blue"))
+        counting = {**preloading("KXMD_COUNT_OPENS"), "KXMD_COUNTED": path}
+        for length, opened in ((1 << 20, 1), (100, 0)):
+            result = run("-q", "sheet", path, "-o", self.path("page.html"), env=counting,
+                         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (length, length)))
+            self.assertEqual(bool(result.status), bool(opened), result.errors)
+
     def test_page_needs_nothing_beside_it(self):
         self.sheet(self.write("a.m4a", song("Blue")))
         with open(self.path("page.html"), encoding="utf-8") as file:
@@ -211,6 +221,8 @@ class SheetReportTests(PrepareTestCase):
         self.assertEqual(run(*command, env=self.environment).status, 0)
         prepared = os.path.join(self.out, "other.html")
         self.assertEqual(run(*command, "-n", "--report", prepared, env=self.environment).status, 1)
+        os.remove(os.path.join(self.source, "other.html"))
+        self.assertEqual(run(*command, "--report", prepared, env=self.environment).status, 1)
         for path in (diary, prepared):
             with open(path, encoding="utf-8") as file:
                 self.assertEqual(file.read(), "mine")

@@ -179,17 +179,25 @@ void PrepareRun::makePlan()
         names, *_targets);
 }
 
-/// Whether the page replaces no file of the run; reports why not.
+/// Whether the page replaces no file that is prepared, now or earlier; reports why not.
 bool PrepareRun::hasPlaceForPage()
 {
     if (_options.page.empty())
         return true;
     auto const page = pathWithoutLinks(_options.page).value_or(_options.page);
-    bool const isSource = !_targets->reasonAgainst(page).empty();
-    if (isSource || _targets->isClaimed(page))
-        _session.reportError(_options.page,
-            isSource ? "is one of the files to prepare" : "is where another file goes");
-    return !isSource && !_targets->isClaimed(page);
+    auto const inFolder = _options.folder + '/';
+    auto const problem = [&]() -> char const* {
+        if (!_targets->reasonAgainst(page).empty())
+            return "is one of the files to prepare";
+        if (_targets->isClaimed(page))
+            return "is where another file goes";
+        if (page.starts_with(inFolder) && _manifest.entryForTarget(page.substr(inFolder.size())))
+            return "is a file that was prepared earlier";
+        return nullptr;
+    }();
+    if (problem)
+        _session.reportError(_options.page, problem);
+    return !problem;
 }
 
 // Removal.

@@ -10,6 +10,7 @@
 
 #include <kxmd/base/KXAbstractData.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <sys/stat.h>
@@ -34,8 +35,10 @@ bool writePage(
     auto const platform = machine();
     ProgressBar progress(session.standardError(), "files", { .items = entries.size() });
     SheetPage page(file);
-    bool isWritten = page.begin();
+    std::atomic<bool> isWritten { page.begin() };
     auto const rowAt = [&](std::size_t item) {
+        if (!isWritten) // The disk is full, say: nobody will see the rest.
+            return SheetRow();
         auto row = sheetRowOf(entries[item], *platform);
         progress.advanceBy({ .items = 1 });
         return row;
