@@ -30,8 +30,11 @@
 
 // NOLINTBEGIN(readability-identifier-naming): these names are C's.
 #ifdef __cplusplus
+/// Tells C++ that no exception leaves a function.
 #define KXMD_C_NOEXCEPT noexcept
-#define KXMD_C_INT : int // What C passes is looked at, be it one of the constants or not.
+/// The type beneath enumerations in C++. What C passes is looked at, be it one of the constants or
+/// not.
+#define KXMD_C_INT : int
 extern "C" {
 #else
 #define KXMD_C_NOEXCEPT

@@ -32,6 +32,7 @@ enum class KXSwap : bool {
 /// are known to be there. One thread at a time; no lock.
 class KX_EXPORT KXAbstractData {
 public:
+    /// A shared reader; null where there is none.
     using Ref = std::shared_ptr<KXAbstractData>;
 
     /// `abstractDataWithPath:` A reader over the regular file at `path`.
@@ -156,13 +157,14 @@ public:
     [[nodiscard]] KXParseBudget& budget() { return _budget; }
 
 protected:
+    /// A reader at position 0, for classes derived from it.
     KXAbstractData() = default;
 
     /// A stretch of the source that lies in memory, at `start` of the source.
     struct Window {
-        std::uint8_t const* bytes { nullptr };
-        std::uint64_t start { 0 };
-        std::uint64_t length { 0 };
+        std::uint8_t const* bytes { nullptr }; ///< Its first byte; not owned.
+        std::uint64_t start { 0 }; ///< Its place in the source.
+        std::uint64_t length { 0 }; ///< In bytes.
     };
 
     /// The most bytes that `bytesAt` is asked for at once.
@@ -170,8 +172,8 @@ protected:
 
     /// A stretch of the source.
     struct Stretch {
-        std::uint64_t start { 0 };
-        std::uint64_t length { 0 };
+        std::uint64_t start { 0 }; ///< Its place in the source.
+        std::uint64_t length { 0 }; ///< In bytes.
     };
 
     /// What is about to be gone through, as far as anybody said.

@@ -9,6 +9,7 @@
 /// or replaced, or a tree of such objects is searched, and no host's code is called meanwhile.
 class KXByteLock {
 public:
+    /// Waits until the lock is free, and takes it.
     void lock()
     {
         std::uint8_t expected = free;
@@ -16,12 +17,14 @@ public:
             lockContended();
     }
 
+    /// Takes the lock if it is free; whether it did.
     bool try_lock()
     {
         std::uint8_t expected = free;
         return _state.compare_exchange_strong(expected, held, std::memory_order_acquire);
     }
 
+    /// Gives the lock back, on the thread that holds it.
     void unlock()
     {
         if (_state.exchange(free, std::memory_order_release) == heldWithWaiters)

@@ -10,7 +10,9 @@
 /// An immutable sequence of bytes that copies share. Safe to read from several threads.
 class KX_EXPORT KXData {
 public:
+    /// `init` No bytes.
     KXData() = default;
+    /// `initWithBytes:` These bytes, which it takes over.
     explicit KXData(std::vector<std::uint8_t> bytes);
 
     /// `length` The number of bytes; 0 once the object was moved from.

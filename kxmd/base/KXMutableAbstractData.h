@@ -8,6 +8,7 @@
 /// an old one stays safe and reads the edited bytes.
 class KX_EXPORT KXMutableAbstractData final : public KXAbstractData {
 public:
+    /// A shared reader; null where there is none.
     using Ref = std::shared_ptr<KXMutableAbstractData>;
 
     /// `abstractDataWithData:` A reader over `data`, which it shares and does not copy; null

@@ -19,9 +19,12 @@ class KXAbstractData;
 /// `bytes` asks for that, all edits in one pass.
 class KX_EXPORT KXMutableData {
 public:
+    /// A shared buffer; null where there is none.
     using Ref = std::shared_ptr<KXMutableData>;
 
+    /// `init` An empty buffer.
     KXMutableData() = default;
+    /// `initWithBytes:` These bytes, which it takes over.
     explicit KXMutableData(std::vector<std::uint8_t> bytes);
 
     /// `initWithAbstractData:` The bytes that `source` reads, to be edited while the file itself
@@ -71,8 +74,8 @@ public:
 
     /// A part of a buffer, in bytes.
     struct Range {
-        std::uint64_t position { 0 };
-        std::uint64_t length { 0 };
+        std::uint64_t position { 0 }; ///< From the start of the buffer.
+        std::uint64_t length { 0 }; ///< May be 0.
 
         bool operator==(Range const&) const = default;
     };
@@ -91,7 +94,7 @@ public:
     struct Kept {
         std::uint64_t origin { 0 }; ///< Their place in what the buffer was made from.
         std::uint64_t position { 0 }; ///< Their place now.
-        std::uint64_t length { 0 };
+        std::uint64_t length { 0 }; ///< In bytes, the same before and after.
 
         bool operator==(Kept const&) const = default;
     };

@@ -11,5 +11,6 @@ public:
     KXObject& operator=(KXObject const&) = delete;
 
 protected:
+    /// For classes derived from it.
     KXObject() = default;
 };

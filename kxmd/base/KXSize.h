@@ -2,8 +2,8 @@
 
 /// A width and a height: points for pictures on a screen, pixels for coded media.
 struct KXSize {
-    double width { 0 };
-    double height { 0 };
+    double width { 0 }; ///< From left to right.
+    double height { 0 }; ///< From top to bottom.
 
     bool operator==(KXSize const&) const = default;
 };

@@ -11,15 +11,15 @@
 
 /// Codecs, by the numbers that hosts keep for them.
 enum KXMDCodec : std::int32_t {
-    KXMDCodecNone = 0,
-    KXMDCodecMP3 = 1,
-    KXMDCodecAMR = 2,
-    KXMDCodecAMRWB = 3,
-    KXMDCodecALAC = 4,
-    KXMDCodecAAC = 5,
+    KXMDCodecNone = 0, ///< Not known, or not told by the file.
+    KXMDCodecMP3 = 1, ///< ISO/IEC 11172-3 and 13818-3, layer III.
+    KXMDCodecAMR = 2, ///< 3GPP TS 26.071.
+    KXMDCodecAMRWB = 3, ///< 3GPP TS 26.171.
+    KXMDCodecALAC = 4, ///< Apple Lossless.
+    KXMDCodecAAC = 5, ///< ISO/IEC 14496-3.
     KXMDCodecMP4Visual = 6, ///< ISO/IEC 14496-2.
     KXMDCodecAVC = 7, ///< ISO/IEC 14496-10, also known as H.264.
-    KXMDCodecH263 = 8,
+    KXMDCodecH263 = 8, ///< ITU-T H.263.
 };
 
 /// The profile of a record whose profile was never set.
@@ -29,6 +29,7 @@ constexpr std::int32_t KXMDProfileUnknown = 65535;
 /// but for the picture size, which is read and replaced as one unit.
 class KX_EXPORT KXMDCodecInfo {
 public:
+    /// Records of one file, in file order.
     using List = std::vector<KXMDCodecInfo>;
 
     /// `codec` The codec; any other number stands for an unknown one.

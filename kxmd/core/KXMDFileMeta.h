@@ -22,16 +22,17 @@ struct KXPlatform;
 
 /// What kind of media a file is.
 enum KXMDMetaType : std::int32_t {
-    KXMDMetaTypeUnknown = 0,
+    KXMDMetaTypeUnknown = 0, ///< None of these, or one that cannot be read.
     KXMDMetaTypeMP3 = 1, ///< Begins with an ID3v2 tag.
     KXMDMetaTypeMP4 = 2, ///< MP4 or QuickTime: ISO/IEC 14496-12.
-    KXMDMetaTypeJPEG = 3,
+    KXMDMetaTypeJPEG = 3, ///< ITU-T T.81; has no tags here.
 };
 
 /// Keys of the descriptive tags.
 inline constexpr std::string_view KXMDMetadataKeyName = "Name"; ///< Title of the track or video.
-inline constexpr std::string_view KXMDMetadataKeyArtist = "Artist";
-inline constexpr std::string_view KXMDMetadataKeyAlbum = "Album";
+inline constexpr std::string_view KXMDMetadataKeyArtist = "Artist"; ///< Of the track.
+inline constexpr std::string_view KXMDMetadataKeyAlbum = "Album"; ///< Its title.
+/// Whom the whole album is by, where its tracks have several artists.
 inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 
 /// What is known of a media file: its kind, its descriptive tags, its codecs and its album cover.
@@ -41,8 +42,11 @@ inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 /// from any thread, except for the predicted size, which the first call stores.
 class KX_EXPORT KXMDFileMeta : public KXObject {
 public:
+    /// A shared object; null where there is none.
     using Ref = std::shared_ptr<KXMDFileMeta>;
+    /// A picture as `KXImage` keeps it; null where there is none.
     using ImageRef = std::shared_ptr<KXImage const>;
+    /// What covers are decoded by; null for the process-wide platform.
     using PlatformRef = std::shared_ptr<KXPlatform const>;
 
     /// `fileMetaWithSourcePath:` The metadata of the file at `path`; never null.
@@ -185,5 +189,6 @@ private:
 /// The metadata of a file that is neither MP3 nor MP4, or that could not be read: its size alone.
 class KX_EXPORT KXMDFileMetaEmpty final : public KXMDFileMeta {
 public:
+    /// `init` An object of size 0.
     KXMDFileMetaEmpty() = default;
 };

@@ -12,6 +12,7 @@
 class KX_EXPORT KXMDFileMetaController
     : public std::enable_shared_from_this<KXMDFileMetaController> {
 public:
+    /// A shared controller; work that is under way owns it as well.
     using Ref = std::shared_ptr<KXMDFileMetaController>;
 
     /// Receives an answer, never null, on the controller's own queue.

@@ -24,6 +24,7 @@ constexpr int KXDCFileKindPlaylist = 64;
 /// on the queue of a controller that was given the file for later.
 class KX_EXPORT KXDCFile {
 public:
+    /// A shared file object; null for one that is not there.
     using Ref = std::shared_ptr<KXDCFile>;
 
     virtual ~KXDCFile();
@@ -57,6 +58,7 @@ public:
 /// several threads at once; the other fields are set before it is shared.
 class KX_EXPORT KXDCSimpleFile final : public KXDCFile {
 public:
+    /// `initWithSourcePath:` A file of no kind, neither protected nor a folder, named by its path.
     explicit KXDCSimpleFile(std::string sourcePath);
 
     [[nodiscard]] std::string sourcePath() const override { return _sourcePath; }

@@ -11,7 +11,9 @@
 /// `KXDCSimpleFileProxy`.
 class KX_EXPORT KXDCFileProxy {
 public:
+    /// A shared proxy; null where there is none.
     using Ref = std::shared_ptr<KXDCFileProxy>;
+    /// Proxies in the order of a collection.
     using List = std::vector<Ref>;
 
     virtual ~KXDCFileProxy();
@@ -29,6 +31,7 @@ public:
 /// A file proxy that holds plain values. Not changed once shared.
 class KX_EXPORT KXDCSimpleFileProxy final : public KXDCFileProxy {
 public:
+    /// `initWithFile:targetPath:members:` Just these values; `members` are those of a collection.
     KXDCSimpleFileProxy(KXDCFile::Ref file, std::string targetPath, List members = {});
 
     [[nodiscard]] KXDCFile::Ref file() const override { return _file; }

@@ -18,8 +18,10 @@
 /// it takes to hold it, the last column and row covered in part.
 class KX_EXPORT KXImage : public KXObject {
 public:
+    /// A shared picture, which nobody changes any more; null where there is none.
     using Ref = std::shared_ptr<KXImage const>;
 
+    /// Red, green, blue and alpha.
     static constexpr std::size_t bytesPerPixel = 4;
 
     /// `imageWithSize:` A new, fully transparent picture, still private to the caller.

@@ -23,7 +23,9 @@ enum KXID3Version : std::uint16_t {
 /// Goes stale when the file's bytes are edited.
 class KX_EXPORT KXMDFileMetaMP3Frame {
 public:
+    /// A shared frame; null where there is none.
     using Ref = std::shared_ptr<KXMDFileMetaMP3Frame>;
+    /// Frames in file order.
     using List = std::vector<Ref>;
 
     /// `frameWithData:version:` Reads the frame at the read position and moves to the frame's end.

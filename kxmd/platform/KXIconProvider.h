@@ -21,6 +21,7 @@ public:
 
     // Types that are not extensions. An extension is part of a file's name and never contains a
     // slash.
+    /// A folder.
     static constexpr std::string_view folderType = "/fldr";
     static constexpr std::string_view documentType = "/docu"; ///< A file without extension.
 };

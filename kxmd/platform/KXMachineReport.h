@@ -25,8 +25,8 @@ struct KX_EXPORT KXMachineReport {
         bool operator==(Decoder const&) const = default;
     };
 
-    Decoder pictures;
-    Decoder movies;
+    Decoder pictures; ///< Both programs for pictures, as one.
+    Decoder movies; ///< The program for movies, music and rarer pictures.
     std::string documentProgram; ///< The path of what shows PDF; empty when there is none.
     std::vector<std::string> thumbnailedTypes; ///< Content types with a thumbnailer of the desktop.
     std::string audioConverter; ///< The path of what converts lossless audio; empty as above.

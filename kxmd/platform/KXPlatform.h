@@ -17,18 +17,19 @@
 
 /// Everything that the logic needs from the machine. No member is null.
 struct KX_EXPORT KXPlatform {
+    /// A shared platform, which nobody changes any more.
     using Ref = std::shared_ptr<KXPlatform const>;
 
-    std::shared_ptr<KXPictureLoader const> pictureLoader;
-    std::shared_ptr<KXMovieLoader const> movieLoader;
-    std::shared_ptr<KXThumbnailService const> thumbnailService;
-    std::shared_ptr<KXIconProvider const> iconProvider;
+    std::shared_ptr<KXPictureLoader const> pictureLoader; ///< Decodes and encodes pictures.
+    std::shared_ptr<KXMovieLoader const> movieLoader; ///< Opens movies and music.
+    std::shared_ptr<KXThumbnailService const> thumbnailService; ///< Shows any file.
+    std::shared_ptr<KXIconProvider const> iconProvider; ///< Shows types of files.
     std::shared_ptr<KXQueue> mainQueue; ///< Where handlers are called that touch a user interface.
-    std::shared_ptr<KXTextDigest const> textDigest;
-    std::shared_ptr<KXTemporaryFolders const> temporaryFolders;
-    std::shared_ptr<KXFileManager const> fileManager;
-    std::shared_ptr<KXTaskRunner const> taskRunner;
-    std::shared_ptr<KXMemoryPressure const> memoryPressure;
+    std::shared_ptr<KXTextDigest const> textDigest; ///< Names what is cached.
+    std::shared_ptr<KXTemporaryFolders const> temporaryFolders; ///< For results of processors.
+    std::shared_ptr<KXFileManager const> fileManager; ///< Reads and replaces whole files.
+    std::shared_ptr<KXTaskRunner const> taskRunner; ///< Starts the audio converter.
+    std::shared_ptr<KXMemoryPressure const> memoryPressure; ///< Empties caches.
 
     /// `shared` The process-wide platform: the one that was set, or else this machine's own, made
     /// on first use.

@@ -12,6 +12,8 @@
 /// so two conversions of one path at once write one file.
 class KX_EXPORT KXMDFileProcessorConvertALAC final : public KXDCFileProcessor {
 public:
+    /// `initWithPlatform:` A processor that works with the files and programs of `platform`;
+    /// null stands for the process-wide platform.
     explicit KXMDFileProcessorConvertALAC(KXPlatform::Ref platform = KXPlatform::shared());
 
     /// `pathToCacheForFile:` Where the converted file is kept; empty without a source path. Makes

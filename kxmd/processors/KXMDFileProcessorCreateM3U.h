@@ -15,8 +15,10 @@ public:
     [[nodiscard]] KXAbstractData::Ref createPlaylistDataForFileProxy(
         KXDCFileProxy const& fileProxy) const;
 
+    /// `processedFileDataForFileProxy:fileData:` The same; `fileData` is not used.
     [[nodiscard]] KXAbstractData::Ref processedFileDataForFileProxy(
         KXDCFileProxy const& fileProxy, KXAbstractData::Ref fileData) const override;
+    /// `processedFilesizeForFileProxy:filesize:` The length of that text in bytes; 0 without one.
     [[nodiscard]] std::uint64_t processedFilesizeForFileProxy(
         KXDCFileProxy const& fileProxy, std::uint64_t filesize) const override;
 };

@@ -15,13 +15,15 @@ class KX_EXPORT KXMDMemoryCache {
 public:
     /// A picture and its name.
     struct Entry {
-        std::string name;
-        KXImage::Ref image;
+        std::string name; ///< A cache name.
+        KXImage::Ref image; ///< Never null.
     };
+    /// Pictures that had to go, or were taken out.
     using Entries = std::list<Entry>;
 
     /// `initWithByteBudget:` A cache that holds up to `byteBudget` bytes of pixels.
     explicit KXMDMemoryCache(std::size_t byteBudget);
+    /// Takes over the pictures of another cache, which is then only destroyed.
     KXMDMemoryCache(KXMDMemoryCache&&) = default;
     KXMDMemoryCache(KXMDMemoryCache const&) = delete; // The index points into the entries.
     KXMDMemoryCache& operator=(KXMDMemoryCache const&) = delete;

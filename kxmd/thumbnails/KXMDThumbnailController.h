@@ -27,7 +27,9 @@
 class KX_EXPORT KXMDThumbnailController
     : public std::enable_shared_from_this<KXMDThumbnailController> {
 public:
+    /// A shared controller; work that is under way owns it as well.
     using Ref = std::shared_ptr<KXMDThumbnailController>;
+    /// Files in the order in which a composite shows them.
     using Files = std::vector<KXDCFile::Ref>;
 
     /// Receives a picture, or null, on the platform's main queue.

@@ -18,7 +18,7 @@
 
 /// What a track holds, by the type of its media handler (ISO/IEC 14496-12, 8.4.3).
 enum KXMP4TrackType : std::int32_t {
-    KXMP4TrackTypeNone = 0,
+    KXMP4TrackTypeNone = 0, ///< Neither of these, or no track.
     KXMP4TrackTypeVideo = 1, ///< "vide".
     KXMP4TrackTypeSound = 2, ///< "soun".
 };
@@ -42,7 +42,9 @@ enum KXMP4TrackType : std::int32_t {
 /// overridden.
 class KX_EXPORT KXMP4Atom : public std::enable_shared_from_this<KXMP4Atom> {
 public:
+    /// A shared atom; null where there is none.
     using Ref = std::shared_ptr<KXMP4Atom>;
+    /// Atoms in file order.
     using List = std::vector<Ref>;
 
     /// `atomWithAbstractData:` The root of the tree of all atoms that `data` reads; never null.

@@ -32,6 +32,7 @@ public:
     void setAudioChannels(std::int32_t audioChannels) { _audioChannels = audioChannels; }
 
 protected:
+    /// For classes derived from it.
     KXMP4AtomSDExt() = default;
 
     /// The base description with the codec's name of the profile after it.
