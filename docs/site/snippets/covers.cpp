@@ -36,7 +36,8 @@ void makePlace()
         if (KXMDCoverPlace::makeInData(buffer)) {
             auto const reader = KXMutableAbstractData::abstractDataWithData(buffer);
             auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*reader);
-            std::cout << (meta->canInsertAlbumCover() ? "now it takes one\n" : "still no place\n");
+            std::cout << (meta->canInsertAlbumCover() ? "now it takes one\n"
+                                                      : "still no place\n");
         }
     }
     //! [place]

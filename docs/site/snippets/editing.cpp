@@ -41,7 +41,7 @@ bool writeWithCover(std::string const& path, KXData const& picture, std::string 
         std::cout << path << ": " << *reason << '\n';
         return false;
     }
-    auto const buffer = std::make_shared<KXMutableData>(source); // The file itself stays as it is.
+    auto const buffer = std::make_shared<KXMutableData>(source); // The file stays as it is.
     return meta->addEncodedAlbumCoverToData(picture, buffer)
         && KXPlatform::shared()->fileManager->writeBytesToFile(buffer->bytes(), target);
 }

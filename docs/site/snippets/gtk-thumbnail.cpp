@@ -10,9 +10,9 @@ static void show(GtkWidget* view, KXImage const& image)
 {
     int const width = static_cast<int>(image.pixelWidth());
     int const height = static_cast<int>(image.pixelHeight());
-    cairo_surface_t* const surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
-    unsigned char* to
-        = cairo_image_surface_get_data(surface); // Its rows have no gaps: 4 bytes a pixel.
+    cairo_surface_t* const surface
+        = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+    unsigned char* to = cairo_image_surface_get_data(surface); // Rows without gaps.
     for (std::size_t i = 0; i < image.pixels().size(); i += 4, to += 4) {
         auto const pixel = image.pixels().subspan(i, 4);
         to[0] = pixel[2], to[1] = pixel[1], to[2] = pixel[0], to[3] = pixel[3];
@@ -31,9 +31,10 @@ int main(int argumentCount, char** arguments)
     g_signal_connect(window, "destroy", gtk_main_quit, nullptr);
     gtk_widget_show_all(window);
 
-    auto const cached = KXMDThumbnailController::sharedController()->thumbnailForPath("holiday.mp4",
-        { 256, 256 }, [view](KXImage::Ref const& image) { // Called by GTK's main loop.
-            if (image)
+    auto const& controller = KXMDThumbnailController::sharedController();
+    auto const cached = controller->thumbnailForPath(
+        "holiday.mp4", { 256, 256 }, [view](KXImage::Ref const& image) {
+            if (image) // GTK's main loop has called us.
                 show(view, *image);
             g_print("%s\n", image ? "shown" : "nothing to show");
         });

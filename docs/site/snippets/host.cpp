@@ -46,7 +46,7 @@ int main()
     auto const meta = controller->fileMetaForFile(*song);
     controller->mergeFileMetaIntoFile(*meta, *song); // Sets the name and four keyed values.
     song->setMetadataForKey(meta, "FileMetaObject"); // By which sizes are told beforehand.
-    song->setMetadataForKey("cover.jpg", "ThumbnailPath"); // The picture to show, and to insert.
+    song->setMetadataForKey("cover.jpg", "ThumbnailPath"); // To be shown, and inserted.
     std::cout << song->name() << '\n';
     //! [merge]
 
@@ -55,11 +55,12 @@ int main()
     KXMDFileProcessorAddAlbumCover const processor;
     auto const expected = processor.processedFilesizeForFileProxy(proxy, meta->filesize());
 
-    auto const buffer
-        = std::make_shared<KXMutableData>(KXAbstractData::abstractDataWithPath(song->sourcePath()));
+    auto const buffer = std::make_shared<KXMutableData>(
+        KXAbstractData::abstractDataWithPath(song->sourcePath()));
     auto const data = processor.processedFileDataForFileProxy(
         proxy, KXMutableAbstractData::abstractDataWithData(buffer));
-    std::cout << (data->length() == expected ? "as long as it was said\n" : "of another length\n");
+    std::cout << (data->length() == expected ? "as long as it was said\n"
+                                             : "of another length\n");
     //! [process]
 
     //! [playlist]

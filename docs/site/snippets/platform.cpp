@@ -10,7 +10,8 @@ class GreyThumbnails final : public KXThumbnailService {
 public:
     KXImage::Ref imageForPath(std::string const&, KXSize maximumSize) const override
     {
-        auto const side = static_cast<std::size_t>(std::min(maximumSize.width, maximumSize.height));
+        auto const side
+            = static_cast<std::size_t>(std::min(maximumSize.width, maximumSize.height));
         std::vector<std::uint8_t> pixels(side * side * KXImage::bytesPerPixel, 0x80);
         return KXImage::imageWithPixels(std::move(pixels), side, side);
     }

@@ -66,11 +66,13 @@ int main()
 
     //! [meta]
     auto const file = std::make_shared<KXDCSimpleFile>("song.m4a");
-    KXMDFileMetaController::sharedController()->fileMetaForFile(file, [](KXMDFileMeta::Ref meta) {
-        loop.post([meta = std::move(meta)] { // We are on the controller's thread here.
-            std::cout << meta->metadataForKey(KXMDMetadataKeyName).value_or("no title") << '\n';
+    KXMDFileMetaController::sharedController()->fileMetaForFile(
+        file, [](KXMDFileMeta::Ref meta) {
+            loop.post([meta = std::move(meta)] { // We are on the controller's thread here.
+                std::cout << meta->metadataForKey(KXMDMetadataKeyName).value_or("no title")
+                          << '\n';
+            });
         });
-    });
     loop.runOne();
     //! [meta]
 }

@@ -14,7 +14,7 @@ int main(void)
         kxmd_error_free(error);
         return 1;
     }
-    char const* title = kxmd_file_get_tag(file, KXMD_TAG_NAME, NULL); // Lives as long as file.
+    char const* title = kxmd_file_get_tag(file, KXMD_TAG_NAME, NULL); // Lives with file.
     printf("%s\n", title ? title : "no title");
 
     size_t count;

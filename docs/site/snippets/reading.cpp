@@ -9,8 +9,7 @@ namespace {
 void readBytes()
 {
     //! [bytes]
-    auto const data
-        = KXAbstractData::abstractDataWithPath("song.m4a"); // Null if it cannot be opened.
+    auto const data = KXAbstractData::abstractDataWithPath("song.m4a"); // May be null.
     std::uint32_t size = 0;
     std::optional<std::string> type;
     if (data && data->readUInt32To(size, KXSwap::yes)
@@ -21,7 +20,8 @@ void readBytes()
     //! [failure]
     data->setOffset(data->length() - 2);
     if (!data->readUInt32To(size, KXSwap::yes))
-        std::cout << "size is " << size << ", " << data->remainingLength() << " bytes are left\n";
+        std::cout << "size is " << size << ", " << data->remainingLength()
+                  << " bytes are left\n";
     //! [failure]
 }
 
