@@ -7,7 +7,7 @@
 /// Runs work later, somewhere else: on a thread of its own or in a host's event loop.
 class KX_EXPORT KXQueue {
 public:
-    /// Called once, with nothing, on a thread of the queue's choice.
+    /// A piece of work, called once.
     using Work = std::function<void()>;
 
     virtual ~KXQueue();

@@ -30,8 +30,8 @@ enum KXMDMetaType : std::int32_t {
 
 /// Keys of the descriptive tags.
 inline constexpr std::string_view KXMDMetadataKeyName = "Name"; ///< Title of the track or video.
-inline constexpr std::string_view KXMDMetadataKeyArtist = "Artist"; ///< Of the track.
-inline constexpr std::string_view KXMDMetadataKeyAlbum = "Album"; ///< Its title.
+inline constexpr std::string_view KXMDMetadataKeyArtist = "Artist"; ///< Who performs it.
+inline constexpr std::string_view KXMDMetadataKeyAlbum = "Album"; ///< Title of the album.
 /// Whom the whole album is by, where its tracks have several artists.
 inline constexpr std::string_view KXMDMetadataKeyAlbumArtist = "Album Artist";
 

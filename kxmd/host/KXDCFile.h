@@ -58,7 +58,7 @@ public:
 /// several threads at once; the other fields are set before it is shared.
 class KX_EXPORT KXDCSimpleFile final : public KXDCFile {
 public:
-    /// `initWithSourcePath:` A file of no kind, neither protected nor a folder, named by its path.
+    /// `initWithSourcePath:` A file of kind 0, neither protected nor a folder, named by its path.
     explicit KXDCSimpleFile(std::string sourcePath);
 
     [[nodiscard]] std::string sourcePath() const override { return _sourcePath; }
