@@ -17,7 +17,7 @@ if TYPE_CHECKING:
 class PictureFormat(enum.Enum):
     """How a picture is encoded."""
 
-    PNG = lib.KXMD_PICTURE_PNG
+    PNG = lib.KXMD_PICTURE_PNG  #: With transparency, and nothing lost.
     JPEG = lib.KXMD_PICTURE_JPEG  #: Over white where the picture is transparent.
 
 

@@ -21,46 +21,46 @@ Cover = Union[Encoded, Image, Path]
 class Type(enum.IntEnum):
     """What kind of media a file is."""
 
-    UNKNOWN = lib.KXMD_TYPE_UNKNOWN
+    UNKNOWN = lib.KXMD_TYPE_UNKNOWN  #: None of these.
     MP3 = lib.KXMD_TYPE_MP3  #: Begins with an ID3v2 tag.
     MP4 = lib.KXMD_TYPE_MP4  #: MP4 or QuickTime.
-    JPEG = lib.KXMD_TYPE_JPEG
+    JPEG = lib.KXMD_TYPE_JPEG  #: Has no tags.
 
 
 class StreamKind(enum.IntEnum):
     """What a stream of a media file holds."""
 
-    OTHER = lib.KXMD_STREAM_OTHER
-    VIDEO = lib.KXMD_STREAM_VIDEO
-    AUDIO = lib.KXMD_STREAM_AUDIO
-    SUBTITLE = lib.KXMD_STREAM_SUBTITLE
+    OTHER = lib.KXMD_STREAM_OTHER  #: Such as chapters or measurements.
+    VIDEO = lib.KXMD_STREAM_VIDEO  #: Moving pictures.
+    AUDIO = lib.KXMD_STREAM_AUDIO  #: Sound.
+    SUBTITLE = lib.KXMD_STREAM_SUBTITLE  #: Text or pictures shown over a video.
 
 
 class Codec(enum.IntEnum):
     """Codecs of MP4 files."""
 
-    NONE = lib.KXMD_CODEC_NONE
-    MP3 = lib.KXMD_CODEC_MP3
-    AMR = lib.KXMD_CODEC_AMR
-    AMR_WB = lib.KXMD_CODEC_AMR_WB
-    ALAC = lib.KXMD_CODEC_ALAC
-    AAC = lib.KXMD_CODEC_AAC
+    NONE = lib.KXMD_CODEC_NONE  #: None that is told here.
+    MP3 = lib.KXMD_CODEC_MP3  #: ISO/IEC 11172-3 and 13818-3, layer III.
+    AMR = lib.KXMD_CODEC_AMR  #: 3GPP TS 26.071.
+    AMR_WB = lib.KXMD_CODEC_AMR_WB  #: 3GPP TS 26.171.
+    ALAC = lib.KXMD_CODEC_ALAC  #: Lossless.
+    AAC = lib.KXMD_CODEC_AAC  #: ISO/IEC 14496-3.
     MP4_VISUAL = lib.KXMD_CODEC_MP4_VISUAL  #: ISO/IEC 14496-2.
     AVC = lib.KXMD_CODEC_AVC  #: ISO/IEC 14496-10, also known as H.264.
-    H263 = lib.KXMD_CODEC_H263
+    H263 = lib.KXMD_CODEC_H263  #: ITU-T H.263.
 
 
 @dataclasses.dataclass(frozen=True)
 class CodecInfo:
     """One audio or video stream, by the file's own headers."""
 
-    kind: StreamKind
+    kind: StreamKind  #: Video or audio.
     codec: Codec | int  #: A bare number for one that is not known.
     profile: int | None  #: The codec's own number.
     level: int  #: Likewise; 30 is level 3.0 of AVC.
     bit_rate: float  #: The highest that the stream declares, in bits per second, or 0.
     width: float  #: Of the picture, in pixels; 0 for audio.
-    height: float
+    height: float  #: Likewise.
     channels: int  #: Of sound; 0 for video.
     description: str  #: Codec, profile and level in one line of English.
 
@@ -133,14 +133,17 @@ class Media:
 
     @property
     def artist(self) -> str | None:
+        """Who performs the track."""
         return self._tag(lib.KXMD_TAG_ARTIST)
 
     @property
     def album(self) -> str | None:
+        """Title of the album."""
         return self._tag(lib.KXMD_TAG_ALBUM)
 
     @property
     def album_artist(self) -> str | None:
+        """Whom the whole album is by."""
         return self._tag(lib.KXMD_TAG_ALBUM_ARTIST)
 
     @property

@@ -17,16 +17,16 @@ from ._media import StreamKind
 class Stream:
     """A stream of a media file. What does not apply, or is not known, is 0 or empty."""
 
-    kind: StreamKind
+    kind: StreamKind  #: By which the fields below apply or do not.
     codec: str  #: A short name in lower case, such as "flac" or "h264".
     profile: str  #: As the codec's standard names it, such as "LC" or "High".
     language: str  #: ISO 639-2, such as "eng".
     bit_rate: int  #: In bits per second.
     sample_rate: int  #: In Hz.
-    channels: int
+    channels: int  #: Of sound.
     bits: int  #: Of a sample, or of a component of a pixel.
     width: int  #: In pixels, as they are stored.
-    height: int
+    height: int  #: Likewise.
     frame_rate: float  #: Frames a second.
     rotation: int  #: Degrees clockwise by which frames are turned to be shown.
 
@@ -38,7 +38,7 @@ class Picture:
     kind: str  #: "front", "back", "artist" and the like, or "other".
     type: str  #: Its media type, such as "image/jpeg"; empty when it is not known.
     width: int  #: In pixels; 0 when its headers are damaged.
-    height: int
+    height: int  #: Likewise.
     bytes: int  #: Its size.
 
 
@@ -50,7 +50,7 @@ class Probe:
     duration: float  #: In seconds; 0 when it is not known.
     streams: tuple[Stream, ...]  #: Without embedded pictures.
     tags: Mapping[str, str]  #: By names in lower case.
-    pictures: tuple[Picture, ...]
+    pictures: tuple[Picture, ...]  #: Those that are embedded.
 
 
 def _stream_of(stream: Any) -> Stream:

@@ -3,6 +3,7 @@
 import html
 import re
 
+from . import python
 from .headers import ROOT
 from .pages import PAGES, header_page
 
@@ -101,6 +102,21 @@ def finish_page(path):
     text = text.replace("<!-- TURN: scripts/site puts the pages before and after here. -->", turn(path.name))
     for pattern, replacement in CHANGES:
         text = pattern.sub(replacement, text)
+    if path.name == python.PAGE:
+        text = re.sub(rf"<p\s*>\s*{python.PLACE}\s*</p>", lambda _: python.reference()[0], text)
     if path.name == header_page("kxmd_c.h"):
         text = in_order_of_header(text)
     path.write_text(text)
+
+
+def link_to_guide(folder):
+    """Tells on the page of a class which pages of the guide speak of it."""
+    speak = {}
+    for file, title in (page for part, pages in chapters() if part != "Reference" for page in pages):
+        for target in set(re.findall(r'href="((?:class|struct)KX\w+\.html)', (folder / file).read_text())):
+            speak.setdefault(target, []).append(f'<a href="{file}">{html.escape(title)}</a>')
+    for target, links in speak.items():
+        path = folder / target
+        before, table, after = path.read_text().partition('<table class="memberdecls">')
+        if table:  # Others say nothing but what they are.
+            path.write_text(f"{before}<p>In the guide: {', '.join(links)}.</p>\n{table}{after}")

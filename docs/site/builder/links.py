@@ -5,6 +5,8 @@ import json
 import urllib.parse
 import xml.etree.ElementTree
 
+from . import python
+
 
 class Links(html.parser.HTMLParser):
     def __init__(self, text):
@@ -20,25 +22,27 @@ class Links(html.parser.HTMLParser):
                 self.anchors.add(value)
 
 
-def broken_links(folder):
+def broken_links(folder, places):
+    """What leads nowhere, of the links of all pages and of the places that the search finds."""
     pages = {path: Links(path.read_text()) for path in sorted(folder.rglob("*.html"))}
-    for path, links in pages.items():
-        for target in links.targets:
-            parts = urllib.parse.urlsplit(target)
-            if parts.scheme or parts.netloc:
-                yield f"{path.name}: {target} leaves the site"
-                continue
-            leads_to = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
-            if not leads_to.is_file():
-                yield f"{path.name}: {target} is not there"
-                continue
-            place = urllib.parse.unquote(parts.fragment)
-            if place and leads_to in pages and place not in pages[leads_to].anchors:
-                yield f"{path.name}: {target} has no such place"
+    targets = [(path, target) for path, links in pages.items() for target in links.targets]
+    targets += [(folder / "places.js", address) for _, _, address in places]
+    for path, target in targets:
+        parts = urllib.parse.urlsplit(target)
+        if parts.scheme or parts.netloc:
+            yield f"{path.name}: {target} leaves the site"
+            continue
+        leads_to = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
+        if not leads_to.is_file():
+            yield f"{path.name}: {target} is not there"
+            continue
+        place = urllib.parse.unquote(parts.fragment)
+        if place and leads_to in pages and place not in pages[leads_to].anchors:
+            yield f"{path.name}: {target} has no such place"
 
 
 def write_places(tags, folder):
-    """What the search finds: its name, where it belongs, its address."""
+    """Writes what the search finds, and returns it: its name, where it belongs, its address."""
     places = []
     for compound in xml.etree.ElementTree.parse(tags).iter("compound"):
         kind, name = compound.get("kind"), compound.findtext("name")
@@ -55,7 +59,10 @@ def write_places(tags, folder):
         for section in compound.findall("docanchor") if is_page else ():
             if not section.text.startswith("md_"):
                 places.append((section.get("title") or section.text, title, f"{section.get('file')}#{section.text}"))
-    (folder / "places.js").write_text(f"const places = {json.dumps(sorted(set(places)), ensure_ascii=False)};\n")
+    places += python.reference()[1]
+    places = sorted(set(places))
+    (folder / "places.js").write_text(f"const places = {json.dumps(places, ensure_ascii=False)};\n")
+    return places
 
 
 def remove_unused(folder):

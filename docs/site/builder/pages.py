@@ -22,7 +22,8 @@ FOLDERS = {  # In the order in which one needs them.
 }
 
 CLASS = re.compile(
-    r"^(?:template <.*>\s*)?(?:class|struct|enum|enum class) (?:KX_EXPORT )?(KX\w+)(?: final)?\s*(?:[:{]|$)", re.MULTILINE)
+    r"^(?:template <.*>\s*)?(?:class|struct|enum|enum class) (?:KX_EXPORT )?(KX\w+)(?: final)?\s*(?:[:{]|$)",
+    re.MULTILINE)
 
 
 def summary_of(text, at):
@@ -36,8 +37,8 @@ def summary_of(text, at):
 def reference(headers):
     """A page that lists what there is, folder by folder."""
     lines = ["# Classes {#reference}", "",
-             "All of it is in `<kxmd/kxmd.h>`, and [the version](version_8h.html) as well. The interface for C has [a "
-             "page of its own](kxmd__c_8h.html).", ""]
+             "All of it is in `<kxmd/kxmd.h>`, and [the version](version_8h.html) as well. The interface for C has "
+             "[a page of its own](kxmd__c_8h.html).", ""]
     for folder, title in FOLDERS.items():
         lines += [f"## {title}", ""]
         for name, text in headers.items():
