@@ -73,7 +73,8 @@ def heading(found):
 def transcript(found):
     """What is typed stands out from what is printed."""
     text = re.sub(r"^(\$ .*)$", r"<b>\1</b>", found[1], flags=re.MULTILINE)
-    return f'<pre class="fragment">{text.rstrip()}</pre>'
+    kind = "fragment transcript" if text != found[1] else "fragment"
+    return f'<pre class="{kind}">{text.rstrip()}</pre>'
 
 
 CHANGES = [(re.compile(pattern, re.DOTALL), replacement) for pattern, replacement in (

@@ -33,8 +33,8 @@ int main()
     platform->thumbnailService = std::make_shared<GreyThumbnails>();
     auto const controller = KXMDThumbnailController::createWithPlatform(platform);
     auto const picture = controller->thumbnailForPath("song.mp3", { 64, 64 });
-    //! [platform]
     std::cout << "grey: " << static_cast<int>(picture->pixels()[0]) << '\n';
+    //! [platform]
 
     //! [report]
     auto const report = KXMachineReport::reportOfThisMachine();

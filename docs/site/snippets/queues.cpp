@@ -7,7 +7,6 @@
 #include <iostream>
 #include <mutex>
 
-//! [queue]
 // Stands for the event loop of a toolkit; `post` is what it offers other threads.
 class Loop {
 public:
@@ -33,6 +32,7 @@ private:
     std::deque<std::function<void()>> _work;
 };
 
+//! [queue]
 class LoopQueue final : public KXQueue {
 public:
     explicit LoopQueue(Loop& loop)

@@ -33,10 +33,10 @@ int main(void)
     kxmd_error_free(error);
     kxmd_bytes_free(cover);
     kxmd_file_free(file);
-    //! [edit]
 
     file = kxmd_file_open("with-cover.mp3", NULL);
     printf("%s\n", kxmd_file_has_valid_cover(file) ? "it has a cover now" : "it has no cover");
     kxmd_file_free(file);
+    //! [edit]
     return 0;
 }
