@@ -78,7 +78,9 @@ def transcript(found):
 
 
 CHANGES = [(re.compile(pattern, re.DOTALL), replacement) for pattern, replacement in (
-    (r'<div class="title">(.*?)</div>', r'<h1 class="title">\1</h1>'),
+    # One heading of the first rank, for readers that go by them.
+    (r"<h1>(.*?)</h1>", r"<h2>\1</h2>"),
+    (r'<div class="title">(.*?)\s*</div>', r'<h1 class="title">\1</h1>'),
     (r'(<h1 class="title">[^<]*?) (Class|Struct|File)(?: Template)? Reference', heading),
     (r'<div class="fragment">.*?</div><!-- fragment -->', lambda found: without_indent(found[0])),
     (r'<pre class="fragment">(.*?)</pre>', transcript),
