@@ -93,17 +93,19 @@ _handler = ffi.addressof(lib, "kxmd_python_call_thumbnail")
 class Thumbnails:
     """Makes pictures of files: of pictures, movies, music with a cover, documents.
 
-    Squares are kept in memory, up to `cache_bytes` bytes of pixels and until memory runs short.
+    Squares are kept in memory, up to `cache_bytes` bytes of pixels and until memory runs short; none for 0.
     """
 
     def __init__(self, cache_bytes: int = 64 << 20) -> None:
+        if cache_bytes < 0:
+            raise ValueError("cache_bytes is negative")
         self._cache_bytes = cache_bytes
         self._thumbnails: Any = None
         self._open()
 
     def _open(self) -> None:
         outcome = Outcome()
-        made = lib.kxmd_thumbnails_new(self._cache_bytes, ffi.NULL, ffi.NULL, outcome.address)
+        made = lib.kxmd_thumbnails_new(max(self._cache_bytes, 1), ffi.NULL, ffi.NULL, outcome.address)
         self._thumbnails = ffi.gc(outcome.check(made), lib.kxmd_thumbnails_free)
         _instances.add(self)
 

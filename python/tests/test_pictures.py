@@ -1,6 +1,7 @@
 import asyncio
 import gc
 import io
+import os
 import subprocess
 import sys
 import threading
@@ -68,6 +69,21 @@ def test_square_and_fitting_thumbnails(make):
     assert kxmd.thumbnail(path, (50, 50), fit=True).size == (50, 25)
     with kxmd.Thumbnails(cache_bytes=1 << 20) as thumbnails:
         assert thumbnails.make(path, (60, 40)).size == (60, 40)
+
+
+def test_squares_are_kept_up_to_a_number_of_bytes(make):
+    for cache_bytes, is_kept in ((1 << 20, True), (50 * 50 * 4 - 1, False), (0, False)):
+        with kxmd.Thumbnails(cache_bytes) as thumbnails:
+            path = make("a.png", picture(60, 60))
+            thumbnails.make(path, (50, 50))
+            os.remove(path)
+            if is_kept:
+                assert thumbnails.make(path, (50, 50)).size == (50, 50)
+            else:
+                with pytest.raises(FileNotFoundError):
+                    thumbnails.make(path, (50, 50))
+    with pytest.raises(ValueError):
+        kxmd.Thumbnails(-1)
 
 
 def test_thumbnail_of_what_cannot_be_shown(make):
