@@ -1,0 +1,34 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+
+/// Times one of a browser's own handlers: from its construction to its end. For the main thread.
+///
+/// A window that draws sixty times a second stutters when its main loop is kept for 16 ms. What a
+/// toolkit takes for layout and drawing comes on top, so a host's own handlers must be far below.
+class HandlerTime {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    HandlerTime() { ++depth; }
+    ~HandlerTime()
+    {
+        if (--depth == 0) // The outermost handler holds the others.
+            longest = std::max(longest, Clock::now() - _start);
+    }
+    HandlerTime(HandlerTime const&) = delete;
+    HandlerTime& operator=(HandlerTime const&) = delete;
+
+    static double longestMilliseconds() { return millisecondsOf(longest); }
+    static double millisecondsOf(Clock::duration duration)
+    {
+        return std::chrono::duration<double, std::milli>(duration).count();
+    }
+
+private:
+    static inline Clock::duration longest { 0 };
+    static inline int depth { 0 };
+
+    Clock::time_point const _start { Clock::now() };
+};
