@@ -9,7 +9,7 @@ import xml.etree.ElementTree
 
 import pictures
 from pictures import RED, Picture
-from support import COMMAND, CommandTestCase, atom, mp4, run, user_data
+from support import COMMAND, CommandTestCase, atom, mp4, preloading, run, user_data
 
 DATA = os.path.realpath(os.path.join(os.path.dirname(__file__), "../../data"))
 TYPES = "/usr/share/mime/types"
@@ -50,6 +50,32 @@ class DesktopTests(CommandTestCase):
             self.assertEqual((finished.returncode, finished.stderr), (0, b""), name)
             with open(output, "rb") as file:
                 self.assertEqual(Picture(file.read()).size, (128, 85), name)
+
+    def test_file_that_a_desktop_holds_open_is_filled(self):
+        source = self.write("a.png", pictures.solid(30, 20, RED))
+        with open(self.write("output", b""), "rb") as output:
+            self.assertEqual(self.thumbnail(source, output.name).returncode, 0)
+            self.assertEqual(Picture(output.read()).size, (30, 20))
+
+    def test_file_with_a_content_is_replaced(self):
+        source = self.write("a.png", pictures.solid(30, 20, RED))
+        with open(self.write("output", b"old"), "rb") as output:
+            self.assertEqual(self.thumbnail(source, output.name).returncode, 0)
+            self.assertEqual(output.read(), b"old")
+        with open(self.path("output"), "rb") as output:
+            self.assertEqual(Picture(output.read()).size, (30, 20))
+
+    def test_file_with_other_names_is_replaced(self):
+        source = self.write("a.png", pictures.solid(30, 20, RED))
+        os.link(self.write("other", b""), self.path("output"))
+        self.assertEqual(self.thumbnail(source, self.path("output")).returncode, 0)
+        self.assertEqual((os.path.getsize(self.path("other")), os.path.getsize(self.path("output")) > 0), (0, True))
+
+    def test_file_that_cannot_be_filled_stays_empty(self):
+        source, output = self.write("a.png", pictures.solid(30, 20, RED)), self.write("output", b"")
+        result = run("thumbnail", "--png", "-s", "30x20", "-o", output, source, env=preloading("KXMD_FULL_AT_CLOSE"))
+        self.assert_failure(result, output, "No space left on device")
+        self.assertEqual(os.path.getsize(output), 0)
 
     def test_thumbnail_of_nothing_fails(self):
         output = self.path("out")

@@ -3,7 +3,9 @@
 #include "Session.h"
 #include "shared/AtomicFile.h"
 #include "shared/EditedCopy.h"
+#include "shared/FileSystemLimits.h"
 #include "shared/PathWithoutLinks.h"
+#include "shared/RangeCopy.h"
 #include "shared/SourceFile.h"
 
 #include <kxmd/base/KXAbstractData.h>
@@ -12,10 +14,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <optional>
 #include <sys/stat.h>
 #include <system_error>
+#include <tuple>
+#include <unistd.h>
 
 namespace {
 
@@ -106,4 +111,26 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
                 && file.commit();
         },
         session);
+}
+
+bool fillEmptyFile(std::string const& path, std::span<std::uint8_t const> bytes)
+{
+    auto const isEmptyFile = [](struct stat const& status) {
+        return S_ISREG(status.st_mode) && status.st_size == 0 && status.st_nlink == 1;
+    };
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0 || !isEmptyFile(status))
+        return false;
+    int const descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (descriptor < 0)
+        return false;
+    // It may have become another file since.
+    bool const isEmpty = ::fstat(descriptor, &status) == 0 && isEmptyFile(status);
+    bool const isWritten = isEmpty && writeAll(descriptor, bytes)
+        && (::fdatasync(descriptor) == 0 || isUnknownToFileSystem(errno));
+    if (::close(descriptor) == 0 && isWritten)
+        return true;
+    if (isEmpty)
+        std::ignore = ::truncate(path.c_str(), 0); // Where even that fails, nothing would help.
+    return false;
 }

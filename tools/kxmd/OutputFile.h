@@ -34,3 +34,8 @@ bool writeOutputFile(std::string const& path, std::vector<std::string> const& in
 /// Whether a result can be written there at all, asked before the work; reports why not.
 bool canWriteOutputFile(
     std::string const& path, std::vector<std::string> const& inputs, Session& session);
+
+/// Writes `bytes` into the empty file that is at `path`: whoever made it may hold it open and read
+/// it there, and would never see a file that takes its place. False when there is none, or one that
+/// has other names, or when writing fails; the file is empty then.
+[[nodiscard]] bool fillEmptyFile(std::string const& path, std::span<std::uint8_t const> bytes);

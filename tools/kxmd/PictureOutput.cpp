@@ -86,5 +86,8 @@ bool writePicture(KXImage::Ref const& image, std::string const& path,
         session.reportError(path, "the picture cannot be encoded");
         return false;
     }
+    // Desktops make the file beforehand, and some read what they hold open.
+    if (format == PictureFormat::png && fillEmptyFile(path, encoded.bytes()))
+        return true;
     return writeOutputFile(path, inputs, encoded.bytes(), session);
 }
