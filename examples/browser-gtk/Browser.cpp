@@ -176,6 +176,7 @@ GtkWidget* Browser::newPane()
     _selectedName = GTK_LABEL(gtk_label_new("Select a file."));
     _details = GTK_LABEL(gtk_label_new(nullptr));
     GtkWidget* const pane = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
+    gtk_widget_set_size_request(pane, coverSide, -1);
     gtk_box_append(GTK_BOX(pane), GTK_WIDGET(_cover));
     gtk_widget_add_css_class(GTK_WIDGET(_selectedName), "heading");
     for (GtkLabel* const label : { _selectedName, _details }) {

@@ -10,7 +10,6 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <filesystem>
-#include <ranges>
 
 namespace {
 
@@ -132,10 +131,15 @@ VisibleFiles Browser::visibleFiles() const
 {
     VisibleFiles visible;
     auto const placeOf = [this](int row) { return _list->visualRect(_model->index(row)); };
-    auto const rows = std::views::iota(0, _model->rowCount());
-    auto const first
-        = std::ranges::partition_point(rows, [&](int row) { return placeOf(row).bottom() < 0; });
-    for (int row : std::ranges::subrange(first, rows.end())) {
+    int first = 0;
+    for (int end = _model->rowCount(); first < end;) { // Halves what the first may be of.
+        int const middle = first + (end - first) / 2;
+        if (placeOf(middle).bottom() < 0)
+            first = middle + 1;
+        else
+            end = middle;
+    }
+    for (int row = first; row < _model->rowCount(); ++row) {
         if (placeOf(row).top() >= _list->viewport()->height())
             break;
         ++visible.files;

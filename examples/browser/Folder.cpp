@@ -58,7 +58,7 @@ KXImage::Ref pictureOfFolder(
     }
     if (shown.empty())
         return nullptr;
-    auto const composite = controller.compositeThumbnailForFiles(shown, size);
+    auto composite = controller.compositeThumbnailForFiles(shown, size);
     auto const marked = KXImage::imageWithSize(size);
     if (!composite || !marked)
         return composite;
@@ -69,8 +69,8 @@ KXImage::Ref pictureOfFolder(
     KXDCSimpleFile folder(path);
     folder.setIsFolder(true);
     if (auto const icon = controller.iconForFile(folder, size)) {
-        marked->drawImageFromRectInRect(*icon, { 0, 0, size },
-            { size.width - corner.width, size.height - corner.height, corner });
+        marked->drawImageFromRectInRect(
+            *icon, { 0, 0, size }, { size.width - corner.width, 0, corner });
     }
     return marked;
 }
