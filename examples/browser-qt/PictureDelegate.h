@@ -7,7 +7,7 @@
 class PictureDelegate final : public QStyledItemDelegate {
 public:
     static constexpr int pictureSide = 128;
-    static constexpr QSize cellSize { 152, 176 };
+    static constexpr QSize cellSize { 152, 164 };
 
     using QStyledItemDelegate::QStyledItemDelegate;
 
