@@ -127,10 +127,10 @@ bool fillEmptyFile(std::string const& path, std::span<std::uint8_t const> bytes)
     // It may have become another file since.
     bool const isEmpty = ::fstat(descriptor, &status) == 0 && isEmptyFile(status);
     bool const isWritten = isEmpty && writeAll(descriptor, bytes)
-        && (::fdatasync(descriptor) == 0 || isUnknownToFileSystem(errno));
-    if (::close(descriptor) == 0 && isWritten)
-        return true;
-    if (isEmpty)
-        std::ignore = ::truncate(path.c_str(), 0); // Where even that fails, nothing would help.
-    return false;
+        && (::fdatasync(descriptor) == 0 || isUnknownToFileSystem(errno))
+        && ::close(::dup(descriptor)) == 0; // Some file systems only tell now that they are full.
+    if (isEmpty && !isWritten)
+        std::ignore = ::ftruncate(descriptor, 0); // Where even that fails, nothing would help.
+    ::close(descriptor);
+    return isWritten;
 }
