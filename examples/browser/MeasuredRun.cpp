@@ -32,6 +32,8 @@ bool MeasuredRun::nextFrame(MeasuredWindow& window)
 
 void MeasuredRun::addTurn(HandlerTime::Clock::duration turn)
 {
+    if (_isOver)
+        return;
     _longestTurn = std::max(_longestTurn, turn);
     if (_scrolledFrames > 0 && _scrolledFrames < scrollFrames)
         _longestScrollingTurn = std::max(_longestScrollingTurn, turn);
@@ -78,6 +80,7 @@ bool MeasuredRun::finish(MeasuredWindow& window)
     if (!becomesQuiet(!_hasSelected || !_details.empty()))
         return false;
     _counts = window.loader().counts();
+    _isOver = true; // Drawing into a file is none of what a window does.
     window.drawInto(_screenshot);
     window.close();
     return true;

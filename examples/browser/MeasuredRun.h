@@ -73,6 +73,7 @@ private:
     std::size_t _mostVisible { 0 };
     PictureLoader::Counts _counts;
     bool _hasSelected { false };
+    bool _isOver { false };
     std::string _details;
     HandlerTime::Clock::duration _longestTurn { 0 };
     HandlerTime::Clock::duration _longestScrollingTurn { 0 };
