@@ -132,7 +132,7 @@ void Browser::watchFrames()
 
 Browser::~Browser()
 {
-    if (_frameClock) // It ends its frame even when the window is gone.
+    if (_frameClock) // It may live longer than the window.
         g_signal_handlers_disconnect_by_data(_frameClock.get(), this);
     if (_addingSource)
         g_source_remove(_addingSource);
