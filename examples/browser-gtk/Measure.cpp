@@ -1,5 +1,7 @@
 #include "Measure.h"
 
+#include <optional>
+
 namespace {
 
 using Clock = HandlerTime::Clock;
@@ -48,14 +50,22 @@ public:
 
     bool selectFirstFile() override
     {
-        for (guint i = 0; i < fileCount(); ++i) {
-            GRef<FileItem> const item(static_cast<FileItem*>(g_list_model_get_item(files(), i)));
-            if (!item->file->isFolder()) {
-                gtk_single_selection_set_selected(_browser->selection(), i);
-                return true;
-            }
-        }
-        return false;
+        auto const at = first(false);
+        if (at)
+            gtk_single_selection_set_selected(_browser->selection(), *at);
+        return at.has_value();
+    }
+
+    bool openFirstFolder() override
+    {
+        auto const at = first(true);
+        GtkWidget* const grid = gtk_scrolled_window_get_child(_browser->scroller());
+        return at && gtk_widget_activate_action(grid, "list.activate-item", "u", *at);
+    }
+
+    void openParent() override
+    {
+        g_action_group_activate_action(G_ACTION_GROUP(_browser->window()), "up", nullptr);
     }
 
     void drawInto(std::string const& path) override
@@ -75,6 +85,17 @@ public:
 
 private:
     GListModel* files() const { return G_LIST_MODEL(_browser->selection()); }
+
+    /// Where the first folder is, or the first other file.
+    std::optional<guint> first(bool isFolder) const
+    {
+        for (guint i = 0; i < fileCount(); ++i) {
+            GRef<FileItem> const item(static_cast<FileItem*>(g_list_model_get_item(files(), i)));
+            if (item->file->isFolder() == isFolder)
+                return i;
+        }
+        return std::nullopt;
+    }
 
     std::shared_ptr<Browser> _browser;
 };

@@ -36,16 +36,39 @@ public:
 
     bool selectFirstFile() override
     {
-        for (int row = 0; row < _browser.model().rowCount(); ++row) {
-            if (!_browser.model().fileAt(row)->isFolder()) {
-                _browser.list().setCurrentIndex(_browser.model().index(row));
-                return true;
-            }
+        QModelIndex const index = first(false);
+        _browser.list().setCurrentIndex(index);
+        return index.isValid();
+    }
+
+    bool openFirstFolder() override
+    {
+        QModelIndex const index = first(true);
+        if (index.isValid())
+            emit _browser.list().activated(index);
+        return index.isValid();
+    }
+
+    void openParent() override
+    {
+        for (QAction* const action : _browser.findChildren<QAction*>()) {
+            if (action->text() == "Up")
+                action->trigger();
         }
-        return false;
     }
 
 private:
+    /// The first folder, or the first other file; invalid when there is none.
+    QModelIndex first(bool isFolder) const
+    {
+        FileModel const& model = _browser.model();
+        for (int row = 0; row < model.rowCount(); ++row) {
+            if (model.fileAt(row)->isFolder() == isFolder)
+                return model.index(row);
+        }
+        return {};
+    }
+
     Browser& _browser;
 };
 

@@ -19,7 +19,8 @@ MeasuredRun::MeasuredRun(Kind kind, std::string screenshot)
     }
     _steps = { &MeasuredRun::waitForPictures, &MeasuredRun::scrollDown,
         &MeasuredRun::waitForPictures, &MeasuredRun::lookAtBottom, &MeasuredRun::waitForPictures,
-        &MeasuredRun::lookAtTop, &MeasuredRun::finish };
+        &MeasuredRun::openFolder, &MeasuredRun::waitForPictures, &MeasuredRun::comeBack,
+        &MeasuredRun::waitForPictures, &MeasuredRun::lookAtTop, &MeasuredRun::finish };
 }
 
 bool MeasuredRun::nextFrame(MeasuredWindow& window)
@@ -66,6 +67,21 @@ bool MeasuredRun::lookAtBottom(MeasuredWindow& window)
     return true;
 }
 
+bool MeasuredRun::openFolder(MeasuredWindow& window)
+{
+    _hasOpened = window.openFirstFolder();
+    return true;
+}
+
+bool MeasuredRun::comeBack(MeasuredWindow& window)
+{
+    if (_hasOpened) {
+        _below = window.visibleFiles();
+        window.openParent();
+    }
+    return true;
+}
+
 bool MeasuredRun::lookAtTop(MeasuredWindow& window)
 {
     _files = window.fileCount();
@@ -103,6 +119,7 @@ void MeasuredRun::print() const
     std::cout << "folder: " << _files << " files\n";
     printVisible("top", _top);
     printVisible("bottom", _bottom);
+    printVisible("below", _below);
     auto const milliseconds = HandlerTime::millisecondsOf;
     std::cout << "visible at once: " << _mostVisible << '\n'
               << "wanted at once: " << _counts.mostWanted << '\n'

@@ -21,6 +21,10 @@ public:
     virtual void scrollTo(double place) = 0;
     /// Selects the first file that is no folder. False when there is none.
     virtual bool selectFirstFile() = 0;
+    /// Activates the first folder, as a double click does. False when there is none.
+    virtual bool openFirstFolder() = 0;
+    /// Goes back up, as the button does.
+    virtual void openParent() = 0;
     /// What is told of the selected file; empty until it has come.
     virtual std::string detailsText() const = 0;
     virtual void drawInto(std::string const& path) = 0;
@@ -57,6 +61,8 @@ private:
     bool waitForPictures(MeasuredWindow& window);
     bool scrollDown(MeasuredWindow& window);
     bool lookAtBottom(MeasuredWindow& window);
+    bool openFolder(MeasuredWindow& window);
+    bool comeBack(MeasuredWindow& window);
     bool lookAtTop(MeasuredWindow& window);
     bool finish(MeasuredWindow& window);
     bool closeWhileLoading(MeasuredWindow& window);
@@ -69,9 +75,11 @@ private:
     std::string const _screenshot;
     std::size_t _files { 0 };
     VisibleFiles _top;
+    VisibleFiles _below;
     VisibleFiles _bottom;
     std::size_t _mostVisible { 0 };
     PictureLoader::Counts _counts;
+    bool _hasOpened { false };
     bool _hasSelected { false };
     bool _isOver { false };
     std::string _details;
