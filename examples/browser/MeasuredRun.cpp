@@ -125,7 +125,8 @@ void MeasuredRun::print() const
               << "wanted at once: " << _counts.mostWanted << '\n'
               << "in flight at once: " << _counts.mostInFlight << '\n'
               << "asked: " << _counts.asked << '\n'
-              << "longest handler: " << HandlerTime::longestMilliseconds() << " ms\n"
+              << "longest handler: " << HandlerTime::longestMilliseconds() << " ms, "
+              << HandlerTime::longestWorkMilliseconds() << " ms of the processor\n"
               << "longest turn: " << milliseconds(_longestTurn) << " ms\n"
               << "longest turn while scrolling: " << milliseconds(_longestScrollingTurn) << " ms\n"
               << "details: " << _details << '\n';
