@@ -31,7 +31,7 @@ bool makeUntested(KXMutableData::Ref const& data)
 {
     auto const reader = KXMutableAbstractData::abstractDataWithData(data);
     if (isBareMP3(*reader))
-        return data->insertBytesAt(tagForMP3Cover().bytes(), 0);
+        return data->insertBytesAt(tagForMP3Cover(*reader).bytes(), 0);
     return isMP4Music(*reader) && makePlaceForMP4Cover(data);
 }
 

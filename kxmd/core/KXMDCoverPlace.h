@@ -10,11 +10,12 @@
 /// Makes the place for a cover in music that has none, so that `addEncodedAlbumCover:toData:` of
 /// `KXMDFileMeta` then works.
 ///
-/// In an MP3 file without an ID3v2 tag that is a tag of version 2.3 at its beginning, with one
-/// frame that names the kind of audio. Tags at the end stay where they are. In an MP4 file of music
-/// it is a tag list of iTunes in the movie's user data, with one tag that says what its absence
-/// says as well: that the song is not a part of gapless music. What there is of the way to that
-/// list is kept.
+/// In an MP3 file without an ID3v2 tag that is a tag of version 2.3 at its beginning, with a frame
+/// that names the kind of audio, and with what an ID3v1 tag at the end says: that one stays where
+/// it is, but readers overlook it then. None is made beside an APE tag. In an MP4 file of music it
+/// is a tag list of iTunes in the movie's user data, with one tag that says what its absence says
+/// as well: that the song is not a part of gapless music. What there is of the way to that list is
+/// kept.
 class KX_EXPORT KXMDCoverPlace {
 public:
     KXMDCoverPlace() = delete;

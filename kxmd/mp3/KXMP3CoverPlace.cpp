@@ -2,10 +2,15 @@
 
 #include "kxmd/base/KXByteBuilderPrivate.h"
 
+#include <algorithm>
+#include <array>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace {
+
+constexpr std::uint64_t oldTagSize = 128; // An ID3v1 tag.
 
 /// The header of a frame of layer III: ISO/IEC 11172-3, 2.4.2.3, and for the lower sample rates
 /// ISO/IEC 13818-3, 2.4.2.3. Half of those again have a version number that no standard names.
@@ -71,11 +76,81 @@ bool isEndOfAudio(std::uint64_t position, KXAbstractData& data)
     return false;
 }
 
+/// Whether an APE tag is at the end, or before the ID3v1 tag there. Some readers look for no other
+/// tags where there is an ID3v2 tag, and what it says has no room in that.
+bool hasAPETag(KXAbstractData& data)
+{
+    constexpr std::string_view preamble = "APETAGEX"; // APEv2, tag header and footer.
+    constexpr std::uint64_t footerSize = 32;
+    for (std::uint64_t const behind : { footerSize, footerSize + oldTagSize }) {
+        std::optional<std::string> text;
+        data.setOffset(data.length() - std::min(data.length(), behind));
+        if (data.readStringTo(text, preamble.size(), KXStringEncodingLatin1) && *text == preamble)
+            return true;
+    }
+    return false;
+}
+
+constexpr std::uint32_t headerSize = 10; // Of a tag and of a frame.
+constexpr std::size_t mostFrameBytes = 300;
+
+/// A text frame in Latin-1, which is what `text` is in: ID3v2.3.0, 3.3 and 4.2. None for an empty
+/// text. `language` is that of a comment, with an empty description before it (4.11).
+void appendFrame(std::string_view identifier, std::string_view text, KXByteBuilder& frames,
+    std::string_view language = "")
+{
+    if (text.empty())
+        return;
+    constexpr std::size_t encodingSize = 1;
+    std::size_t const descriptionSize = language.empty() ? 0 : language.size() + 1;
+    frames.appendText(identifier);
+    frames.appendUInt32(static_cast<std::uint32_t>(encodingSize + descriptionSize + text.size()));
+    frames.appendNumber(0, 2); // Flags.
+    frames.appendUInt8(0); // Latin-1.
+    frames.appendText(language);
+    if (descriptionSize)
+        frames.appendUInt8(0); // Ends the description.
+    frames.appendText(text);
+}
+
+/// What a field of an ID3v1 tag holds: up to a zero, without the spaces that some fill it with.
+std::string_view textOfField(std::string_view field)
+{
+    field = field.substr(0, field.find('\0'));
+    return field.substr(0, field.find_last_not_of(' ') + 1);
+}
+
+/// Appends what an ID3v1 tag at the end says. Readers overlook that one once there is another.
+void appendFramesOfOldTag(KXAbstractData& data, KXByteBuilder& frames)
+{
+    std::array<std::uint8_t, oldTagSize> bytes;
+    data.setOffset(data.length() - std::min(data.length(), oldTagSize));
+    if (!data.readBytesTo(bytes.data(), bytes.size()))
+        return;
+    std::string_view const tag(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    if (!tag.starts_with("TAG"))
+        return;
+    appendFrame("TIT2", textOfField(tag.substr(3, 30)), frames);
+    appendFrame("TPE1", textOfField(tag.substr(33, 30)), frames);
+    appendFrame("TALB", textOfField(tag.substr(63, 30)), frames);
+    appendFrame("TYER", textOfField(tag.substr(93, 4)), frames);
+    // ID3v1.1: a zero in the comment's last but one byte, and the track in its last.
+    bool const hasTrack = !bytes[125] && bytes[126];
+    appendFrame("COMM", textOfField(tag.substr(97, hasTrack ? 28 : 30)), frames, "XXX");
+    if (hasTrack)
+        appendFrame("TRCK", std::to_string(bytes[126]), frames);
+    constexpr unsigned noGenre = 255; // And others that nobody has named, which do no harm.
+    if (bytes[127] != noGenre) // By its number: ID3v2.3.0, 4.2.1.
+        appendFrame("TCON", '(' + std::to_string(bytes[127]) + ')', frames);
+}
+
 }
 
 bool isBareMP3(KXAbstractData& data)
 {
     constexpr int enough = 3, fewest = 2;
+    if (hasAPETag(data))
+        return false;
     auto const first = audioHeaderAt(0, data);
     std::uint64_t position = 0;
     for (int count = 0; count < enough; ++count) {
@@ -87,21 +162,19 @@ bool isBareMP3(KXAbstractData& data)
     return true;
 }
 
-KXData tagForMP3Cover()
+KXData tagForMP3Cover(KXAbstractData& data)
 {
     constexpr std::string_view kind = "MPG/3"; // MPEG audio, layer III: ID3v2.3.0, 4.2.1.
-    constexpr std::uint32_t headerSize = 10, encodingSize = 1;
-    constexpr std::uint32_t contentSize = encodingSize + kind.size();
-    static_assert(headerSize + contentSize <= 0x7F, "the tag's size fits in its last seven bits");
-    KXByteBuilder tag(headerSize + headerSize + contentSize);
+    KXByteBuilder frames(mostFrameBytes);
+    appendFrame("TFLT", kind, frames);
+    appendFramesOfOldTag(data, frames);
+    KXData const content = frames.takeData();
+    KXByteBuilder tag(headerSize + content.length());
     tag.appendText("ID3");
     tag.appendNumber(0x0300, 2);
     tag.appendUInt8(0); // Flags.
-    tag.appendUInt32(headerSize + contentSize);
-    tag.appendText("TFLT");
-    tag.appendUInt32(contentSize);
-    tag.appendNumber(0, 2); // Flags.
-    tag.appendUInt8(0); // Latin-1.
-    tag.appendText(kind);
+    for (int shift = 21; shift >= 0; shift -= 7)
+        tag.appendUInt8(content.length() >> shift & 0x7F);
+    tag.appendBytes(content.bytes());
     return tag.takeData();
 }

@@ -49,13 +49,62 @@ Bytes made(Bytes const& file)
 TEST(KXMP3CoverPlace, SmallestTagIsPutBeforeTheAudio)
 {
     auto const endsOfFiles
-        = { Bytes(), join(text("TAG"), zeros(125)), text("APETAGEX"), text("cut off") };
+        = { Bytes(), join(text("TAG"), zeros(124), u8(255)), text("APETAGEX"), text("cut off") };
     for (Bytes const& end : endsOfFiles)
         EXPECT_EQ(made(join(song, end)), join(expectedTag, song, end));
     EXPECT_FALSE(KXMDCoverPlace::reasonAgainstMakingInData(*reader(song)));
     auto const data = reader(song);
     EXPECT_TRUE(KXMDCoverPlace::canMakeInData(*data));
     EXPECT_EQ(data->offset(), 0u);
+}
+
+TEST(KXMP3CoverPlace, WhatAnOldTagSaysIsTakenOver)
+{
+    auto const field = [](std::string const& words, std::size_t length, char filling = 0) {
+        return text(words + std::string(length - words.size(), filling));
+    };
+    auto const frame = [](char const* name, Bytes const& content) {
+        return join(text(name), u32(static_cast<std::uint32_t>(content.size() + 1)), u16(0), u8(0),
+            content);
+    };
+    Bytes const kind = frame("TFLT", text("MPG/3"));
+    Bytes const texts
+        = join(frame("TIT2", text("A T\xEFtle")), frame("TPE1", text(std::string(30, 'a'))),
+            frame("TALB", text("Album")), frame("TYER", text("1999")));
+    Bytes const before = join(text("TAG"), field("A T\xEFtle", 30), text(std::string(30, 'a')),
+        field("Album", 30, ' '), text("1999"));
+    struct Case {
+        Bytes end, frames;
+    };
+    for (auto const& [end, frames] : {
+             Case { join(field("Words", 28), u8(0), u8(7), u8(17)), // ID3v1.1
+                 join(frame("COMM", join(text("XXX"), u8(0), text("Words"))),
+                     frame("TRCK", text("7")), frame("TCON", text("(17)"))) },
+             Case { join(text("Words " + std::string(24, 'w')), u8(255)),
+                 frame("COMM", join(text("XXX"), u8(0), text("Words " + std::string(24, 'w')))) },
+             Case { join(zeros(30), u8(0)), frame("TCON", text("(0)")) },
+         }) {
+        Bytes const file = join(song, before, end);
+        Bytes const content = join(kind, texts, frames);
+        EXPECT_EQ(made(file),
+            join(text("ID3"), bytes({ 3, 0, 0 }),
+                syncSafe(static_cast<std::uint32_t>(content.size())), content, file));
+        auto const meta = KXMDFileMeta::fileMetaWithAbstractData(*reader(made(file)));
+        EXPECT_EQ(meta->metadataForKey(KXMDMetadataKeyName), "A T\u00EFtle");
+        EXPECT_EQ(meta->metadataForKey(KXMDMetadataKeyArtist), std::string(30, 'a'));
+        EXPECT_EQ(meta->metadataForKey(KXMDMetadataKeyAlbum), "Album");
+        EXPECT_TRUE(meta->canInsertAlbumCover());
+    }
+}
+
+TEST(KXMP3CoverPlace, NoneIsMadeBesideAnAPETag)
+{
+    Bytes const footer = join(text("APETAGEX"), zeros(24));
+    Bytes const oldTag = join(text("TAG"), zeros(125));
+    EXPECT_FALSE(canMake(join(song, footer)));
+    EXPECT_FALSE(canMake(join(song, footer, oldTag)));
+    EXPECT_TRUE(canMake(join(song, footer, u8(0), oldTag)));
+    EXPECT_TRUE(canMake(join(song, oldTag)));
 }
 
 TEST(KXMP3CoverPlace, CoverIsAddedThereBeforeTheSameAudio)
