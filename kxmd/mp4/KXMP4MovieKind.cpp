@@ -112,6 +112,15 @@ bool hasPictureDescriptor(KXMP4Atom& track)
     });
 }
 
+bool isOfMeasurements(KXMP4Atom& track, KXAbstractData& data)
+{
+    constexpr Code timedMetadata { "meta" };
+    constexpr std::uint64_t handlerTypeOffset = 16; // ISO/IEC 14496-12, 8.4.3.
+    return std::ranges::any_of(track.allAtomsWithPath("trak/mdia/hdlr"), [&](auto const& handler) {
+        return codeAt(handler->offset() + handlerTypeOffset, data) == timedMetadata;
+    });
+}
+
 bool isStill(KXMP4Atom& track, KXAbstractData& data)
 {
     constexpr std::uint64_t sampleCountOffset = 16; // ISO/IEC 14496-12, 8.7.3, of both tables.
@@ -143,6 +152,7 @@ std::optional<KXMP4MovieKind> KXMP4MovieKind::kindOfData(KXAbstractData& data)
             hasSound |= type == KXMP4TrackTypeSound;
             kind->hasMovingPictures |= type == KXMP4TrackTypeVideo && !isStill(*track, data)
                 && !std::ranges::binary_search(chapters, idOfTrack(*track, data));
+            kind->hasMeasurements |= isOfMeasurements(*track, data);
             kind->isProtected |= hasEntryOf(protectedEntries, *track, data);
         }
         bool const isAudioFile = isOneOf(audioBrands, majorBrand(data));

@@ -18,6 +18,9 @@ struct KX_EXPORT KXMP4MovieKind {
     /// A tag that cameras do not write by themselves: a title, who made it, an album, a show, an
     /// episode, a genre, a description; or chapters.
     bool isDescribed { false };
+    /// A track of timed metadata (ISO/IEC 14496-12, 12.3), such as the places that an action camera
+    /// measures.
+    bool hasMeasurements { false };
 
     /// `isRecording` Whether somebody recorded it: moving pictures, no music, and nobody has said
     /// what it is.

@@ -232,7 +232,9 @@ class Media:
 
 
 class Edit:
-    """A file that is being edited; see `edit`."""
+    """A file that is being edited; see `edit`. Its cover can be set, and nothing else."""
+
+    __slots__ = ("_cover", "_flags", "_is_edited", "_is_saved", "_media", "_target")
 
     def __init__(self, media: Media, target: bytes | None, flags: int) -> None:
         """For this package. Use `edit`."""

@@ -32,6 +32,13 @@ def test_cover_is_inserted_told_and_removed(make, name, content):
     assert kxmd.read(path).cover_size == 0
 
 
+def test_nothing_but_the_cover_can_be_set(make):
+    with kxmd.edit(make("a.m4a", song())) as edited:
+        for name in ("title", "cove"):
+            with pytest.raises(AttributeError):
+                setattr(edited, name, "new")
+
+
 def test_others_find_the_cover(make):
     jpeg = picture(240, 240, format="JPEG")
     path = make("a.mp3", mp3())

@@ -185,6 +185,17 @@ TEST(KXMP4MovieKind, EncryptedTracksAreProtected)
     EXPECT_FALSE(kindWith(atom("udta", atom("encv"))).isProtected);
 }
 
+TEST(KXMP4MovieKind, TimedMetadataIsMeasured)
+{
+    auto const measurements = trackOf("meta", atom("gpmd"));
+    auto const kind = kindWith(measurements);
+    EXPECT_TRUE(kind.hasMeasurements);
+    EXPECT_TRUE(kind.isRecording());
+    EXPECT_TRUE(kindOf(movieWith(join(measurements, pictures)))->hasMeasurements);
+    EXPECT_FALSE(kindWith(trackOf("tmcd", atom("tmcd"))).hasMeasurements);
+    EXPECT_FALSE(kindWith(atom("meta", u32(0), hdlr("meta"))).hasMeasurements);
+}
+
 TEST(KXMP4MovieKind, EveryTruncationIsSurvived)
 {
     auto const file = movieWith(join(pictures, sound,

@@ -104,6 +104,7 @@ class DoctorTests(CommandTestCase):
             self.assertLessEqual(formats, set(told["pictures"]["formats"]))
             self.assertEqual(told["movies"]["available"], False)
         told = json.loads(self.doctor_beside(*libraries, common, rare)("--json").stdout)
+        self.assertIn("libkxmd-movies", self.missing(told))
         self.assertEqual((told["pictures"]["available"], told["movies"]["available"]), (True, False))
 
     def test_report(self):

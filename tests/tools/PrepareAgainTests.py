@@ -501,8 +501,8 @@ class PrepareAgainTests(PrepareTestCase):
         for name in ("a/1", "a/2", "a/3"):
             os.remove(os.path.join(self.source, name))
         result = self.prepare("--delete")
-        self.assert_failure(result, self.out, "nothing is removed, since 3 of 7 files would be; --delete-many "
-                                              "removes so many")
+        self.assert_failure(result, self.out, "nothing is removed, since 3 of 7 files would be; use "
+                                              "--delete-many to remove that many")
         self.assertEqual(len(self.hashes(self.out)), 7)
         self.put("a/1", b"a/1")
         self.assertEqual(list(self.actions("--delete").values()).count("deleted"), 2)
@@ -619,7 +619,7 @@ class PrepareAgainTests(PrepareTestCase):
         self.put("b", bytes(100_000))
         done = self.on_small_disk(256)
         self.assertEqual((done.returncode, done.stdout), (1, b""))
-        self.assertRegex(done.stderr.decode(), r"lacks \d+ bytes: \d+ are needed, \d+ are free; --anyway begins")
+        self.assertRegex(done.stderr.decode(), r"lacks \d+ bytes: \d+ are needed, \d+ are free; use --anyway to start")
         done = self.on_small_disk(256, "--anyway", "-j", "1")
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"\na\n", b"\n" + done.stdout)

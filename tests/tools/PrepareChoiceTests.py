@@ -354,6 +354,8 @@ class PrepareChoiceTests(PrepareTestCase):
             self.assertEqual(len(there), len(names))
             self.assertLessEqual({"What_.mp3", "plain.mp3", "a_b_c.mp3", "Quote _x_.mp3"}, set(there))
             self.assertEqual(set(there.values()), set(self.hashes(self.source).values()))
+            self.assertEqual(self.prepare("--playlist", "All: what?").status, 0)
+            self.assertIn("All_ what_.m3u", os.listdir(self.out))
             self.assertEqual(set(self.steps().values().__iter__().__next__()), set())
             self.assertEqual(self.summary["unchanged"], len(names))
             # Others that go and come leave a name as it is.

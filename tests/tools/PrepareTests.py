@@ -12,7 +12,7 @@ import time
 import pictures
 from audio import attached, encode, pattern, probe, samples, tone
 from preparing import CLEAN, CONVERT, COVER, MANIFEST, PrepareTestCase
-from support import COMMAND, on_card, preloading, run
+from support import COMMAND, atom, on_card, preloading, run
 
 NAMES_THAT_ARE_TRIED = ".kxmd-names"
 
@@ -152,7 +152,7 @@ class PrepareTests(PrepareTestCase):
         for name in ("dangling.mp3: No such file or directory", "fifo.mp3: is not a regular file"):
             self.assertIn(f"kxmd: {self.source}/{name}", own)
         self.assertIn(b"bytes), copied as it is: cannot be converted", result.out)
-        self.assertIn(b"1 left as they were, 2 skipped, 0 failed", result.out)
+        self.assertIn(b"1 left as it was, 2 skipped, 0 failed", result.out)
 
     def test_damaged_files_are_copied_as_they_are(self):
         song, music = (self.read(os.path.join(self.made, name)) for name in ("song.mp3", "song.m4a"))
@@ -467,12 +467,60 @@ class PrepareTests(PrepareTestCase):
         self.assertEqual(self.read(os.path.join(self.out, "Mix.m3u")), b".\\song.mp3")
 
     def test_name_of_a_playlist_is_no_path(self):
-        for name in ("../x", "a/b", "/x", ""):
+        for name in ("../x", "a/b", "/x", "", ".", ".."):
             self.assert_usage_error(self.prepare("--playlist", name))
         self.assertFalse(os.path.exists(self.out))
         self.place("song.mp3")
         self.assertEqual(self.prepare("--playlist", "[Live]").status, 0)
         self.assertIn("[Live].m3u", self.listed())
+
+    def test_forgotten_value_takes_no_option(self):
+        self.place("song.mp3")
+        for option in ("--playlist", "--exclude", "--include"):
+            result = self.prepare(option, "-n")
+            self.assert_usage_error(result)
+            self.assertIn('"-n" looks like an option', result.errors[0])
+            self.assertEqual(result.errors[1], 'Try "kxmd prepare --help" for more.')
+        self.assertFalse(os.path.exists(self.out))
+
+    def test_locked_folder_is_found_out_before_the_work(self):
+        self.place("Album/lossless.m4a")
+        os.mkdir(self.out, 0o555)
+        for folder in (self.folder, self.made):
+            os.chmod(folder, 0o755)
+        somebody = {"user": 65534} if os.geteuid() == 0 else {}  # Whom permissions bind.
+        cache = tempfile.mkdtemp(prefix="kxmd-tests-")
+        self.addCleanup(shutil.rmtree, cache)
+        os.chmod(cache, 0o777)
+        environment = {**os.environ, "XDG_CACHE_HOME": cache}
+        try:
+            run("--version", **somebody)
+        except PermissionError:
+            self.skipTest("the command lies where others may not look")
+        for flags in ((), ("-n",)):
+            result = self.prepare(*flags, env=environment, **somebody)
+            self.assertEqual(result.errors, [f"kxmd: {self.out}: Permission denied"])
+            self.assertEqual(result.status, 1)
+            self.assertEqual(b"would convert" in result.out, bool(flags))
+        result = run("thumbnail", "-s", "9x9", "-r", self.source, "--to", self.out, env=environment, **somebody)
+        self.assertEqual(result.errors, [f"kxmd: {self.out}: Permission denied"])
+        os.chmod(self.out, 0o755)
+        self.prepare()
+        os.chmod(self.out, 0o555)  # Nothing is to be written.
+        for name in os.listdir(self.out):
+            os.chmod(os.path.join(self.out, name), 0o755)
+        self.assertEqual(self.prepare(env=environment, **somebody).errors, [])
+
+    def test_measurements_that_stay_are_told(self):
+        content = atom(b"ftyp", b"qt  ", bytes(4), b"qt  ") + atom(
+            b"moov", *(atom(b"trak", atom(b"mdia", atom(b"hdlr", bytes(8), kind, bytes(13))))
+                       for kind in (b"vide", b"meta")), atom(b"udta", atom(b"\xa9mak", bytes(9))))
+        self.put("a.mov", content)
+        self.put("b.mov", content.replace(b"\0meta", b"\0tmcd"))
+        remarks = {name: file["remark"] for name, file in self.prepared()[0].items()}
+        self.assertEqual(remarks, {"a.mov": "its track of measurements stays, which may tell places", "b.mov": ""})
+        shutil.rmtree(self.out)
+        self.assertEqual(self.prepared("--keep-metadata")[0]["a.mov"]["remark"], "")
 
     # What it says.
 

@@ -35,6 +35,8 @@ std::vector<Addition> missingIn(KXMachineReport const& machine)
     bool const hasTheme = std::ranges::any_of(
         machine.iconThemes, [](std::string const& name) { return name != "hicolor"; });
     std::vector<Addition> additions {
+        { "movies, other music, and pictures of rare formats", "libkxmd-movies",
+            !machine.movies.isThere },
         { "pictures of AVIF", "libheif-plugin-dav1d", !has(formats, "avif") },
         { "pictures of HEIC", "libheif-plugin-libde265", !has(formats, "heic") },
         { "pages of PDF", "poppler-utils", machine.documentProgram.empty() },

@@ -6,8 +6,12 @@
 
 #include <CLI/Validators.hpp>
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -47,6 +51,14 @@ bool makeTargetFolder(std::string const& folder, Session& session)
     if (error)
         session.reportError(folder, error.message());
     return !error;
+}
+
+bool isWritableFolder(std::string const& folder, Session& session)
+{
+    if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 || errno == ENOENT)
+        return true;
+    session.reportError(folder, std::strerror(errno));
+    return false;
 }
 
 bool makeFoldersOf(std::vector<std::string> const& paths, std::string const& folder,

@@ -23,6 +23,10 @@ void addJobs(CLI::App& command, unsigned& jobs);
 /// False, and reported, when the folder cannot be made.
 bool makeTargetFolder(std::string const& folder, Session& session);
 
+/// Whether files can be made in the folder, as not on a locked card; reports why not. True of one
+/// that is not there.
+bool isWritableFolder(std::string const& folder, Session& session);
+
 /// Makes the folders of `paths`, which lie below `folder`, and sees that they are on the disk.
 /// False, and reported, when they may not be. A folder that cannot be made is reported, too; its
 /// files fail later.

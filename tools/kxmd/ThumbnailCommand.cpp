@@ -191,7 +191,7 @@ std::vector<FoundFile> namedFiles(std::vector<std::string> const& paths)
 void writeThumbnails(Options const& options, Session& session)
 {
     auto const paths = textsOf(*options.paths);
-    if (!makeTargetFolder(options.folder, session))
+    if (!makeTargetFolder(options.folder, session) || !isWritableFolder(options.folder, session))
         return;
     auto files = options.entersFolders
         ? foundFiles(paths, { .leftOut = options.folder }, session).files

@@ -111,6 +111,13 @@ void showLog(StandardError& standardError)
     });
 }
 
+/// The command with the subcommands that the command line names, as far as it was understood.
+std::string commandIn(CLI::App const& app)
+{
+    auto const next = app.get_subcommands();
+    return next.empty() ? app.get_name() : app.get_name() + ' ' + commandIn(*next.front());
+}
+
 /// Help and version are results; everything else that ends the parsing is wrong usage.
 ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& session)
 {
@@ -125,7 +132,7 @@ ExitStatus answer(CLI::App const& app, CLI::ParseError const& error, Session& se
         = emphasised("kxmd:", Emphasis::failure, Stream::error) + ' ' + messageOfError(error);
     if (std::string const meant = suggestionFor(app); !meant.empty())
         message += ". Did you mean \"" + meant + "\"?";
-    message += "\nTry \"kxmd --help\" for more.\n";
+    message += "\nTry \"" + commandIn(app) + " --help\" for more.\n";
     std::fwrite(message.data(), 1, message.size(), stderr);
     return ExitStatus::wrongUsage;
 }

@@ -94,6 +94,9 @@ void FilePreparation::clean()
         return;
     if (!_options.keepsMetadata)
         removeCameraData(data);
+    bool const keepsMeasurements = !_options.keepsMetadata && _kind->hasMeasurements;
+    if (keepsMeasurements && _outcome.remark.empty())
+        _outcome.remark = "its track of measurements stays, which may tell places";
     if (_outcome.has(PreparationStep::cleaning))
         _edited = data;
 }

@@ -1,5 +1,6 @@
 #include "Playlists.h"
 
+#include "TargetNames.h"
 #include "shared/AtomicFile.h"
 #include "tools/kxmd/OutputFile.h"
 #include "tools/kxmd/Session.h"
@@ -115,8 +116,10 @@ std::string Playlists::extension() const
     return _options.format == PlaylistOptions::Format::m3u ? ".m3u" : ".m3u8";
 }
 
-void Playlists::claim(Targets& targets, Session& session)
+void Playlists::claim(NameRules const& rules, Targets& targets, Session& session)
 {
+    if (!_path.empty())
+        _path = _folder + '/' + TargetNames(rules).pathFor(_options.name + extension());
     std::string const refusal = _path.empty() ? "" : targets.claim(_path);
     if (refusal.empty())
         return;

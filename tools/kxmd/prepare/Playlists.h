@@ -1,5 +1,6 @@
 #pragma once
 
+#include "NameRules.h"
 #include "PreparedSong.h"
 
 #include <cstdint>
@@ -30,9 +31,9 @@ class Playlists {
 public:
     Playlists(std::string folder, PlaylistOptions const& options);
 
-    /// Takes the path of the one for all songs, so that no file is written there; reported when it
-    /// cannot have it.
-    void claim(Targets& targets, Session& session);
+    /// Takes a path for the one for all songs that the folder's file system allows, so that no file
+    /// is written there; reported when it cannot have it.
+    void claim(NameRules const& rules, Targets& targets, Session& session);
 
     /// Of the one for all songs; empty when none is written.
     std::string const& path() const { return _path; }

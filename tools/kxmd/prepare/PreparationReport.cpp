@@ -208,7 +208,8 @@ std::string PreparationReport::summaryObject(End const& end, double seconds) con
 
 std::string PreparationReport::summary(End const& end, double seconds) const
 {
-    std::string text = counted(_totals.files, "file", "files") + ": ";
+    std::string text
+        = (_style.isDryRun ? "dry run, " : "") + counted(_totals.files, "file", "files") + ": ";
     auto const add = [&text](std::uint64_t count, std::string_view what) {
         if (count)
             text += std::to_string(count) + ' ' + std::string(what) + ", ";
@@ -218,7 +219,8 @@ std::string PreparationReport::summary(End const& end, double seconds) const
     text += std::to_string(_totals.converted) + " converted, "
         + counted(_totals.covers, "cover", "covers") + " inserted, "
         + std::to_string(_totals.cleaned) + " cleaned, ";
-    add(_totals.leftAsTheyWere, "left as they were");
+    add(_totals.leftAsTheyWere,
+        _totals.leftAsTheyWere == 1 ? "left as it was" : "left as they were");
     add(_totals.removed, "removed");
     add(end.skipped, "skipped");
     std::array<char, 32> time;
@@ -227,7 +229,7 @@ std::string PreparationReport::summary(End const& end, double seconds) const
         + " bytes in, " + std::to_string(_totals.bytesOut) + " bytes out, " + time.data() + '\n';
     if (end.needed && end.available)
         text += std::to_string(*end.needed) + " bytes needed, " + std::to_string(*end.available)
-            + " bytes free\n";
+            + " bytes free" + (*end.needed > *end.available ? ": not enough\n" : "\n");
     return text;
 }
 

@@ -15,11 +15,20 @@
 
 namespace {
 
+/// Said of an option's value that was most likely forgotten.
+std::string looksLikeOption(std::string const& text)
+{
+    return '"' + text + "\" looks like an option";
+}
+
 /// What is wrong with the name of a playlist; nothing when it names a file in the folder.
 std::string problemOfPlaylistName(std::string const& typed)
 {
     std::string const name = withoutLiteralMark(typed);
-    bool const isName = !name.empty() && name.find('/') == std::string::npos;
+    if (name.starts_with('-'))
+        return looksLikeOption(name);
+    bool const isName
+        = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
     return isName ? "" : "\"" + name + "\" is not the name of a file";
 }
 
@@ -32,6 +41,8 @@ void addPatterns(CLI::App& command, std::string const& name, std::vector<std::st
             pattern.pop_back();
         if (pattern.empty())
             throw CLI::ValidationError(name, "is empty");
+        if (pattern.starts_with('-'))
+            throw CLI::ValidationError(name, looksLikeOption(pattern) + "; as a pattern, [-]...");
         patterns.push_back(std::move(pattern));
     };
     command.add_option_function<std::string>(name, take, description)

@@ -83,6 +83,8 @@ void PrepareRun::run()
     if (!isDryRun() && !_options.ignoresSpace && !hasSpace())
         return;
     auto const toWorkOn = _plan->filesIn(State::missing);
+    if (!toWorkOn.empty() && !isWritableFolder(_options.folder, _session) && !isDryRun())
+        return; // Found out before hours of work.
     ProgressBar::Amount amount { .items = toWorkOn.size() };
     for (std::size_t const item : toWorkOn)
         amount.bytes += _plan->files()[item].size;
@@ -173,7 +175,7 @@ void PrepareRun::makePlan()
     for (FoundFile const& file : _found.files)
         _targets->protect(file.identity);
     static_cast<void>(_targets->claim(_manifest.path())); // Nobody can have it before.
-    _playlists.claim(*_targets, _session);
+    _playlists.claim(rules, *_targets, _session);
     TargetNames names(rules);
     _plan.emplace(_found.files, _options.folder, _manifest, _options.preparation, _folderPictures,
         names, *_targets);
@@ -231,7 +233,8 @@ void PrepareRun::planRemoval()
     }
     _session.reportError(_options.folder,
         "nothing is removed, since " + std::to_string(_removal.entries.size()) + " of "
-            + std::to_string(_removal.recorded) + " files would be; --delete-many removes so many");
+            + std::to_string(_removal.recorded)
+            + " files would be; use --delete-many to remove that many");
     _removal.entries.clear();
 }
 
@@ -318,6 +321,7 @@ bool PrepareRun::hasSpace()
         return true;
     _session.reportError(_options.folder,
         "lacks " + std::to_string(needed - room) + " bytes: " + std::to_string(needed)
-            + " are needed, " + std::to_string(room) + " are free; --anyway begins nevertheless");
+            + " are needed, " + std::to_string(room)
+            + " are free; use --anyway to start all the same");
     return false;
 }
