@@ -4,11 +4,11 @@ from __future__ import annotations
 
 import enum
 import os
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, Union
 
 from ._errors import Outcome
 from ._kxmd import ffi, lib
-from ._library import Encoded, Path, taken
+from ._library import Encoded, Path, bytes_of_path, taken
 
 if TYPE_CHECKING:
     import PIL.Image
@@ -107,8 +107,21 @@ class Image:
         return f"<kxmd.Image {self.width} x {self.height}>"
 
 
-def decode(picture: Encoded) -> Image:
-    """Decodes an encoded picture, upright, in a process of its own."""
+Cover = Union[Encoded, Image, Path]
+
+
+def encoded_picture(cover: Cover) -> Encoded:
+    """A cover as the bytes of a picture file."""
+    if isinstance(cover, Image):
+        return cover.encode(PictureFormat.JPEG)
+    if isinstance(cover, (bytes, bytearray, memoryview)):
+        return cover
+    with open(bytes_of_path(cover), "rb") as file:  # A number would be somebody's open file.
+        return file.read()
+
+
+def decode(picture: Union[Encoded, Path]) -> Image:
+    """Decodes a picture file, or the bytes of one, upright, in a process of its own."""
     outcome = Outcome()
-    data = ffi.from_buffer(picture)
+    data = ffi.from_buffer(encoded_picture(picture))
     return Image(outcome.check(lib.kxmd_image_decode(data, len(data), outcome.address)))

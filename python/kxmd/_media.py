@@ -8,14 +8,13 @@ import functools
 import os
 import threading
 from types import TracebackType
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, Optional
 
 from ._errors import NotSafeError, Outcome
-from ._images import Image, PictureFormat
+from ._images import Cover, Image, encoded_picture
 from ._kxmd import ffi, lib
 from ._library import Encoded, Path, bytes_of_path, taken, text_of
 
-Cover = Union[Encoded, Image, Path]
 
 
 class Type(enum.IntEnum):
@@ -84,16 +83,6 @@ def _codec_info_of(info: Any) -> CodecInfo:
         channels=info.channels,
         description=text_of(info.description),
     )
-
-
-def _encoded(cover: Cover) -> Encoded:
-    """A cover as the bytes of a picture file."""
-    if isinstance(cover, Image):
-        return cover.encode(PictureFormat.JPEG)
-    if isinstance(cover, (bytes, bytearray, memoryview)):
-        return cover
-    with open(bytes_of_path(cover), "rb") as file:  # A number would be somebody's open file.
-        return file.read()
 
 
 def _flags(anyway: bool, make_place: bool) -> int:
@@ -203,7 +192,7 @@ class Media:
 
     def reason_against_cover(self, cover: Cover, *, make_place: bool = False) -> str | None:
         """Why the insertion of a cover would lose media; `None` when it does no harm."""
-        picture = ffi.from_buffer(_encoded(cover))
+        picture = ffi.from_buffer(encoded_picture(cover))
         return self._reason(lib.kxmd_file_check_insertion, picture, len(picture), _flags(False, make_place))
 
     def reason_against_removal(self) -> str | None:
@@ -219,7 +208,7 @@ class Media:
 
     def with_cover(self, cover: Cover, *, anyway: bool = False, make_place: bool = False) -> bytes:
         """The bytes of the file with a picture as its only cover."""
-        picture = ffi.from_buffer(_encoded(cover))
+        picture = ffi.from_buffer(encoded_picture(cover))
         return taken(self._call(
             lib.kxmd_file_insert_cover_in_memory, picture, len(picture), _flags(anyway, make_place)))
 
@@ -260,7 +249,7 @@ class Edit:
     @cover.setter
     def cover(self, cover: Cover | None) -> None:
         """A picture file's bytes or path, or a picture: it becomes the only cover. `None` removes all."""
-        self._cover = None if cover is None else _encoded(cover)
+        self._cover = None if cover is None else encoded_picture(cover)
         self._is_edited = True
         self._is_saved = False
 

@@ -5,8 +5,9 @@ from __future__ import annotations
 import enum
 
 from ._errors import Outcome
+from ._images import Cover, encoded_picture
 from ._kxmd import ffi, lib
-from ._library import Encoded, Path, bytes_of_path
+from ._library import Path, bytes_of_path
 
 
 class Step(enum.Flag):
@@ -21,16 +22,16 @@ class Step(enum.Flag):
 ALL_STEPS = Step.CONVERT | Step.CLEAN | Step.CLEAN_CAMERA_DATA | Step.INSERT_COVER
 
 
-def prepare(source: Path, target: Path, steps: Step = ALL_STEPS, *, cover: Encoded | None = None) -> Step:
+def prepare(source: Path, target: Path, steps: Step = ALL_STEPS, *, cover: Cover | None = None) -> Step:
     """Writes `source` to `target`, prepared by those of `steps` that suit it, and tells which did.
 
-    A file that none suits is copied. `cover` is a picture file's bytes; without it a picture of the file itself
-    is taken. Where media would not survive an edit, nothing is written: `NotSafeError`.
+    A file that none suits is copied. `cover` is a picture file's bytes or path, or a picture; without it a picture
+    of the file itself is taken. Where media would not survive an edit, nothing is written: `NotSafeError`.
     """
     path, target = bytes_of_path(source), bytes_of_path(target)
     outcome = Outcome(path, target)
     done = ffi.new("unsigned *")
-    picture = ffi.NULL if cover is None else ffi.from_buffer(cover)
+    picture = ffi.NULL if cover is None else ffi.from_buffer(encoded_picture(cover))
     length = 0 if cover is None else len(picture)
     outcome.check(lib.kxmd_prepare_file(
         path, target, steps.value, picture, length, done, outcome.address))

@@ -168,6 +168,8 @@ def test_preview_of_what_is_no_photograph(make):
 
 def test_preparation_inserts_a_cover(make, tmp_path):
     target = tmp_path / "b.m4a"
+    done = kxmd.prepare(make("a.m4a", song()), target, cover=make("cover.png", picture()))
+    assert kxmd.Step.INSERT_COVER in done
     done = kxmd.prepare(make("a.m4a", song()), target, cover=picture())
     assert done is kxmd.Step.INSERT_COVER
     assert kxmd.read(target).cover_size

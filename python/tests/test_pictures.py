@@ -58,6 +58,12 @@ def test_saved_picture(tmp_path, name, format):
     assert (saved.format, saved.size) == (format, (30, 20))
 
 
+def test_picture_is_decoded_from_its_path(make):
+    assert kxmd.decode(make("a.png", picture(30, 20))).size == (30, 20)
+    with pytest.raises(FileNotFoundError):
+        kxmd.decode("missing.png")
+
+
 def test_words_are_no_picture():
     with pytest.raises(kxmd.Error):
         kxmd.decode(b"words")

@@ -1,6 +1,7 @@
 import filecmp
 import os
 import resource
+import shutil
 import signal
 import struct
 import subprocess
@@ -278,6 +279,17 @@ class EditTests(CommandTestCase):
                 self.assertEqual(run(*action, "-o", self.out).errors, [])
                 self.assertEqual(os.stat(self.out).st_mode & 0o777, mode)
                 os.remove(self.out)
+
+    def test_picture_takes_away_who_may_read_and_no_more(self):
+        self.addCleanup(os.umask, os.umask(0o022))
+        music, picture = self.music("a.mp3"), shutil.copy(self.picture, self.path("picture.jpg"))
+        for of_music, of_picture, of_result in ((0o644, 0o444, 0o644), (0o644, 0o600, 0o600), (0o444, 0o644, 0o444),
+                                                (0o664, 0o640, 0o660)):
+            os.chmod(music, of_music)
+            os.chmod(picture, of_picture)
+            self.assertEqual(run("cover", "add", music, picture, "-o", self.out).errors, [])
+            self.assertEqual(os.stat(self.out).st_mode & 0o777 & ~0o022, of_result & ~0o022)
+            os.remove(self.out)
 
     def test_result_replaces_nothing_but_files(self):
         music = self.music("a.mp3")

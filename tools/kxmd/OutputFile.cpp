@@ -24,14 +24,17 @@
 
 namespace {
 
-/// Those that all of `inputs` have: nobody reads in a result what was hidden before.
+/// Those of the first of `inputs`, for readers of all: nobody reads in a result what was hidden
+/// before.
 mode_t commonPermissions(std::vector<std::string> const& inputs)
 {
-    mode_t permissions = 0666;
+    constexpr mode_t toRead = 0444, all = 0666;
+    mode_t permissions = all;
     for (std::string const& input : inputs) {
+        bool const isFirst = &input == &inputs.front();
         struct stat status;
         if (::stat(input.c_str(), &status) == 0)
-            permissions &= status.st_mode;
+            permissions &= isFirst ? status.st_mode : status.st_mode | ~toRead;
     }
     return permissions;
 }
