@@ -203,6 +203,9 @@ class SheetReportTests(PrepareTestCase):
         self.assertEqual(result.status, 1)
         self.assertEqual((files["a.mp3"]["done"], files["a.mp3"]["size"]), ("removed", 0))
         self.assertEqual((files["e.mp3"]["done"], files["e.mp3"]["isFailed"]), ("failed", True))
+        page = self.path("page.html")
+        self.assertEqual(run("-q", "sheet", self.out, "-o", page).status, 0)
+        self.assertFalse([name for name in files_of(page) if ".kxmd-" in name])
         self.assertEqual(files["e.mp3"]["title"], "Song")
         self.assertTrue(files["e.mp3"]["remark"])
 
@@ -343,6 +346,18 @@ class SheetBrowserTests(CommandTestCase):
         browser = self.open(3, width=500, height=800)
         self.assertFalse(browser.find_element(By.TAG_NAME, "thead").is_displayed())
         self.assertTrue(browser.find_element(By.ID, "order").is_displayed())
+        self.assertLessEqual(*browser.execute_script(
+            "return [document.documentElement.scrollWidth, document.documentElement.clientWidth]"))
+
+    def test_long_words_push_nothing_out_of_view(self):
+        word = "Unbroken" * 6
+        self.write("a.m4a", mp4(track(b"soun", sound_entry(2)), user_data(
+            *(tag_atom(kind, word) for kind in (b"\xa9nam", b"\xa9ART", b"\xa9alb", b"aART")))))
+        run("-q", "sheet", self.path("a.m4a"), "-o", self.path("page.html"))
+        browser = driver()
+        self.addCleanup(browser.quit)
+        browser.get("file://" + self.path("page.html"))
+        self.assertIn(word, browser.find_element(By.TAG_NAME, "tbody").text.replace("\n", ""))
         self.assertLessEqual(*browser.execute_script(
             "return [document.documentElement.scrollWidth, document.documentElement.clientWidth]"))
 

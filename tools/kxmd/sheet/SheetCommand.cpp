@@ -5,10 +5,14 @@
 #include "tools/kxmd/FileWalk.h"
 #include "tools/kxmd/TargetFolder.h"
 #include "tools/kxmd/Usage.h"
+#include "tools/kxmd/prepare/Manifest.h"
+
+#include <kxmd/base/KXPath.h>
 
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -23,7 +27,11 @@ struct Options {
 void writeSheet(Options const& options, Session& session)
 {
     std::vector<SheetEntry> entries;
-    auto found = foundFiles(textsOf(*options.paths), { .keepsNames = true }, session);
+    auto const isWanted = [](std::string_view path) { // Not what a run of prepare left for itself.
+        return !KXLastPathComponent(path).starts_with(Manifest::prefix);
+    };
+    auto found = foundFiles(
+        textsOf(*options.paths), { .keepsNames = true, .isWanted = isWanted }, session);
     leaveOutEarlierPage(found.files, options.output);
     entries.reserve(found.files.size());
     for (FoundFile const& file : found.files)
