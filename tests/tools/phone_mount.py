@@ -208,6 +208,8 @@ def serve(backing, path, control, capacity, renames, replaces):
 
         def access(self, path, mode):
             os.stat(path)
+            if mode & os.W_OK:  # As some shares say where their server takes what is written.
+                self.refuse(errno.EACCES)
 
         def getattr(self, path, file=None):
             status = os.lstat(path)

@@ -3,10 +3,12 @@
 #include "Session.h"
 #include "Targets.h"
 #include "Usage.h"
+#include "prepare/Manifest.h"
 
 #include <CLI/Validators.hpp>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -53,11 +55,17 @@ bool makeTargetFolder(std::string const& folder, Session& session)
     return !error;
 }
 
-bool isWritableFolder(std::string const& folder, Session& session)
+bool isWritableFolder(std::string const& folder, Session& session, bool isDryRun)
 {
     if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 || errno == ENOENT)
         return true;
-    session.reportError(folder, std::strerror(errno));
+    int const error = errno;
+    std::string tried = folder + '/' + std::string(Manifest::prefix) + "XXXXXX";
+    if (!isDryRun && ::mkdtemp(tried.data())) {
+        ::rmdir(tried.c_str());
+        return true;
+    }
+    session.reportError(folder, std::strerror(error));
     return false;
 }
 

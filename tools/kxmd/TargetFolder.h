@@ -24,8 +24,9 @@ void addJobs(CLI::App& command, unsigned& jobs);
 bool makeTargetFolder(std::string const& folder, Session& session);
 
 /// Whether files can be made in the folder, as not on a locked card; reports why not. True of one
-/// that is not there.
-bool isWritableFolder(std::string const& folder, Session& session);
+/// that is not there. Where permissions say no, which a share may not mean, it is tried, unless
+/// nothing is to be written.
+bool isWritableFolder(std::string const& folder, Session& session, bool isDryRun = false);
 
 /// Makes the folders of `paths`, which lie below `folder`, and sees that they are on the disk.
 /// False, and reported, when they may not be. A folder that cannot be made is reported, too; its

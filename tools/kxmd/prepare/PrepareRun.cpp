@@ -83,7 +83,8 @@ void PrepareRun::run()
     if (!isDryRun() && !_options.ignoresSpace && !hasSpace())
         return;
     auto const toWorkOn = _plan->filesIn(State::missing);
-    if (!toWorkOn.empty() && !isWritableFolder(_options.folder, _session) && !isDryRun())
+    if (!toWorkOn.empty() && !isWritableFolder(_options.folder, _session, isDryRun())
+        && !isDryRun())
         return; // Found out before hours of work.
     ProgressBar::Amount amount { .items = toWorkOn.size() };
     for (std::size_t const item : toWorkOn)
