@@ -1,9 +1,11 @@
 #include "kxmd/mp3/KXMP3CoverPlacePrivate.h"
 
 #include "kxmd/base/KXByteBuilderPrivate.h"
+#include "kxmd/mp3/KXMDFileMetaMP3Frame.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,19 +63,26 @@ std::optional<AudioHeader> audioHeaderAt(std::uint64_t position, KXAbstractData&
     return header;
 }
 
+bool isWordAt(std::uint64_t position, std::string_view word, KXAbstractData& data)
+{
+    std::optional<std::string> text;
+    data.setOffset(position);
+    return data.readStringTo(text, word.size(), KXStringEncodingLatin1) && *text == word;
+}
+
 /// Whether the audio ends there: with the file, or before a tag.
 bool isEndOfAudio(std::uint64_t position, KXAbstractData& data)
 {
     constexpr std::string_view firstWords[] { "TAG", "APET", "LYRI", "3DI" };
-    if (position == data.length())
-        return true;
-    for (std::string_view const word : firstWords) {
-        std::optional<std::string> text;
-        data.setOffset(position);
-        if (data.readStringTo(text, word.size(), KXStringEncodingLatin1) && *text == word)
-            return true;
-    }
-    return false;
+    return position == data.length() || std::ranges::any_of(firstWords, [&](auto const& word) {
+        return isWordAt(position, word, data);
+    });
+}
+
+/// The position that is so many bytes before the end, or the file's start.
+std::uint64_t positionBeforeEnd(std::uint64_t length, KXAbstractData& data)
+{
+    return data.length() - std::min(data.length(), length);
 }
 
 /// Whether an APE tag is at the end, or before the ID3v1 tag there. Some readers look for no other
@@ -82,20 +91,15 @@ bool hasAPETag(KXAbstractData& data)
 {
     constexpr std::string_view preamble = "APETAGEX"; // APEv2, tag header and footer.
     constexpr std::uint64_t footerSize = 32;
-    for (std::uint64_t const behind : { footerSize, footerSize + oldTagSize }) {
-        std::optional<std::string> text;
-        data.setOffset(data.length() - std::min(data.length(), behind));
-        if (data.readStringTo(text, preamble.size(), KXStringEncodingLatin1) && *text == preamble)
-            return true;
-    }
-    return false;
+    return isWordAt(positionBeforeEnd(footerSize, data), preamble, data)
+        || isWordAt(positionBeforeEnd(footerSize + oldTagSize, data), preamble, data);
 }
 
 constexpr std::uint32_t headerSize = 10; // Of a tag and of a frame.
-constexpr std::size_t mostFrameBytes = 300;
+constexpr std::size_t mostFrameBytes = 300; // More than an ID3v1 tag fills.
 
 /// A text frame in Latin-1, which is what `text` is in: ID3v2.3.0, 3.3 and 4.2. None for an empty
-/// text. `language` is that of a comment, with an empty description before it (4.11).
+/// text. `language` is that of a comment, whose description is empty (4.11).
 void appendFrame(std::string_view identifier, std::string_view text, KXByteBuilder& frames,
     std::string_view language = "")
 {
@@ -124,7 +128,7 @@ std::string_view textOfField(std::string_view field)
 void appendFramesOfOldTag(KXAbstractData& data, KXByteBuilder& frames)
 {
     std::array<std::uint8_t, oldTagSize> bytes;
-    data.setOffset(data.length() - std::min(data.length(), oldTagSize));
+    data.setOffset(positionBeforeEnd(oldTagSize, data));
     if (!data.readBytesTo(bytes.data(), bytes.size()))
         return;
     std::string_view const tag(reinterpret_cast<char const*>(bytes.data()), bytes.size());
@@ -173,8 +177,8 @@ KXData tagForMP3Cover(KXAbstractData& data)
     tag.appendText("ID3");
     tag.appendNumber(0x0300, 2);
     tag.appendUInt8(0); // Flags.
-    for (int shift = 21; shift >= 0; shift -= 7)
-        tag.appendUInt8(content.length() >> shift & 0x7F);
+    tag.appendBytes(std::bit_cast<std::array<std::uint8_t, 4>>(
+        KXMDFileMetaMP3Frame::sizeToSyncSafeSize(static_cast<std::uint32_t>(content.length()))));
     tag.appendBytes(content.bytes());
     return tag.takeData();
 }

@@ -3,6 +3,8 @@
 #include "ManifestEntry.h"
 #include "NameRules.h"
 
+#include <kxmd/base/KXPath.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -21,6 +23,12 @@ public:
     static constexpr std::string_view fileName = ".kxmd-manifest.ndjson";
     /// What the names of our own files in such a folder begin with.
     static constexpr std::string_view prefix = ".kxmd-";
+
+    /// Whether a file or folder of that path is one that a run keeps for itself.
+    static bool isOurs(std::string_view path)
+    {
+        return KXLastPathComponent(path).starts_with(prefix);
+    }
 
     /// That of `folder`, which need not be there.
     explicit Manifest(std::string const& folder);

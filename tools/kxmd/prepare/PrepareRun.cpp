@@ -129,8 +129,8 @@ void PrepareRun::findFiles()
     if (!_options.takesAll)
         filter.leaveOutClutter();
     auto const isWanted = [&filter](std::string_view path) {
-        bool const isOurs = KXLastPathComponent(path).starts_with(Manifest::prefix);
-        return !isOurs && filter.isWanted(path); // A source may once have been a target.
+        // A source may once have been a target.
+        return !Manifest::isOurs(path) && filter.isWanted(path);
     };
     _found = foundFiles(_options.paths,
         { .leftOut = _options.folder,

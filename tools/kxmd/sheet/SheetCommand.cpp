@@ -7,8 +7,6 @@
 #include "tools/kxmd/Usage.h"
 #include "tools/kxmd/prepare/Manifest.h"
 
-#include <kxmd/base/KXPath.h>
-
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -27,9 +25,7 @@ struct Options {
 void writeSheet(Options const& options, Session& session)
 {
     std::vector<SheetEntry> entries;
-    auto const isWanted = [](std::string_view path) { // Not what a run of prepare left for itself.
-        return !KXLastPathComponent(path).starts_with(Manifest::prefix);
-    };
+    auto const isWanted = [](std::string_view path) { return !Manifest::isOurs(path); };
     auto found = foundFiles(
         textsOf(*options.paths), { .keepsNames = true, .isWanted = isWanted }, session);
     leaveOutEarlierPage(found.files, options.output);
