@@ -38,18 +38,53 @@ Bytes iconPicture(std::uint32_t side, Colour colour)
     return join(bitmapHeader(side, 2 * side, 32), pixels, zeros(std::size_t { side } * 4));
 }
 
-Bytes icon(std::vector<std::pair<std::uint32_t, Colour>> const& pictures)
+struct IconEntry {
+    std::uint32_t side;
+    Bytes picture;
+};
+
+Bytes icon(std::vector<IconEntry> const& entriesOfIcon)
 {
-    auto const count = static_cast<std::uint32_t>(pictures.size());
+    auto const count = static_cast<std::uint32_t>(entriesOfIcon.size());
     Bytes entries, content;
-    for (auto const& [side, colour] : pictures) {
-        Bytes const picture = iconPicture(side, colour);
+    for (auto const& [side, picture] : entriesOfIcon) {
         auto const offset = 6 + 16 * count + static_cast<std::uint32_t>(content.size());
         entries = join(entries, u8(side), u8(side), zeros(2), u16le(1), u16le(32),
             u32le(static_cast<std::uint32_t>(picture.size())), u32le(offset));
         content = join(content, picture);
     }
     return join(zeros(2), u16le(1), u16le(count), entries, content);
+}
+
+IconEntry filledEntry(std::uint32_t side, Colour colour)
+{
+    return { side, iconPicture(side, colour) };
+}
+
+/// A red picture of 33 by 2 pixels without alpha, whose mask hides the last pixel of the upper row
+/// and the first one of the lower. A row of the mask takes eight bytes.
+IconEntry maskedEntry(std::uint32_t bitsPerPixel, Bytes const& row)
+{
+    Bytes const lower = join(u8(0x80), zeros(7)), upper = join(zeros(4), u8(0x80), zeros(3));
+    return { 33, join(bitmapHeader(33, 4, bitsPerPixel), row, row, lower, upper) };
+}
+
+Bytes rowOf24Bits()
+{
+    Bytes row;
+    for (int x = 0; x < 33; ++x)
+        row = join(row, bytes({ 0, 0, 255 }));
+    return join(row, zeros(1));
+}
+
+void expectRedWithTwoHidden(KXImage::Ref const& image)
+{
+    ASSERT_TRUE(image);
+    ASSERT_EQ(image->size(), (KXSize { 33, 2 }));
+    for (std::size_t x = 0; x < 33; ++x) {
+        EXPECT_EQ(pixel(*image, x, 0), x == 32 ? transparent : red) << x;
+        EXPECT_EQ(pixel(*image, x, 1), x == 0 ? transparent : red) << x;
+    }
 }
 
 KXImage::Ref decoded(Bytes const& file, KXSize wantedSize = {})
@@ -72,7 +107,8 @@ TEST(KXFFmpegPicture, BitmapIsShownFromItsTop)
 
 TEST(KXFFmpegPicture, LargestPictureOfAnIconIsShown)
 {
-    auto const image = decoded(icon({ { 16, blue }, { 48, red }, { 32, blue } }));
+    auto const image
+        = decoded(icon({ filledEntry(16, blue), filledEntry(48, red), filledEntry(32, blue) }));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 48, 48 }));
     EXPECT_EQ(pixel(*image, 20, 20), red);
@@ -90,17 +126,84 @@ TEST(KXFFmpegPicture, PictureOfAnIconThatIsAPNGIsItsLargest)
     Bytes file(length);
     ASSERT_TRUE(
         png_image_write_to_memory(&header, file.data(), &length, 0, pixels.data(), 0, nullptr));
-    Bytes const small = iconPicture(48, blue);
-    constexpr std::uint32_t first = 6 + 2 * 16;
-    auto const entry = [](std::uint32_t side, Bytes const& picture, std::uint32_t offset) {
-        return join(u8(side), u8(side), zeros(2), u16le(1), u16le(32),
-            u32le(static_cast<std::uint32_t>(picture.size())), u32le(offset));
-    };
-    auto const image = decoded(join(zeros(2), u16le(1), u16le(2), entry(48, small, first),
-        entry(0, file, first + static_cast<std::uint32_t>(small.size())), small, file));
+    auto const image = decoded(icon({ filledEntry(48, blue), { 0, file } }));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 256, 256 }));
     EXPECT_EQ(pixel(*image, 9, 9), (Colour { 77, 77, 77, 255 }));
+}
+
+TEST(KXFFmpegPicture, MaskOfAnIconHidesPixels)
+{
+    expectRedWithTwoHidden(decoded(icon({ maskedEntry(24, rowOf24Bits()) })));
+}
+
+TEST(KXFFmpegPicture, MaskOfAnIconFollowsItsPalette)
+{
+    for (std::uint32_t const bits : { 1, 4, 8 }) {
+        Bytes palette = join(bytes({ 0, 0, 255, 0 }), zeros((std::size_t { 1 } << bits) * 4 - 4));
+        Bytes const rows = zeros(2 * ((33 * bits + 31) / 32 * 4));
+        IconEntry entry = maskedEntry(bits, {});
+        entry.picture.insert(entry.picture.begin() + 40, rows.begin(), rows.end());
+        entry.picture.insert(entry.picture.begin() + 40, palette.begin(), palette.end());
+        SCOPED_TRACE(bits);
+        expectRedWithTwoHidden(decoded(icon({ entry })));
+    }
+}
+
+TEST(KXFFmpegPicture, PaletteOfAnIconMayTellItsColours)
+{
+    IconEntry entry = maskedEntry(8, zeros(36));
+    std::ranges::copy(u32le(2), entry.picture.begin() + 32);
+    Bytes const palette = bytes({ 0, 0, 255, 0, 255, 0, 0, 0 });
+    entry.picture.insert(entry.picture.begin() + 40, palette.begin(), palette.end());
+    expectRedWithTwoHidden(decoded(icon({ entry })));
+}
+
+TEST(KXFFmpegPicture, MaskOfAnIconCountsWhereNoAlphaIsUsed)
+{
+    Bytes row;
+    for (int x = 0; x < 33; ++x)
+        row = join(row, bytes({ 0, 0, 255, 0 }));
+    expectRedWithTwoHidden(decoded(icon({ maskedEntry(32, row) })));
+    row.back() = 255;
+    auto const image = decoded(icon({ maskedEntry(32, row) }));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(pixel(*image, 32, 0), red);
+    EXPECT_EQ(pixel(*image, 31, 0), transparent);
+}
+
+TEST(KXFFmpegPicture, MaskOfAnIconIsThatOfTheSamePicture)
+{
+    expectRedWithTwoHidden(decoded(icon({ filledEntry(8, blue), maskedEntry(24, rowOf24Bits()) })));
+}
+
+TEST(KXFFmpegPicture, MaskOfAnIconIsAppliedBeforeItIsShrunk)
+{
+    auto const image = decoded(icon({ maskedEntry(24, rowOf24Bits()) }), { 1, 0.5 });
+    expectRedWithTwoHidden(image);
+}
+
+TEST(KXFFmpegPicture, IconWithoutAWholeMaskIsShownAsItIs)
+{
+    IconEntry entry = maskedEntry(24, rowOf24Bits());
+    entry.picture.pop_back();
+    auto const image = decoded(icon({ entry }));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(pixel(*image, 32, 0), red);
+    EXPECT_EQ(pixel(*image, 0, 1), red);
+}
+
+TEST(KXFFmpegPicture, EveryTruncationOfAnIconIsShownOrNot)
+{
+    Bytes const file = icon({ filledEntry(8, blue), maskedEntry(24, rowOf24Bits()) });
+    for (std::size_t length = 0; length < file.size(); ++length) {
+        auto const data
+            = reader(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)));
+        auto const image = pictureByFFmpeg(*data, length, {});
+        EXPECT_TRUE(
+            !image || image->size() == (KXSize { 33, 2 }) || image->size() == (KXSize { 8, 8 }))
+            << length;
+    }
 }
 
 TEST(KXFFmpegPicture, PortableMapIsShown)
@@ -141,7 +244,7 @@ TEST(KXFFmpegPicture, WhatIsNoPictureIsNull)
     for (Bytes const& file : { Bytes(), text("#EXTM3U\n/etc/passwd"), text("BM"), zeros(5'000),
              text("ffconcat version 1.0\nfile a.png"), atom("ftyp", text("isom"), zeros(4)) })
         EXPECT_FALSE(decoded(file));
-    Bytes const file = icon({ { 16, blue } });
+    Bytes const file = icon({ filledEntry(16, blue) });
     for (std::size_t length = 0; length < file.size(); length += 5)
         (void)decoded(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(length)));
 }

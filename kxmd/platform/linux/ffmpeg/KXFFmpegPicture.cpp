@@ -5,6 +5,7 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXIconMaskPrivate.h"
 
 #include <algorithm>
 #include <utility>
@@ -79,6 +80,12 @@ void endFirstLineOfPortableMap(std::vector<std::uint8_t>& bytes)
     bytes[end - 1] = '\n';
 }
 
+bool isIcon(std::vector<std::uint8_t> const& bytes)
+{
+    return formatOfPictureWithHead({ reinterpret_cast<char const*>(bytes.data()), bytes.size() })
+        == KXPictureFormat::icon;
+}
+
 /// Twice what is wanted at least, which the resampler makes the better picture of; empty for all.
 KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
 {
@@ -102,7 +109,13 @@ KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize 
     AVStream const* const stream = format ? largestPicture(*format) : nullptr;
     auto const decoder = stream ? openedDecoder(*stream) : nullptr;
     auto const frame = decoder ? decodedFrame(*format, *stream, *decoder) : nullptr;
-    return frame ? imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize)) : nullptr;
+    if (!frame)
+        return nullptr;
+    if (!isIcon(bytes))
+        return imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize));
+    auto image = imageOfFrame(*frame, {}, {}); // As large as its mask.
+    auto const index = static_cast<std::size_t>(stream->index);
+    return image ? pictureOfIconWithMask(bytes, index, std::move(image)) : nullptr;
 }
 
 std::vector<std::string> formatsOfPicturesByFFmpeg()
