@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -75,3 +77,9 @@ public:
 private:
     std::uint32_t _value { 0 };
 };
+
+/// Whether a code is among others.
+constexpr bool isOneOf(std::span<KXFourCharacterCode const> codes, KXFourCharacterCode code)
+{
+    return std::ranges::find(codes, code) != codes.end();
+}

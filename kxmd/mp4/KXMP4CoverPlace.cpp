@@ -2,6 +2,7 @@
 
 #include "kxmd/base/KXByteBuilderPrivate.h"
 #include "kxmd/base/KXMutableAbstractData.h"
+#include "kxmd/mp4/KXMP4InnerAtomsPrivate.h"
 #include "kxmd/mp4/KXMP4PathsPrivate.h"
 #include "kxmd/mp4/atoms/KXMP4AtomHdlr.h"
 
@@ -12,8 +13,6 @@
 #include <vector>
 
 namespace {
-
-constexpr std::uint64_t atomHeaderSize = 8;
 
 KXData atomOf(KXFourCharacterCode type, std::initializer_list<KXData> parts)
 {

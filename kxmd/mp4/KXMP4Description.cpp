@@ -5,7 +5,6 @@
 #include "kxmd/mp4/KXMP4TextFieldPrivate.h"
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 #include <vector>
 
@@ -24,13 +23,7 @@ constexpr KXFourCharacterCode userDataTexts[] { "©nam", "©ART", "©art", "©al
 // 3GPP TS 26.244, 8. Nor the place (loci), the year and the copyright, which phones write.
 constexpr KXFourCharacterCode assetTexts[] { "titl", "auth", "perf", "albm", "gnre" };
 
-constexpr std::uint64_t atomHeaderSize = 8;
 constexpr KXFourCharacterCode valueType { "data" };
-
-bool isOneOf(std::span<KXFourCharacterCode const> types, KXFourCharacterCode type)
-{
-    return std::ranges::find(types, type) != types.end();
-}
 
 /// The type as it stands in the file: numbers of keys are no text.
 KXFourCharacterCode typeOf(KXMP4Atom const& atom, KXAbstractData& data)

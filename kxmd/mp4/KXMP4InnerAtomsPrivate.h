@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+constexpr std::uint64_t atomHeaderSize = 8; ///< ISO/IEC 14496-12, 4.2: size and type.
+
 /// An atom within one that the tree keeps whole, such as the value of a tag.
 struct KXMP4InnerAtom {
     KXFourCharacterCode type;
@@ -20,15 +22,14 @@ template <class Visit>
 void visitInnerAtoms(
     KXAbstractData& data, std::uint64_t position, std::uint64_t end, Visit const& visit)
 {
-    constexpr std::uint64_t headerSize = 8;
-    while (position < end && end - position >= headerSize && data.budget().takeStep()) {
+    while (position < end && end - position >= atomHeaderSize && data.budget().takeStep()) {
         data.setOffset(position);
         std::uint64_t const size = data.readUInt32OrZero(KXSwap::yes);
         KXFourCharacterCode const type(data.readUInt32OrZero(KXSwap::yes));
-        if (size < headerSize || size > end - position)
+        if (size < atomHeaderSize || size > end - position)
             return;
         position += size;
-        if (!visit(KXMP4InnerAtom { type, position - size + headerSize, position }))
+        if (!visit(KXMP4InnerAtom { type, position - size + atomHeaderSize, position }))
             return;
     }
 }

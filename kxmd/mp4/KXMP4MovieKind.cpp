@@ -25,11 +25,6 @@ constexpr Code pictureEntries[] { "jpeg", "mjpa", "mjpb", "mjpg", "mjp2", "png "
 constexpr Code protectedEntries[] { "enca", "encv", "enct", "encs", // ISO/IEC 14496-12, 8.12.
     "drms", "drmi", "drmt", "aavd" }; // Before that.
 
-bool isOneOf(std::span<Code const> codes, Code code)
-{
-    return std::ranges::find(codes, code) != codes.end();
-}
-
 Code codeAt(std::uint64_t position, KXAbstractData& data)
 {
     data.setOffset(position);

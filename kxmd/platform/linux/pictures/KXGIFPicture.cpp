@@ -13,10 +13,10 @@
 
 namespace {
 
-struct FileClose {
+struct GIFCloser {
     void operator()(GifFileType* file) const { DGifCloseFile(file, nullptr); }
 };
-using FileRef = std::unique_ptr<GifFileType, FileClose>;
+using FileRef = std::unique_ptr<GifFileType, GIFCloser>;
 
 int readBytes(GifFileType* file, GifByteType* bytes, int length)
 {

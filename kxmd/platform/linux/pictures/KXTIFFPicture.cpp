@@ -10,10 +10,10 @@
 
 namespace {
 
-struct FileClose {
+struct TIFFCloser {
     void operator()(TIFF* file) const { TIFFClose(file); }
 };
-using FileRef = std::unique_ptr<TIFF, FileClose>;
+using FileRef = std::unique_ptr<TIFF, TIFFCloser>;
 
 /// The file that the library reads.
 struct Input {
