@@ -38,7 +38,7 @@ SUITES_OF_COMMAND = {
     "kxmd/mp3/": (*READERS, "EditTests"),
     "kxmd/mp4/": (*READERS, "EditTests"),
     "kxmd/image/": ("PicturesTests",),
-    "kxmd/platform/linux/": ("DoctorTests", "PicturesTests"),
+    "kxmd/platform/": ("DoctorTests", "PicturesTests"),
     "kxmd/processors/": ("EditTests",),
     "kxmd/thumbnails/": ("PicturesTests", "ExifTests", "CacheNameTests"),
     "shared/": ("EditTests", "PrepareTests", "AfconvertTests"),

@@ -6,11 +6,13 @@
 #include "kxmd/kxmd_c.h"
 #include "kxmd/version.h"
 #include "support/LogCapture.h"
+#include "support/OpeningsOfFile.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <set>
 #include <string>
@@ -96,6 +98,40 @@ TEST_F(CInterface, Requests) { c_use_requests(media()); }
 TEST_F(CInterface, RequestsInALoop) { c_use_requests_in_a_loop(media()); }
 
 TEST_F(CInterface, RequestsThatAreCancelled) { c_use_requests_that_are_cancelled(media()); }
+
+TEST_F(CInterface, RequestThatIsCancelledBeforeItsTurnOpensNothing)
+{
+    struct Handlers {
+        std::promise<void> firstIsCalled, firstMayEnd, secondIsCalled;
+
+        static void first(kxmd_image* image, kxmd_error const*, void* data)
+        {
+            kxmd_image_free(image);
+            auto& handlers = *static_cast<Handlers*>(data);
+            handlers.firstIsCalled.set_value();
+            handlers.firstMayEnd.get_future().wait();
+        }
+        static void second(kxmd_image*, kxmd_error const* error, void* data)
+        {
+            EXPECT_EQ(kxmd_error_get_code(error), KXMD_ERROR_CANCELLED);
+            static_cast<Handlers*>(data)->secondIsCalled.set_value();
+        }
+    } handlers;
+    kxmd_thumbnails* const thumbnails = kxmd_thumbnails_new(0, nullptr, nullptr, nullptr);
+    ASSERT_TRUE(kxmd_thumbnails_request(thumbnails, media()->picture, 9, 9, KXMD_THUMBNAIL_FIT,
+        Handlers::first, &handlers, nullptr, nullptr));
+    handlers.firstIsCalled.get_future().wait();
+    OpeningsOfFile openings(media()->song);
+    kxmd_request* request = nullptr;
+    ASSERT_TRUE(kxmd_thumbnails_request(thumbnails, media()->song, 9, 9, KXMD_THUMBNAIL_FIT,
+        Handlers::second, &handlers, &request, nullptr));
+    kxmd_request_cancel(request);
+    handlers.firstMayEnd.set_value();
+    handlers.secondIsCalled.get_future().wait();
+    EXPECT_FALSE(openings.any());
+    kxmd_request_free(request);
+    kxmd_thumbnails_free(thumbnails);
+}
 
 #ifdef KXMD_HAS_MOVIES
 

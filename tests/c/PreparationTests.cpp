@@ -72,6 +72,32 @@ TEST_F(CPreparation, FilmsKeepTheirSound)
         0u);
 }
 
+TEST_F(CPreparation, FilmThatCannotBeReadIsNotTakenForMusic)
+{
+    // So far apart that each part is read on its own.
+    Bytes const gap = atom("free", zeros(100'000));
+    Bytes const film = movieOf([&](std::uint32_t media) {
+        return join(gap, trackOf("soun", soundEntry("alac"), media), gap,
+            trackOf("vide", pictures, media), gap);
+    });
+    std::string const path = folder.write("source", film);
+    bool haveFailed = true;
+    for (std::size_t count = 0; haveFailed; ++count) {
+        ASSERT_LT(count, 1000u);
+        kxmd_error* error = nullptr;
+        {
+            FailingReads const failing(count);
+            kxmd_prepare_file(
+                path.c_str(), target.c_str(), KXMD_STEP_CONVERT, nullptr, 0, nullptr, &error);
+            haveFailed = failing.haveFailed();
+        }
+        EXPECT_EQ(kxmd_error_get_code(error), haveFailed ? KXMD_ERROR_READ : KXMD_ERROR_NONE)
+            << count;
+        EXPECT_EQ(std::filesystem::exists(target), !haveFailed) << count;
+        kxmd_error_free(error);
+    }
+}
+
 TEST_F(CPreparation, ProtectedMusicIsNotConverted)
 {
     Bytes const entries = join(soundEntry("alac"), soundEntry("enca"));

@@ -365,6 +365,17 @@ TEST(KXMDFileMetaMP3Frame, MeasuresPicturesOfIdentifiersThatAreAPartOfTheList)
         EXPECT_EQ(parsed(frame(ID3::v23, tag, ofVersion3))->albumCoverSize(), none);
 }
 
+TEST(KXMDFileMetaMP3Frame, FormatOfAPictureHasThreeCharactersInVersion2)
+{
+    auto const sizeOf = [](Bytes const& head) {
+        return parsed(frame(ID3::v22, "PIC", join(head, jpeg(32, 24))), ID3::v22)->albumCoverSize();
+    };
+    EXPECT_EQ(sizeOf(join(u8(0), text("JPG"), u8(0), text("odd"), u8(0))), coverOf32By24);
+    EXPECT_EQ(sizeOf(join(u8(0), text("JPG"), u8(3), utf16(u"odd"), u16(0))), coverOf32By24);
+    EXPECT_EQ(sizeOf(join(u8(0), text("JPEG"), u8(0), text("odd"), u8(0))), none);
+    EXPECT_EQ(sizeOf(join(u8(0), text("JP"), u8(3), utf16(u"odd"), u16(0))), none);
+}
+
 TEST(KXMDFileMetaMP3Frame, PictureType0HasALatin1DescriptionWhateverTheEncodingByteSays)
 {
     for (std::uint32_t const encoding : { 0u, 1u, 2u, 3u }) {

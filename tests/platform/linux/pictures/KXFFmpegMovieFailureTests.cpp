@@ -1,11 +1,8 @@
-// Movies that are damaged or of rare kinds, and machines without memory.
+// Movies that are damaged or of rare kinds.
 
 #include "support/MovieTest.h"
-#include "support/NoMemory.h"
 
 #include <gmock/gmock.h>
-
-#include <malloc.h>
 
 using namespace build;
 using namespace movies;
@@ -58,52 +55,6 @@ TEST_F(KXFFmpegMovieFailure, HalfDecodedFramesArePassedOver)
     EXPECT_FALSE(movie->imageAtTime(0, {}));
     EXPECT_FALSE(movie->keyImageAtTime(0, {}));
     EXPECT_TRUE(movie->keyImageAtTime(time(8), {}));
-}
-
-TEST_F(KXFFmpegMovieFailure, WithoutMemoryThereIsNothingOrLess)
-{
-    Movie const plain { .frames = { redFrame, greenFrame } };
-    Movie const bright { .codec = "b48r",
-        .depth = 48,
-        .frames = { filled(16 * 8 * 6, 0x50) },
-        .entryChildren = colours(9, 16, 0) };
-    for (Movie const& made : { plain, bright }) {
-        Bytes const file = made.file();
-        std::size_t shown = 0;
-        bool hasFailed = true;
-        for (std::size_t count = 0; hasFailed; ++count) {
-            auto const data = reader(file);
-            NoMemory const noMemory(count);
-            if (auto const movie = loader->movieWithData(*data)) {
-                shown += movie->keyImageAtTime(0, { 4, 4 }) != nullptr;
-                shown += movie->imageAtTime(0, { 4, 4 }) != nullptr;
-            }
-            hasFailed = noMemory.hasFailed();
-            ASSERT_LT(count, 10'000u);
-        }
-        EXPECT_GE(shown, 2u);
-    }
-}
-
-TEST_F(KXFFmpegMovieFailure, MoviesThatAreGoneTakeNoMemory)
-{
-    Bytes const file = Movie { .frames = { redFrame, greenFrame } }.file();
-    Bytes const damaged = Movie { .frames = { zeros(10), zeros(10) } }.file();
-    auto const playMany = [&] {
-        for (int i = 0; i < 500; ++i) {
-            for (Bytes const& bytes : { file, damaged, text("a letter") }) {
-                if (auto const movie = opened(bytes)) {
-                    (void)movie->keyImageAtTime(0, { 4, 4 });
-                    (void)movie->imageAtTime(0.1, { 4, 4 });
-                }
-            }
-        }
-    };
-    auto const used = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
-    playMany();
-    auto const before = used();
-    playMany();
-    EXPECT_LE(used(), before + 30'000);
 }
 
 TEST_F(KXFFmpegMovieFailure, MovieOfACodecThatNobodyKnowsHasNoFrames)

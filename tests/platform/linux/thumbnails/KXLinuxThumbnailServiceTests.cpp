@@ -5,6 +5,7 @@
 
 #include "support/Fakes.h"
 #include "support/Files.h"
+#include "support/OpeningsOfFile.h"
 #include "support/Pictures.h"
 #include "support/Renders.h"
 
@@ -102,6 +103,20 @@ TEST_F(KXLinuxThumbnailServiceTest, SquareIsTheMiddleOfThePictureInExactlyTheSiz
     for (KXSize const size : { KXSize { 0, 30 }, KXSize { 30, -1 }, KXSize { 1e9, 30 } })
         EXPECT_FALSE(platform->thumbnailService->squareForPath(path, size)) << size.width;
     EXPECT_FALSE(platform->thumbnailService->squareForPath("/missing", { 30, 30 }));
+}
+
+TEST_F(KXLinuxThumbnailServiceTest, FileIsOpenedOnlyIfThereIsRoomForAPicture)
+{
+    auto const path = pictureFile("quarters.png", *quarters(90, 60));
+    auto const& service = *platform->thumbnailService;
+    OpeningsOfFile openings(path);
+    for (KXSize const size : { KXSize { 0.25, 30 }, KXSize { 30, 0.25 }, KXSize { 0, 0 } }) {
+        EXPECT_FALSE(service.squareForPath(path, size));
+        EXPECT_FALSE(service.imageForPath(path, size));
+    }
+    EXPECT_FALSE(openings.any());
+    EXPECT_TRUE(service.squareForPath(path, { 30, 30 }));
+    EXPECT_TRUE(openings.any());
 }
 
 TEST_F(KXLinuxThumbnailServiceTest, SquareIsResampledOnce)
