@@ -38,10 +38,13 @@ bool appendFrames(Bytes& file, Choices& choices)
         file.resize(file.size() + frame.length - frame.header.size(), 'm');
     }
     auto const end = choices.next<std::uint8_t>() % 3;
-    if (end == 1)
+    if (end == 1) { // A tag of ID3v1.
         file.insert(file.end(), { 'T', 'A', 'G' });
-    if (end)
+        for (int i = 0; i < 125; ++i)
+            file.push_back(choices.next<std::uint8_t>());
+    } else if (end == 2) {
         file.resize(file.size() + 100, 'e');
+    }
     return count > 2 || (count == 2 && end < 2);
 }
 

@@ -10,6 +10,7 @@
 #include "support/Movies.h"
 #include "support/NoMemory.h"
 #include "support/Pictures.h"
+#include "support/Renders.h"
 
 #include <gtest/gtest.h>
 
@@ -62,7 +63,8 @@ void failEachAllocationOf(std::function<void()> const& use)
 int failuresOf(bool (*confine)())
 {
     enum { succeeds, fails, failsConfined };
-    for (int count = 0;; ++count) {
+    constexpr int most = 1000;
+    for (int count = 0; count < most; ++count) {
         pid_t const child = ::fork();
         if (child == 0) {
             callsBeforeFailure = count;
@@ -76,6 +78,8 @@ int failuresOf(bool (*confine)())
         if (!WIFEXITED(status) || WEXITSTATUS(status) != fails)
             return count;
     }
+    ADD_FAILURE() << "it never succeeds";
+    return most;
 }
 
 }
@@ -146,6 +150,8 @@ TEST_F(DecodersWithoutMemory, ProbesKnowNothingOrWhatIsThere)
 
 TEST_F(DecodersWithoutMemory, FilterWithoutOneOfItsRulesIsNotUsed)
 {
+    if (!isConfinementThere())
+        GTEST_SKIP() << "the kernel cannot confine";
     EXPECT_GT(failuresOf(confineToComputing), 50);
     static constexpr KXProgramPlaces places { "/bin/true", "/dev/null", "" };
     EXPECT_GT(failuresOf([] { return confineProgram(places); }), 10);
