@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <csignal>
+#include <new>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -404,6 +406,26 @@ TEST_F(KXPictureDecoders, PictureThatNeedsMoreMemoryThanThereIsIsNotEncoded)
         rlimit const none { 0, 0 };
         ::setrlimit(RLIMIT_AS, &none);
         ::_exit(png(*image).empty() && jpg(*image).empty() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(KXPictureDecoders, PictureForWhichThereIsNoMemoryFileIsNotDecodedInPart)
+{
+    Bytes const photo = jpg(*noise(300, 200, 7));
+    pid_t const process = ::fork();
+    if (process == 0) {
+        ::signal(SIGXFSZ, SIG_IGN);
+        rlimit const half { photo.size() / 2, photo.size() / 2 };
+        ::setrlimit(RLIMIT_FSIZE, &half); // Of files in memory as well.
+        try {
+            (void)decoded(photo);
+            ::_exit(1);
+        } catch (std::bad_alloc const&) {
+            ::_exit(0);
+        }
     }
     int status = 0;
     ASSERT_EQ(::waitpid(process, &status, 0), process);
