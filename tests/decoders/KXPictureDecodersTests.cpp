@@ -635,3 +635,10 @@ TEST(KXJPEGPicture, EverythingButTheEndMarkerIsEverything)
     ASSERT_TRUE(part);
     EXPECT_TRUE(areEqual(*part, *whole));
 }
+
+TEST(KXWebPPicture, PictureLongerThanJPEGHasIsNotEncoded)
+{
+    EXPECT_GT(jpegOfImage(*solid(65'500, 1, red)).length(), 0u);
+    EXPECT_EQ(jpegOfImage(*solid(65'501, 1, red)).length(), 0u);
+    EXPECT_EQ(jpegOfImage(*solid(1, 65'501, red)).length(), 0u);
+}
