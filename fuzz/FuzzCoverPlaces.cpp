@@ -38,7 +38,7 @@ bool appendFrames(Bytes& file, Choices& choices)
         file.resize(file.size() + frame.length - frame.header.size(), 'm');
     }
     auto const end = choices.next<std::uint8_t>() % 3;
-    if (end == 1) { // A tag of ID3v1.
+    if (end == 1) { // An ID3v1 tag, of 128 bytes.
         file.insert(file.end(), { 'T', 'A', 'G' });
         for (int i = 0; i < 125; ++i)
             file.push_back(choices.next<std::uint8_t>());

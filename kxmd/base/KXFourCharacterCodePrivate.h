@@ -78,7 +78,7 @@ private:
     std::uint32_t _value { 0 };
 };
 
-/// Whether a code is among others.
+/// Whether `codes` has `code`.
 constexpr bool isOneOf(std::span<KXFourCharacterCode const> codes, KXFourCharacterCode code)
 {
     return std::ranges::find(codes, code) != codes.end();

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-constexpr std::uint64_t atomHeaderSize = 8; ///< ISO/IEC 14496-12, 4.2: size and type.
+inline constexpr std::uint64_t atomHeaderSize = 8; ///< ISO/IEC 14496-12, 4.2: size and type.
 
 /// An atom within one that the tree keeps whole, such as the value of a tag.
 struct KXMP4InnerAtom {

@@ -49,9 +49,9 @@ bool isMovieFile(KXMP4Atom& root, KXAbstractData& data)
 /// The tracks that a track names as its chapters (QuickTime File Format, "Chapter lists").
 void appendChapterTracks(std::vector<std::uint32_t>& ids, KXMP4Atom& track, KXAbstractData& data)
 {
-    constexpr std::uint64_t headerSize = 8, idSize = 4;
+    constexpr std::uint64_t idSize = 4;
     for (auto const& references : track.allAtomsWithPath("trak/tref")) {
-        std::uint64_t const begin = references->offset() + headerSize;
+        std::uint64_t const begin = references->offset() + atomHeaderSize;
         std::uint64_t const end = references->offset() + references->size();
         visitInnerAtoms(data, begin, end, [&](auto const& reference) {
             bool const areChapters = reference.type == Code("chap");

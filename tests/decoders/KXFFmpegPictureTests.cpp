@@ -69,6 +69,22 @@ IconEntry maskedEntry(std::uint32_t bitsPerPixel, Bytes const& row)
     return { 33, join(bitmapHeader(33, 4, bitsPerPixel), row, row, lower, upper) };
 }
 
+/// A square PNG of one grey.
+Bytes greyPNG(std::uint32_t side)
+{
+    Bytes const pixels = filled(std::size_t { side } * side * 3, 77);
+    png_image header {};
+    header.version = PNG_IMAGE_VERSION;
+    header.width = header.height = side;
+    header.format = PNG_FORMAT_RGB;
+    png_alloc_size_t length = 0;
+    EXPECT_TRUE(png_image_write_to_memory(&header, nullptr, &length, 0, pixels.data(), 0, nullptr));
+    Bytes file(length);
+    EXPECT_TRUE(
+        png_image_write_to_memory(&header, file.data(), &length, 0, pixels.data(), 0, nullptr));
+    return file;
+}
+
 Bytes rowOf24Bits()
 {
     Bytes row;
@@ -114,22 +130,21 @@ TEST(KXFFmpegPicture, LargestPictureOfAnIconIsShown)
     EXPECT_EQ(pixel(*image, 20, 20), red);
 }
 
-TEST(KXFFmpegPicture, PictureOfAnIconThatIsAPNGIsItsLargest)
+TEST(KXFFmpegPicture, LargestPictureOfAnIconMayBeAPNG)
 {
-    Bytes const pixels = filled(256 * 256 * 3, 77);
-    png_image header {};
-    header.version = PNG_IMAGE_VERSION;
-    header.width = header.height = 256;
-    header.format = PNG_FORMAT_RGB;
-    png_alloc_size_t length = 0;
-    ASSERT_TRUE(png_image_write_to_memory(&header, nullptr, &length, 0, pixels.data(), 0, nullptr));
-    Bytes file(length);
-    ASSERT_TRUE(
-        png_image_write_to_memory(&header, file.data(), &length, 0, pixels.data(), 0, nullptr));
-    auto const image = decoded(icon({ filledEntry(48, blue), { 0, file } }));
+    auto const image = decoded(icon({ filledEntry(48, blue), { 0, greyPNG(256) } }));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), (KXSize { 256, 256 }));
     EXPECT_EQ(pixel(*image, 9, 9), (Colour { 77, 77, 77, 255 }));
+}
+
+TEST(KXFFmpegPicture, SmallPNGOfAnIconIsNotTakenForItsLargest)
+{
+    EXPECT_EQ(
+        decoded(icon({ { 16, greyPNG(16) }, { 48, greyPNG(48) }, { 32, greyPNG(32) } }))->size(),
+        (KXSize { 48, 48 }));
+    EXPECT_EQ(
+        decoded(icon({ { 16, greyPNG(16) }, filledEntry(24, blue) }))->size(), (KXSize { 24, 24 }));
 }
 
 TEST(KXFFmpegPicture, MaskOfAnIconHidesPixels)
@@ -172,6 +187,29 @@ TEST(KXFFmpegPicture, MaskOfAnIconCountsWhereNoAlphaIsUsed)
     EXPECT_EQ(pixel(*image, 31, 0), transparent);
 }
 
+TEST(KXFFmpegPicture, CompressedPictureOfAnIconHasNoMask)
+{
+    constexpr std::size_t compressionInHeader = 16;
+    Bytes const palette = join(bytes({ 0, 0, 255, 0 }), zeros(255 * 4));
+    // A run of 33 for each row (BI_RLE8), and more than the pixels would take uncompressed.
+    Bytes const rows = join(bytes({ 33, 0, 0, 0, 33, 0, 0, 1 }), filled(64, 0xFF));
+    IconEntry entry { 33, join(bitmapHeader(33, 4, 8), palette, rows, filled(16, 0xFF)) };
+    entry.picture[compressionInHeader] = 1;
+    auto const image = decoded(icon({ entry }));
+    ASSERT_TRUE(image);
+    for (std::size_t x = 0; x < 33; ++x)
+        EXPECT_EQ(pixel(*image, x, 1), red) << x;
+}
+
+TEST(KXFFmpegPicture, NumberOfColoursInTheDirectoryOfAnIconDoesNotMatter)
+{
+    for (int const count : { 2, 16, 255 }) {
+        Bytes file = icon({ maskedEntry(24, rowOf24Bits()) });
+        file[6 + 2] = static_cast<std::uint8_t>(count);
+        expectRedWithTwoHidden(decoded(file));
+    }
+}
+
 TEST(KXFFmpegPicture, MaskOfAnIconIsThatOfTheSamePicture)
 {
     expectRedWithTwoHidden(decoded(icon({ filledEntry(8, blue), maskedEntry(24, rowOf24Bits()) })));
@@ -179,7 +217,7 @@ TEST(KXFFmpegPicture, MaskOfAnIconIsThatOfTheSamePicture)
 
 TEST(KXFFmpegPicture, MaskOfAnIconIsAppliedBeforeItIsShrunk)
 {
-    auto const image = decoded(icon({ maskedEntry(24, rowOf24Bits()) }), { 1, 0.5 });
+    auto const image = decoded(icon({ maskedEntry(24, rowOf24Bits()) }), { 0.5, 0.25 });
     expectRedWithTwoHidden(image);
 }
 

@@ -15,12 +15,12 @@ using namespace pictures;
 
 namespace {
 
-struct Release {
+struct HEIFCloser {
     void operator()(heif_context* context) const { heif_context_free(context); }
     void operator()(heif_encoder* encoder) const { heif_encoder_release(encoder); }
     void operator()(heif_image* image) const { heif_image_release(image); }
 };
-template <class Object> using Owned = std::unique_ptr<Object, Release>;
+template <class Object> using Owned = std::unique_ptr<Object, HEIFCloser>;
 
 bool isDone(heif_error const& error) { return error.code == heif_error_Ok; }
 

@@ -82,6 +82,10 @@ TEST(KXPictureSizeWebP, FileNeedsItsHeader)
     Bytes renamed = riff(frame);
     renamed[15] = 'Y'; // "VP8Y"
     EXPECT_EQ(measured(renamed), std::nullopt);
+    // Would be a frame if its length were not looked for.
+    Bytes const frameInHeader
+        = join(text("XXXXVP8LWEBP"), u8(0x2F), bytes({ 31, 0, 6, 0 }), zeros(40));
+    EXPECT_EQ(measured(frameInHeader), std::nullopt);
 }
 
 TEST(KXPictureSizeWebP, FileMustHaveRoomForAChunk)

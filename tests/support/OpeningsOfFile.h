@@ -12,6 +12,7 @@ class OpeningsOfFile {
 public:
     explicit OpeningsOfFile(std::string const& path)
     {
+        EXPECT_GE(_events, 0) << "no more of them are allowed";
         EXPECT_GE(::inotify_add_watch(_events, path.c_str(), IN_OPEN), 0);
     }
     ~OpeningsOfFile() { ::close(_events); }

@@ -5,9 +5,10 @@
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegFramePrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegInputPrivate.h"
 #include "kxmd/platform/linux/ffmpeg/KXFFmpegStreamPrivate.h"
-#include "kxmd/platform/linux/ffmpeg/KXIconMaskPrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXWindowsIconPrivate.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -15,17 +16,20 @@ namespace {
 
 constexpr std::int64_t mostPixels = 1ll << 26;
 
-std::int64_t pixelsOf(AVStream const& stream)
+bool isIcon(std::span<std::uint8_t const> bytes)
 {
-    constexpr std::int64_t largestOfIcon = 256 * 256; // The only one that is stored as PNG.
-    if (stream.codecpar->codec_id == AV_CODEC_ID_PNG && !stream.codecpar->width)
-        return largestOfIcon;
-    return std::int64_t { stream.codecpar->width } * stream.codecpar->height;
+    return formatOfPictureWithHead({ reinterpret_cast<char const*>(bytes.data()), bytes.size() })
+        == KXPictureFormat::icon;
 }
 
-/// An icon has a stream for each of its sizes.
-AVStream* largestPicture(AVFormatContext const& format)
+std::size_t indexOf(AVStream const& stream) { return static_cast<std::size_t>(stream.index); }
+
+/// The first picture, or the largest of an icon, which has a stream for each of its sizes.
+AVStream* largestPicture(AVFormatContext const& format, std::span<std::uint8_t const> bytes)
 {
+    auto const pixelsOf = [&](AVStream const& stream) {
+        return isIcon(bytes) ? pixelsOfIconEntry(bytes, indexOf(stream)) : 0;
+    };
     AVStream* largest = nullptr;
     for (AVStream* const stream : streamsOf(format)) {
         bool const isPicture = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
@@ -80,12 +84,6 @@ void endFirstLineOfPortableMap(std::vector<std::uint8_t>& bytes)
     bytes[end - 1] = '\n';
 }
 
-bool isIcon(std::vector<std::uint8_t> const& bytes)
-{
-    return formatOfPictureWithHead({ reinterpret_cast<char const*>(bytes.data()), bytes.size() })
-        == KXPictureFormat::icon;
-}
-
 /// Twice what is wanted at least, which the resampler makes the better picture of; empty for all.
 KXSize decodedSize(AVFrame const& frame, KXSize wantedSize)
 {
@@ -103,10 +101,12 @@ KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize 
     if (bytes.empty())
         return nullptr;
     endFirstLineOfPortableMap(bytes);
+    if (isIcon(bytes))
+        forgetColourCountsOfIcon(bytes);
     KXMemoryData memory(bytes);
     KXFFmpegInput input(memory);
     auto const format = input.openedPicture();
-    AVStream const* const stream = format ? largestPicture(*format) : nullptr;
+    AVStream const* const stream = format ? largestPicture(*format, bytes) : nullptr;
     auto const decoder = stream ? openedDecoder(*stream) : nullptr;
     auto const frame = decoder ? decodedFrame(*format, *stream, *decoder) : nullptr;
     if (!frame)
@@ -114,8 +114,7 @@ KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize 
     if (!isIcon(bytes))
         return imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize));
     auto image = imageOfFrame(*frame, {}, {}); // As large as its mask.
-    auto const index = static_cast<std::size_t>(stream->index);
-    return image ? pictureOfIconWithMask(bytes, index, std::move(image)) : nullptr;
+    return image ? pictureOfIconWithMask(bytes, indexOf(*stream), std::move(image)) : nullptr;
 }
 
 std::vector<std::string> formatsOfPicturesByFFmpeg()

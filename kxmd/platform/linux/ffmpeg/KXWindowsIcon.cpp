@@ -1,4 +1,4 @@
-#include "kxmd/platform/linux/ffmpeg/KXIconMaskPrivate.h"
+#include "kxmd/platform/linux/ffmpeg/KXWindowsIconPrivate.h"
 
 #include "kxmd/base/KXMemoryDataPrivate.h"
 #include "kxmd/image/KXPictureReaderPrivate.h"
@@ -8,15 +8,17 @@
 #include <utility>
 #include <vector>
 
-// Icons of Windows have no standard; the names are those of the Windows API.
+// No standard describes Windows icons; the names are the Windows API's.
 
 namespace {
 
-constexpr std::uint64_t iconHeaderLength = 6; // ICONDIR
-constexpr std::uint64_t entryLength = 16; // ICONDIRENTRY
-constexpr std::uint64_t lengthInEntry = 8; // dwBytesInRes, and dwImageOffset after it.
+constexpr std::size_t iconHeaderLength = 6; // ICONDIR
+constexpr std::size_t entryLength = 16; // ICONDIRENTRY
+constexpr std::size_t colourCountInEntry = 2; // bColorCount, after bWidth and bHeight.
+constexpr std::size_t lengthInEntry = 8; // dwBytesInRes, and dwImageOffset after it.
 constexpr std::uint32_t infoHeaderLength = 40; // BITMAPINFOHEADER
-constexpr std::uint64_t bytesAfterBitCount = 16; // biCompression to biYPelsPerMeter.
+constexpr std::uint32_t uncompressed = 0; // BI_RGB
+constexpr std::uint64_t bytesAfterCompression = 12; // biSizeImage to biYPelsPerMeter.
 constexpr std::uint64_t bytesOfColour = 4; // RGBQUAD
 constexpr std::uint16_t bitsWithAlpha = 32;
 
@@ -28,14 +30,23 @@ struct IconBitmap {
     KXPictureReader pixels;
 };
 
-/// The bytes of a row, which end at a multiple of 32 bits.
+/// Bytes per row; rows are padded to 32 bits.
 std::uint64_t rowLength(std::uint64_t width, std::uint64_t bitsPerPixel)
 {
     return (width * bitsPerPixel + 31) / 32 * 4;
 }
 
-/// The bytes that the directory tells of one picture.
-std::optional<KXPictureReader> partOfIcon(KXPictureReader icon, std::uint64_t index)
+/// An entry of the directory; empty past the icon's end.
+template <class Byte> std::span<Byte> entryOf(std::span<Byte> icon, std::size_t index)
+{
+    std::size_t const count = icon.size() < iconHeaderLength ? 0u : icon[4] | icon[5] << 8;
+    std::size_t const start = iconHeaderLength + index * entryLength;
+    return index < count && start + entryLength <= icon.size() ? icon.subspan(start, entryLength)
+                                                               : std::span<Byte>();
+}
+
+/// The bytes of one picture, as its directory entry gives them.
+std::optional<KXPictureReader> partOfIcon(KXPictureReader icon, std::size_t index)
 {
     std::uint32_t length, offset;
     if (!icon.setPosition(iconHeaderLength + index * entryLength + lengthInEntry)
@@ -47,12 +58,13 @@ std::optional<KXPictureReader> partOfIcon(KXPictureReader icon, std::uint64_t in
 
 std::optional<IconBitmap> bitmapIn(KXPictureReader part)
 {
-    std::uint32_t headerLength, width, height, colours;
+    std::uint32_t headerLength, width, height, compression, colours;
     std::uint16_t planes, bits;
     if (!part.readUInt32To(headerLength, KXSwap::no) || headerLength != infoHeaderLength
         || !part.readUInt32To(width, KXSwap::no) || !part.readUInt32To(height, KXSwap::no)
         || !part.readUInt16To(planes, KXSwap::no) || !part.readUInt16To(bits, KXSwap::no)
-        || !part.skipBytes(bytesAfterBitCount) || !part.readUInt32To(colours, KXSwap::no))
+        || !part.readUInt32To(compression, KXSwap::no) || compression != uncompressed
+        || !part.skipBytes(bytesAfterCompression) || !part.readUInt32To(colours, KXSwap::no))
         return std::nullopt;
     constexpr unsigned mostBitsOfPalette = 8;
     std::uint64_t const palette = colours || bits > mostBitsOfPalette ? colours : 1u << bits;
@@ -70,7 +82,7 @@ std::vector<std::uint8_t> nextBytes(KXPictureReader& reader, std::uint64_t lengt
     return reader.readBytesTo(bytes) ? bytes : std::vector<std::uint8_t>();
 }
 
-/// Whether any pixel of four bytes tells how much it covers; where none does, the mask counts.
+/// Whether any pixel has a non-zero alpha; if none does, the mask decides.
 bool isAlphaUsed(std::span<std::uint8_t const> pixels)
 {
     for (std::size_t alpha = 3; alpha < pixels.size(); alpha += 4) {
@@ -80,11 +92,11 @@ bool isAlphaUsed(std::span<std::uint8_t const> pixels)
     return false;
 }
 
-/// The rows of the mask, the last row of the picture first; empty where there is none to follow.
+/// The mask's rows, bottom row first; empty when there is no usable mask.
 std::vector<std::uint8_t> maskOf(IconBitmap bitmap, KXImage const& picture)
 {
     std::uint64_t const width = picture.pixelWidth(), height = picture.pixelHeight();
-    if (bitmap.width != width || bitmap.heightOfBoth != 2 * height)
+    if (bitmap.width != width || bitmap.heightOfBoth / 2 != height)
         return {};
     auto const pixels = nextBytes(bitmap.pixels, height * rowLength(width, bitmap.bitsPerPixel));
     if (pixels.empty() || (bitmap.bitsPerPixel == bitsWithAlpha && isAlphaUsed(pixels)))
@@ -92,7 +104,7 @@ std::vector<std::uint8_t> maskOf(IconBitmap bitmap, KXImage const& picture)
     return nextBytes(bitmap.pixels, height * rowLength(width, 1));
 }
 
-/// The picture without the pixels whose bit is set.
+/// The picture with every pixel whose mask bit is set made transparent.
 KXImage::Ref withoutMasked(KXImage const& picture, std::span<std::uint8_t const> mask)
 {
     std::size_t const width = picture.pixelWidth(), height = picture.pixelHeight();
@@ -109,6 +121,19 @@ KXImage::Ref withoutMasked(KXImage const& picture, std::span<std::uint8_t const>
     return KXImage::imageWithPixels(std::move(pixels), width, height);
 }
 
+}
+
+std::uint32_t pixelsOfIconEntry(std::span<std::uint8_t const> icon, std::size_t index)
+{
+    auto const entry = entryOf(icon, index);
+    auto const sideOf = [](std::uint8_t stored) { return stored ? stored : 256u; };
+    return entry.empty() ? 0 : sideOf(entry[0]) * sideOf(entry[1]);
+}
+
+void forgetColourCountsOfIcon(std::span<std::uint8_t> icon)
+{
+    for (std::size_t index = 0; !entryOf(icon, index).empty(); ++index)
+        entryOf(icon, index)[colourCountInEntry] = 0;
 }
 
 KXImage::Ref pictureOfIconWithMask(
