@@ -99,6 +99,15 @@ TEST_F(CInterface, RequestsInALoop) { c_use_requests_in_a_loop(media()); }
 
 TEST_F(CInterface, RequestsThatAreCancelled) { c_use_requests_that_are_cancelled(media()); }
 
+TEST_F(CInterface, FileOfUnknownTypeHasNoCover)
+{
+    kxmd_file* const file = kxmd_file_open_bytes("text", 4, nullptr);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(kxmd_file_get_type(file), KXMD_TYPE_UNKNOWN);
+    EXPECT_EQ(kxmd_file_get_cover_size(file), 0u);
+    kxmd_file_free(file);
+}
+
 TEST_F(CInterface, RequestThatIsCancelledBeforeItsTurnOpensNothing)
 {
     struct Handlers {

@@ -2,6 +2,7 @@
 
 #include "kxmd/platform/linux/pictures/KXPictureDecodersPrivate.h"
 
+#include "kxmd/base/KXSanitizersPrivate.h"
 #include "support/PictureLoaderTest.h"
 
 #include <gtest/gtest.h>
@@ -37,6 +38,10 @@ Bytes heif(KXImage const& picture, heif_compression_format format)
 {
     auto const width = static_cast<int>(picture.pixelWidth());
     auto const height = static_cast<int>(picture.pixelHeight());
+#if KXMD_HAS_ADDRESS_SANITIZER
+    if (format == heif_compression_HEVC) // x265 leaves memory behind.
+        return {};
+#endif
     Owned<heif_context> const context(heif_context_alloc());
     heif_encoder* encoder = nullptr;
     if (!isDone(heif_context_get_encoder_for_format(context.get(), format, &encoder)))

@@ -195,6 +195,15 @@ TEST(KXMP4Description, KeyedTags)
     EXPECT_FALSE(isDescribed(keyedMetadata({ { "com.android.version", "12" } })));
 }
 
+TEST(KXMP4Description, KeysMayHaveAnyLength)
+{
+    for (std::size_t const length : { 64u, 65u, 1u << 24 }) {
+        std::string const name(length, 'x');
+        EXPECT_FALSE(isDescribed(keyedMetadata({ { name, "T" } }))) << length;
+        EXPECT_TRUE(isDescribed(keyedMetadata({ { name, "T" }, { "title", "T" } }))) << length;
+    }
+}
+
 TEST(KXMP4Description, ValueBelongsToTheKeyOfItsNumber)
 {
     EXPECT_TRUE(

@@ -54,6 +54,9 @@ class DoctorTests(CommandTestCase):
         for theme in ("Adwaita", "hicolor"):
             os.makedirs(self.path(f"icons/{theme}"))
             self.write(f"icons/{theme}/index.theme", b"[Icon Theme]\nName=A\nDirectories=\n")
+        for folders in ((self.folder, self.path("none")), (self.path("none"), self.folder)):
+            _, told = self.doctor(PATH=self.path("bin"), XDG_DATA_DIRS=folders[0], XDG_DATA_HOME=folders[1])
+            self.assertEqual(told["thumbnailers"], ["application/a", "application/epub+zip"])
         _, told = self.doctor(PATH=self.path("bin"), XDG_DATA_DIRS=self.folder, XDG_DATA_HOME=self.folder)
         self.assertEqual(told["documents"], self.path("bin/pdftoppm"))
         self.assertEqual(told["thumbnailers"], ["application/a", "application/epub+zip"])

@@ -347,6 +347,26 @@ TEST_F(KXPictureDecoders, TruncatedPictureIsNullOrOfItsSize)
 
 // Orientation.
 
+TEST_F(KXPictureDecoders, PlainTIFFIsShown)
+{
+    auto const u16le = [](std::uint32_t value) { return u16(TIFF::II, value); };
+    auto const entry = [&](std::uint32_t tag, std::uint32_t value) {
+        constexpr std::uint32_t typeShort = 3;
+        return join(u16le(tag), u16le(typeShort), u32(TIFF::II, 1), u16le(value), zeros(2));
+    };
+    // Width, height, bits, compression, meaning (0 is black), strip, samples, rows, bytes (TIFF
+    // 6.0, section 4).
+    constexpr std::uint32_t offsetOfPixels = 8 + 2 + 9 * 12 + 4;
+    Bytes const directory = join(entry(256, 2), entry(257, 2), entry(258, 8), entry(259, 1),
+        entry(262, 1), entry(273, offsetOfPixels), entry(277, 1), entry(278, 2), entry(279, 4));
+    auto const image = decoded(join(text("II*"), u8(0), u32(TIFF::II, 8), u16le(9), directory,
+        zeros(4), bytes({ 0, 80, 160, 255 })));
+    ASSERT_TRUE(image);
+    ASSERT_EQ(image->size(), (KXSize { 2, 2 }));
+    EXPECT_EQ(pixel(*image, 1, 0), (Colour { 80, 80, 80, 255 }));
+    EXPECT_EQ(pixel(*image, 0, 1), (Colour { 160, 160, 160, 255 }));
+}
+
 TEST_F(KXPictureDecoders, PhotographComesUpright)
 {
     Bytes const file = jpg(*quarters(64, 32));
