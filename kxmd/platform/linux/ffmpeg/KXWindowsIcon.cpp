@@ -39,7 +39,8 @@ std::uint64_t rowLength(std::uint64_t width, std::uint64_t bitsPerPixel)
 /// An entry of the directory; empty past the icon's end.
 template <class Byte> std::span<Byte> entryOf(std::span<Byte> icon, std::size_t index)
 {
-    std::size_t const count = icon.size() < iconHeaderLength ? 0u : icon[4] | icon[5] << 8;
+    std::uint32_t const count
+        = icon.size() < iconHeaderLength ? 0 : icon[4] | std::uint32_t { icon[5] } << 8;
     std::size_t const start = iconHeaderLength + index * entryLength;
     return index < count && start + entryLength <= icon.size() ? icon.subspan(start, entryLength)
                                                                : std::span<Byte>();
