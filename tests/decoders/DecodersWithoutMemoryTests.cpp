@@ -46,9 +46,9 @@ private:
     int const _level { ::av_log_get_level() };
 };
 
-int callsBeforeFailure = -1; ///< Rules that can still be added to a filter; negative for all.
+int rulesBeforeFailure = -1; ///< Rules that can still be added to a filter; negative for all.
 
-bool failsNow() { return callsBeforeFailure >= 0 && callsBeforeFailure-- == 0; }
+bool failsNow() { return rulesBeforeFailure >= 0 && rulesBeforeFailure-- == 0; }
 
 /// Makes something once for each of FFmpeg's allocations, with that one failing, and once with none
 /// failing: then it is as expected, before that it may also be nothing.
@@ -69,16 +69,16 @@ void expectNothingOrWhole(Thing const& expected, Make const& make, AreEqual cons
     EXPECT_GT(count, 10u);
 }
 
-/// Takes rights from a process of its own, without the rule of that number, and expects that it
-/// takes either all of them or none. Whether there is no rule of that number.
+/// Confines a process of its own, in which the rule of that number cannot be added: that fails and
+/// takes nothing away. Whether there is no such rule, so that it succeeds.
 bool takesAllWithoutRule(int number, bool (*confine)())
 {
     enum { succeeds, fails, isWrong };
     pid_t const child = ::fork();
     if (child == 0) {
-        callsBeforeFailure = number;
+        rulesBeforeFailure = number;
         bool const isDone = confine();
-        bool const hasFailed = callsBeforeFailure < 0, isFree = ::prctl(PR_GET_SECCOMP) == 0;
+        bool const hasFailed = rulesBeforeFailure < 0, isFree = ::prctl(PR_GET_SECCOMP) == 0;
         ::_exit(isDone && !hasFailed ? succeeds : !isDone && isFree ? fails : isWrong);
     }
     int status = -1;
@@ -89,7 +89,7 @@ bool takesAllWithoutRule(int number, bool (*confine)())
 }
 
 /// How many rules there are.
-int triedRulesOf(bool (*confine)())
+int numberOfRules(bool (*confine)())
 {
     constexpr int most = 1000;
     int number = 0;
@@ -168,12 +168,12 @@ TEST_F(DecodersWithoutMemory, FilterWithoutOneOfItsRulesIsNotUsed)
 {
     if (!isConfinementThere())
         GTEST_SKIP() << "the kernel cannot confine";
-    EXPECT_GT(triedRulesOf(confineToComputing), 50);
+    EXPECT_GT(numberOfRules(confineToComputing), 50);
     static constexpr KXProgramPlaces places { "/bin/true", "/dev/null", "" };
-    EXPECT_GT(triedRulesOf([] { return confineProgram(places); }), 10);
+    EXPECT_GT(numberOfRules([] { return confineProgram(places); }), 10);
 }
 
-TEST_F(DecodersWithoutMemory, ClosedMoviesKeepNone)
+TEST_F(DecodersWithoutMemory, ClosedMoviesKeepNoMemory)
 {
 #if KXMD_HAS_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer allocates on its own, and tells leaks itself";

@@ -636,7 +636,7 @@ TEST(KXJPEGPicture, EverythingButTheEndMarkerIsEverything)
     EXPECT_TRUE(areEqual(*part, *whole));
 }
 
-TEST(KXWebPPicture, PictureLongerThanJPEGHasIsNotEncoded)
+TEST(KXJPEGPicture, PictureLongerThanJPEGHasIsNotEncoded)
 {
     EXPECT_GT(jpegOfImage(*solid(65'500, 1, red)).length(), 0u);
     EXPECT_EQ(jpegOfImage(*solid(65'501, 1, red)).length(), 0u);

@@ -82,7 +82,7 @@ TEST(KXPictureSizeWebP, FileNeedsItsHeader)
     Bytes renamed = riff(frame);
     renamed[15] = 'Y'; // "VP8Y"
     EXPECT_EQ(measured(renamed), std::nullopt);
-    // Would be a frame if its length were not looked for.
+    // Would be taken for a frame if the header were not checked.
     Bytes const frameInHeader
         = join(text("XXXXVP8LWEBP"), u8(0x2F), bytes({ 31, 0, 6, 0 }), zeros(40));
     EXPECT_EQ(measured(frameInHeader), std::nullopt);

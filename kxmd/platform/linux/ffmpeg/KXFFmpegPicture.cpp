@@ -24,12 +24,12 @@ bool isIcon(std::span<std::uint8_t const> bytes)
 
 std::size_t indexOf(AVStream const& stream) { return static_cast<std::size_t>(stream.index); }
 
-/// The first picture, or the largest of an icon, which has a stream for each of its sizes.
-AVStream* largestPicture(AVFormatContext const& format, std::span<std::uint8_t const> bytes)
+/// The largest picture of an icon, which has a stream for each of its sizes; the first where `icon`
+/// is empty.
+AVStream* largestPicture(AVFormatContext const& format, std::span<std::uint8_t const> icon)
 {
-    auto const pixelsOf = [&](AVStream const& stream) {
-        return isIcon(bytes) ? pixelsOfIconEntry(bytes, indexOf(stream)) : 0;
-    };
+    auto const pixelsOf
+        = [icon](AVStream const& stream) { return pixelsOfIconEntry(icon, indexOf(stream)); };
     AVStream* largest = nullptr;
     for (AVStream* const stream : streamsOf(format)) {
         bool const isPicture = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
@@ -101,20 +101,20 @@ KXImage::Ref pictureByFFmpeg(KXAbstractData& data, std::uint64_t length, KXSize 
     if (bytes.empty())
         return nullptr;
     endFirstLineOfPortableMap(bytes);
-    if (isIcon(bytes))
-        forgetColourCountsOfIcon(bytes);
+    auto const icon = isIcon(bytes) ? std::span(bytes) : std::span<std::uint8_t>();
+    forgetColourCountsOfIcon(icon);
     KXMemoryData memory(bytes);
     KXFFmpegInput input(memory);
     auto const format = input.openedPicture();
-    AVStream const* const stream = format ? largestPicture(*format, bytes) : nullptr;
+    AVStream const* const stream = format ? largestPicture(*format, icon) : nullptr;
     auto const decoder = stream ? openedDecoder(*stream) : nullptr;
     auto const frame = decoder ? decodedFrame(*format, *stream, *decoder) : nullptr;
     if (!frame)
         return nullptr;
-    if (!isIcon(bytes))
+    if (icon.empty())
         return imageOfFrame(*frame, {}, decodedSize(*frame, wantedSize));
     auto image = imageOfFrame(*frame, {}, {}); // As large as its mask.
-    return image ? pictureOfIconWithMask(bytes, indexOf(*stream), std::move(image)) : nullptr;
+    return image ? pictureOfIconWithMask(icon, indexOf(*stream), std::move(image)) : nullptr;
 }
 
 std::vector<std::string> formatsOfPicturesByFFmpeg()

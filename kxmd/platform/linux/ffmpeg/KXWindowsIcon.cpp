@@ -36,12 +36,15 @@ std::uint64_t rowLength(std::uint64_t width, std::uint64_t bitsPerPixel)
     return (width * bitsPerPixel + 31) / 32 * 4;
 }
 
+/// Where an entry of the directory begins.
+std::size_t startOfEntry(std::size_t index) { return iconHeaderLength + index * entryLength; }
+
 /// An entry of the directory; empty past the icon's end.
 template <class Byte> std::span<Byte> entryOf(std::span<Byte> icon, std::size_t index)
 {
     std::uint32_t const count
         = icon.size() < iconHeaderLength ? 0 : icon[4] | std::uint32_t { icon[5] } << 8;
-    std::size_t const start = iconHeaderLength + index * entryLength;
+    std::size_t const start = startOfEntry(index);
     return index < count && start + entryLength <= icon.size() ? icon.subspan(start, entryLength)
                                                                : std::span<Byte>();
 }
@@ -50,7 +53,7 @@ template <class Byte> std::span<Byte> entryOf(std::span<Byte> icon, std::size_t 
 std::optional<KXPictureReader> partOfIcon(KXPictureReader icon, std::size_t index)
 {
     std::uint32_t length, offset;
-    if (!icon.setPosition(iconHeaderLength + index * entryLength + lengthInEntry)
+    if (!icon.setPosition(startOfEntry(index) + lengthInEntry)
         || !icon.readUInt32To(length, KXSwap::no) || !icon.readUInt32To(offset, KXSwap::no)
         || !icon.setPosition(offset))
         return std::nullopt;
@@ -133,8 +136,9 @@ std::uint32_t pixelsOfIconEntry(std::span<std::uint8_t const> icon, std::size_t 
 
 void forgetColourCountsOfIcon(std::span<std::uint8_t> icon)
 {
-    for (std::size_t index = 0; !entryOf(icon, index).empty(); ++index)
-        entryOf(icon, index)[colourCountInEntry] = 0;
+    std::size_t index = 0;
+    for (auto entry = entryOf(icon, 0); !entry.empty(); entry = entryOf(icon, ++index))
+        entry[colourCountInEntry] = 0;
 }
 
 KXImage::Ref pictureOfIconWithMask(

@@ -345,8 +345,6 @@ TEST_F(KXPictureDecoders, TruncatedPictureIsNullOrOfItsSize)
     }
 }
 
-// Orientation.
-
 TEST_F(KXPictureDecoders, PlainTIFFIsShown)
 {
     auto const u16le = [](std::uint32_t value) { return u16(TIFF::II, value); };
@@ -366,6 +364,8 @@ TEST_F(KXPictureDecoders, PlainTIFFIsShown)
     EXPECT_EQ(pixel(*image, 1, 0), (Colour { 80, 80, 80, 255 }));
     EXPECT_EQ(pixel(*image, 0, 1), (Colour { 160, 160, 160, 255 }));
 }
+
+// Orientation.
 
 TEST_F(KXPictureDecoders, PhotographComesUpright)
 {
